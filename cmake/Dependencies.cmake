@@ -1,0 +1,48 @@
+# The libraries the service stands on: static ones from the dependency cache for
+# Windows, Debian's own for the native build. Their headers are "system" headers,
+# so our warnings stay ours.
+find_package(Threads REQUIRED)
+find_package(OpenSSL 3.0 REQUIRED)
+find_package(fmt 9.1 REQUIRED)
+find_package(Boost 1.81 REQUIRED COMPONENTS filesystem thread date_time)
+
+add_library(zarn_boost INTERFACE)
+target_link_libraries(zarn_boost INTERFACE Boost::headers Boost::filesystem Boost::thread Boost::date_time
+                                           Threads::Threads)
+target_compile_definitions(zarn_boost INTERFACE BOOST_BIND_GLOBAL_PLACEHOLDERS BOOST_ALLOW_DEPRECATED_HEADERS
+                                                BOOST_ASIO_NO_DEPRECATED)
+
+add_library(zarn_fmt INTERFACE)
+target_link_libraries(zarn_fmt INTERFACE fmt::fmt)
+
+add_library(zarn_curl INTERFACE)
+if(WIN32)
+  find_package(CURL 7.88 REQUIRED CONFIG)
+  target_link_libraries(zarn_curl INTERFACE CURL::libcurl OpenSSL::SSL OpenSSL::Crypto ws2_32 crypt32 bcrypt)
+  target_link_libraries(zarn_boost INTERFACE ws2_32 mswsock)
+else()
+  find_package(CURL 7.88 REQUIRED)
+  target_link_libraries(zarn_curl INTERFACE CURL::libcurl OpenSSL::SSL OpenSSL::Crypto)
+endif()
+# The classic form API and CURLOPT_PROGRESSFUNCTION are used on purpose.
+target_compile_definitions(zarn_curl INTERFACE CURL_DISABLE_DEPRECATION)
+
+foreach(target zarn_boost zarn_fmt zarn_curl)
+  get_target_property(linked ${target} INTERFACE_LINK_LIBRARIES)
+  foreach(library ${linked})
+    if(TARGET ${library})
+      get_target_property(aliased ${library} ALIASED_TARGET)
+      if(aliased)
+        set(library ${aliased})
+      endif()
+      get_target_property(includes ${library} INTERFACE_INCLUDE_DIRECTORIES)
+      if(includes)
+        set_property(TARGET ${library} PROPERTY INTERFACE_SYSTEM_INCLUDE_DIRECTORIES ${includes})
+      endif()
+    endif()
+  endforeach()
+endforeach()
+
+if(ZARN_BUILD_TESTS)
+  find_package(GTest REQUIRED)
+endif()

@@ -1,0 +1,58 @@
+# Compiler and linker flags as one interface target, so that folder files stay small.
+add_library(zarn_flags INTERFACE)
+target_include_directories(zarn_flags INTERFACE ${CMAKE_SOURCE_DIR}/src)
+target_compile_options(
+  zarn_flags
+  INTERFACE -Wall
+            -Wextra
+            -Wpedantic
+            -Wconversion
+            -Wsign-conversion
+            -Wshadow
+            -Wnon-virtual-dtor
+            -Woverloaded-virtual
+            -Wold-style-cast
+            -Wcast-align
+            -Wformat=2
+            -Wimplicit-fallthrough
+            -Wundef
+            -Werror
+            -fstack-protector-strong
+            -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.
+            -ffile-prefix-map=${CMAKE_BINARY_DIR}=build)
+
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # Guarded members are annotated; clang checks that their lock is held.
+  target_compile_options(zarn_flags INTERFACE -Wthread-safety)
+else()
+  target_compile_options(zarn_flags INTERFACE -Wduplicated-cond -Wlogical-op -Wuseless-cast)
+endif()
+
+if(ZARN_SANITIZE)
+  target_compile_options(zarn_flags INTERFACE -fsanitize=${ZARN_SANITIZE} -fno-omit-frame-pointer
+                                              -fno-sanitize-recover=all)
+  target_link_options(zarn_flags INTERFACE -fsanitize=${ZARN_SANITIZE})
+else()
+  target_compile_definitions(zarn_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+endif()
+
+if(WIN32)
+  target_compile_definitions(zarn_flags INTERFACE UNICODE _UNICODE)
+  target_compile_options(zarn_flags INTERFACE -ffunction-sections -fdata-sections)
+  target_link_options(zarn_flags INTERFACE -static -Wl,--gc-sections -Wl,--high-entropy-va -Wl,--dynamicbase
+                      -Wl,--nxcompat)
+endif()
+
+# zarn_library(NAME FILES... [WIN FILES...] [POSIX FILES...] [LINK TARGETS...])
+# A folder's library: portable files, the files of one platform, and what it depends on.
+function(zarn_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "WIN;POSIX;LINK")
+  set(files ${arg_UNPARSED_ARGUMENTS})
+  if(WIN32)
+    list(APPEND files ${arg_WIN})
+  else()
+    list(APPEND files ${arg_POSIX})
+  endif()
+  add_library(${name} STATIC ${files})
+  target_link_libraries(${name} PUBLIC zarn_flags ${arg_LINK})
+endfunction()

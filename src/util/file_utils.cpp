@@ -1,0 +1,184 @@
+#include "util/file_utils.h"
+
+#include <atomic>
+#include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <boost/system/error_code.hpp>
+
+#include "util/file_utils_platform.h"
+#include "util/logging.h"
+#include "util/mutex.h"
+
+namespace zarn::FileUtils {
+namespace {
+
+namespace fs = boost::filesystem;
+using boost::system::error_code;
+
+constexpr char kProductDirectory[] = "Zarn Media Server";
+constexpr std::size_t kLongPathBytes = 250;
+
+std::atomic<std::string (*)()> localAppDataPathReader{nullptr};
+
+struct Override {
+  Mutex mutex;
+  std::string path ZARN_GUARDED_BY(mutex);
+};
+
+Override& applicationDataOverride() {
+  static Override& instance = *std::make_unique<Override>().release();  // lives as long as the process
+  return instance;
+}
+
+std::string overridePath() {
+  auto& current = applicationDataOverride();
+  const MutexLock lock(current.mutex);
+  return current.path;
+}
+
+}  // namespace
+
+std::string withLongPathPrefix(std::string_view path) {
+  const bool driveLetter = path.size() > 2 && path[1] == ':';
+  return std::string(driveLetter && path.size() > kLongPathBytes ? R"(\\?\)" : "").append(path);
+}
+
+std::string join(std::string_view directory, std::string_view name) {
+  std::string result(directory);
+  if (!result.empty() && !platform::isSeparator(result.back())) result += platform::kSeparator;
+  result += name;
+  std::string reduced;
+  reduced.reserve(result.size());
+  for (std::size_t i = 0; i < result.size(); ++i) {
+    const bool repeats = i > 1 && platform::isSeparator(result[i]) && platform::isSeparator(result[i - 1]);
+    if (!repeats) reduced += result[i];
+  }
+  return reduced;
+}
+
+bool copyFile(std::string_view from, std::string_view to) {
+  error_code error;
+  fs::copy_file(toPath(from), toPath(to), error);
+  if (!error) return true;
+  logLine(LogLevel::Error, "Couldn't copy file %s to %s: %s", from, to, error.message());
+  return false;
+}
+
+bool copyDirectoryRecursively(std::string_view from, std::string_view to) {
+  error_code error;
+  fs::copy(toPath(from), toPath(to), fs::copy_options::recursive, error);
+  if (!error) return true;
+  logLine(LogLevel::Error, "Error copying directory recursively: %s", error.message());
+  return false;
+}
+
+namespace {
+
+bool moveAcrossVolumes(std::string_view from, std::string_view to) {
+  error_code error;
+  const fs::path source = toPath(from);
+  if (fs::is_directory(source, error)) {
+    if (!copyDirectoryRecursively(from, to)) return false;
+    fs::remove_all(source, error);
+    if (!error) return true;
+    logLine(LogLevel::Error, "Couldn't delete the file %s: %s", from, error.message());
+    return false;
+  }
+  fs::copy_file(source, toPath(to), fs::copy_options::overwrite_existing, error);
+  if (error) {
+    logLine(LogLevel::Error, "Couldn't copy file %s to %s: %s", from, to, error.message());
+    return false;
+  }
+  return deleteFile(from);
+}
+
+}  // namespace
+
+bool move(std::string_view from, std::string_view to) {
+  error_code error;
+  fs::rename(toPath(from), toPath(to), error);
+  if (!error) return true;
+  // Compared as a condition: the system's own number differs from the generic one.
+  if (error == boost::system::errc::cross_device_link) return moveAcrossVolumes(from, to);
+  logLine(LogLevel::Error, "Couldn't copy file %s to %s: %s", from, to, error.message());
+  return false;
+}
+
+bool deleteFile(std::string_view path, bool quiet) {
+  error_code error;
+  fs::remove(toPath(path), error);
+  if (!error) return true;
+  if (!quiet) logLine(LogLevel::Error, "Couldn't delete the file %s: %s", path, error.message());
+  return false;
+}
+
+bool createDirectories(std::string_view path) {
+  error_code error;
+  fs::create_directories(toPath(path), error);
+  if (!error) return true;
+  logLine(LogLevel::Error, "Error creating directory %s: %s", path, error.message());
+  return false;
+}
+
+bool exists(std::string_view path) noexcept {
+  try {
+    error_code error;
+    return fs::exists(fs::symlink_status(toPath(path), error));
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+bool isDirectory(std::string_view path) {
+  error_code error;
+  const bool result = fs::is_directory(toPath(path), error);
+  if (error && error != boost::system::errc::no_such_file_or_directory) {
+    logLine(LogLevel::Error, "IsDirectory failed %s", error.message());
+  }
+  return result;
+}
+
+std::uint64_t fileSize(std::string_view path) {
+  error_code error;
+  const std::uintmax_t size = fs::file_size(toPath(path), error);
+  if (!error) return size;
+  logLine(LogLevel::Error, "Couldn't get size of file %s: %s", path, error.message());
+  return ~std::uint64_t{0};
+}
+
+void setApplicationDataOverride(std::string path) {
+  auto& current = applicationDataOverride();
+  const MutexLock lock(current.mutex);
+  current.path = std::move(path);
+}
+
+void setLocalAppDataPathReader(std::string (*reader)()) noexcept { localAppDataPathReader.store(reader); }
+
+std::string applicationDataDirectory(bool withProduct, bool allowPreference) {
+  if (withProduct) {
+    if (std::string path = overridePath(); !path.empty()) return path;
+  }
+  std::string base;
+  if (auto* const reader = localAppDataPathReader.load(); allowPreference && reader != nullptr) base = reader();
+  if (base.empty()) base = platform::userApplicationDataFolder();
+  return withProduct ? join(base, kProductDirectory) : base;
+}
+
+std::string logDirectory(bool withProduct, bool allowPreference) {
+  return join(applicationDataDirectory(withProduct, allowPreference), "Logs");
+}
+
+std::string databasesDirectory() {
+  const std::string path = join(join(applicationDataDirectory(), "Plug-in Support"), "Databases");
+  if (!exists(path)) createDirectories(path);
+  return path;
+}
+
+std::string resourcesDirectory() {
+  const fs::path executable = toPath(platform::executablePath());
+  return join(toUtf8(executable.parent_path()), "Resources");
+}
+
+std::string certificateFile() { return join(resourcesDirectory(), "cacert.pem"); }
+
+}  // namespace zarn::FileUtils

@@ -1,0 +1,88 @@
+// File-system operations and the directories of the media server. Paths are
+// UTF-8. No operation throws for a file-system error: each logs its message at
+// level Error and reports failure. All may be called from any thread.
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace zarn::FileUtils {
+
+struct FileCloser {
+  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+using ScopedFile = std::unique_ptr<std::FILE, FileCloser>;
+
+// ---- Paths -----------------------------------------------------------------
+
+/// Drive-letter paths longer than 250 bytes get the prefix "\\?\"; others stay unchanged.
+[[nodiscard]] std::string withLongPathPrefix(std::string_view path);
+
+/// The path in the system's own encoding, long-path prefix included.
+[[nodiscard]] boost::filesystem::path toPath(std::string_view path);
+[[nodiscard]] std::string toUtf8(const boost::filesystem::path& path);
+
+/// `directory` and `name` with one separator between them; runs of separators in
+/// the result are reduced to one, except at its start (UNC names).
+[[nodiscard]] std::string join(std::string_view directory, std::string_view name);
+
+// ---- Operations --------------------------------------------------------------
+
+bool copyFile(std::string_view from, std::string_view to);
+bool copyDirectoryRecursively(std::string_view from, std::string_view to);
+
+/// Renames; across volumes, copies (a file with overwrite) and then deletes the source.
+bool move(std::string_view from, std::string_view to);
+
+/// A file that does not exist counts as deleted. `quiet` suppresses the failure's log line.
+bool deleteFile(std::string_view path, bool quiet = false);
+
+bool createDirectories(std::string_view path);
+[[nodiscard]] bool exists(std::string_view path) noexcept;
+[[nodiscard]] bool isDirectory(std::string_view path);
+
+/// In bytes; all bits set (-1 seen as signed) when the size cannot be read.
+[[nodiscard]] std::uint64_t fileSize(std::string_view path);
+
+/// What safeOpen does with a file that is a link, or that has more than one name.
+enum class Links : std::uint8_t {
+  Follow,
+  /// Neither followed nor truncated: the open fails. For files that a privileged
+  /// process writes where others may have planted something.
+  Refuse,
+};
+
+/// Opens a C stream with the modes of fopen (r, w, a, +, b; an empty mode
+/// reads). `shareDelete` lets other processes read, write, rename and delete the
+/// file while it is open; without it they can only read. Null on failure.
+[[nodiscard]] ScopedFile safeOpen(std::string_view path, const char* mode, bool shareDelete,
+                                  Links links = Links::Follow);
+
+// ---- Directories ---------------------------------------------------------------
+
+/// The process-wide application-data directory that replaces every other
+/// derivation while it is non-empty.
+void setApplicationDataOverride(std::string path);
+
+/// Tells this library how to read the preference LocalAppDataPath, which lives
+/// above it. The preference store registers itself here when it is made.
+void setLocalAppDataPathReader(std::string (*reader)()) noexcept;
+
+/// The override; else the preference (when `allowPreference`), else the user's
+/// local application-data folder, the last two followed by "Zarn Media Server"
+/// when `withProduct`. Without a home folder the process ends (logFatal).
+[[nodiscard]] std::string applicationDataDirectory(bool withProduct = true, bool allowPreference = true);
+[[nodiscard]] std::string logDirectory(bool withProduct = true, bool allowPreference = true);
+
+/// Created when missing.
+[[nodiscard]] std::string databasesDirectory();
+
+/// "Resources" beside the running executable, and the CA bundle in it.
+[[nodiscard]] std::string resourcesDirectory();
+[[nodiscard]] std::string certificateFile();
+
+}  // namespace zarn::FileUtils

@@ -1,0 +1,73 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "util/file_utils.h"
+#include "util/file_utils_platform.h"
+#include "util/logging.h"
+
+namespace zarn::FileUtils {
+
+boost::filesystem::path toPath(std::string_view path) { return {std::string(path)}; }
+
+std::string toUtf8(const boost::filesystem::path& path) { return path.native(); }
+
+namespace platform {
+
+std::string userApplicationDataFolder() {
+  if (const char* const data = std::getenv("XDG_DATA_HOME")) return data;
+  const char* const home = std::getenv("HOME");
+  if (home == nullptr) logFatal("SHGetSpecialFolderPath(CSIDL_LOCAL_APPDATA) failed: %d", ENOENT);
+  return join(home, ".local/share");
+}
+
+std::string executablePath() {
+  char path[4096];
+  const ssize_t length = ::readlink("/proc/self/exe", path, sizeof(path));
+  if (length < 0) logFatal("GetModuleFileNameW failed: %d", lastSystemError());
+  return {path, static_cast<std::size_t>(length)};
+}
+
+}  // namespace platform
+
+namespace {
+
+int openFlags(std::string_view mode) {
+  int flags = O_RDONLY;
+  for (const char c : mode) {
+    if (c == 'r') flags = O_RDONLY;
+    if (c == 'w') flags = O_WRONLY | O_CREAT;
+    if (c == 'a') flags = O_WRONLY | O_CREAT | O_APPEND;
+    if (c == '+') flags = (flags & ~(O_RDONLY | O_WRONLY)) | O_RDWR;
+  }
+  return flags | O_CLOEXEC;
+}
+
+bool isPlainFileWithOneName(int descriptor) {
+  struct stat status {};
+  return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
+}
+
+}  // namespace
+
+ScopedFile safeOpen(std::string_view path, const char* mode, bool /*shareDelete*/, Links links) {
+  if (*mode == '\0') mode = "r";
+  const bool refuse = links == Links::Refuse;
+  const int descriptor =
+      ::open(std::string(path).c_str(), openFlags(mode) | (refuse ? O_NOFOLLOW : 0), 0644);
+  const bool truncates = std::string_view(mode).find('w') != std::string_view::npos;
+  const bool usable = descriptor != -1 && (!refuse || isPlainFileWithOneName(descriptor)) &&
+                      (!truncates || ::ftruncate(descriptor, 0) == 0);
+  ScopedFile file(usable ? ::fdopen(descriptor, mode) : nullptr);
+  if (!file) {
+    const std::uint32_t error = descriptor != -1 && !usable ? EACCES : lastSystemError();
+    if (descriptor != -1) ::close(descriptor);
+    logLine(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d", path, error);
+  }
+  return file;
+}
+
+}  // namespace zarn::FileUtils

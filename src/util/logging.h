@@ -1,0 +1,218 @@
+// How every part of the service writes a log line:
+//
+//   logLine(LogLevel::Debug, "Installer exit code:  %d - %s", code, text);
+//
+// Formats are printf formats and are checked against their arguments when the
+// program is compiled. Text is UTF-8. Arguments that came from outside the
+// process go through printable() (util/printable.h) first, so that one record
+// stays one line.
+//
+// The lines go to the process-wide LogSink, which is the logger of log/log.h in
+// the service and a recorder in tests. Before a sink is set, they go nowhere.
+#pragma once
+
+#include <fmt/printf.h>
+
+#include <atomic>
+#include <concepts>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "util/system_error.h"
+
+namespace zarn {
+
+/// A line passes when its level is at most the threshold.
+enum class LogLevel : std::int32_t { Error = 0, Warn = 1, Info = 2, Debug = 3, Verbose = 4 };
+
+/// Where log lines go. All operations may be called from any thread.
+class LogSink {
+ public:
+  virtual ~LogSink() = default;
+
+  [[nodiscard]] bool isEnabled(LogLevel level) const noexcept {
+    return static_cast<std::int32_t>(level) <= threshold_.load(std::memory_order_relaxed);
+  }
+  [[nodiscard]] LogLevel threshold() const noexcept {
+    return static_cast<LogLevel>(threshold_.load(std::memory_order_relaxed));
+  }
+  /// Returns the threshold that was in force.
+  LogLevel setThreshold(LogLevel level) noexcept {
+    return static_cast<LogLevel>(threshold_.exchange(static_cast<std::int32_t>(level)));
+  }
+
+  /// Takes one formatted message (no context prefix, no time), whose level has passed.
+  virtual void submit(LogLevel level, std::string message) = 0;
+
+  /// Writes "FATAL ERROR: " and the message, waits until every line so far is on
+  /// disk and ends the process.
+  [[noreturn]] virtual void fatal(const std::string& message) = 0;
+
+ private:
+  std::atomic<std::int32_t> threshold_{static_cast<std::int32_t>(LogLevel::Info)};
+};
+
+namespace detail {
+
+extern std::atomic<LogSink*> currentLogSink;
+
+std::string formatPrintf(std::string_view format, fmt::printf_args args);
+
+// A call to one of these inside a consteval constructor is a compile error
+// whose text is the function's name.
+void logFormatIsMalformed();
+void logFormatHasTooFewArguments();
+void logFormatHasTooManyArguments();
+void logArgumentDoesNotFitItsConversion();
+
+enum class ArgumentKind : std::uint8_t { Integer, Floating, Text, Other };
+
+template <typename T>
+consteval ArgumentKind argumentKind() {
+  using U = std::remove_cvref_t<T>;
+  if constexpr (std::is_integral_v<U>) {
+    return ArgumentKind::Integer;
+  } else if constexpr (std::is_floating_point_v<U>) {
+    return ArgumentKind::Floating;
+  } else if constexpr (std::is_convertible_v<const U&, std::string_view>) {
+    return ArgumentKind::Text;
+  } else {
+    return ArgumentKind::Other;
+  }
+}
+
+constexpr bool isOneOf(char c, std::string_view set) { return set.find(c) != std::string_view::npos; }
+
+constexpr bool fits(char conversion, ArgumentKind kind) {
+  if (isOneOf(conversion, "diuxXoc")) return kind == ArgumentKind::Integer;
+  if (isOneOf(conversion, "fFeEgG")) return kind == ArgumentKind::Floating;
+  return conversion == 's' && kind == ArgumentKind::Text;
+}
+
+}  // namespace detail
+
+/// A format text known only at run time; a mismatch is then a fmt::format_error
+/// in the caller of the log call.
+struct RuntimeFormat {
+  std::string_view text;
+};
+
+/// A printf format that fits the argument types Args.
+template <typename... Args>
+class PrintfFormat {
+ public:
+  template <typename T>
+    requires std::convertible_to<const T&, std::string_view>
+  consteval PrintfFormat(const T& text) : text_(text) {  // NOLINT(google-explicit-constructor)
+    check();
+  }
+  PrintfFormat(RuntimeFormat format) : text_(format.text) {}  // NOLINT(google-explicit-constructor)
+
+  [[nodiscard]] constexpr std::string_view text() const { return text_; }
+
+ private:
+  consteval void check() const {
+    constexpr std::size_t count = sizeof...(Args);
+    constexpr detail::ArgumentKind kinds[count + 1] = {detail::argumentKind<Args>()..., detail::ArgumentKind::Other};
+    std::size_t used = 0;
+    const auto take = [&](char conversion) {
+      if (used >= count) detail::logFormatHasTooFewArguments();
+      if (!detail::fits(conversion, kinds[used])) detail::logArgumentDoesNotFitItsConversion();
+      ++used;
+    };
+    for (std::size_t i = 0; i < text_.size(); ++i) {
+      if (text_[i] != '%') continue;
+      ++i;
+      if (i < text_.size() && text_[i] == '%') continue;
+      while (i < text_.size() && detail::isOneOf(text_[i], "-+ #0")) ++i;
+      if (i < text_.size() && text_[i] == '*') take('d'), ++i;
+      while (i < text_.size() && detail::isOneOf(text_[i], "0123456789")) ++i;
+      if (i < text_.size() && text_[i] == '.') {
+        ++i;
+        if (i < text_.size() && text_[i] == '*') take('d'), ++i;
+        while (i < text_.size() && detail::isOneOf(text_[i], "0123456789")) ++i;
+      }
+      while (i < text_.size() && detail::isOneOf(text_[i], "hljztL")) ++i;
+      if (i >= text_.size()) detail::logFormatIsMalformed();
+      take(text_[i]);
+    }
+    if (used != count) detail::logFormatHasTooManyArguments();
+  }
+
+  std::string_view text_;
+};
+
+/// Makes `sink` the destination of all lines from here on (null: nowhere) and
+/// returns the one before. The sink must outlive every thread that logs.
+LogSink* setLogSink(LogSink* sink) noexcept;
+
+[[nodiscard]] inline LogSink* logSink() noexcept {
+  return detail::currentLogSink.load(std::memory_order_acquire);
+}
+
+/// Formats with the printf rules. Throws fmt::format_error on a format that does not fit.
+template <typename... Args>
+std::string formatPrintf(PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
+  return detail::formatPrintf(format.text(), fmt::make_printf_args(args...));
+}
+
+/// Writes one line. A line above the threshold costs an atomic load; its
+/// arguments are not formatted.
+template <typename... Args>
+void logLine(LogLevel level, PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
+  LogSink* const sink = logSink();
+  if (sink == nullptr || !sink->isEnabled(level)) return;
+  sink->submit(level, detail::formatPrintf(format.text(), fmt::make_printf_args(args...)));
+}
+
+namespace detail {
+/// Second line of logWin32Error: four blanks, "Win32 Error: ", code and system text.
+void logSystemError(LogLevel level, std::uint32_t code);
+void logFatalMessage [[noreturn]] (const std::string& message);
+}  // namespace detail
+
+/// Writes the line, then a second one with the thread's last error and the
+/// system's text for it. Returns the error that was current at the call, which
+/// may be 0 (see failureCode()).
+template <typename... Args>
+std::uint32_t logWin32Error(LogLevel level, PrintfFormat<std::type_identity_t<Args>...> format,
+                            const Args&... args) {
+  const std::uint32_t code = lastSystemError();
+  logLine<Args...>(level, format, args...);
+  detail::logSystemError(level, code);
+  return code;
+}
+
+/// Logs "FATAL ERROR: " and the message at level Error, waits until it is on disk
+/// and ends the process with the exception code 0xC0DEDEAD. A format that cannot
+/// be formatted does not stop it.
+template <typename... Args>
+[[noreturn]] void logFatal(PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
+  std::string message;
+  try {
+    message = detail::formatPrintf(format.text(), fmt::make_printf_args(args...));
+  } catch (const std::exception& error) {
+    message = formatPrintf("Log: Error handling format string '%s': %s", format.text(),
+                           std::string_view(error.what()));
+  }
+  detail::logFatalMessage(message);
+}
+
+/// The calling thread's context labels, oldest first; empty ones are skipped in lines.
+[[nodiscard]] const std::vector<std::string>& logTags() noexcept;
+
+/// Appends a label to the calling thread's list for a scope. A label that the
+/// list already holds is not repeated: an empty one takes its place.
+class LogTag {
+ public:
+  explicit LogTag(std::string_view label);
+  LogTag(const LogTag&) = delete;
+  LogTag& operator=(const LogTag&) = delete;
+  ~LogTag();
+};
+
+}  // namespace zarn

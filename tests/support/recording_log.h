@@ -1,0 +1,71 @@
+// A log sink that keeps lines for a test to look at.
+#pragma once
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "util/logging.h"
+#include "util/mutex.h"
+
+namespace zarn::testing {
+
+struct LoggedLine {
+  LogLevel level;
+  std::string text;
+
+  friend bool operator==(const LoggedLine&, const LoggedLine&) = default;
+};
+
+/// Thrown by RecordingLog instead of ending the process.
+struct FatalLogged : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/// Records every line, from any thread, while it lives; then puts the former sink back.
+class RecordingLog final : public LogSink {
+ public:
+  explicit RecordingLog(LogLevel threshold = LogLevel::Verbose) {
+    setThreshold(threshold);
+    former_ = setLogSink(this);
+  }
+  RecordingLog(const RecordingLog&) = delete;
+  RecordingLog& operator=(const RecordingLog&) = delete;
+  ~RecordingLog() override { setLogSink(former_); }
+
+  void submit(LogLevel level, std::string message) override {
+    const MutexLock lock(mutex_);
+    lines_.push_back({level, std::move(message)});
+  }
+  [[noreturn]] void fatal(const std::string& message) override { throw FatalLogged(message); }
+
+  [[nodiscard]] std::vector<LoggedLine> lines() const {
+    const MutexLock lock(mutex_);
+    return lines_;
+  }
+  /// The texts alone, in order.
+  [[nodiscard]] std::vector<std::string> texts() const {
+    std::vector<std::string> result;
+    for (const auto& line : lines()) result.push_back(line.text);
+    return result;
+  }
+  [[nodiscard]] bool contains(const std::string& text) const { return count(text) != 0; }
+  /// How many lines equal `text`.
+  [[nodiscard]] std::ptrdiff_t count(const std::string& text) const {
+    const auto all = texts();
+    return std::count(all.begin(), all.end(), text);
+  }
+  void clear() {
+    const MutexLock lock(mutex_);
+    lines_.clear();
+  }
+
+ private:
+  mutable Mutex mutex_;
+  std::vector<LoggedLine> lines_ ZARN_GUARDED_BY(mutex_);
+  LogSink* former_ = nullptr;
+};
+
+}  // namespace zarn::testing

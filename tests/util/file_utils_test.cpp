@@ -1,0 +1,142 @@
+#include "util/file_utils.h"
+
+#include <gtest/gtest.h>
+
+#include "support/recording_log.h"
+#include "support/temp_directory.h"
+
+namespace zarn {
+namespace {
+
+namespace fs = boost::filesystem;
+using testing::readFile;
+using testing::RecordingLog;
+using testing::TempDirectory;
+using testing::writeFile;
+
+TEST(FileUtils, LongPathPrefix) {
+  const auto path = [](std::string start, std::size_t length) {
+    start.resize(length, 'a');
+    return start;
+  };
+  EXPECT_EQ(FileUtils::withLongPathPrefix(path("C:\\", 250)), path("C:\\", 250));
+  EXPECT_EQ(FileUtils::withLongPathPrefix(path("C:\\", 251)), R"(\\?\)" + path("C:\\", 251));
+  EXPECT_EQ(FileUtils::withLongPathPrefix(path("\\\\server\\", 300)), path("\\\\server\\", 300));
+  EXPECT_EQ(FileUtils::withLongPathPrefix(path("relative", 300)), path("relative", 300));
+  EXPECT_EQ(FileUtils::withLongPathPrefix("C:"), "C:");
+}
+
+TEST(FileUtils, JoinNeedsOneSeparator) {
+#ifdef _WIN32
+  EXPECT_EQ(FileUtils::join(R"(D:\Data)", "Logs"), R"(D:\Data\Logs)");
+  EXPECT_EQ(FileUtils::join(R"(D:\Data\\)", "Logs"), R"(D:\Data\Logs)");
+  EXPECT_EQ(FileUtils::join(R"(\\server\share)", "Logs"), R"(\\server\share\Logs)");
+#else
+  EXPECT_EQ(FileUtils::join("/data//", "Logs"), "/data/Logs");
+  EXPECT_EQ(FileUtils::join("/data", "Logs"), "/data/Logs");
+#endif
+}
+
+TEST(FileUtils, OperationsReportAndLogFailures) {
+  const RecordingLog log;
+  const TempDirectory dir;
+  const std::string missing = dir / "missing";
+  const std::string nowhere = FileUtils::join(missing, "file");
+  writeFile(dir / "plain", "x");
+
+  EXPECT_FALSE(FileUtils::copyFile(missing, dir / "copy"));
+  EXPECT_FALSE(FileUtils::move(missing, dir / "moved"));
+  EXPECT_FALSE(FileUtils::copyDirectoryRecursively(missing, dir / "copy"));
+  EXPECT_FALSE(FileUtils::createDirectories(FileUtils::join(dir / "plain", "below")));
+  EXPECT_EQ(static_cast<std::int64_t>(FileUtils::fileSize(missing)), -1);
+  EXPECT_TRUE(FileUtils::deleteFile(missing));
+  EXPECT_FALSE(FileUtils::isDirectory(missing));
+
+  const std::vector<std::string> beginnings = {
+      "Couldn't copy file " + missing + " to ",
+      "Couldn't copy file " + missing + " to ",
+      "Error copying directory recursively: ",
+      "Error creating directory ",
+      "Couldn't get size of file " + missing + ": ",
+  };
+  const auto lines = log.lines();
+  ASSERT_EQ(lines.size(), beginnings.size());
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    EXPECT_EQ(lines[i].level, LogLevel::Error);
+    EXPECT_EQ(lines[i].text.rfind(beginnings[i], 0), 0U) << lines[i].text;
+  }
+}
+
+TEST(FileUtils, AFailedDeleteIsLoggedUnlessQuiet) {
+  const RecordingLog log;
+  const TempDirectory dir;
+  // A directory that holds something cannot be removed as a file.
+  ASSERT_TRUE(FileUtils::createDirectories(FileUtils::join(dir / "full", "inner")));
+  EXPECT_FALSE(FileUtils::deleteFile(dir / "full", true));
+  EXPECT_TRUE(log.lines().empty());
+  EXPECT_FALSE(FileUtils::deleteFile(dir / "full"));
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_EQ(log.texts()[0].rfind("Couldn't delete the file " + (dir / "full") + ": ", 0), 0U);
+}
+
+TEST(FileUtils, SafeOpenModes) {
+  const RecordingLog log;
+  const TempDirectory dir;
+  const std::string path = dir / "file";
+  const auto put = [&](const char* mode, const char* text) {
+    const auto file = FileUtils::safeOpen(path, mode, true);
+    return file && std::fputs(text, file.get()) >= 0;
+  };
+  EXPECT_EQ(FileUtils::safeOpen(path, "r+", true), nullptr);  // needs an existing file
+  EXPECT_EQ(log.texts()[0].rfind("safe_fopen: CreateFileW for '" + path + "' failed: 2", 0), 0U);
+  EXPECT_TRUE(put("ab", "one"));
+  EXPECT_TRUE(put("ab", "two"));
+  EXPECT_EQ(readFile(path), "onetwo");
+  EXPECT_TRUE(put("r+b", "ONE"));
+  EXPECT_EQ(readFile(path), "ONEtwo");
+  EXPECT_TRUE(put("wb", "new"));
+  EXPECT_EQ(readFile(path), "new");
+  EXPECT_NE(FileUtils::safeOpen(path, "", false), nullptr);  // an empty mode reads
+}
+
+TEST(FileUtils, SafeOpenRefusesPlantedLinks) {
+  const RecordingLog log;
+  const TempDirectory dir;
+  writeFile(dir / "victim", "precious");
+  fs::create_hard_link(FileUtils::toPath(dir / "victim"), FileUtils::toPath(dir / "hard"));
+#ifndef _WIN32  // Wine pretends to make symbolic links
+  fs::create_symlink(FileUtils::toPath(dir / "victim"), FileUtils::toPath(dir / "soft"));
+  EXPECT_EQ(FileUtils::safeOpen(dir / "soft", "w", true, FileUtils::Links::Refuse), nullptr);
+#endif
+  EXPECT_EQ(FileUtils::safeOpen(dir / "hard", "w", true, FileUtils::Links::Refuse), nullptr);
+  EXPECT_EQ(readFile(dir / "victim"), "precious");
+  EXPECT_NE(FileUtils::safeOpen(dir / "fresh", "w", true, FileUtils::Links::Refuse), nullptr);
+}
+
+std::string preferredPath;
+
+TEST(FileUtils, ApplicationDataDirectoryPrecedence) {
+  const TempDirectory dir;
+  FileUtils::setLocalAppDataPathReader([] { return preferredPath; });
+  preferredPath = "";
+  const std::string home = FileUtils::applicationDataDirectory(false);
+  EXPECT_FALSE(home.empty());
+  EXPECT_EQ(FileUtils::applicationDataDirectory(), FileUtils::join(home, "Zarn Media Server"));
+
+  preferredPath = dir.path();
+  const std::string preferred = dir / "Zarn Media Server";
+  EXPECT_EQ(FileUtils::applicationDataDirectory(), preferred);
+  EXPECT_EQ(FileUtils::applicationDataDirectory(false), dir.path());
+  EXPECT_EQ(FileUtils::applicationDataDirectory(true, false), FileUtils::join(home, "Zarn Media Server"));
+  EXPECT_TRUE(FileUtils::isDirectory(FileUtils::databasesDirectory()));
+
+  FileUtils::setApplicationDataOverride(dir / "override");
+  EXPECT_EQ(FileUtils::applicationDataDirectory(), dir / "override");
+  EXPECT_EQ(FileUtils::logDirectory(), FileUtils::join(dir / "override", "Logs"));
+  EXPECT_EQ(FileUtils::applicationDataDirectory(false), dir.path());  // the override is a product directory
+  FileUtils::setApplicationDataOverride("");
+  FileUtils::setLocalAppDataPathReader(nullptr);
+}
+
+}  // namespace
+}  // namespace zarn

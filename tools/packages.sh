@@ -1,0 +1,28 @@
+# Debian packages, by what needs them; sourced by ./dev.
+# shellcheck shell=bash disable=SC2034
+
+packages_build=(
+  ca-certificates git cmake ninja-build ccache dpkg-dev
+  g++-mingw-w64-x86-64-posix mingw-w64-tools libz-mingw-w64-dev
+  libexpected-dev googletest perl make xz-utils
+)
+packages_native=(
+  g++ clang libclang-rt-14-dev
+  libboost1.81-dev libboost-thread1.81-dev libboost-filesystem1.81-dev libboost-date-time1.81-dev
+  libcurl4-openssl-dev libssl-dev libfmt-dev zlib1g-dev libgtest-dev
+)
+packages_wine=(wine64 nginx-light openssl osslsigncode python3)
+packages_lint=(clang-format clang-tidy shellcheck)
+
+# Installs what is missing of the packages named, and says what it does.
+install_packages() {
+  local missing=() name
+  for name in "$@"; do
+    dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null | grep -qx installed || missing+=("$name")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+  say "Installing ${#missing[@]} Debian packages: ${missing[*]}"
+  step "package lists" "$build/logs/apt-update.log" as_root env DEBIAN_FRONTEND=noninteractive apt-get update
+  step "packages" "$build/logs/apt-install.log" \
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"
+}
