@@ -1,0 +1,106 @@
+"""The demo: one update from request to restart, told as a short story."""
+
+import argparse
+import pathlib
+import shutil
+import textwrap
+import time
+
+import stage
+
+
+def heading(text):
+    print(f"\n--- {text}")
+
+
+def tell(text):
+    print(textwrap.fill(text, 96, initial_indent="    ", subsequent_indent="    "))
+
+
+def show(text, keep=lambda line: True):
+    for line in text.splitlines():
+        if line.strip() and keep(line):
+            print(f"      | {line.rstrip()[:150]}")
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", type=pathlib.Path, required=True)
+    parser.add_argument("--dist", type=pathlib.Path, required=True)
+    parser.add_argument("--work", type=pathlib.Path, required=True)
+    options = parser.parse_args()
+    accounts = stage.AccountService(options.work / "account-service")
+    machine = stage.Machine(options.work / "machine")
+    try:
+        play(options, accounts, machine)
+    finally:
+        machine.stop()
+        accounts.stop()
+
+
+def wait_for(machine, state):
+    for _ in range(200):
+        if state in machine.wine("sc", "query", stage.SERVICE, check=False).stdout:
+            return
+        time.sleep(0.1)
+    raise RuntimeError(f"the service did not reach {state}")
+
+
+def play(options, accounts, machine):
+    programs = options.build / "tests" / "e2e"
+    heading("A publisher signs an update")
+    publisher = stage.Publisher(options.work / "publisher")
+    bundles = stage.make_bundles(publisher, programs / "genuine_installer.exe", programs / "intruder_installer.exe",
+                                 options.work / "bundles")
+    digest = publisher.digest(publisher.approved)
+    tell(f"approved.exe is signed (Authenticode) by a certificate with the SHA-256 digest {digest[:16]}...")
+
+    heading("The account service approves that certificate, over HTTPS")
+    accounts.approve(digest)
+    servers = accounts.start()
+    show(accounts.profile.read_text())
+    tell(f"served by nginx at https://{servers['good']}/api/zmscert/profile")
+
+    heading("A machine gets the service")
+    machine.make({"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": servers["good"]})
+    machine.lay_out(options.dist, servers["ca"])
+    machine.wine(programs / "trust_root.exe", machine.windows(publisher.root.with_suffix(".der")))
+    program = stage.INSTALL_DIR + r"\ZarnUpdateService.exe"
+    machine.wine("sc", "create", stage.SERVICE, "binPath=", f'"{program}"', "type=", "own", "start=", "demand")
+    machine.wine("sc", "start", stage.SERVICE)
+    wait_for(machine, "RUNNING")
+    show(machine.wine("sc", "query", stage.SERVICE).stdout, lambda line: "STATE" in line or "SERVICE_NAME" in line)
+    plan = machine.path(r"C:\zarn-test\plan.txt")
+    plan.write_text("exit=0\nlog=Zarn Media Server Setup.log\n")
+    client = options.dist / "zarn-update.exe"
+
+    heading("A caller asks for a bundle that is not signed")
+    refused = machine.wine(client, "install", machine.windows(bundles / "unsigned.exe"), check=False)
+    show(refused.stdout)
+    runs = machine.path(r"C:\zarn-test\runs.txt")
+    if refused.returncode == 0 or runs.exists():
+        raise RuntimeError("an unsigned bundle was not refused")
+    tell("Refused, and nothing ran.")
+
+    heading("A caller asks for the signed bundle")
+    installed = machine.wine(client, "install", machine.windows(bundles / "approved.exe"), check=False)
+    show(installed.stdout)
+    if installed.returncode != 0:
+        raise RuntimeError("the signed bundle was not installed")
+    tell("What ran, by the installer's own record:")
+    show(runs.read_text())
+
+    heading("The service ends itself to be restarted (exit code 1467)")
+    wait_for(machine, "STOPPED")
+    logs = next(machine.prefix.glob("drive_c/users/*/AppData/Local/Zarn Media Server/Logs"))
+    tell("The installer's logs were collected:")
+    for file in sorted((logs / "Installer Logs").iterdir()):
+        print(f"      | {file.name}")
+    tell("The service's own account of it:")
+    show((logs / "Zarn Update Service.log").read_text(errors="replace"))
+    shutil.copytree(logs, options.work / "Logs", dirs_exist_ok=True)
+    print()
+    tell(f"All of it is kept in {options.work.relative_to(stage.ROOT)}.")
+
+
+main()

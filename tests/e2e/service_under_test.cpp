@@ -1,0 +1,148 @@
+#include "e2e/service_under_test.h"
+
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include "support/temp_directory.h"
+#include "util/file_utils.h"
+
+namespace zarn::testing {
+namespace {
+
+constexpr wchar_t kName[] = L"ZarnUpdateService";
+constexpr wchar_t kProgram[] = LR"("C:\Program Files\Zarn Update Service\ZarnUpdateService.exe")";
+constexpr char kPlan[] = R"(C:\zarn-test\plan.txt)";
+constexpr char kRuns[] = R"(C:\zarn-test\runs.txt)";
+
+[[noreturn]] void fail(const char* what) {
+  throw std::runtime_error(std::string(what) + " failed: " + std::to_string(GetLastError()));
+}
+
+}  // namespace
+
+bool waitUntil(const std::function<bool()>& condition, std::chrono::seconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
+std::map<std::string, std::string> stageSettings() {
+  std::map<std::string, std::string> result;
+  std::istringstream lines(readFile(R"(C:\zarn-test\stage.txt)"));
+  for (std::string line; std::getline(lines, line);) {
+    while (!line.empty() && line.back() == '\r') line.pop_back();
+    if (const auto equals = line.find('='); equals != std::string::npos) {
+      result[line.substr(0, equals)] = line.substr(equals + 1);
+    }
+  }
+  return result;
+}
+
+ServiceUnderTest::ServiceUnderTest() : manager_(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)) {
+  if (!manager_) fail("OpenSCManagerW");
+  service_.reset(OpenServiceW(manager_.get(), kName, SERVICE_ALL_ACCESS));
+  if (!service_) {
+    service_.reset(CreateServiceW(manager_.get(), kName, L"Zarn Update Service", SERVICE_ALL_ACCESS,
+                                  SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, kProgram,
+                                  nullptr, nullptr, nullptr, nullptr, nullptr));
+  }
+  if (!service_) fail("CreateServiceW");
+}
+
+SERVICE_STATUS_PROCESS ServiceUnderTest::status() const {
+  SERVICE_STATUS_PROCESS result{};
+  DWORD needed = 0;
+  if (QueryServiceStatusEx(service_.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&result), sizeof(result),
+                           &needed) == 0) {
+    fail("QueryServiceStatusEx");
+  }
+  return result;
+}
+
+void ServiceUnderTest::start() {
+  if (isRunning()) return;
+  if (!waitUntil([&] { return status().dwCurrentState == SERVICE_STOPPED; })) fail("waiting for the end");
+  if (StartServiceW(service_.get(), 0, nullptr) == 0) fail("StartServiceW");
+  if (!waitUntil([&] { return isRunning(); })) fail("waiting for the start");
+  // The state is reported just before the listener is up.
+  if (!waitForLogLine("Listening for remote procedure calls...")) fail("waiting for the listener");
+}
+
+KernelHandle ServiceUnderTest::process() const {
+  KernelHandle handle(
+      OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION | PROCESS_TERMINATE, FALSE, status().dwProcessId));
+  if (!handle) fail("OpenProcess");
+  return handle;
+}
+
+DWORD ServiceUnderTest::waitForExit(const KernelHandle& process, std::chrono::seconds limit) {
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(limit).count();
+  WaitForSingleObject(process.get(), static_cast<DWORD>(milliseconds));
+  DWORD code = STILL_ACTIVE;
+  if (GetExitCodeProcess(process.get(), &code) == 0) fail("GetExitCodeProcess");
+  return code;
+}
+
+void ServiceUnderTest::requestStop() {
+  SERVICE_STATUS ignored{};
+  if (ControlService(service_.get(), SERVICE_CONTROL_STOP, &ignored) == 0) fail("ControlService");
+}
+
+DWORD ServiceUnderTest::stop() {
+  const KernelHandle running = process();
+  requestStop();
+  return waitForExit(running);
+}
+
+std::string ServiceUnderTest::logDirectory() { return FileUtils::logDirectory(true, false); }
+
+std::string ServiceUnderTest::log(int number) {
+  const std::string suffix = number == 0 ? ".log" : "." + std::to_string(number) + ".log";
+  return readFile(FileUtils::join(logDirectory(), "Zarn Update Service" + suffix));
+}
+
+bool ServiceUnderTest::waitForLogLine(const std::string& text, int number) {
+  return waitUntil([&] { return log(number).find(text) != std::string::npos; });
+}
+
+std::string ServiceUnderTest::stagedCopy() {
+  return FileUtils::join(FileUtils::toUtf8(boost::filesystem::temp_directory_path()), "ZarnMediaServerUpdate.exe");
+}
+
+std::vector<InstallerRun> ServiceUnderTest::installerRuns() {
+  std::map<std::string, InstallerRun> running;
+  std::vector<std::string> order;
+  std::istringstream lines(readFile(kRuns));
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream fields(line);
+    std::string event;
+    std::string who;
+    std::string process;
+    unsigned long long time = 0;
+    fields >> event >> who >> process >> time;
+    const std::string key = who + process;
+    if (event == "start") {
+      order.push_back(key);
+      InstallerRun& run = running[key];
+      run.who = who;
+      run.startedMs = time;
+      std::getline(fields >> std::ws, run.commandLine);
+    } else {
+      running[key].endedMs = time;
+    }
+  }
+  std::vector<InstallerRun> result;
+  for (const auto& key : order) result.push_back(running[key]);
+  return result;
+}
+
+void ServiceUnderTest::forgetInstallerRuns() { DeleteFileA(kRuns); }
+
+void ServiceUnderTest::planInstaller(const std::string& lines) { writeFile(kPlan, lines); }
+
+}  // namespace zarn::testing

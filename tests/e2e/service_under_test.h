@@ -1,0 +1,73 @@
+// The installed service as an administrator and the media server see it: through
+// the service control manager, its files and its log.
+#pragma once
+
+#include <windows.h>
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "util/windows_handles.h"
+
+namespace zarn::testing {
+
+struct ServiceHandleTraits {
+  using Handle = SC_HANDLE;
+  static Handle invalid() noexcept { return nullptr; }
+  static void close(Handle handle) noexcept { CloseServiceHandle(handle); }
+};
+using ServiceHandle = ScopedHandle<ServiceHandleTraits>;
+
+/// Polls until `condition` holds; false when `limit` has passed without it.
+bool waitUntil(const std::function<bool()>& condition, std::chrono::seconds limit = std::chrono::seconds(20));
+
+/// "name=value" lines that the stage wrote: where bundles and profile lie.
+std::map<std::string, std::string> stageSettings();
+
+/// One run of the stand-in installer, from its record.
+struct InstallerRun {
+  std::string who;  // "genuine" or "intruder"
+  unsigned long long startedMs = 0;
+  unsigned long long endedMs = 0;  // 0: still running, or cut
+  std::string commandLine;
+};
+
+class ServiceUnderTest {
+ public:
+  /// Registers the service (own process, demand start) when it is not yet registered.
+  ServiceUnderTest();
+
+  /// Starts it when it is not running and waits until it runs.
+  void start();
+  /// Sends the stop control and returns when the control manager has answered.
+  void requestStop();
+  /// Asks it to stop and waits until its process has ended; its exit code.
+  DWORD stop();
+  [[nodiscard]] SERVICE_STATUS_PROCESS status() const;
+  [[nodiscard]] bool isRunning() const { return status().dwCurrentState == SERVICE_RUNNING; }
+
+  /// The running process, to be waited for later.
+  [[nodiscard]] KernelHandle process() const;
+  /// Exit code of a process, once it has ended; STILL_ACTIVE after `limit`.
+  static DWORD waitForExit(const KernelHandle& process, std::chrono::seconds limit = std::chrono::seconds(30));
+
+  // ---- What it leaves behind ----------------------------------------------------
+  static std::string logDirectory();
+  /// Text of log file `number` (0: the current one).
+  static std::string log(int number = 0);
+  static bool waitForLogLine(const std::string& text, int number = 0);
+  static std::string stagedCopy();
+  static std::vector<InstallerRun> installerRuns();
+  static void forgetInstallerRuns();
+  /// What the next installer does, as lines of its plan.
+  static void planInstaller(const std::string& lines);
+
+ private:
+  ServiceHandle manager_;
+  ServiceHandle service_;
+};
+
+}  // namespace zarn::testing
