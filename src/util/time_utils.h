@@ -13,7 +13,7 @@ namespace zarn::TimeUtils {
 /// zero, when that fails too (which is logged).
 [[nodiscard]] bool epochToLocal(std::int64_t seconds, std::tm& out);
 
-/// False, with the daylight flag 0 and one logged error, when it fails.
+/// False, with all fields zero and one logged error, when it fails.
 [[nodiscard]] bool epochToUtc(std::int64_t seconds, std::tm& out);
 
 /// Whether the fields are within their ranges, for the years 0 to 9999. Leap

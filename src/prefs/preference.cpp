@@ -1,0 +1,174 @@
+#include "prefs/preference.h"
+
+#include <utility>
+
+#include "prefs/preferences.h"
+#include "prefs/value_text.h"
+#include "util/logging.h"
+#include "util/printable.h"
+
+namespace zarn {
+
+std::string_view preferenceTypeText(PreferenceType type) noexcept {
+  switch (type) {
+    case PreferenceType::Bool:
+      return "bool";
+    case PreferenceType::Int:
+      return "int";
+    case PreferenceType::Double:
+      return "double";
+    case PreferenceType::Text:
+      break;
+  }
+  return "text";
+}
+
+MediaObject::MediaObject(std::string key, std::string secondKey)
+    : key_(std::move(key)), secondKey_(std::move(secondKey)) {}
+
+std::shared_ptr<MediaObject> MediaObject::createFromRow(Row row) const {
+  return std::make_shared<MediaObject>(row.empty() ? std::string() : row.front());
+}
+
+Preference::Preference(std::string identifier, PreferenceType type, std::string defaultText,
+                       PreferenceFlags flags, std::string group, std::string featureId, std::string extra,
+                       Overrides overrides)
+    : MediaObject(std::move(identifier)),
+      defaultValue_(std::move(defaultText)),
+      type_(type),
+      flags_(flags),
+      group_(std::move(group)),
+      featureId_(std::move(featureId)),
+      extra_(std::move(extra)),
+      overrides_(std::move(overrides)) {}
+
+Preference::Preference(std::string identifier, const char* defaultText, PreferenceFlags flags,
+                       std::string group, std::string featureId, std::string extra, Overrides overrides)
+    : Preference(std::move(identifier), PreferenceType::Text, defaultText, flags, std::move(group),
+                 std::move(featureId), std::move(extra), std::move(overrides)) {
+  if (const std::string* const text = overrideText()) defaultValue_ = *text;
+}
+
+Preference::Preference(std::string identifier, bool defaultBool, PreferenceFlags flags, std::string group,
+                       std::string featureId, std::string extra, Overrides overrides)
+    : Preference(std::move(identifier), PreferenceType::Bool, defaultBool ? "true" : "false", flags,
+                 std::move(group), std::move(featureId), std::move(extra), std::move(overrides)) {
+  const std::string* const text = overrideText();
+  if (text == nullptr) return;
+  if (equalsIgnoringCase(*text, "true")) {
+    defaultValue_ = "true";
+  } else if (equalsIgnoringCase(*text, "false")) {
+    defaultValue_ = "false";
+  } else {
+    reportInvalidOverride(*text);
+  }
+}
+
+Preference::Preference(std::string identifier, std::int32_t defaultInt, PreferenceFlags flags,
+                       std::string group, std::string featureId, std::string extra, Overrides overrides)
+    : Preference(std::move(identifier), PreferenceType::Int, std::to_string(defaultInt), flags,
+                 std::move(group), std::move(featureId), std::move(extra), std::move(overrides)) {
+  overrideInt();
+}
+
+Preference::Preference(std::string identifier, std::uint16_t defaultInt, PreferenceFlags /*flags*/,
+                       std::string group, std::string featureId, std::string extra, Overrides overrides)
+    : Preference(std::move(identifier), std::int32_t{defaultInt}, PreferenceFlags::Hidden, std::move(group),
+                 std::move(featureId), std::move(extra), std::move(overrides)) {}
+
+Preference::Preference(std::string identifier, double defaultDouble, PreferenceFlags flags, std::string group,
+                       std::string featureId, std::string extra, Overrides overrides)
+    : Preference(std::move(identifier), PreferenceType::Double, doubleText(defaultDouble), flags,
+                 std::move(group), std::move(featureId), std::move(extra), std::move(overrides)) {
+  const std::string* const text = overrideText();
+  if (text == nullptr) return;
+  if (const auto value = parseDouble(*text)) {
+    defaultValue_ = doubleText(*value);
+  } else {
+    reportInvalidOverride(*text);
+  }
+}
+
+const std::string* Preference::overrideText() const {
+  const std::string* const text = overrides_ ? overrides_->find(key()) : nullptr;
+  return text != nullptr && !text->empty() ? text : nullptr;
+}
+
+void Preference::overrideInt() {
+  const std::string* const text = overrideText();
+  if (text == nullptr) return;
+  if (const auto value = parseInt(*text)) {
+    defaultValue_ = std::to_string(*value);
+  } else {
+    reportInvalidOverride(*text);
+  }
+}
+
+void Preference::reportInvalidOverride(std::string_view text) const {
+  logLine(LogLevel::Warn, "Preferences: invalid default value: %s=%s", key(), printable(text));
+}
+
+void Preference::fillAttributes(const Preferences& store) {
+  setAttribute("id", key());
+  setAttribute("label", label_);
+  setAttribute("summary", summary_);
+  setAttribute("type", preferenceTypeText(type_));
+  const auto setDefaultAndValue = [this](const auto& defaultValue, const auto& value) {
+    setAttribute("default", defaultValue);
+    setAttribute("value", value);
+  };
+  switch (type_) {
+    case PreferenceType::Bool:
+      setDefaultAndValue(defaultAsBool(), store.getBool(key()));
+      break;
+    case PreferenceType::Text:
+      setDefaultAndValue(defaultAsText(), store.getString(key()));
+      break;
+    case PreferenceType::Int:
+      setDefaultAndValue(defaultAsInt(), store.getInt(key()));
+      break;
+    case PreferenceType::Double:
+      setDefaultAndValue(defaultAsDouble(), store.getDouble(key()));
+      break;
+  }
+  setAttribute("hidden", has(PreferenceFlags::Hidden));
+  setAttribute("advanced", has(PreferenceFlags::Advanced));
+  setAttribute("group", group_);
+  if (enumValues_.empty()) {
+    removeAttribute("enumValues");
+  } else {
+    setAttribute("enumValues", enumValues_);
+  }
+}
+
+std::shared_ptr<Preference> Preference::clone() const {
+  return std::make_shared<Preference>(key(), defaultValue_.c_str(), flags_, group_, std::string(),
+                                      std::string(), overrides_);
+}
+
+bool Preference::defaultAsBool() const {
+  return type_ == PreferenceType::Bool && defaultValue_ == "true";
+}
+
+std::string Preference::defaultAsText() const {
+  return type_ == PreferenceType::Text ? defaultValue_ : std::string();
+}
+
+std::int32_t Preference::defaultAsInt() const {
+  if (type_ != PreferenceType::Int) return 0;
+  const auto value = parseInt(defaultValue_);
+  if (!value) throw ConversionError("the default of " + key() + " is no integer");
+  return *value;
+}
+
+double Preference::defaultAsDouble() const {
+  return type_ == PreferenceType::Double ? parseDouble(defaultValue_).value_or(0.0) : 0.0;
+}
+
+void Preference::setDisplayTexts(std::string label, std::string summary, std::string enumValues) {
+  label_ = std::move(label);
+  summary_ = std::move(summary);
+  enumValues_ = std::move(enumValues);
+}
+
+}  // namespace zarn

@@ -1,0 +1,10 @@
+#include "prefs/preferences_platform.h"
+#include "prefs/test_preferences.h"
+
+namespace zarn::platform {
+
+std::unique_ptr<Preferences> makePreferences() {
+  return std::make_unique<TestPreferences>();
+}
+
+}  // namespace zarn::platform

@@ -1,0 +1,71 @@
+#include "system/power_manager.h"
+
+#include "prefs/preferences.h"
+#include "util/logging.h"
+#include "util/windows_handles.h"
+
+namespace zarn {
+namespace {
+
+constexpr char kThreadName[] = "WindowsPowerManagerThread";
+
+DWORD WINAPI powerManagerThread(void* argument) {
+  const auto* const state = static_cast<const PowerManagerState*>(argument);
+  for (;;) {
+    // An exception must not leave the thread, and no failure ends it.
+    try {
+      runPowerManagerRound(*state, PowerManagerCalls::system());
+    } catch (const std::exception& error) {
+      logLine(LogLevel::Error, "%s: %s", kThreadName, error.what());
+    }
+  }
+}
+
+void logStartFailure() {
+  logLine(LogLevel::Error, "CreateThread(WindowsPowerManagerThread) failed: 0x%x", GetLastError());
+}
+
+}  // namespace
+
+const PowerManagerCalls& PowerManagerCalls::system() noexcept {
+  static constexpr PowerManagerCalls calls = {
+      .waitFor = [](HANDLE event) { return WaitForSingleObjectEx(event, INFINITE, FALSE); },
+      .setExecutionState = [](EXECUTION_STATE flags) { return SetThreadExecutionState(flags); },
+      .createEvent =
+          [] { return CreateEventExW(nullptr, nullptr, 0, SYNCHRONIZE | DELETE | EVENT_MODIFY_STATE); },
+      .createThread = [](LPTHREAD_START_ROUTINE body,
+                         void* argument) { return CreateThread(nullptr, 0, body, argument, 0, nullptr); },
+  };
+  return calls;
+}
+
+PowerManagerState& powerManagerState() noexcept {
+  static constinit PowerManagerState state;
+  return state;
+}
+
+void startPowerManager(const PowerManagerCalls& calls) {
+  PowerManagerState& state = powerManagerState();
+  state.wakeEvent = calls.createEvent();
+  if (state.wakeEvent == nullptr) logStartFailure();
+  const KernelHandle thread(calls.createThread(powerManagerThread, &state));
+  if (!thread) logStartFailure();
+}
+
+void runPowerManagerRound(const PowerManagerState& state, const PowerManagerCalls& calls) {
+  if (calls.waitFor(state.wakeEvent) != WAIT_OBJECT_0) {
+    logLine(LogLevel::Error, "WaitForSingleObject failed: 0x%x", GetLastError());
+    return;
+  }
+  EXECUTION_STATE flags = ES_CONTINUOUS;
+  if (!state.idle) {
+    flags |= ES_SYSTEM_REQUIRED;
+    if (Preferences::instance().getBool("AwayModeSupported")) flags |= ES_AWAYMODE_REQUIRED;
+  }
+  if (calls.setExecutionState(flags) == 0) {
+    logLine(LogLevel::Error, "SetThreadExecutionState(%d) failed: 0x%x", static_cast<std::int32_t>(flags),
+            GetLastError());
+  }
+}
+
+}  // namespace zarn
