@@ -1,0 +1,51 @@
+// Owners for libcurl's objects, and its process-wide start.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <memory>
+
+namespace zarn {
+
+struct EasyHandleDeleter {
+  void operator()(CURL* handle) const noexcept { curl_easy_cleanup(handle); }
+};
+using EasyHandle = std::unique_ptr<CURL, EasyHandleDeleter>;
+
+struct MultiHandleDeleter {
+  void operator()(CURLM* handle) const noexcept { curl_multi_cleanup(handle); }
+};
+using MultiHandle = std::unique_ptr<CURLM, MultiHandleDeleter>;
+
+struct ShareHandleDeleter {
+  void operator()(CURLSH* handle) const noexcept { curl_share_cleanup(handle); }
+};
+using ShareHandle = std::unique_ptr<CURLSH, ShareHandleDeleter>;
+
+struct StringListDeleter {
+  void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
+};
+using StringList = std::unique_ptr<curl_slist, StringListDeleter>;
+
+struct FormDeleter {
+  void operator()(curl_httppost* form) const noexcept { curl_formfree(form); }
+};
+using Form = std::unique_ptr<curl_httppost, FormDeleter>;
+
+struct UrlDeleter {
+  void operator()(CURLU* url) const noexcept { curl_url_cleanup(url); }
+};
+using Url = std::unique_ptr<CURLU, UrlDeleter>;
+
+struct CurlTextDeleter {
+  void operator()(char* text) const noexcept { curl_free(text); }
+};
+using CurlText = std::unique_ptr<char, CurlTextDeleter>;
+
+/// Starts libcurl, once; to be called before anything else of it. Before that it
+/// takes SSLKEYLOGFILE out of the process's environment: libcurl would write the
+/// session keys there, and the preference TLSKeyLogPath is to be the only way to
+/// ask for them. Throws CURLException when libcurl cannot start.
+void initializeCurl();
+
+}  // namespace zarn

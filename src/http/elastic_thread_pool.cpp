@@ -1,0 +1,130 @@
+#include "http/elastic_thread_pool.h"
+
+#include <boost/asio/post.hpp>
+#include <utility>
+
+#include "util/logging.h"
+#include "util/printable.h"
+#include "util/system_error.h"
+
+namespace zarn {
+
+ElasticThreadPool::ElasticThreadPool(std::size_t lowerBound, std::size_t maxThreads,
+                                     std::chrono::milliseconds idleTime, Task beforeThreadStart)
+    : lowerBound_(lowerBound),
+      maxThreads_(maxThreads),
+      idleTime_(idleTime),
+      beforeThreadStart_(std::move(beforeThreadStart)),
+      workQueue_(std::make_shared<boost::asio::io_context>()),
+      keepOpen_(boost::asio::make_work_guard(*workQueue_)) {}
+
+ElasticThreadPool::~ElasticThreadPool() {
+  inService_ = false;
+  keepOpen_.reset();  // from here on the queue ends when it is empty
+  joinWorkers();
+  workQueue_->run();  // what was posted while the system made no threads
+  joinWorkers();
+}
+
+void ElasticThreadPool::post(Task task) {
+  const std::size_t demand = ++outstanding_;
+  growIfNeeded(demand);
+  try {
+    boost::asio::post(*workQueue_, [this, task = std::move(task), poster = currentThreadId()] {
+      runTask(task, poster);
+      --outstanding_;
+    });
+  } catch (...) {
+    --outstanding_;
+    throw;
+  }
+}
+
+void ElasticThreadPool::growIfNeeded(std::size_t demand) {
+  const auto tooFew = [&] { return demand > threadCount_ && threadCount_ < maxThreads_; };
+  if (!tooFew()) return;
+  const MutexLock lock(mutex_);
+  if (tooFew()) addWorker();
+}
+
+void ElasticThreadPool::addWorker() {
+  ++threadCount_;
+  try {
+    if (beforeThreadStart_) beforeThreadStart_();
+    boost::thread worker(&ElasticThreadPool::work, this);
+    const auto id = worker.get_id();
+    workers_.emplace(id, std::move(worker));
+  } catch (const std::exception& error) {
+    const std::size_t size = --threadCount_;
+    logLine(LogLevel::Error, "Thread: Couldn't add a new thread to the pool of size %zu: %s", size,
+            printable(error.what()));
+  }
+}
+
+void ElasticThreadPool::work() {
+  const auto queue = workQueue_;
+  for (;;) {
+    const auto deadline = std::chrono::steady_clock::now() + idleTime_;
+    if (queue->run_one_until(deadline) != 0) continue;
+    if (!mustStay(threadCount_) && leave()) return;
+  }
+}
+
+bool ElasticThreadPool::mustStay(std::size_t threads) const noexcept {
+  return outstanding_ >= threads || (threads <= lowerBound_ && inService_);
+}
+
+bool ElasticThreadPool::leave() {
+  boost::thread before;
+  {
+    const MutexLock lock(mutex_);
+    // Counted out before the test: a post that comes in between either sees the
+    // smaller pool and adds a worker, or is seen by the test.
+    const std::size_t threads = threadCount_--;
+    if (mustStay(threads)) {
+      ++threadCount_;
+      return false;
+    }
+    const auto self = workers_.find(boost::this_thread::get_id());
+    if (self != workers_.end()) {
+      before = std::exchange(departed_, std::move(self->second));
+      workers_.erase(self);
+    }
+  }
+  if (before.joinable()) before.join();
+  return true;
+}
+
+void ElasticThreadPool::joinWorkers() {
+  for (;;) {
+    boost::thread worker;
+    {
+      const MutexLock lock(mutex_);
+      if (departed_.joinable()) {
+        worker = std::move(departed_);
+      } else if (!workers_.empty()) {
+        worker = std::move(workers_.begin()->second);
+        workers_.erase(workers_.begin());
+      } else {
+        return;
+      }
+    }
+    worker.join();
+  }
+}
+
+void ElasticThreadPool::runTask(const Task& task, std::uint32_t poster) noexcept {
+  try {
+    task();
+  } catch (const std::exception& error) {
+    logLine(LogLevel::Error,
+            "Thread: Uncaught exception running async task which was spawned by thread %04d: %s", poster,
+            printable(error.what()));
+  } catch (...) {
+    logLine(LogLevel::Error,
+            "Thread: Uncaught exception running async task which was spawned by thread %04d: unknown",
+            poster);
+  }
+}
+
+}  // namespace zarn
