@@ -17,6 +17,8 @@ target_link_libraries(zarn_fmt INTERFACE fmt::fmt)
 
 add_library(zarn_curl INTERFACE)
 if(WIN32)
+  # Otherwise curl's own configuration finds zlib's import library, and the program needs its DLL.
+  set(ZLIB_USE_STATIC_LIBS ON)
   find_package(CURL 7.88 REQUIRED CONFIG)
   target_link_libraries(zarn_curl INTERFACE CURL::libcurl OpenSSL::SSL OpenSSL::Crypto ws2_32 crypt32 bcrypt)
   target_link_libraries(zarn_boost INTERFACE ws2_32 mswsock)

@@ -39,8 +39,9 @@ endif()
 if(WIN32)
   target_compile_definitions(zarn_flags INTERFACE UNICODE _UNICODE)
   target_compile_options(zarn_flags INTERFACE -ffunction-sections -fdata-sections)
-  target_link_options(zarn_flags INTERFACE -static -Wl,--gc-sections -Wl,--high-entropy-va -Wl,--dynamicbase
-                      -Wl,--nxcompat)
+  # -fstack-protector-strong again: the linker takes its run-time from this flag.
+  target_link_options(zarn_flags INTERFACE -static -fstack-protector-strong -Wl,--gc-sections -Wl,--high-entropy-va
+                      -Wl,--dynamicbase -Wl,--nxcompat)
 endif()
 
 # zarn_library(NAME FILES... [WIN FILES...] [POSIX FILES...] [LINK TARGETS...])
