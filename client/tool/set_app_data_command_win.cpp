@@ -1,0 +1,28 @@
+#include <windows.h>
+
+#include "client/tool/commands.h"
+#include "client/tool/service_call_win.h"
+#include "util/printable.h"
+#include "util/string_utils.h"
+
+namespace zarn::tool {
+
+Answer runSetAppData(const Arguments& arguments) {
+  const std::wstring directory = absolutePath(arguments.target);
+  const std::string shown = printable(StringUtils::utf16to8(directory));
+  const DWORD attributes =
+      directory.empty() ? INVALID_FILE_ATTRIBUTES : GetFileAttributesW(directory.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+    return failure(ExitCode::LocalFailure, "There is no such folder: " + shown + ".");
+  }
+  const auto result = client::UpdateClient().setAppDataPath(directory);
+  if (!result.ok()) return noAnswer(result.error());
+  Answer answer;
+  answer.json["directory"] = StringUtils::utf16to8(directory);
+  answer.text = "The service was told: " + shown +
+                "\nIts logs are in \"Zarn Media Server\\Logs\" there, if it could "
+                "use the folder; see zarn-update status.\n";
+  return answer;
+}
+
+}  // namespace zarn::tool
