@@ -1,0 +1,132 @@
+#include "client/update_client.h"
+
+#include <windows.h>
+
+#include <utility>
+
+#include "client/guarded_call.h"
+#include "update/interface/update_interface.h"
+#include "util/scoped_handle.h"
+
+namespace zarn::client {
+namespace {
+
+using update_interface::kClientStub;
+using update_interface::Procedure;
+using update_interface::procedureFormat;
+
+struct BindingTraits {
+  using Handle = RPC_BINDING_HANDLE;
+  static Handle invalid() noexcept { return nullptr; }
+  static void close(Handle handle) noexcept { RpcBindingFree(&handle); }
+};
+using Binding = ScopedHandle<BindingTraits>;
+
+struct RpcTextTraits {
+  using Handle = RPC_WSTR;
+  static Handle invalid() noexcept { return nullptr; }
+  static void close(Handle text) noexcept { RpcStringFreeW(&text); }
+};
+using RpcText = ScopedHandle<RpcTextTraits>;
+
+/// The RPC calls lack const where they only read.
+RPC_WSTR rpcText(const wchar_t* text) noexcept {
+  return reinterpret_cast<RPC_WSTR>(const_cast<wchar_t*>(text));
+}
+
+CallError failed(RPC_STATUS status) noexcept {
+  const auto code = static_cast<std::uint32_t>(status);
+  switch (status) {
+    case RPC_S_SERVER_UNAVAILABLE:
+    case RPC_S_NOT_LISTENING:
+    case RPC_S_UNKNOWN_IF:
+    case EPT_S_NOT_REGISTERED:
+      return {CallFailure::NotRunning, code};
+    case RPC_S_ACCESS_DENIED:
+      return {CallFailure::Refused, code};
+    case RPC_S_CALL_FAILED:
+    case RPC_S_CALL_FAILED_DNE:
+      return {CallFailure::Interrupted, code};
+    default:
+      return {CallFailure::Other, code};
+  }
+}
+
+/// Sealed messages, where the machine has the provider for them. Systems without
+/// it carry local calls all the same.
+RPC_STATUS askForPrivacy(RPC_BINDING_HANDLE binding) noexcept {
+  const RPC_STATUS status = RpcBindingSetAuthInfoW(binding, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY,
+                                                   RPC_C_AUTHN_WINNT, nullptr, RPC_C_AUTHZ_NONE);
+  return status == RPC_S_UNKNOWN_AUTHN_SERVICE ? RPC_S_OK : status;
+}
+
+RPC_STATUS bind(const std::wstring& endpoint, Binding& binding) noexcept {
+  RpcText text;
+  RPC_STATUS status = RpcStringBindingComposeW(nullptr, rpcText(update_interface::kProtocolSequence), nullptr,
+                                               rpcText(endpoint.c_str()), nullptr, text.receive());
+  if (status != RPC_S_OK) return status;
+  status = RpcBindingFromStringBindingW(text.get(), binding.receive());
+  return status == RPC_S_OK ? askForPrivacy(binding.get()) : status;
+}
+
+/// One call's arguments and answers; plain data, since a failed call leaves its
+/// frames without running destructors.
+struct Call {
+  RPC_BINDING_HANDLE binding;
+  const wchar_t* path;
+  long status;
+  long exitCode;
+};
+
+void callSetLocalAppDataPath(void* context) {
+  const auto* const call = static_cast<Call*>(context);
+  NdrClientCall2(&kClientStub, procedureFormat(Procedure::SetLocalAppDataPath), call->binding, call->path);
+}
+
+void callCheckBundle(void* context) {
+  auto* const call = static_cast<Call*>(context);
+  call->status = static_cast<long>(
+      NdrClientCall2(&kClientStub, procedureFormat(Procedure::CheckBundle), call->binding, call->path)
+          .Simple);
+}
+
+void callInstall(void* context) {
+  auto* const call = static_cast<Call*>(context);
+  call->status = static_cast<long>(NdrClientCall2(&kClientStub, procedureFormat(Procedure::Install),
+                                                  call->binding, call->path, &call->exitCode)
+                                       .Simple);
+}
+
+Result<Call> perform(const std::wstring& endpoint, const std::wstring& path, void (*routine)(void*)) {
+  if (path.find(L'\0') != std::wstring::npos) return CallError{CallFailure::InvalidPath, 0};
+  Binding binding;
+  if (const RPC_STATUS status = bind(endpoint, binding); status != RPC_S_OK) return failed(status);
+  Call call{binding.get(), path.c_str(), 0, 0};
+  const std::uint32_t raised = callCatchingRpcExceptions(routine, &call);
+  if (raised != 0) return failed(static_cast<RPC_STATUS>(raised));
+  return call;
+}
+
+}  // namespace
+
+UpdateClient::UpdateClient(std::wstring endpoint) : endpoint_(std::move(endpoint)) {}
+
+Result<std::int32_t> UpdateClient::checkBundle(const std::wstring& bundlePath) const {
+  const Result<Call> call = perform(endpoint_, bundlePath, callCheckBundle);
+  if (!call.ok()) return call.error();
+  return std::int32_t{call.value().status};
+}
+
+Result<InstallAnswer> UpdateClient::install(const std::wstring& bundlePath) const {
+  const Result<Call> call = perform(endpoint_, bundlePath, callInstall);
+  if (!call.ok()) return call.error();
+  return InstallAnswer{call.value().status, call.value().exitCode};
+}
+
+Result<std::monostate> UpdateClient::setAppDataPath(const std::wstring& path) const {
+  const Result<Call> call = perform(endpoint_, path, callSetLocalAppDataPath);
+  if (!call.ok()) return call.error();
+  return std::monostate{};
+}
+
+}  // namespace zarn::client

@@ -1,0 +1,78 @@
+// The process: starts the log, makes the service and hands the main thread to
+// the service control manager. Every path ends here, never in the runtime.
+#include <windows.h>
+
+#include <exception>
+#include <string>
+
+#include "log/log.h"
+#include "service/end_process.h"
+#include "system/system_info.h"
+#include "update/update_service.h"
+#include "util/logging.h"
+#include "util/printable.h"
+#include "util/string_utils.h"
+#include "util/type_name.h"
+#include "util/version.h"
+
+namespace zarn {
+namespace {
+
+constexpr char kLogName[] = "Zarn Update Service";
+constexpr char kServiceName[] = "ZarnUpdateService";
+constexpr char kBuildPlatform[] = "windows-x86_64";
+
+/// DLLs that are loaded from here on come from the system directory only. What
+/// the program imports is found before any of its code runs; it imports system
+/// libraries only.
+void restrictDllSearch() noexcept {
+  SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+  SetDllDirectoryW(L"");
+}
+
+/// The first lines of every log file.
+void writeBanner() {
+  std::string vendor;
+  std::string device;
+  std::string model;
+  getPlatformInfo(vendor, device, model);
+  logLine(LogLevel::Info, "Zarn Update Service v%s - %s %s %s - build: %s", std::string_view(kVersion),
+          printable(vendor), printable(device), printable(model), std::string_view(kBuildPlatform));
+  logOSInformation();
+  logProcessorInformation();
+  logLine(LogLevel::Debug, "%s", printable(StringUtils::utf16to8(GetCommandLineW())));
+}
+
+/// Ends the process with 0 after a clean stop and after a standard exception
+/// alike; lets any other exception end it in the runtime's way.
+[[noreturn]] void runService() {
+  try {
+    logLine(LogLevel::Debug, "Creating UpdateService singleton");
+    UpdateService::instance().runAsService(kServiceName);
+  } catch (const std::exception& error) {
+    logLine(LogLevel::Error, "Error: Shutting down due to exception: %s, type: %s",
+            std::string_view(error.what()), typeName(error));
+  } catch (...) {
+    logLine(LogLevel::Error, "Error: Unknown exception, exiting");
+    shutLoggerDown();
+    throw;
+  }
+  endProcess(0);
+}
+
+}  // namespace
+}  // namespace zarn
+
+int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
+  zarn::restrictDllSearch();
+  // A runtime that ends the process in its own way must not ask anybody with a
+  // message box; nobody could answer it.
+  _set_error_mode(_OUT_TO_STDERR);
+
+  zarn::Log& log = zarn::Log::instance();
+  log.setFileOpenedRoutine(zarn::writeBanner);
+  log.start(zarn::kLogName);
+  log.configureNetworkLoggingFromEnvironment();
+  zarn::logLine(zarn::LogLevel::Debug, "Main Thread");
+  zarn::runService();
+}

@@ -1,0 +1,76 @@
+// One object as the Windows service of its process: connects to the service
+// control manager, reports every change of state and routes control requests.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace zarn {
+
+/// Derive, and call runAsService() on the one instance. Codes are Win32 error
+/// codes; 0 is success.
+class Win32Service {
+ public:
+  Win32Service() = default;
+  Win32Service(const Win32Service&) = delete;
+  Win32Service& operator=(const Win32Service&) = delete;
+
+  // ---- What the service does. Exactly these three are virtual.
+
+  /// On the service thread, before the service counts as running.
+  virtual std::uint32_t initialize() = 0;
+  /// On the service thread; blocks while the service works. Returns the exit code to report.
+  virtual std::uint32_t run() = 0;
+  /// Makes run() return. On the dispatcher's thread, while run() blocks.
+  virtual std::uint32_t stop() = 0;
+
+  // ---- The framework.
+
+  /// Blocks until the service has ended. `name` is UTF-8. Returns the error when
+  /// the control manager cannot be reached, as from a console. Throws
+  /// std::logic_error when the process has run a service before.
+  std::uint32_t runAsService(std::string_view name);
+
+  /// The life of the service, on a thread that the dispatcher makes.
+  void serviceMain();
+
+  /// One control request, on the dispatcher's thread. The control manager is
+  /// answered with success whatever this returns.
+  std::uint32_t serviceCtrlHandler(std::uint32_t control);
+
+  [[nodiscard]] const SERVICE_STATUS& status() const noexcept { return status_; }
+
+ protected:
+  // Never destroyed through this class: the process ends without it.
+  ~Win32Service() = default;
+
+ private:
+  // Each reports one state and answers 0, or logs and answers the error.
+  std::uint32_t sendServiceStartPending();
+  std::uint32_t sendServiceRunning();
+  std::uint32_t sendServiceStopPending();
+  std::uint32_t sendServiceStopped(std::uint32_t exitCode);
+
+  bool initializeGuarded();
+  std::uint32_t runGuarded();
+  void stopRunning();
+  std::uint32_t report(const SERVICE_STATUS& status, const char* operation);
+
+  std::wstring name_;
+  SERVICE_STATUS_HANDLE statusHandle_ = nullptr;
+  // The only copy of what was reported. Written without a lock from the service
+  // thread and, once the service runs, from the dispatcher's.
+  SERVICE_STATUS status_{};
+};
+
+/// The instance registered for this process.
+struct Win32ServiceRegistration {
+  [[nodiscard]] static Win32Service* instance() noexcept;
+  /// Lets a test program run one service after another.
+  static void forget() noexcept;
+};
+
+}  // namespace zarn

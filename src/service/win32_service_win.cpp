@@ -1,0 +1,195 @@
+#include <array>
+#include <atomic>
+#include <stdexcept>
+
+#include "service/service_control.h"
+#include "service/win32_service.h"
+#include "util/logging.h"
+#include "util/mutex.h"
+#include "util/string_utils.h"
+#include "util/system_error.h"
+#include "util/type_name.h"
+
+namespace zarn {
+namespace {
+
+constexpr DWORD kStartWaitHintMs = 1000;
+
+Mutex registrationMutex;
+// Read by the dispatcher's threads while the mutex is held by runAsService().
+std::atomic<Win32Service*> registered{nullptr};
+
+void WINAPI serviceMainRoutine(DWORD, LPWSTR*) {
+  registered.load()->serviceMain();
+}
+
+DWORD WINAPI controlRoutine(DWORD control, DWORD, LPVOID, LPVOID) {
+  registered.load()->serviceCtrlHandler(control);
+  return NO_ERROR;
+}
+
+/// Codes appear in the log as signed numbers.
+std::int32_t shown(std::uint32_t code) {
+  return static_cast<std::int32_t>(code);
+}
+
+/// A report with no controls accepted and everything else 0.
+SERVICE_STATUS statusOf(DWORD state) {
+  SERVICE_STATUS status{};
+  status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+  status.dwCurrentState = state;
+  return status;
+}
+
+}  // namespace
+
+Win32Service* Win32ServiceRegistration::instance() noexcept {
+  return registered.load();
+}
+
+void Win32ServiceRegistration::forget() noexcept {
+  registered.store(nullptr);
+}
+
+std::uint32_t Win32Service::runAsService(std::string_view name) {
+  const MutexLock lock(registrationMutex);
+  if (registered.load() != nullptr) {
+    throw std::logic_error("Only one Win32Service may be instantiated in a process.");
+  }
+  name_ = StringUtils::utf8to16(name);
+  registered.store(this);
+
+  // A process of one service: the control manager ignores the name in the table.
+  std::array<wchar_t, 1> noName = {L'\0'};
+  const std::array<SERVICE_TABLE_ENTRYW, 2> services = {
+      {{noName.data(), serviceMainRoutine}, {nullptr, nullptr}}};
+  if (ServiceControl::current().startDispatcher(services.data())) return 0;
+  return failureCode(
+      logWin32Error(LogLevel::Error, "Win32Service::runAsService() - StartServiceCtrlDispatcher() failed"));
+}
+
+void Win32Service::serviceMain() {
+  logLine(LogLevel::Debug, "Win32Service::serviceMain: RegisterServiceCtrlHandlerEx");
+  statusHandle_ = ServiceControl::current().registerHandler(name_.c_str(), controlRoutine);
+  if (statusHandle_ == nullptr) {
+    logWin32Error(LogLevel::Debug,
+                  "Win32Service::serviceMain: RegisterServiceCtrlHandlerExW(), "
+                  "RegisterServiceCtrlHandlerExW() failed.");
+    return;
+  }
+  if (sendServiceStartPending() != 0) return;
+  // After a failed start no stopped report is sent: the control manager sees the
+  // process end instead, and treats that as a failure of the service.
+  if (!initializeGuarded()) {
+    logLine(LogLevel::Error, "Exiting Win32Service::serviceMain due to initialization failure.");
+    return;
+  }
+  if (sendServiceRunning() != 0) {
+    logLine(LogLevel::Debug, "Win32Service::serviceMain: Failed entering Running state, aborting");
+    return;
+  }
+  const std::uint32_t exitCode = runGuarded();
+  sendServiceStopped(exitCode);
+  logLine(LogLevel::Debug, "Win32Service::serviceMain: Service stopped with exitcode %d", shown(exitCode));
+}
+
+bool Win32Service::initializeGuarded() {
+  logLine(LogLevel::Debug, "Win32Service::serviceMain: Call initialize()");
+  try {
+    const std::uint32_t code = initialize();
+    if (code != 0) {
+      logLine(LogLevel::Error, "Win32Service::serviceMain: initialize() failure: %d, %s", shown(code),
+              systemErrorPhrase(code));
+    }
+    logLine(LogLevel::Debug, "Win32Service::serviceMain: Finished initialize()");
+    return code == 0;
+  } catch (const std::exception& error) {
+    logLine(LogLevel::Error, "Win32Service::serviceMain: Caught std::exception %s, type: %s",
+            std::string_view(error.what()), typeName(error));
+    return false;
+  }
+}
+
+std::uint32_t Win32Service::runGuarded() {
+  logLine(LogLevel::Debug, "Win32Service::serviceMain: Call run()");
+  try {
+    const std::uint32_t exitCode = run();
+    logLine(LogLevel::Debug, "Win32Service::serviceMain: Finished run()");
+    return exitCode;
+  } catch (const std::exception& error) {
+    logLine(LogLevel::Error, "Win32Service::serviceMain: Caught std::exception %s, type: %s",
+            std::string_view(error.what()), typeName(error));
+    return 0;
+  }
+}
+
+std::uint32_t Win32Service::serviceCtrlHandler(std::uint32_t control) {
+  switch (control) {
+    case SERVICE_CONTROL_STOP:
+      logLine(LogLevel::Debug, "Win32Service::serviceCtrlHandler: Received SERVICE_CONTROL_STOP");
+      if (status_.dwCurrentState == SERVICE_RUNNING) {
+        stopRunning();
+        return NO_ERROR;
+      }
+      logLine(LogLevel::Debug,
+              "Win32Service::serviceCtrlHandler: Service not running (!SERVICE_RUNNING), "
+              "ignoring SERVICE_CONTROL_STOP");
+      break;
+    case SERVICE_CONTROL_INTERROGATE:
+      logLine(LogLevel::Debug, "Win32Service::serviceCtrlHandler: Received SERVICE_CONTROL_INTERROGATE");
+      return NO_ERROR;
+    default:
+      break;
+  }
+  logLine(LogLevel::Debug, "Win32Service::serviceCtrlHandler: Received  %d (Not Implemented)",
+          shown(control));
+  return ERROR_CALL_NOT_IMPLEMENTED;
+}
+
+void Win32Service::stopRunning() {
+  sendServiceStopPending();
+  logLine(LogLevel::Debug, "Win32Service::serviceCtrlHandler: Call stop()");
+  if (const std::uint32_t code = stop(); code != 0) {
+    logLine(LogLevel::Debug, "Win32Service::serviceCtrlHandler: stop() error, %d, %s", shown(code),
+            systemErrorPhrase(code));
+  }
+  logLine(LogLevel::Debug, "Win32Service::serviceCtrlHandler: Finished stop()");
+}
+
+std::uint32_t Win32Service::sendServiceStartPending() {
+  logLine(LogLevel::Debug, "Win32Service::sendServiceStartPending - SERVICE_START_PENDING");
+  SERVICE_STATUS status = statusOf(SERVICE_START_PENDING);
+  status.dwCheckPoint = status_.dwCheckPoint + 1;
+  status.dwWaitHint = kStartWaitHintMs;
+  return report(status, "sendServiceStartPending");
+}
+
+std::uint32_t Win32Service::sendServiceRunning() {
+  logLine(LogLevel::Debug, "Win32Service::sendServiceRunning - SERVICE_RUNNING");
+  SERVICE_STATUS status = statusOf(SERVICE_RUNNING);
+  status.dwControlsAccepted = SERVICE_ACCEPT_STOP;
+  return report(status, "sendServiceRunning");
+}
+
+std::uint32_t Win32Service::sendServiceStopPending() {
+  logLine(LogLevel::Debug, "Win32Service::sendServiceStopPending - SERVICE_STOP_PENDING");
+  SERVICE_STATUS status = statusOf(SERVICE_STOP_PENDING);
+  status.dwCheckPoint = status_.dwCheckPoint + 1;
+  return report(status, "sendServiceStopPending");
+}
+
+std::uint32_t Win32Service::sendServiceStopped(std::uint32_t exitCode) {
+  logLine(LogLevel::Debug, "Win32Service::sendServiceStopped - SERVICE_STOPPED");
+  SERVICE_STATUS status = statusOf(SERVICE_STOPPED);
+  status.dwWin32ExitCode = exitCode;
+  return report(status, "sendServiceStopped");
+}
+
+std::uint32_t Win32Service::report(const SERVICE_STATUS& status, const char* operation) {
+  status_ = status;
+  if (ServiceControl::current().setStatus(statusHandle_, status_)) return 0;
+  return failureCode(logWin32Error(LogLevel::Debug, "Win32Service::%s() - SetServiceStatus() failed",
+                                   std::string_view(operation)));
+}
+
+}  // namespace zarn

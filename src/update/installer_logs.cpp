@@ -1,0 +1,93 @@
+#include "update/installer_logs.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <string>
+#include <string_view>
+
+#include "update/log_source.h"
+#include "util/file_utils.h"
+#include "util/logging.h"
+#include "util/printable.h"
+
+namespace zarn {
+namespace {
+
+namespace fs = boost::filesystem;
+using boost::system::error_code;
+
+constexpr std::array<std::string_view, 2> kStemPrefixes = {"Zarn Media Server", "dd_vcredist"};
+
+bool hasInstallerLogName(const fs::path& name) {
+  if (name.extension() != fs::path(".log")) return false;
+  const std::string stem = FileUtils::toUtf8(name.stem());
+  return std::any_of(kStemPrefixes.begin(), kStemPrefixes.end(),
+                     [&](std::string_view prefix) { return stem.starts_with(prefix); });
+}
+
+bool isRegularFile(const fs::directory_entry& entry) {
+  error_code error;
+  return entry.symlink_status(error).type() == fs::regular_file;
+}
+
+fs::path makeDestination(error_code& error) {
+  fs::path destination = FileUtils::toPath(FileUtils::join(FileUtils::logDirectory(), "Installer Logs"));
+  fs::create_directories(destination, error);
+  return destination;
+}
+
+void copyLog(const fs::path& from, const fs::path& to) {
+  error_code error;
+  const auto held = holdLogSource(from, error);
+  if (!held && !error) {
+    logLine(LogLevel::Debug, "Not collecting %s, it is not a plain file with one name",
+            printable(FileUtils::toUtf8(from.filename())));
+    return;
+  }
+  if (!error) fs::copy_file(from, to, fs::copy_options::none, error);
+  // An earlier installer's log stays; this one's is not worth a second name.
+  if (!error || error == boost::system::errc::file_exists) return;
+  logLine(LogLevel::Debug, "Failed copying file %s, copy_file: %d, %s",
+          printable(FileUtils::toUtf8(from.filename())), error.value(), error.message());
+}
+
+void copyLogs(fs::directory_iterator entries, const fs::path& destination) {
+  for (; entries != fs::directory_iterator(); ++entries) {
+    const fs::path& file = entries->path();
+    if (isRegularFile(*entries) && hasInstallerLogName(file.filename()))
+      copyLog(file, destination / file.filename());
+  }
+}
+
+}  // namespace
+
+void collectInstallerLogs() {
+  error_code error;
+  const fs::path destination = makeDestination(error);
+  if (error) {
+    logLine(LogLevel::Error, "Failed creating \"Installer Logs\" directory, create_directories: %d, %s",
+            error.value(), error.message());
+    return;
+  }
+  const fs::path source = fs::temp_directory_path(error);
+  if (error) {
+    logLine(LogLevel::Error, "Failed getting temp_directory_path: %d, %s", error.value(), error.message());
+    return;
+  }
+  const fs::directory_iterator entries(source, error);
+  if (error) {
+    logLine(LogLevel::Debug, "Failed directory_iterator(%s): %d, %s", printable(FileUtils::toUtf8(source)),
+            error.value(), error.message());
+    return;
+  }
+  try {
+    copyLogs(entries, destination);
+  } catch (const std::exception& failure) {
+    logLine(LogLevel::Error, "Failed copying installer logs to %s, Exception: %s",
+            printable(FileUtils::toUtf8(destination)), printable(failure.what()));
+  }
+}
+
+}  // namespace zarn

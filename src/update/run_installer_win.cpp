@@ -1,0 +1,70 @@
+#include <utility>
+
+#include "update/run_installer.h"
+#include "update/status.h"
+#include "util/logging.h"
+#include "util/system_error.h"
+#include "util/windows_handles.h"
+
+namespace zarn {
+namespace {
+
+struct InstallerProcess {
+  KernelHandle process;
+  KernelHandle thread;
+};
+
+/// Without a process on failure; the last error says why.
+InstallerProcess startInstaller(const std::wstring& path) {
+  // Unquoted: the installer is named by the application name, and our fixed
+  // staging path reaches it as its first word.
+  std::wstring commandLine = path + L" /quiet /norestart";
+  STARTUPINFOW startup{};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION started{};
+  if (CreateProcessW(path.c_str(), commandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
+                     nullptr, &startup, &started) == 0) {
+    return {};
+  }
+  return {KernelHandle(started.hProcess), KernelHandle(started.hThread)};
+}
+
+}  // namespace
+
+bool readExitCode(void* process, std::uint32_t& exitCode) {
+  DWORD code = 0;
+  const bool read = GetExitCodeProcess(process, &code) != 0;
+  exitCode = code;
+  return read;
+}
+
+std::uint32_t RunInstaller(const std::wstring& installerPath, const RunInstallerOptions& options) {
+  InstallerProcess installer = startInstaller(installerPath);
+  if (!installer.process) {
+    return failureCode(logWin32Error(LogLevel::Error, "UpdateService::RunInstaller: CreateProcess failed"));
+  }
+  logLine(LogLevel::Debug, "Create Process Success! Waiting for process to complete.");
+  if (WaitForSingleObject(installer.process.get(), options.waitMilliseconds) == WAIT_TIMEOUT) {
+    logLine(LogLevel::Error, "Wait for installer timed out.");
+  }
+
+  std::uint32_t exitCode = 0;
+  if (!options.readExitCode(installer.process.get(), exitCode)) {
+    {
+      const LastErrorKeeper keeper;
+      logLine(LogLevel::Error, "Failed to get exit code");
+    }
+    logWin32Error(LogLevel::Error,
+                  "UpdateService::RunInstaller: GetExitCodeProcess failed while retrieving exit code from "
+                  "installer.");
+    // Handles in doubt are not closed: they could be somebody else's by now.
+    static_cast<void>(installer.process.release());
+    static_cast<void>(installer.thread.release());
+    return kExitCodeUnknown;
+  }
+  logLine(LogLevel::Debug, "Installer exit code:  %d - %s", static_cast<std::int32_t>(exitCode),
+          systemErrorPhrase(exitCode));
+  return exitCode;
+}
+
+}  // namespace zarn

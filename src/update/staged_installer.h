@@ -1,0 +1,35 @@
+// The private copy of a bundle that is checked and run.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "util/windows_handles.h"
+
+namespace zarn {
+
+/// No bundle is larger: 1 GiB.
+inline constexpr std::int64_t kMaximumBundleBytes = 0x40000000;
+
+/// "ZarnMediaServerUpdate.exe" in the system temporary directory; empty when there
+/// is no such directory, so that every operation on it fails.
+[[nodiscard]] std::wstring stagedInstallerPath();
+
+/// Opens a caller's file for reading; nobody can write, rename or delete it while
+/// the handle is open. Only files on disk: a pipe or device is let go at once,
+/// without its owner being able to act in our name. Invalid on failure, with the
+/// last error set.
+[[nodiscard]] FileHandle openBundle(const std::wstring& path);
+
+/// Copies `from` to `to`, replacing what is there without writing through it: a
+/// hard link planted at `to` loses its name and its file stays as it was. Ends
+/// as soon as more than `maximumBytes` have been copied. Sets the last error on
+/// failure.
+[[nodiscard]] bool copyBundle(const std::wstring& from, const std::wstring& to,
+                              std::int64_t maximumBytes = kMaximumBundleBytes);
+
+/// Opens the copy as openBundle does. Refused when it is a link or has a second
+/// name, which would let its owner change what is checked here.
+[[nodiscard]] FileHandle openStagedCopy(const std::wstring& path);
+
+}  // namespace zarn

@@ -1,0 +1,64 @@
+#include "update/staged_installer.h"
+
+#include <boost/filesystem/operations.hpp>
+
+#include "util/file_utils.h"
+#include "util/string_utils.h"
+#include "util/system_error.h"
+
+namespace zarn {
+namespace {
+
+constexpr wchar_t kStagedName[] = L"ZarnMediaServerUpdate.exe";
+
+// A pipe's server learns nothing about us and cannot impersonate us.
+constexpr DWORD kAnonymous = SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS;
+
+FileHandle openForExamination(const std::wstring& path, DWORD extraFlags) {
+  return FileHandle(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                FILE_ATTRIBUTE_NORMAL | extraFlags, nullptr));
+}
+
+DWORD CALLBACK limitCopy(LARGE_INTEGER, LARGE_INTEGER transferred, LARGE_INTEGER, LARGE_INTEGER, DWORD, DWORD,
+                         HANDLE, HANDLE, LPVOID context) {
+  const std::int64_t maximumBytes = *static_cast<const std::int64_t*>(context);
+  return transferred.QuadPart <= maximumBytes ? PROGRESS_CONTINUE : PROGRESS_CANCEL;
+}
+
+}  // namespace
+
+std::wstring stagedInstallerPath() {
+  boost::system::error_code error;
+  const auto directory = boost::filesystem::temp_directory_path(error);
+  if (error) return {};
+  return (directory / kStagedName).native();
+}
+
+FileHandle openBundle(const std::wstring& path) {
+  FileHandle file = openForExamination(path, kAnonymous);
+  if (file && GetFileType(file.get()) != FILE_TYPE_DISK) {
+    file.reset();
+    SetLastError(ERROR_BAD_FILE_TYPE);
+  }
+  return file;
+}
+
+bool copyBundle(const std::wstring& from, const std::wstring& to, std::int64_t maximumBytes) {
+  // What cannot be deleted (a running installer, a directory with files) makes
+  // the copy fail, and so does anything that somebody puts there in between.
+  FileUtils::deleteFile(StringUtils::utf16to8(to), true);
+  if (CopyFileExW(from.c_str(), to.c_str(), limitCopy, &maximumBytes, nullptr, COPY_FILE_FAIL_IF_EXISTS) !=
+      0) {
+    return true;
+  }
+  SetLastError(failureCode(GetLastError()));
+  return false;
+}
+
+FileHandle openStagedCopy(const std::wstring& path) {
+  FileHandle file = openForExamination(path, kAnonymous | FILE_FLAG_OPEN_REPARSE_POINT);
+  if (file && !isPlainFileWithOneName(file.get())) file.reset();
+  return file;
+}
+
+}  // namespace zarn
