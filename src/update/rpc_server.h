@@ -1,14 +1,10 @@
 // The service's side of the RPC runtime: the endpoint, the interface, and the
-// routines that take calls, check their arguments and pass them on.
+// routines that pass calls on.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 namespace zarn::rpc_server {
-
-/// Longer paths are refused unread: Windows itself knows none.
-inline constexpr std::size_t kMaximumPathUnits = 32'767;
 
 // Each answers an RPC status, 0 for success.
 
