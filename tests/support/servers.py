@@ -1,0 +1,375 @@
+#!/usr/bin/python3
+"""Web servers for tests: nginx as a well-behaved account service, and a server
+that misbehaves in one way per port. Everything listens on 127.0.0.1.
+
+  servers.py start DIR [--profile FILE]   returns when every server answers
+  servers.py stop DIR                     ends what start began; may be repeated
+
+DIR/servers.txt then has a line name=value for each scenario (host:port), "ca" and
+"other_ca_file" (PEM files), "profile" (the file that nginx serves, read anew for
+each request; FILE when given) and "access_log" (of nginx: connection serial,
+requests on that connection so far, status, URI). Whatever happens, all servers
+end after two hours.
+"""
+
+import argparse
+import asyncio
+import base64
+import contextlib
+import gzip
+import json
+import os
+import signal
+import socket
+import ssl
+import struct
+import subprocess
+import sys
+import time
+import urllib.parse
+
+PROFILE_PATH = "/api/zmscert/profile"
+HOST = "127-0-0-1.anything.zarn.direct"
+GOOD_NAMES = f"DNS:{HOST},DNS:127-0-0-1.test.zarn.direct,IP:127.0.0.1"
+PROFILE = json.dumps({"certs": ["0123456789abcdef" * 4]}).encode()
+LIFETIME_SECONDS = 2 * 3600
+CHUNK = b"x" * 65536
+
+
+# ---- Certificates -------------------------------------------------------------
+
+def openssl(*arguments):
+    subprocess.run(["openssl", *arguments], check=True, stdin=subprocess.DEVNULL, capture_output=True)
+
+
+def make_ca(directory, name):
+    base = os.path.join(directory, name)
+    openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-days", "30",
+            "-subj", f"/CN=Zarn test {name}", "-keyout", base + ".key", "-out", base + ".pem")
+
+
+def make_certificate(directory, name, ca, alternative_names):
+    base, ca = os.path.join(directory, name), os.path.join(directory, ca)
+    openssl("req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-subj", f"/CN={name}",
+            "-addext", f"subjectAltName={alternative_names}", "-keyout", base + ".key", "-out", base + ".csr")
+    openssl("x509", "-req", "-in", base + ".csr", "-CA", ca + ".pem", "-CAkey", ca + ".key", "-CAcreateserial",
+            "-days", "30", "-copy_extensions", "copy", "-out", base + ".pem")
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(base + ".pem", base + ".key")
+    return context
+
+
+# ---- Misbehaving servers --------------------------------------------------------
+
+class Request:
+    def __init__(self, method, path, headers, body):
+        self.method, self.path, self.headers, self.body = method, path, headers, body
+
+
+def response(status, body=b"", *headers):
+    lines = [f"HTTP/1.1 {status} x", f"Content-Length: {len(body)}", "Connection: close", *headers]
+    return "\r\n".join(lines).encode() + b"\r\n\r\n" + body
+
+
+SCENARIOS = {}
+
+
+def scenario(function):
+    SCENARIOS[function.__name__] = function
+    return function
+
+
+def fixed(name, answer):
+    async def reply(_request, out, _hosts):
+        out.write(answer)
+    SCENARIOS[name] = reply
+
+
+for code in (500, 404, 304, 204):
+    fixed(f"status{code}", response(code))
+for name in ("other_ca", "wrong_host", "plain_http"):
+    fixed(name, response(200, PROFILE))
+fixed("garbage", response(200, b"\x00\xff<html>this is no JSON"))
+fixed("empty_object", response(200, b"{}"))
+fixed("upper_case", response(200, PROFILE.upper().replace(b"CERTS", b"certs")))
+fixed("certs_object", response(200, json.dumps({"certs": {"a": "0123456789abcdef" * 4}}).encode()))
+fixed("gzip", response(200, gzip.compress(PROFILE), "Content-Encoding: gzip", "X-Kept: gzip"))
+fixed("gzip_bomb", response(200, gzip.compress(bytes(32 << 20), 1), "Content-Encoding: gzip"))
+fixed("brackets", response(200, b'{"certs":' + b"[" * 200_000 + b"]" * 200_000 + b"}"))
+fixed("announced", response(200, b"x" * 2_000_000))
+fixed("redirect_loop", response(302, b"", f"Location: {PROFILE_PATH}"))
+fixed("empty_reply", b"")
+
+
+async def send(out, data):
+    """Lets the loop see that the client has gone, which a full-speed writer else never would."""
+    out.write(data)
+    await out.drain()
+    await asyncio.sleep(0)
+
+
+@scenario
+async def redirect(_request, out, hosts):
+    out.write(response(302, b"", f"Location: https://{hosts['good']}{PROFILE_PATH}"))
+
+
+@scenario
+async def redirect_http(_request, out, hosts):
+    out.write(response(302, b"", f"Location: http://{hosts['plain_http']}{PROFILE_PATH}"))
+
+
+@scenario
+async def redirects(request, out, _hosts):
+    """/N redirects N times."""
+    left = int(request.path.strip("/"))
+    out.write(response(302, b"", f"Location: /{left - 1}") if left else response(200, PROFILE))
+
+
+@scenario
+async def reset(_request, out, _hosts):
+    await send(out, response(200, PROFILE * 100)[:300])
+    await asyncio.sleep(0.05)
+    out.get_extra_info("socket").setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    out.transport.abort()
+
+
+@scenario
+async def endless(_request, out, _hosts):
+    out.write(b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n")
+    while True:
+        await send(out, b"10000\r\n" + CHUNK + b"\r\n")
+
+
+@scenario
+async def endless_headers(_request, out, _hosts):
+    """Interim responses without end: each one's headers stay within any limit per response."""
+    while True:
+        await send(out, b"HTTP/1.1 103 Early Hints\r\n" + b"X-Filler: y\r\n" * 50 + b"\r\n")
+
+
+@scenario
+async def silent(_request, _out, _hosts):
+    await asyncio.sleep(LIFETIME_SECONDS)
+
+
+@scenario
+async def drip(_request, out, _hosts):
+    out.write(b"HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n")
+    while True:
+        await send(out, b"x")
+        await asyncio.sleep(1)
+
+
+@scenario
+async def slow(request, out, _hosts):
+    """?ms=N answers after N milliseconds."""
+    query = urllib.parse.parse_qs(urllib.parse.urlsplit(request.path).query)
+    await asyncio.sleep(int(query.get("ms", ["300"])[0]) / 1000)
+    out.write(response(200, PROFILE))
+
+
+@scenario
+async def echo(request, out, _hosts):
+    """What was received, as JSON; the body is base64 when it is no text."""
+    try:
+        body = request.body.decode()
+    except UnicodeDecodeError:
+        body = base64.b64encode(request.body).decode()
+    answer = json.dumps({"method": request.method, "path": request.path, "headers": request.headers, "body": body})
+    whole = response(200, answer.encode(), "X-Spaces:   value \t")
+    out.write(whole.partition(b"\r\n\r\n")[0] + b"\r\n\r\n" if request.method == "HEAD" else whole)
+
+
+async def read_request(reader, writer):
+    head = (await reader.readuntil(b"\r\n\r\n")).decode("latin-1").split("\r\n")
+    method, path, _version = head[0].split(" ", 2)
+    headers = dict(line.split(": ", 1) for line in head[1:] if ": " in line)
+    if headers.get("Expect") == "100-continue":
+        writer.write(b"HTTP/1.1 100 Continue\r\n\r\n")
+    body = await reader.readexactly(int(headers.get("Content-Length", 0)))
+    return Request(method, path, headers, body)
+
+
+def connection_handler(name, hosts):
+    async def handle(reader, writer):
+        gone = (ConnectionError, asyncio.IncompleteReadError, ssl.SSLError, TimeoutError)
+        with contextlib.suppress(*gone):
+            try:
+                await SCENARIOS[name](await read_request(reader, writer), writer, hosts)
+                await writer.drain()
+            finally:
+                writer.close()
+                with contextlib.suppress(*gone):
+                    await writer.wait_closed()
+    return handle
+
+
+# ---- nginx ----------------------------------------------------------------------
+
+NGINX_CONFIGURATION = """
+daemon off;
+{user}
+worker_processes 1;
+pid "{directory}/nginx.pid";
+error_log "{directory}/nginx-error.log";
+events {{ worker_connections 512; }}
+http {{
+  log_format connections '$connection $connection_requests $status $request_uri';
+  access_log "{directory}/nginx-access.log" connections;
+  client_body_temp_path "{directory}/nginx-tmp"; proxy_temp_path "{directory}/nginx-tmp";
+  fastcgi_temp_path "{directory}/nginx-tmp"; uwsgi_temp_path "{directory}/nginx-tmp";
+  scgi_temp_path "{directory}/nginx-tmp";
+  default_type application/json;
+  ssl_certificate "{directory}/good.pem";
+  ssl_certificate_key "{directory}/good.key";
+  server {{ listen 127.0.0.1:{good} ssl; location = {path} {{ alias "{profile}"; }} }}
+  server {{ listen 127.0.0.1:{resume} ssl; location = {path} {{ alias "{directory}/resume.bin"; }} }}
+}}
+"""
+
+
+def start_nginx(directory, profile, sockets):
+    """nginx takes over the listening sockets, as after an upgrade, so no port can be lost to somebody else."""
+    with open(os.path.join(directory, "resume.bin"), "wb") as file:
+        file.write(bytes(ord("a") + i % 26 for i in range(5000)))
+    ports = {name: listener.getsockname()[1] for name, listener in sockets.items()}
+    configuration = os.path.join(directory, "nginx.conf")
+    with open(configuration, "w", encoding="utf-8") as file:
+        file.write(NGINX_CONFIGURATION.format(directory=directory, profile=profile, path=PROFILE_PATH,
+                                               user="user root;" if os.geteuid() == 0 else "", **ports))
+    descriptors = [listener.fileno() for listener in sockets.values()]
+    environment = dict(os.environ, NGINX="".join(f"{number};" for number in descriptors))
+    environment["PATH"] = environment.get("PATH", "") + ":/usr/sbin"
+    return subprocess.Popen(["nginx", "-e", os.path.join(directory, "nginx-error.log"), "-p", directory,
+                             "-c", configuration], env=environment, pass_fds=descriptors, stdin=subprocess.DEVNULL)
+
+
+async def wait_for_answer(port, context):
+    """The kernel queues the connection until nginx takes it."""
+    reader, writer = await asyncio.open_connection("127.0.0.1", port, ssl=context, server_hostname=HOST)
+    writer.write(f"GET {PROFILE_PATH} HTTP/1.0\r\n\r\n".encode())
+    await reader.readuntil(b"\r\n")
+    writer.close()
+
+
+# ---- Commands --------------------------------------------------------------------
+
+def listen():
+    listener = socket.socket()
+    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    listener.bind(("127.0.0.1", 0))
+    listener.listen(256)
+    listener.setblocking(False)
+    return listener
+
+
+def note_process(directory, pid):
+    with open(os.path.join(directory, "pids"), "a", encoding="utf-8") as file:
+        file.write(f"{pid} {start_time(pid)}\n")
+
+
+async def serve(directory, profile):
+    asyncio.get_running_loop().add_signal_handler(signal.SIGTERM, asyncio.current_task().cancel)
+    make_ca(directory, "ca")
+    make_ca(directory, "other_ca")
+    contexts = {"good": make_certificate(directory, "good", "ca", GOOD_NAMES),
+                "other_ca": make_certificate(directory, "other", "other_ca", GOOD_NAMES),
+                "wrong_host": make_certificate(directory, "elsewhere", "ca", "DNS:elsewhere.example"),
+                "plain_http": None}
+    sockets = {name: listen() for name in ("good", "resume", *SCENARIOS)}
+    hosts = {name: f"{HOST}:{listener.getsockname()[1]}" for name, listener in sockets.items()}
+    nginx = start_nginx(directory, profile, {name: sockets[name] for name in ("good", "resume")})
+    try:
+        note_process(directory, nginx.pid)
+        for name in SCENARIOS:
+            await asyncio.start_server(connection_handler(name, hosts), sock=sockets[name],
+                                       ssl=contexts.get(name, contexts["good"]))
+        trust = ssl.create_default_context(cafile=os.path.join(directory, "ca.pem"))
+        await asyncio.wait_for(wait_for_answer(sockets["good"].getsockname()[1], trust), 20)
+        facts = hosts | {"ca": os.path.join(directory, "ca.pem"),
+                         "other_ca_file": os.path.join(directory, "other_ca.pem"),
+                         "access_log": os.path.join(directory, "nginx-access.log"), "profile": profile}
+        partial = os.path.join(directory, "servers.txt.new")
+        with open(partial, "w", encoding="utf-8") as file:
+            file.writelines(f"{name}={value}\n" for name, value in facts.items())
+        os.rename(partial, os.path.join(directory, "servers.txt"))
+        await asyncio.sleep(LIFETIME_SECONDS)
+    except asyncio.CancelledError:
+        pass
+    finally:
+        nginx.terminate()
+        nginx.wait()
+
+
+def start_time(pid):
+    """Tells a process from a later one with the same number; None when it is gone."""
+    with contextlib.suppress(OSError):
+        with open(f"/proc/{pid}/stat", encoding="latin-1") as file:
+            fields = file.read().rpartition(")")[2].split()
+            return fields[19] if fields[0] != "Z" else None
+    return None
+
+
+def wait_until(condition, seconds):
+    end = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > end:
+            return False
+        time.sleep(0.02)
+    return True
+
+
+def stop(directory):
+    pids = os.path.join(directory, "pids")
+    if os.path.exists(pids):
+        with open(pids, encoding="utf-8") as file:
+            noted = [line.split() for line in file]
+        for number in (signal.SIGTERM, signal.SIGKILL):
+            running = [(int(pid), began) for pid, began in noted if start_time(pid) == began]
+            for pid, _began in running:
+                with contextlib.suppress(ProcessLookupError):
+                    os.kill(pid, number)
+            if wait_until(lambda: all(start_time(pid) != began for pid, began in noted), 5):
+                break
+        os.remove(pids)
+    with contextlib.suppress(FileNotFoundError):
+        os.remove(os.path.join(directory, "servers.txt"))
+
+
+def start(directory, profile):
+    os.makedirs(os.path.join(directory, "nginx-tmp"), exist_ok=True)
+    stop(directory)
+    if profile is None:
+        profile = os.path.join(directory, "profile.json")
+        with open(profile, "wb") as file:
+            file.write(PROFILE)
+    log = os.path.join(directory, "servers.log")
+    with open(log, "wb") as output:
+        process = subprocess.Popen([sys.executable, os.path.abspath(__file__), "serve", directory, "--profile", profile],
+                                   stdin=subprocess.DEVNULL, stdout=output, stderr=output, start_new_session=True)
+    note_process(directory, process.pid)
+    ready = os.path.join(directory, "servers.txt")
+    wait_until(lambda: os.path.exists(ready) or process.poll() is not None, 30)
+    if not os.path.exists(ready):
+        stop(directory)
+        sys.exit(f"The test servers did not start; see {log}")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("command", choices=("start", "stop", "serve"))
+    parser.add_argument("directory")
+    parser.add_argument("--profile")
+    arguments = parser.parse_args()
+    directory = os.path.abspath(arguments.directory)
+    profile = os.path.abspath(arguments.profile) if arguments.profile else None
+    if arguments.command == "start":
+        start(directory, profile)
+    elif arguments.command == "stop":
+        stop(directory)
+    else:
+        asyncio.run(serve(directory, profile))
+
+
+if __name__ == "__main__":
+    main()
