@@ -1,0 +1,156 @@
+#include "prefs/preference.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "prefs/test_preferences.h"
+#include "prefs/value_text.h"
+#include "support/recording_log.h"
+
+namespace zarn {
+namespace {
+
+using ::testing::IsEmpty;
+using testing::LoggedLine;
+using testing::RecordingLog;
+
+template <typename Default>
+Preference make(Default defaultValue, const std::string& overrides = "",
+                PreferenceFlags flags = PreferenceFlags::None) {
+  return {"Id", defaultValue, flags, "general", "feature", "extra", std::make_shared<QueryString>(overrides)};
+}
+
+TEST(QueryString, DecodesKeysAndValues) {
+  const QueryString query("a=1&a=2&%62=x%2By+z&c&d=&=lost&&e=100%&f=%4&g=%zz&h=p=q");
+  const std::vector<std::pair<std::string, std::string>> expected = {
+      {"a", "1"},    {"b", "x+y z"}, {"c", ""},    {"d", ""},
+      {"e", "100%"}, {"f", "%4"},    {"g", "%zz"}, {"h", "p=q"}};
+  for (const auto& [key, value] : expected) {
+    ASSERT_NE(query.find(key), nullptr) << key;
+    EXPECT_EQ(*query.find(key), value) << key;
+  }
+  EXPECT_EQ(query.find(""), nullptr);
+  EXPECT_EQ(query.find("lost"), nullptr);
+}
+
+TEST(ValueText, Numbers) {
+  EXPECT_EQ(parseInt("-2147483648"), std::numeric_limits<std::int32_t>::min());
+  EXPECT_EQ(parseInt("+7"), 7);
+  for (const char* const text : {"", "+", "+-1", "2147483648", "12abc", " 1", "1 ", "0x10", "1.0"}) {
+    EXPECT_FALSE(parseInt(text)) << text;
+  }
+  for (const char* const text :
+       {"nan", "NAN", "-nan", "infinity", "INFINITY", "inf", "-inf", "1e3", "-.5", "2."}) {
+    EXPECT_TRUE(parseDouble(text)) << text;
+  }
+  for (const char* const text :
+       {"",  "Nan", "INF", "Infinity", "nan(1)", "infinit", "1e", "1E",  "1+",    "1-",
+        "e", "E",   "+",   "1e+",      "+-1",    " 1",      "1 ", "0x1", "1e999", "1,5"}) {
+    EXPECT_FALSE(parseDouble(text)) << text;
+  }
+  EXPECT_EQ(doubleText(0.1), "0.10000000000000001");
+  EXPECT_EQ(doubleText(16.0), "16");
+  EXPECT_EQ(doubleText(-1.7976931348623157e308), "-1.7976931348623157e+308");
+  EXPECT_EQ(doubleText(std::numeric_limits<double>::infinity()), "inf");
+}
+
+TEST(Preference, OverridesOfTheRightKindReplaceTheDefault) {
+  const RecordingLog log;
+  EXPECT_TRUE(make(false, "Id=TRUE").defaultAsBool());
+  EXPECT_FALSE(make(true, "Id=False").defaultAsBool());
+  EXPECT_EQ(make("compiled", "Id=a%20b").defaultAsText(), "a b");
+  EXPECT_EQ(make(5, "Id=%2B007").defaultAsInt(), 7);
+  EXPECT_EQ(make(std::uint16_t{80}, "Id=443").defaultAsInt(), 443);
+  EXPECT_EQ(make(1.5, "Id=2.5e1").defaultAsDouble(), 25.0);
+  EXPECT_EQ(make(1.5, "Id=infinity").defaultAsDouble(), std::numeric_limits<double>::infinity());
+
+  // Empty ones, and those of other identifiers, do not.
+  EXPECT_EQ(make(5, "Id=").defaultAsInt(), 5);
+  EXPECT_TRUE(make(true, "Id").defaultAsBool());
+  EXPECT_EQ(make("compiled", "id=other").defaultAsText(), "compiled");
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(Preference, OverridesOfTheWrongKindAreReportedOnce) {
+  const RecordingLog log;
+  EXPECT_TRUE(make(true, "Id=yes").defaultAsBool());
+  EXPECT_EQ(make(5, "Id=12abc").defaultAsInt(), 5);
+  EXPECT_EQ(make(std::uint16_t{80}, "Id=80x").defaultAsInt(), 80);
+  EXPECT_EQ(make(1.5, "Id=1e").defaultAsDouble(), 1.5);
+  EXPECT_EQ(make(5, "Id=1%0A2").defaultAsInt(), 5);  // a record stays one line
+  const auto warning = [](const std::string& text) {
+    return LoggedLine{LogLevel::Warn, "Preferences: invalid default value: Id=" + text};
+  };
+  EXPECT_THAT(log.lines(), ::testing::ElementsAre(warning("yes"), warning("12abc"), warning("80x"),
+                                                  warning("1e"), warning("1\\x0a2")));
+}
+
+TEST(Preference, OnlyItsOwnTypeHasADefault) {
+  const auto text = make("true");
+  EXPECT_FALSE(text.defaultAsBool());
+  EXPECT_EQ(text.defaultAsInt(), 0);
+  EXPECT_EQ(text.defaultAsDouble(), 0.0);
+  EXPECT_EQ(make(true).defaultAsText(), "");
+  EXPECT_EQ(make(5).defaultAsDouble(), 0.0);
+  EXPECT_EQ(make(5.0).defaultAsInt(), 0);
+  const auto port = make(std::uint16_t{65535}, "", PreferenceFlags::Advanced);
+  EXPECT_EQ(port.defaultAsInt(), 65535);
+  EXPECT_EQ(port.flags(), PreferenceFlags::Hidden);
+}
+
+/// Of a type that no constructor for everybody gives.
+struct OddPreference final : Preference {
+  OddPreference(PreferenceType type, std::string defaultText)
+      : Preference("Id", type, std::move(defaultText), PreferenceFlags::None, "", "", "", nullptr) {}
+};
+
+TEST(Preference, ADefaultThatIsNoIntegerIsAFault) {
+  EXPECT_THROW(static_cast<void>(OddPreference(PreferenceType::Int, "five").defaultAsInt()), ConversionError);
+}
+
+TEST(Preference, CloneIsText) {
+  const auto clone = make(5, "Id=7", PreferenceFlags::Advanced).clone();
+  EXPECT_EQ(clone->key(), "Id");
+  EXPECT_EQ(clone->type(), PreferenceType::Text);
+  EXPECT_EQ(clone->defaultAsText(), "7");
+  EXPECT_EQ(clone->flags(), PreferenceFlags::Advanced);
+  EXPECT_EQ(clone->group(), "general");
+  EXPECT_EQ(clone->featureId() + clone->extra(), "");
+  // The override counts for the clone as it stands.
+  EXPECT_EQ(make(false, "Id=TRUE").clone()->defaultAsText(), "TRUE");
+}
+
+TEST(Preference, DescribesItselfAsAnElement) {
+  TestPreferences store(nullptr);
+  store.setStringValue("Id", "a<\"&\n>");
+  auto text = make("compiled", "", PreferenceFlags::Hidden | PreferenceFlags::RequiresSignIn);
+  text.fillAttributes(store);
+  ElementWriter writer;
+  EXPECT_EQ(text.serialize(writer), "");
+  EXPECT_EQ(
+      writer.text(),
+      "<Setting advanced=\"0\" default=\"compiled\" group=\"general\" hidden=\"1\" id=\"Id\" label=\"\" "
+      "summary=\"\" type=\"text\" value=\"a&lt;&quot;&amp;&#10;&gt;\" />\n");
+
+  text.setDisplayTexts("Label", "Summary", "a:A|b:B");
+  text.fillAttributes(store);
+  EXPECT_EQ(text.attributes().at("enumValues"), "a:A|b:B");
+  EXPECT_EQ(text.attributes().at("label"), "Label");
+  text.setDisplayTexts("", "", "");
+  text.fillAttributes(store);
+  EXPECT_EQ(text.attributes().count("enumValues"), 0U);
+
+  auto number = make(0.1);
+  number.fillAttributes(store);
+  EXPECT_EQ(number.attributes().at("type"), "double");
+  EXPECT_EQ(number.attributes().at("default"), "0.10000000000000001");
+  EXPECT_EQ(number.attributes().at("value"), "0");  // "a<..." is none, and the store does not know "Id"
+
+  OddPreference odd(static_cast<PreferenceType>(7), "x");
+  odd.fillAttributes(store);
+  EXPECT_EQ(odd.attributes().at("type"), "text");
+  EXPECT_EQ(odd.attributes().count("default") + odd.attributes().count("value"), 0U);
+}
+
+}  // namespace
+}  // namespace zarn

@@ -1,0 +1,101 @@
+#include "system/power_manager.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <utility>
+
+#include "prefs/preferences.h"
+#include "support/recording_log.h"
+
+namespace zarn {
+namespace {
+
+using ::testing::ElementsAre;
+using testing::LoggedLine;
+using testing::RecordingLog;
+
+[[maybe_unused]] const bool onTestStore = (Preferences::useTestStore(true), true);
+
+std::vector<EXECUTION_STATE> statesSet;
+
+PowerManagerCalls scripted() {
+  PowerManagerCalls calls = PowerManagerCalls::system();
+  calls.waitFor = [](HANDLE) -> DWORD { return WAIT_OBJECT_0; };
+  calls.setExecutionState = [](EXECUTION_STATE flags) {
+    statesSet.push_back(flags);
+    return EXECUTION_STATE{ES_CONTINUOUS};
+  };
+  return calls;
+}
+
+TEST(PowerManager, FollowsTheStateAndThePreference) {
+  statesSet.clear();
+  const auto round = [](bool idle) { runPowerManagerRound({.idle = idle}, scripted()); };
+  Preferences::instance().removeValue("AwayModeSupported");
+  round(false);  // the catalogue's default
+  round(true);
+  Preferences::instance().setBoolValue("AwayModeSupported", false);
+  EXPECT_EQ(statesSet.size(), 2U);  // not before the next signal
+  round(false);
+  round(true);
+  EXPECT_THAT(statesSet, ElementsAre(0x80000041U, 0x80000000U, 0x80000001U, 0x80000000U));
+}
+
+TEST(PowerManager, FailedCallsAreLogged) {
+  statesSet.clear();
+  const RecordingLog log;
+  PowerManagerCalls calls = scripted();
+  calls.setExecutionState = [](EXECUTION_STATE) {
+    SetLastError(0x57);
+    return EXECUTION_STATE{0};
+  };
+  runPowerManagerRound({.idle = true}, calls);
+
+  // A wait on nothing fails for real.
+  calls = scripted();
+  calls.waitFor = PowerManagerCalls::system().waitFor;
+  runPowerManagerRound({.wakeEvent = nullptr}, calls);
+  EXPECT_TRUE(statesSet.empty());
+  EXPECT_THAT(log.lines(),
+              ElementsAre(LoggedLine{LogLevel::Error, "SetThreadExecutionState(-2147483648) failed: 0x57"},
+                          LoggedLine{LogLevel::Error, "WaitForSingleObject failed: 0x6"}));
+}
+
+TEST(PowerManager, AFailedStartIsLoggedAndStartsTheThreadAllTheSame) {
+  static int threads;
+  threads = 0;
+  const RecordingLog log;
+  PowerManagerCalls calls = scripted();
+  calls.createEvent = []() -> HANDLE {
+    SetLastError(0x5);
+    return nullptr;
+  };
+  calls.createThread = [](LPTHREAD_START_ROUTINE, void*) -> HANDLE {
+    ++threads;
+    SetLastError(0x8);
+    return nullptr;
+  };
+  const HANDLE running = powerManagerState().wakeEvent;
+  startPowerManager(calls);
+  powerManagerState().wakeEvent = running;
+  EXPECT_EQ(threads, 1);
+  EXPECT_THAT(log.texts(), ElementsAre("CreateThread(WindowsPowerManagerThread) failed: 0x5",
+                                       "CreateThread(WindowsPowerManagerThread) failed: 0x8"));
+}
+
+TEST(PowerManager, RunsBeforeMain) {
+  const HANDLE event = powerManagerState().wakeEvent;
+  ASSERT_NE(event, nullptr);
+  // The thread takes the signal away; without it, this wait would find it every time.
+  bool taken = false;
+  for (int attempt = 0; attempt < 200 && !taken; ++attempt) {
+    ASSERT_NE(SetEvent(event), 0);
+    Sleep(10);
+    taken = WaitForSingleObject(event, 0) == WAIT_TIMEOUT;
+  }
+  EXPECT_TRUE(taken);
+}
+
+}  // namespace
+}  // namespace zarn
