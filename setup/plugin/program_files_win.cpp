@@ -1,0 +1,238 @@
+#include "plugin/program_files.h"
+
+#include <windows.h>
+
+#include <aclapi.h>
+#include <sddl.h>
+
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+#include "plugin/setup_error.h"
+
+namespace zarn::setup {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Owner and access of SYSTEM (SY), administrators (BA) and users (BU), inherited
+// by everything inside and by nothing from outside.
+constexpr wchar_t kAdministratorsWrite[] = L"O:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)";
+constexpr wchar_t kAdministratorsOnly[] = L"O:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
+
+constexpr wchar_t kCaBundle[] = L"Resources\\cacert.pem";
+// Beside a CA bundle that the administrator chose.
+constexpr wchar_t kChosenMark[] = L"Resources\\cacert.chosen";
+
+struct LocalFreeDeleter {
+  void operator()(void* memory) const noexcept { LocalFree(memory); }
+};
+
+SetupError fileFailure(const std::wstring& what, const fs::path& path, std::uint32_t error) {
+  return systemFailure(what + L" \"" + path.native() + L"\"", error);
+}
+
+bool isReparsePoint(const fs::path& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+void protect(const fs::path& folder, PSECURITY_DESCRIPTOR descriptor) {
+  BOOL present = FALSE;
+  BOOL defaulted = FALSE;
+  PACL access = nullptr;
+  PSID owner = nullptr;
+  if (GetSecurityDescriptorDacl(descriptor, &present, &access, &defaulted) == 0 ||
+      GetSecurityDescriptorOwner(descriptor, &owner, &defaulted) == 0) {
+    throw fileFailure(L"Cannot protect", folder, GetLastError());
+  }
+  std::wstring name = folder.native();
+  const DWORD error = SetNamedSecurityInfoW(
+      name.data(), SE_FILE_OBJECT,
+      OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, owner,
+      nullptr, access, nullptr);
+  if (error != ERROR_SUCCESS) throw fileFailure(L"Cannot protect", folder, error);
+}
+
+/// A folder with exactly this protection, from its first moment or from now on.
+void makeFolder(const fs::path& folder, const wchar_t* protection) {
+  PSECURITY_DESCRIPTOR raw = nullptr;
+  if (ConvertStringSecurityDescriptorToSecurityDescriptorW(protection, SDDL_REVISION_1, &raw, nullptr) == 0) {
+    throw fileFailure(L"Cannot protect", folder, GetLastError());
+  }
+  const std::unique_ptr<void, LocalFreeDeleter> descriptor(raw);
+  SECURITY_ATTRIBUTES attributes{sizeof(attributes), descriptor.get(), FALSE};
+  if (CreateDirectoryW(folder.c_str(), &attributes) != 0) return;
+  const DWORD error = GetLastError();
+  std::error_code ignored;
+  if (error != ERROR_ALREADY_EXISTS || !fs::is_directory(folder, ignored) || isReparsePoint(folder)) {
+    throw fileFailure(L"Cannot make the folder", folder, error);
+  }
+  protect(folder, descriptor.get());
+}
+
+/// What cannot be deleted now goes with the next reboot.
+void removeOrSchedule(const fs::path& path) noexcept {
+  try {
+    std::error_code error;
+    if (fs::remove_all(path, error); !error) return;
+    std::vector<fs::path> left;
+    for (const auto& entry : fs::recursive_directory_iterator(path, error)) left.push_back(entry.path());
+    for (auto file = left.rbegin(); file != left.rend(); ++file) {
+      if (!fs::remove(*file, error)) MoveFileExW(file->c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT);
+    }
+    MoveFileExW(path.c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT);
+  } catch (const std::exception&) {
+    // It stays, and the next run tries again.
+  }
+}
+
+void copyFile(const fs::path& from, const fs::path& to) {
+  if (CopyFileW(from.c_str(), to.c_str(), FALSE) == 0)
+    throw fileFailure(L"Cannot copy", from, GetLastError());
+}
+
+// ---- Logs ---------------------------------------------------------------------
+
+constexpr wchar_t kPreferences[] = L"Software\\Zarn, Inc.\\Zarn Media Server";
+
+std::wstring registryText(HKEY root, const std::wstring& key, const wchar_t* value) {
+  std::wstring text(1024, L'\0');
+  auto bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));
+  if (RegGetValueW(root, key.c_str(), value, RRF_RT_REG_SZ, nullptr, text.data(), &bytes) != ERROR_SUCCESS) {
+    return {};
+  }
+  return text.c_str();
+}
+
+/// The folders in which the product's folder may lie.
+std::vector<fs::path> applicationDataFolders() {
+  std::vector<fs::path> result;
+  const auto add = [&](const std::wstring& folder) {
+    if (!folder.empty()) result.emplace_back(folder);
+  };
+  std::wstring system(MAX_PATH, L'\0');
+  system.resize(GetSystemDirectoryW(system.data(), MAX_PATH));
+  add(system + L"\\config\\systemprofile\\AppData\\Local");
+  add(registryText(HKEY_USERS, std::wstring(L"S-1-5-18\\") + kPreferences, L"LocalAppDataPath"));
+  add(registryText(HKEY_CURRENT_USER, kPreferences, L"LocalAppDataPath"));
+  std::wstring own(MAX_PATH, L'\0');
+  const DWORD length = GetEnvironmentVariableW(L"LOCALAPPDATA", own.data(), MAX_PATH);
+  own.resize(length < MAX_PATH ? length : 0);
+  add(own);
+  return result;
+}
+
+bool isOurLog(const std::wstring& name) {
+  return (name.starts_with(L"Zarn Update Service.") && name.ends_with(L".log")) ||
+         name == L"Startup Crash.log" || name == L"Update History.jsonl";
+}
+
+void removeFiles(const fs::path& folder, bool (*chosen)(const std::wstring&)) {
+  std::error_code error;
+  if (isReparsePoint(folder)) return;
+  std::vector<fs::path> files;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+    if (entry->is_regular_file(error) && chosen(entry->path().filename().native()))
+      files.push_back(entry->path());
+  }
+  for (const auto& file : files) fs::remove(file, error);
+}
+
+}  // namespace
+
+ProgramFolder::ProgramFolder(fs::path folder)
+    : root(std::move(folder)),
+      temp(root / L"Temp"),
+      incoming(root / L"Setup.new"),
+      outgoing(root / L"Setup.old"),
+      program(root / L"ZarnUpdateService.exe") {}
+
+void prepareFolders(const ProgramFolder& folder) {
+  makeFolder(folder.root, kAdministratorsWrite);
+  makeFolder(folder.temp, kAdministratorsOnly);
+  std::error_code error;
+  fs::remove_all(folder.incoming, error);
+  if (!error) fs::create_directory(folder.incoming, error);
+  if (error) {
+    throw fileFailure(L"Cannot make the folder", folder.incoming, static_cast<std::uint32_t>(error.value()));
+  }
+}
+
+void tidyFolders(const ProgramFolder& folder) noexcept {
+  removeOrSchedule(folder.incoming);
+  removeOrSchedule(folder.outgoing);
+  std::error_code ignored;
+  if (fs::exists(folder.program, ignored)) return;
+  fs::remove(folder.temp, ignored);
+  fs::remove(folder.root, ignored);
+}
+
+void checkCaBundle(const std::wstring& file) {
+  std::ifstream stream(fs::path(file), std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(stream), {}};
+  if (text.find("-----BEGIN CERTIFICATE-----") == std::string::npos) {
+    throw SetupError(ExitCode::BadArguments, L"The file \"" + file + L"\" holds no certificate in PEM form.");
+  }
+}
+
+void settleCaBundle(const ProgramFolder& folder, const std::wstring* choice) {
+  std::error_code ignored;
+  const bool keep = choice == nullptr && fs::exists(folder.root / kChosenMark, ignored);
+  const bool chosen = choice != nullptr && !choice->empty();
+  if (!keep && !chosen) {
+    fs::remove(folder.incoming / kChosenMark, ignored);
+    return;
+  }
+  const fs::path source = chosen ? fs::path(*choice) : folder.root / kCaBundle;
+  copyFile(source, folder.incoming / kCaBundle);
+  if (!std::ofstream(folder.incoming / kChosenMark).put('\n')) {
+    throw fileFailure(L"Cannot write", folder.incoming / kChosenMark, ERROR_WRITE_FAULT);
+  }
+}
+
+Replacement::~Replacement() {
+  for (auto step = done_.rbegin(); step != done_.rend(); ++step) {
+    MoveFileExW(step->to.c_str(), step->from.c_str(), 0);
+  }
+}
+
+void Replacement::move(const fs::path& from, const fs::path& to) {
+  done_.reserve(done_.size() + 1);
+  if (MoveFileExW(from.c_str(), to.c_str(), 0) == 0) throw fileFailure(L"Cannot replace", to, GetLastError());
+  done_.push_back({from, to});
+}
+
+void Replacement::run() {
+  std::error_code error;
+  removeOrSchedule(folder_.outgoing);
+  fs::create_directory(folder_.outgoing, error);
+  if (error) {
+    throw fileFailure(L"Cannot make the folder", folder_.outgoing, static_cast<std::uint32_t>(error.value()));
+  }
+  std::vector<fs::path> names;
+  for (const auto& entry : fs::directory_iterator(folder_.incoming)) names.push_back(entry.path().filename());
+  for (const auto& name : names) {
+    if (fs::exists(folder_.root / name, error)) move(folder_.root / name, folder_.outgoing / name);
+    move(folder_.incoming / name, folder_.root / name);
+  }
+}
+
+void Replacement::keep() noexcept {
+  done_.clear();
+}
+
+void purgeLogs() {
+  for (const auto& folder : applicationDataFolders()) {
+    const fs::path product = folder / L"Zarn Media Server";
+    const fs::path logs = product / L"Logs";
+    if (isReparsePoint(product) || isReparsePoint(logs)) continue;
+    removeFiles(logs / L"Installer Logs", [](const std::wstring& name) { return name.ends_with(L".log"); });
+    removeFiles(logs, isOurLog);
+    // The media server may keep its own files there: only empty folders go.
+    for (const auto& empty : {logs / L"Installer Logs", logs, product}) RemoveDirectoryW(empty.c_str());
+  }
+}
+
+}  // namespace zarn::setup

@@ -1,0 +1,72 @@
+// The service as the service control manager knows it.
+#pragma once
+
+#include <windows.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "plugin/options.h"
+#include "util/windows_handles.h"
+
+namespace zarn::setup {
+
+struct ServiceHandleTraits {
+  using Handle = SC_HANDLE;
+  static Handle invalid() noexcept { return nullptr; }
+  static void close(Handle handle) noexcept { CloseServiceHandle(handle); }
+};
+using ServiceHandle = ScopedHandle<ServiceHandleTraits>;
+
+/// What setup decides about the service.
+struct ServiceSettings {
+  std::wstring program;     // full path, unquoted
+  std::wstring tempFolder;  // the service's TMP and TEMP
+  std::optional<StartType> start;
+  std::optional<std::wstring> accountHost;
+};
+
+/// Every operation throws SetupError.
+class ServiceRegistration {
+ public:
+  ServiceRegistration();
+
+  [[nodiscard]] bool exists() const noexcept { return service_.isValid(); }
+  /// Running, or on its way there.
+  [[nodiscard]] bool isRunning() const;
+  [[nodiscard]] bool startsAutomatically() const;
+
+  /// Ends the service and waits until its process is gone. A service that is
+  /// installing an update is left alone until it has done so; when it is not done
+  /// within `limit`, it has not been asked to stop, and the exit code is Busy.
+  void stop(std::chrono::seconds limit) const;
+
+  /// Starts the service, if it does not run, and waits until it does (NotStarted).
+  void start() const;
+
+  /// Registers the service or renews its registration. What fails half-way is
+  /// put back to what it was.
+  void apply(const ServiceSettings& settings);
+
+  /// Stops the service, within `limit`, and removes its registration.
+  void remove(std::chrono::seconds limit);
+
+ private:
+  struct Configuration;
+
+  [[nodiscard]] SERVICE_STATUS_PROCESS status() const;
+  [[nodiscard]] std::optional<Configuration> configuration() const;
+  [[nodiscard]] bool isInstalling() const;
+  void create(const ServiceSettings& settings);
+  void change(const ServiceSettings& settings) const;
+  void describe() const;
+  void restartWhenEnded() const;
+  void restore(const Configuration& before) const noexcept;
+
+  ServiceHandle manager_;
+  ServiceHandle service_;
+};
+
+}  // namespace zarn::setup
