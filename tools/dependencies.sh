@@ -131,6 +131,15 @@ recipe_boost() {
     -DBOOST_INCLUDE_LIBRARIES='filesystem;thread;date_time;asio;property_tree;algorithm'
 }
 
+# Plain zip archives: no encryption, no other compression.
+recipe_libzip() {
+  fetch libzip 1.7
+  cross_cmake "$work/libzip" -DENABLE_COMMONCRYPTO=OFF -DENABLE_GNUTLS=OFF -DENABLE_MBEDTLS=OFF \
+    -DENABLE_OPENSSL=OFF -DENABLE_WINDOWS_CRYPTO=OFF -DENABLE_BZIP2=OFF -DENABLE_LZMA=OFF \
+    -DBUILD_TOOLS=OFF -DBUILD_REGRESS=OFF -DBUILD_EXAMPLES=OFF -DBUILD_DOC=OFF \
+    -DZLIB_INCLUDE_DIR=/usr/$triplet/include -DZLIB_LIBRARY=/usr/$triplet/lib/libz.a
+}
+
 recipe_googletest() {
   cp -r /usr/src/googletest "$work/googletest"
   cross_cmake "$work/googletest" -DBUILD_GMOCK=ON -Dgtest_disable_pthreads=OFF
@@ -152,7 +161,7 @@ if [ "${1:-}" = --recipe ]; then
   exit
 fi
 
-libraries=(openssl fmt curl boost googletest)
+libraries=(openssl fmt curl boost libzip googletest)
 pending=0
 for name in "${libraries[@]}"; do [ -f "$home/$name.done" ] || pending=1; done
 [ $pending = 0 ] || say "Building the libraries for Windows, once, into $home"

@@ -16,7 +16,24 @@ constexpr Command kCommands[] = {
      "An existing directory; the service's logs move to \"Zarn Media Server\\Logs\" in it", Extra::None,
      "The service does not say whether it could use the directory; see status afterwards.", runSetAppData},
     {"status", "Show the service's state, version, log folder and last outcome", nullptr, nullptr,
-     Extra::Logs, "Exit code 0 when the service runs, 3 when it does not.", runStatus},
+     Extra::Logs,
+     "Exit code 0 when the service runs, 3 when it does not. Logs of the service's own account can be\n"
+     "read by administrators only.",
+     runStatus},
+    {"history", "List the install requests that the service has answered", nullptr, nullptr,
+     Extra::LogsAndLast,
+     "Reads \"Update History.jsonl\" in the service's Logs folder; --json gives every recorded key.",
+     runHistory},
+    {"explain", "Say what a code means and what to do", "CODE",
+     "Decimal, negative or hexadecimal: 30004, -2146762496, 0x800b0100", Extra::None,
+     "Knows the service's answers, exit codes of installers and of these programs, and errors of Windows.\n"
+     "Exit code 1 when nothing is known of the code.",
+     runExplain},
+    {"collect-logs", "Copy the service's logs into a zip file or a folder", "ZIP-OR-DIR",
+     "A free place; a zip file is made when it ends in .zip", Extra::Logs,
+     "Takes the service's logs and history, Installer Logs and the output of status. Files of the media\n"
+     "server in the same folder are left out. Exit code 4 when something could not be collected.",
+     runCollectLogs},
 };
 
 }  // namespace

@@ -39,5 +39,8 @@ Answer runCheck(const Arguments& arguments);
 Answer runInstall(const Arguments& arguments);
 Answer runSetAppData(const Arguments& arguments);
 Answer runStatus(const Arguments& arguments);
+Answer runExplain(const Arguments& arguments);
+Answer runHistory(const Arguments& arguments);
+Answer runCollectLogs(const Arguments& arguments);
 
 }  // namespace zarn::tool

@@ -30,22 +30,6 @@ constexpr Explanation kExplanations[] = {
      "refused: signed, but not by an approved certificate, or the list of approved ones could not be had",
      "Run zarn-update verify on the bundle; check the way to the account service"},
 
-    {ProcessExit, 0, "", "the service stopped, or could not start; its log says which",
-     "Nothing after a stop"},
-    {ProcessExit, 1467, "", "the service ended itself to be restarted after an installation",
-     "Nothing when recovery actions are set; else start it: sc start ZarnUpdateService"},
-    {ProcessExit, 0xc0dedead, "", "the service met a fatal error and ended",
-     "The last line of its log begins with FATAL ERROR and says why"},
-
-    {ToolExit, 0, "", "done, or trusted", "Nothing"},
-    {ToolExit, 1, "", "refused or failed", "Read its output, or its --json keys status and meaning"},
-    {ToolExit, 2, "", "wrong arguments", "See zarn-update --help"},
-    {ToolExit, 3, "", "the service is not installed, not running or not to be reached",
-     "See zarn-update status; start it: sc start ZarnUpdateService"},
-    {ToolExit, 4, "", "something on this machine was in the way of the tool", "Its message names it"},
-    {ToolExit, 5, "", "interrupted: no answer came, what the service does is unknown",
-     "See zarn-update status and zarn-update history before trying again"},
-
     {Installer, 0, "ERROR_SUCCESS", "installed", "Nothing"},
     {Installer, 259, "STILL_ACTIVE", "the installer was still running after ten minutes, and goes on",
      "Wait for it to end, then see which version is there; do not install again meanwhile"},
@@ -204,6 +188,22 @@ constexpr Explanation kExplanations[] = {
     {Rpc, 1780, "RPC_X_NULL_REF_POINTER", "the call lacks its path", "Report it to the publisher"},
     {Rpc, 1783, "RPC_X_BAD_STUB_DATA", "the service could not read the call",
      "Use a tool of the same version"},
+
+    {ProcessExit, 0, "", "the service stopped, or could not start; its log says which",
+     "Nothing after a stop"},
+    {ProcessExit, 1467, "", "the service ended itself to be restarted after an installation",
+     "Nothing when recovery actions are set; else start it: sc start ZarnUpdateService"},
+    {ProcessExit, 0xc0dedead, "", "the service met a fatal error and ended",
+     "The last line of its log begins with FATAL ERROR and says why"},
+
+    {ToolExit, 0, "", "done, or trusted", "Nothing"},
+    {ToolExit, 1, "", "refused or failed", "Read its output, or its --json keys status and meaning"},
+    {ToolExit, 2, "", "wrong arguments", "See zarn-update --help"},
+    {ToolExit, 3, "", "the service is not installed, not running or not to be reached",
+     "See zarn-update status; start it: sc start ZarnUpdateService"},
+    {ToolExit, 4, "", "something on this machine was in the way of the tool", "Its message names it"},
+    {ToolExit, 5, "", "interrupted: no answer came, what the service does is unknown",
+     "See zarn-update status and zarn-update history before trying again"},
 };
 
 struct KindNames {

@@ -1,0 +1,97 @@
+#include "client/tool/service_setup_win.h"
+
+#include <windows.h>
+
+#include <sddl.h>
+
+#include <vector>
+
+#include "client/tool/files_win.h"
+#include "client/tool/registry_win.h"
+#include "client/tool/service_query_win.h"
+#include "prefs/query_string.h"
+#include "util/environment.h"
+#include "util/file_utils.h"
+#include "util/scoped_handle.h"
+#include "util/string_utils.h"
+
+namespace zarn::tool {
+namespace {
+
+constexpr char kServiceKey[] = R"(SYSTEM\CurrentControlSet\Services\ZarnUpdateService)";
+constexpr char kMachineEnvironmentKey[] = R"(SYSTEM\CurrentControlSet\Control\Session Manager\Environment)";
+constexpr char kPreferencesKey[] = R"(Software\Zarn, Inc.\Zarn Media Server)";
+constexpr char kFoldersKey[] = R"(Software\Microsoft\Windows\CurrentVersion\Explorer\Shell Folders)";
+constexpr wchar_t kProductVariables[] = L"ZARN_MEDIA_SERVER_";
+
+struct LocalMemoryTraits {
+  using Handle = LPWSTR;
+  static Handle invalid() noexcept { return nullptr; }
+  static void close(Handle memory) noexcept { LocalFree(memory); }
+};
+
+void adopt(const std::wstring& assignment) {
+  const std::size_t sign = assignment.find(L'=', 1);
+  if (sign == std::wstring::npos) return;
+  SetEnvironmentVariableW(assignment.substr(0, sign).c_str(), assignment.c_str() + sign + 1);
+}
+
+/// The security identifier of a service's account as text; empty when it has none.
+std::string identifierOf(std::string account) {
+  if (account.empty() || account == "LocalSystem") return "S-1-5-18";
+  if (account.starts_with(".\\")) account.erase(0, 2);
+  const std::wstring name = StringUtils::utf8to16(account);
+  std::vector<std::byte> identifier(SECURITY_MAX_SID_SIZE);
+  std::wstring domain(256, L'\0');
+  auto size = static_cast<DWORD>(identifier.size());
+  auto domainSize = static_cast<DWORD>(domain.size());
+  SID_NAME_USE use{};
+  if (LookupAccountNameW(nullptr, name.c_str(), identifier.data(), &size, domain.data(), &domainSize, &use) ==
+      0) {
+    return {};
+  }
+  ScopedHandle<LocalMemoryTraits> text;
+  if (ConvertSidToStringSidW(identifier.data(), text.receive()) == 0) return {};
+  return StringUtils::utf16to8(text.get());
+}
+
+std::string defaultAppDataPath() {
+  const QueryString overrides(environmentVariable("ZARN_MEDIA_SERVER_DEFAULT_PREFERENCES").value_or(""));
+  const std::string* const path = overrides.find("LocalAppDataPath");
+  return path == nullptr ? std::string() : *path;
+}
+
+/// As the service derives it, from its account's part of the registry.
+std::string logFolder(HKEY root, const std::string& prefix, const std::string& localAppData) {
+  std::string base = registryText(root, prefix + kPreferencesKey, "LocalAppDataPath").value_or("");
+  if (base.empty()) base = defaultAppDataPath();
+  if (base.empty()) base = localAppData;
+  return base.empty() ? base : FileUtils::join(FileUtils::join(base, "Zarn Media Server"), "Logs");
+}
+
+}  // namespace
+
+void adoptServiceEnvironment() {
+  if (!queryService().facts) return;
+  for (const std::wstring& assignment : registryAssignments(HKEY_LOCAL_MACHINE, kMachineEnvironmentKey)) {
+    if (assignment.starts_with(kProductVariables)) adopt(assignment);
+  }
+  for (const std::wstring& assignment : registryTexts(HKEY_LOCAL_MACHINE, kServiceKey, "Environment")) {
+    adopt(assignment);
+  }
+}
+
+std::string serviceLogFolder(const std::string& given) {
+  if (!given.empty()) return given;
+  adoptServiceEnvironment();
+  const ServiceQuery query = queryService();
+  const std::string user = identifierOf(query.facts ? query.facts->account : "") + "\\";
+  const std::string ofService =
+      logFolder(HKEY_USERS, user, registryText(HKEY_USERS, user + kFoldersKey, "Local AppData").value_or(""));
+  if (!ofService.empty() && mayBeFolder(ofService)) return ofService;
+  const std::string ofUser =
+      logFolder(HKEY_CURRENT_USER, "", FileUtils::applicationDataDirectory(false, false));
+  return ofService.empty() || mayBeFolder(ofUser) ? ofUser : ofService;
+}
+
+}  // namespace zarn::tool

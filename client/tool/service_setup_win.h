@@ -1,0 +1,18 @@
+// How the service is set up on this machine: its environment and its folders.
+#pragma once
+
+#include <string>
+
+namespace zarn::tool {
+
+/// Gives this process the variables that administrators have set for the service
+/// alone, and the machine's variables of the product, so that what the tool works
+/// out is what the service would. Does nothing on a machine without the service.
+void adoptServiceEnvironment();
+
+/// The service's Logs folder: of the account it runs as, else of the current user,
+/// whichever is there first; the service's own when none is. `given`, when not
+/// empty, is the answer.
+[[nodiscard]] std::string serviceLogFolder(const std::string& given);
+
+}  // namespace zarn::tool

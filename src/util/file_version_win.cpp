@@ -1,0 +1,49 @@
+#include <windows.h>
+
+#include <cstddef>
+#include <cwchar>
+#include <vector>
+
+#include "util/file_utils.h"
+#include "util/file_version.h"
+#include "util/string_utils.h"
+
+namespace zarn {
+namespace {
+
+struct Translation {
+  WORD language;
+  WORD codePage;
+};
+
+/// The named text in the resource's first language.
+std::string textOf(const void* resource, const wchar_t* name) {
+  void* found = nullptr;
+  UINT size = 0;
+  if (VerQueryValueW(resource, L"\\VarFileInfo\\Translation", &found, &size) == 0 ||
+      size < sizeof(Translation)) {
+    return {};
+  }
+  const auto* const translation = static_cast<const Translation*>(found);
+  wchar_t block[128] = {};
+  std::swprintf(block, std::size(block), L"\\StringFileInfo\\%04x%04x\\%ls", translation->language,
+                translation->codePage, name);
+  if (VerQueryValueW(resource, block, &found, &size) == 0 || size == 0) return {};
+  std::wstring text(static_cast<const wchar_t*>(found), size);
+  text.resize(text.find(L'\0') == std::wstring::npos ? text.size() : text.find(L'\0'));
+  return StringUtils::utf16to8(text);
+}
+
+}  // namespace
+
+FileVersion readFileVersion(const std::string& path) {
+  const auto file = FileUtils::toPath(path);
+  DWORD ignored = 0;
+  const DWORD size = GetFileVersionInfoSizeW(file.c_str(), &ignored);
+  if (size == 0) return {};
+  std::vector<std::byte> resource(size);
+  if (GetFileVersionInfoW(file.c_str(), 0, size, resource.data()) == 0) return {};
+  return {textOf(resource.data(), L"ProductName"), textOf(resource.data(), L"ProductVersion")};
+}
+
+}  // namespace zarn
