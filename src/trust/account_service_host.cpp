@@ -1,0 +1,50 @@
+#include "trust/account_service_host.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+
+#include "util/environment.h"
+
+namespace zarn {
+namespace {
+
+constexpr char kHostVariable[] = "ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST";
+constexpr std::size_t kLongestHostBytes = 253;
+constexpr std::string_view kDigits = "0123456789";
+constexpr std::string_view kAddressCharacters = "0123456789abcdefABCDEF:.";
+constexpr std::string_view kNameCharacters =
+    "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-_.";
+
+bool consistsOf(std::string_view text, std::string_view characters) {
+  return !text.empty() && text.find_first_not_of(characters) == std::string_view::npos;
+}
+
+bool isPort(std::string_view text) {
+  std::uint16_t port = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+  return consistsOf(text, kDigits) && error == std::errc() && end == text.data() + text.size() && port != 0;
+}
+
+}  // namespace
+
+std::string accountServiceHost() {
+  const auto chosen = environmentVariable(kHostVariable);
+  return chosen && !chosen->empty() ? *chosen : ZARN_ACCOUNT_SERVICE_HOST;
+}
+
+bool isHostWithOptionalPort(std::string_view text) {
+  std::string_view rest;
+  if (text.starts_with('[')) {
+    const auto end = std::min(text.find(']'), text.size());
+    if (end == text.size() || !consistsOf(text.substr(1, end - 1), kAddressCharacters)) return false;
+    rest = text.substr(end + 1);
+  } else {
+    const auto end = std::min(text.find(':'), text.size());
+    if (end > kLongestHostBytes || !consistsOf(text.substr(0, end), kNameCharacters)) return false;
+    rest = text.substr(end);
+  }
+  return rest.empty() || (rest.front() == ':' && isPort(rest.substr(1)));
+}
+
+}  // namespace zarn

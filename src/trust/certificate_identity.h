@@ -1,0 +1,38 @@
+// Whether a file was signed with one of the publisher's own certificates.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "trust/trust_api.h"
+#include "trust/trust_result.h"
+
+namespace zarn {
+
+/// The signer's certificate is not an approved one.
+inline constexpr std::uint32_t kIdentityRefused = 30005;
+
+/// Answers the approved digests; asked once for each check that gets that far.
+using ProfileSource = std::function<std::set<std::string>()>;
+
+/// Verified when the SHA-256 digest of the certificate that made the file's first
+/// signature, as 64 lower-case hexadecimal digits, is an approved one. Refused
+/// with kIdentityRefused when it is not, else with the Win32 error of the step
+/// that failed. Says nothing about the signature itself: that is
+/// CheckCertificateIntegrity(). The first form fetches the certificate profile
+/// and blocks until it is there.
+TrustResult CheckCertificateIdentity(const std::wstring& path);
+TrustResult CheckCertificateIdentity(TrustApi& api, const std::wstring& path,
+                                     const ProfileSource& fetchProfile);
+
+/// The digest's bytes; empty when the provider fails, which is logged.
+[[nodiscard]] std::vector<std::uint8_t> HashCertificateSha256(const Certificate& certificate);
+
+/// The first attribute `oid` of the certificate's subject, UTF-8; empty when the
+/// provider fails, which is logged. The certificate's author chose the text.
+[[nodiscard]] std::string GetCertNameAttribute(const Certificate& certificate, const char* oid);
+
+}  // namespace zarn

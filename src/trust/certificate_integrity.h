@@ -1,0 +1,19 @@
+// Whether the system accepts a file's embedded Authenticode signature.
+#pragma once
+
+#include <string>
+
+#include "trust/trust_api.h"
+#include "trust/trust_result.h"
+
+namespace zarn {
+
+/// Verified when the file has a certificate table entry and the system's trust
+/// provider accepts the signature: intact content, a chain to a trusted root, no
+/// certificate of the chain revoked. Otherwise refused with the Win32 error of
+/// the step that failed or with the provider's status. The file is held open
+/// against writing while it is checked. May block on the network for revocation.
+TrustResult CheckCertificateIntegrity(const std::wstring& path);
+TrustResult CheckCertificateIntegrity(TrustApi& api, const std::wstring& path);
+
+}  // namespace zarn

@@ -1,0 +1,53 @@
+// The certificate profile: the digests of the certificates that the publisher
+// approves for signing bundles, fetched anew from its account service each time.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "trust/profile_parser.h"
+
+namespace zarn {
+
+class HttpContext;
+
+/// Fetches the profile from one host. Keeps nothing between fetches; may be used
+/// from any thread.
+class CertificateProfileClient {
+ public:
+  static constexpr std::uint32_t kTimeoutSeconds = 60;
+  static constexpr std::int64_t kMaxBodyBytes = std::int64_t{1} << 20;
+
+  /// Runs a prepared request and answers it once it is complete, or throws.
+  using Transfer = std::function<std::shared_ptr<HttpContext>(std::shared_ptr<HttpContext>)>;
+
+  /// `host` is "host" or "host:port"; anything else makes every fetch fail.
+  explicit CertificateProfileClient(std::string host);
+
+  /// For tests: another limit on the whole transfer, and a file of certificate
+  /// authorities instead of the service's own.
+  CertificateProfileClient(std::string host, std::uint32_t timeoutSeconds, std::string authorities);
+
+  /// For tests: another way to transfer.
+  CertificateProfileClient(std::string host, Transfer transfer);
+
+  /// The approved digests; empty, and the reason logged at level Error, when the
+  /// profile cannot be had. Blocks until the transfer has ended, successfully or not.
+  [[nodiscard]] std::set<std::string> fetch() const;
+
+ private:
+  [[nodiscard]] std::shared_ptr<HttpContext> receive() const;
+
+  std::string host_;
+  std::uint32_t timeoutSeconds_ = kTimeoutSeconds;
+  std::string authorities_;
+  Transfer transfer_;
+};
+
+/// From the account service that accountServiceHost() names.
+[[nodiscard]] std::set<std::string> FetchCertificateProfile();
+
+}  // namespace zarn

@@ -1,0 +1,111 @@
+// The operating system as a script: one signed file, any of whose calls can be
+// made to fail. Records every call and every release, in order.
+#pragma once
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "trust/trust_api.h"
+#include "util/system_error.h"
+
+namespace zarn::testing {
+
+struct CarriedCertificate {
+  std::string issuerAndSerial;
+  std::vector<std::uint8_t> digest;
+  std::map<std::string, std::wstring> subject;  // by identifier
+};
+
+class ScriptedTrustApi final : public TrustApi {
+ public:
+  // ---- The script ------------------------------------------------------------
+  std::string failingCall;            // fails with
+  std::uint32_t failure = 0;          // this last error
+  std::int32_t trustStatus = 0;       // WinVerifyTrust's answer
+  std::string signer = "CN=Zarn, 1";  // issuer and serial number of signer 0
+  std::vector<CarriedCertificate> carried;
+
+  // ---- What happened -----------------------------------------------------------
+  std::vector<std::string> calls;
+
+  std::unique_ptr<SignedFile> openFile(const std::wstring& path) override {
+    return succeeds("CreateFileW", path) ? std::make_unique<File>(*this) : nullptr;
+  }
+  std::int32_t verifyTrust(const std::wstring& path) override {
+    if (!succeeds("WinVerifyTrust", path)) return trustStatus;
+    return 0;
+  }
+  std::unique_ptr<EmbeddedSignature> querySignature(const std::wstring& path) override {
+    return succeeds("CryptQueryObject", path) ? std::make_unique<Signature>(*this) : nullptr;
+  }
+
+ private:
+  bool succeeds(std::string_view call, const std::wstring& path = L"bundle.exe") {
+    calls.emplace_back(call);
+    if (path != L"bundle.exe") calls.emplace_back("with another path");
+    if (call != failingCall) return true;
+    setLastSystemError(failure);
+    return false;
+  }
+
+  struct File final : SignedFile {
+    explicit File(ScriptedTrustApi& script) : api(script) {}
+    ~File() override { api.calls.emplace_back("close file"); }
+    std::optional<std::uint32_t> certificateLength() override {
+      return api.succeeds("ImageGetCertificateHeader") ? std::optional<std::uint32_t>(4711) : std::nullopt;
+    }
+    bool readCertificate(std::uint32_t length) override {
+      return api.succeeds("ImageGetCertificateData") && length == 4711;
+    }
+    ScriptedTrustApi& api;
+  };
+
+  struct Context final : Certificate {
+    Context(ScriptedTrustApi& script, const CarriedCertificate& found) : api(script), certificate(found) {}
+    ~Context() override { api.calls.emplace_back("free certificate"); }
+    bool sha256(std::uint8_t* buffer, std::uint32_t& size) const override {
+      if (!api.succeeds(buffer == nullptr ? "CryptHashCertificate (size)" : "CryptHashCertificate"))
+        return false;
+      if (buffer != nullptr) std::ranges::copy(certificate.digest, buffer);
+      // Asked for the size, some providers answer more than they write.
+      size = static_cast<std::uint32_t>(certificate.digest.size()) + (buffer == nullptr ? 8 : 0);
+      return true;
+    }
+    std::uint32_t subjectAttribute(const char* oid, wchar_t* buffer, std::uint32_t size) const override {
+      if (!api.succeeds(buffer == nullptr ? "CertGetNameStringW (size)" : "CertGetNameStringW")) return 0;
+      const auto found = certificate.subject.find(oid);
+      const std::wstring text = found == certificate.subject.end() ? L"" : found->second;
+      if (buffer != nullptr) text.copy(buffer, size);
+      return static_cast<std::uint32_t>(text.size()) + 1;
+    }
+    ScriptedTrustApi& api;
+    const CarriedCertificate& certificate;
+  };
+
+  struct Signature final : EmbeddedSignature {
+    explicit Signature(ScriptedTrustApi& script) : api(script) {}
+    ~Signature() override { api.calls.emplace_back("close store and message"); }
+    bool signerInfo(std::byte* buffer, std::uint32_t& size) const override {
+      if (!api.succeeds(buffer == nullptr ? "CryptMsgGetParam (size)" : "CryptMsgGetParam")) return false;
+      if (buffer != nullptr) std::ranges::copy(std::as_bytes(std::span(api.signer)), buffer);
+      size = static_cast<std::uint32_t>(api.signer.size());
+      return true;
+    }
+    std::unique_ptr<Certificate> findCertificate(std::span<const std::byte> wanted) const override {
+      if (!api.succeeds("CertFindCertificateInStore")) return nullptr;
+      const auto isSigner = [&](const CarriedCertificate& certificate) {
+        return std::ranges::equal(std::as_bytes(std::span(certificate.issuerAndSerial)), wanted);
+      };
+      const auto found = std::ranges::find_if(api.carried, isSigner);
+      if (found == api.carried.end()) return nullptr;
+      return std::make_unique<Context>(api, *found);
+    }
+    ScriptedTrustApi& api;
+  };
+};
+
+}  // namespace zarn::testing

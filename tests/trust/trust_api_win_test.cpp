@@ -1,0 +1,170 @@
+// The system's own trust calls on really signed files. What Wine's do not do is
+// not shown here: no revocation is ever looked up, and a chain of SHA-256
+// certificates is accepted whatever is wrong with it. So the chains that must be
+// refused are signed with SHA-1, and that revocation is asked for is checked by
+// what WinVerifyTrust is asked.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <cstdlib>
+#include <map>
+#include <sstream>
+
+#include "failure_lines.h"
+#include "support/recording_log.h"
+#include "support/temp_directory.h"
+#include "trust/certificate_identity.h"
+#include "trust/certificate_integrity.h"
+#include "trust/wintrust_call_win.h"
+#include "util/string_utils.h"
+#include "util/windows_handles.h"
+
+namespace zarn::testing {
+namespace {
+
+class SignedFiles : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    const char* const folder = std::getenv("ZARN_SIGNED_FILES");
+    ASSERT_NE(folder, nullptr) << "made by make_signed_files.py";
+    folder_ = folder;
+    std::istringstream digests(readFile(folder_ + "/digests.txt"));
+    for (std::string line; std::getline(digests, line);) {
+      const auto equals = line.find('=');
+      digests_[line.substr(0, equals)] = line.substr(equals + 1);
+    }
+    trustRoot("root.der");
+    trustRoot("sha1-root.der");
+  }
+
+  static void trustRoot(const std::string& name) {
+    const std::string der = readFile(folder_ + "/" + name);
+    const HCERTSTORE store =
+        CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"Root");
+    ASSERT_NE(store, nullptr);
+    EXPECT_NE(CertAddEncodedCertificateToStore(
+                  store, X509_ASN_ENCODING, reinterpret_cast<const BYTE*>(der.data()),
+                  static_cast<DWORD>(der.size()), CERT_STORE_ADD_REPLACE_EXISTING, nullptr),
+              0);
+    CertCloseStore(store, 0);
+  }
+
+  static std::wstring file(const std::string& name) {
+    return StringUtils::utf8to16(folder_ + "/" + name + ".exe");
+  }
+
+  static TrustResult identity(const std::wstring& path) {
+    return CheckCertificateIdentity(systemTrustApi(), path, [] {
+      return std::set<std::string>{digests_["approved"], digests_["approved-sha1"]};
+    });
+  }
+
+  /// Whether nobody has the file open.
+  static bool isClosed(const std::wstring& path) {
+    return FileHandle(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr))
+        .isValid();
+  }
+
+  static inline std::string folder_;
+  static inline std::map<std::string, std::string> digests_;
+};
+
+TEST_F(SignedFiles, EachIsJudgedByWhatIsWrongWithIt) {
+  constexpr std::uint32_t any = 0xFFFFFFFF;  // refused; the number is the system's affair
+  const struct {
+    std::string name;
+    std::uint32_t integrity;
+    std::string integrityLine;
+    std::uint32_t identity;
+    std::string identityLine;
+  } table[] = {
+      {"approved", 0, "Certificate integrity verified", 0, "Certificate identity verified"},
+      {"approved-sha1", 0, "Certificate integrity verified", 0, "Certificate identity verified"},
+      {"unsigned", any, "ImageGetCertificateHeader() failed", 0x80092009, "CryptQueryObject() failed"},
+      {"changed", 0x80096010, "Certificate couldn't be verified with the following error:", 0,
+       "Certificate identity verified"},
+      {"untrusted-root", 0x800b0109, "Certificate couldn't be verified with the following error:", 30005,
+       "Certificate couldn't be verified"},
+      {"expired", 0x800b0101, "Certificate couldn't be verified with the following error:", 30005,
+       "Certificate couldn't be verified"},
+      {"decoy", 0, "Certificate integrity verified", 30005, "Certificate hash: " + digests_["other"]},
+      {"spoiled", any, "Certificate couldn't be verified with the following error:", any,
+       "CryptQueryObject() failed"},
+      {"huge-length", ERROR_INVALID_DATA, "ImageGetCertificateData() failed", any,
+       "CryptQueryObject() failed"},
+      {"missing", ERROR_FILE_NOT_FOUND, "Failed CreateFile() of " + folder_ + "/missing.exe", any,
+       "CryptQueryObject() failed"},
+  };
+  const auto expectCode = [&](const TrustResult& result, std::uint32_t expected) {
+    EXPECT_EQ(result.isVerified(), expected == 0);
+    if (expected != any) {
+      EXPECT_EQ(static_cast<std::uint32_t>(result.code()), expected);
+    }
+  };
+  for (const auto& row : table) {
+    SCOPED_TRACE(row.name);
+    RecordingLog log;
+    expectCode(CheckCertificateIntegrity(systemTrustApi(), file(row.name)), row.integrity);
+    EXPECT_TRUE(log.contains(row.integrityLine)) << ::testing::PrintToString(log.texts());
+    log.clear();
+    expectCode(identity(file(row.name)), row.identity);
+    EXPECT_TRUE(log.contains(row.identityLine)) << ::testing::PrintToString(log.texts());
+    EXPECT_TRUE(row.name == "missing" || isClosed(file(row.name)));
+  }
+}
+
+TEST_F(SignedFiles, TheSignersSubjectIsShownWhenItIsRefused) {
+  const RecordingLog log;
+  EXPECT_EQ(CheckCertificateIdentity(systemTrustApi(), file("approved-sha1"),
+                                     [] { return std::set<std::string>{}; })
+                .code(),
+            30005);
+  EXPECT_EQ(log.texts(),
+            (std::vector<std::string>{"Certificate hash: " + digests_["approved-sha1"],
+                                      "Certificate Common Name: Zarn Media",
+                                      "Certificate Organization Name: Zarn, Inc.",
+                                      "Certificate Locality Name: Dayton", "Certificate State Name: Ohio",
+                                      "Certificate Country Name: US", "Certificate couldn't be verified"}));
+}
+
+TEST_F(SignedFiles, AFileThatOthersHoldCannotBeChecked) {
+  const FileHandle held(
+      CreateFileW(file("approved").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  const RecordingLog log;
+  EXPECT_EQ(CheckCertificateIntegrity(systemTrustApi(), file("approved")).code(), ERROR_SHARING_VIOLATION);
+}
+
+TEST_F(SignedFiles, NobodyCanWriteToAFileWhileItIsChecked) {
+  const auto openForWriting = [] {
+    const FileHandle writer(CreateFileW(file("approved").c_str(), GENERIC_WRITE,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                        OPEN_EXISTING, 0, nullptr));
+    return writer.isValid();
+  };
+  auto checked = systemTrustApi().openFile(file("approved"));
+  ASSERT_NE(checked, nullptr);
+  EXPECT_FALSE(openForWriting());
+  checked.reset();
+  EXPECT_TRUE(openForWriting());
+}
+
+TEST(WinTrustCall, AsksForRevocationOfTheWholeChainAndForNoUserInterface) {
+  WinTrustCall call(L"bundle.exe");
+  const WINTRUST_DATA& data = *call.data();
+  EXPECT_EQ(data.fdwRevocationChecks, 1U);
+  EXPECT_EQ(data.dwProvFlags, 0x40U);
+  EXPECT_EQ(data.dwUIChoice, 2U);
+  EXPECT_EQ(data.dwUIContext, 1U);
+  EXPECT_EQ(data.dwStateAction, 0U);
+  EXPECT_EQ(data.dwUnionChoice, 1U);
+  EXPECT_EQ(data.cbStruct, 80U);
+  ASSERT_NE(data.pFile, nullptr);
+  EXPECT_EQ(data.pFile->cbStruct, 32U);
+  EXPECT_STREQ(data.pFile->pcwszFilePath, L"bundle.exe");
+  EXPECT_EQ(data.pFile->hFile, nullptr);
+}
+
+}  // namespace
+}  // namespace zarn::testing
