@@ -21,6 +21,8 @@ if(WIN32)
   set(ZLIB_USE_STATIC_LIBS ON)
   find_package(CURL 7.88 REQUIRED CONFIG)
   target_link_libraries(zarn_curl INTERFACE CURL::libcurl OpenSSL::SSL OpenSSL::Crypto ws2_32 crypt32 bcrypt)
+  # Says that the system libraries come behind OpenSSL when a program is linked.
+  set_property(TARGET OpenSSL::Crypto APPEND PROPERTY INTERFACE_LINK_LIBRARIES ws2_32 crypt32)
   target_link_libraries(zarn_boost INTERFACE ws2_32 mswsock bcrypt)
 else()
   find_package(CURL 7.88 REQUIRED)
