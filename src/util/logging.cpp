@@ -33,20 +33,28 @@ LogSink* setLogSink(LogSink* sink) noexcept {
 }
 
 namespace {
-std::vector<std::string>& mutableTags() noexcept {
-  thread_local std::vector<std::string> tags;
-  return tags;
-}
+// The labels live in their LogTag objects. A thread-local object with a destructor
+// would not do: with this compiler on Windows its memory is freed before the
+// destructor runs, when the thread ends.
+thread_local LogTag* newestTag = nullptr;
 }  // namespace
 
-const std::vector<std::string>& logTags() noexcept { return mutableTags(); }
-
-LogTag::LogTag(std::string_view label) {
-  auto& tags = mutableTags();
-  const bool known = std::find(tags.begin(), tags.end(), label) != tags.end();
-  tags.emplace_back(known ? std::string_view() : label);
+std::vector<std::string> logTags() {
+  std::vector<std::string> labels;
+  for (const LogTag* tag = newestTag; tag != nullptr; tag = tag->outer_) labels.push_back(tag->label_);
+  std::reverse(labels.begin(), labels.end());
+  return labels;
 }
 
-LogTag::~LogTag() { mutableTags().pop_back(); }
+LogTag::LogTag(std::string_view label) : outer_(newestTag) {
+  bool known = false;
+  for (const LogTag* tag = outer_; tag != nullptr; tag = tag->outer_) known = known || tag->label_ == label;
+  if (!known) label_ = label;
+  newestTag = this;
+}
+
+LogTag::~LogTag() {
+  newestTag = outer_;
+}
 
 }  // namespace zarn

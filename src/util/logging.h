@@ -85,7 +85,9 @@ consteval ArgumentKind argumentKind() {
   }
 }
 
-constexpr bool isOneOf(char c, std::string_view set) { return set.find(c) != std::string_view::npos; }
+constexpr bool isOneOf(char c, std::string_view set) {
+  return set.find(c) != std::string_view::npos;
+}
 
 constexpr bool fits(char conversion, ArgumentKind kind) {
   if (isOneOf(conversion, "diuxXoc")) return kind == ArgumentKind::Integer;
@@ -106,7 +108,7 @@ template <typename... Args>
 class PrintfFormat {
  public:
   template <typename T>
-    requires std::convertible_to<const T&, std::string_view>
+  requires std::convertible_to<const T&, std::string_view>
   consteval PrintfFormat(const T& text) : text_(text) {  // NOLINT(google-explicit-constructor)
     check();
   }
@@ -117,7 +119,8 @@ class PrintfFormat {
  private:
   consteval void check() const {
     constexpr std::size_t count = sizeof...(Args);
-    constexpr detail::ArgumentKind kinds[count + 1] = {detail::argumentKind<Args>()..., detail::ArgumentKind::Other};
+    constexpr detail::ArgumentKind kinds[count + 1] = {detail::argumentKind<Args>()...,
+                                                       detail::ArgumentKind::Other};
     std::size_t used = 0;
     const auto take = [&](char conversion) {
       if (used >= count) detail::logFormatHasTooFewArguments();
@@ -203,16 +206,23 @@ template <typename... Args>
 }
 
 /// The calling thread's context labels, oldest first; empty ones are skipped in lines.
-[[nodiscard]] const std::vector<std::string>& logTags() noexcept;
+[[nodiscard]] std::vector<std::string> logTags();
 
 /// Appends a label to the calling thread's list for a scope. A label that the
-/// list already holds is not repeated: an empty one takes its place.
+/// list already holds is not repeated: an empty one takes its place. Only for
+/// local variables, which end in the opposite order on their own thread.
 class LogTag {
  public:
   explicit LogTag(std::string_view label);
   LogTag(const LogTag&) = delete;
   LogTag& operator=(const LogTag&) = delete;
   ~LogTag();
+
+ private:
+  friend std::vector<std::string> logTags();
+
+  std::string label_;
+  LogTag* const outer_;
 };
 
 }  // namespace zarn
