@@ -1,0 +1,297 @@
+#include "log/base_log.h"
+
+#include <atomic>
+#include <boost/thread/thread.hpp>
+#include <cstdio>
+#include <stdexcept>
+#include <utility>
+
+#include "log/log_files.h"
+#include "log/log_item.h"
+#include "log/log_line.h"
+#include "log/log_platform.h"
+#include "log/log_queue.h"
+#include "log/network_log.h"
+#include "util/mutex.h"
+#include "util/printable.h"
+#include "util/type_name.h"
+
+namespace zarn {
+
+struct BaseLog::State {
+  Mutex nameMutex;  ///< held for the whole of start()
+  std::string baseName;
+  std::atomic<bool> isNamed{false};  ///< baseName is set and does not change any more
+
+  LogQueue queue;
+  Mutex threadMutex;
+  boost::thread thread ZARN_GUARDED_BY(threadMutex);
+  std::atomic<bool> hasWriter{false};            ///< stays set after the writer has ended
+  std::atomic<std::uint32_t> writerThreadId{0};  ///< 0 while no writer runs
+
+  std::atomic<bool> synchronous{false};
+  std::atomic<std::uint64_t> bytesWritten{0};
+
+  // Two lines at once is rare and may cost one of them, so this is looked at and
+  // set in two steps; atomic only so that both steps are well defined.
+  std::atomic<bool> writing{false};
+  RecursiveMutex writeMutex;  ///< held while one line is written
+  NetworkLog network ZARN_GUARDED_BY(writeMutex);
+
+  // Rotation does not hold the write mutex: a line that comes meanwhile finds no
+  // file. Held inside the write mutex, never while files are moved.
+  Mutex fileMutex;
+  FileUtils::ScopedFile file ZARN_GUARDED_BY(fileMutex);
+  LogLineRenderer renderer ZARN_GUARDED_BY(fileMutex);
+
+  /// Empty before the start.
+  [[nodiscard]] std::string name() const {
+    return isNamed.load(std::memory_order_acquire) ? baseName : std::string();
+  }
+  [[nodiscard]] bool isWriter(std::uint32_t threadId) const noexcept {
+    return threadId == writerThreadId.load(std::memory_order_relaxed);
+  }
+};
+
+namespace {
+
+class FlagReset {
+ public:
+  explicit FlagReset(std::atomic<bool>& flag) noexcept : flag_(flag) {}
+  FlagReset(const FlagReset&) = delete;
+  FlagReset& operator=(const FlagReset&) = delete;
+  ~FlagReset() { flag_.store(false, std::memory_order_relaxed); }
+
+ private:
+  std::atomic<bool>& flag_;
+};
+
+/// The calling thread's labels in front of `message`.
+void insertContextPrefix(std::string& message) {
+  const auto& tags = logTags();
+  if (tags.empty()) return;
+  std::string prefix = "[";
+  for (const std::string& tag : tags) {
+    if (tag.empty()) continue;
+    if (prefix.size() > 1) prefix += '/';
+    prefix += tag;
+  }
+  message.insert(0, prefix + "] ");
+}
+
+LogItem makeItem(LogLevel level, std::string message) {
+  return {level, currentThreadId(), platform::currentLogTime(), std::move(message)};
+}
+
+}  // namespace
+
+BaseLog::BaseLog() : state_(std::make_unique<State>()) {}
+
+BaseLog::~BaseLog() {
+  stop();
+}
+
+// ---- Start and stop ------------------------------------------------------------
+
+void BaseLog::start(const std::string& baseName) {
+  const MutexLock lock(state_->nameMutex);
+  if (state_->isNamed.load(std::memory_order_relaxed)) return;
+  try {
+    createLogDirectories();
+    state_->baseName = baseName;
+    state_->isNamed.store(true, std::memory_order_release);
+    initializePreferences();
+    startWriter();
+  } catch (const std::exception& error) {
+    writeStartupCrashLog(error.what());
+    throw;
+  } catch (...) {
+    writeStartupCrashLog("unknown exception");
+    throw;
+  }
+}
+
+void BaseLog::startWriter() {
+  const MutexLock lock(state_->threadMutex);
+  state_->thread = boost::thread([this] { writerMain(); });
+  state_->hasWriter.store(true, std::memory_order_release);
+}
+
+void BaseLog::writeStartupCrashLog(const std::string& reason) noexcept {
+  try {
+    guarded([this] { createLogDirectories(); });
+    LogFiles::writeStartupCrash(logDirectory(), reason);
+  } catch (...) {
+    // The failure that is reported to the caller is the first one.
+  }
+}
+
+void BaseLog::stop() {
+  state_->queue.stop();
+  {
+    const MutexLock lock(state_->threadMutex);
+    if (state_->thread.joinable()) state_->thread.join();
+  }
+  const MutexLock lock(state_->fileMutex);
+  state_->file.reset();
+}
+
+// ---- Lines come in ---------------------------------------------------------------
+
+void BaseLog::submit(LogLevel level, std::string message) {
+  insertContextPrefix(message);
+  LogItem item = makeItem(level, std::move(message));
+  if (!isQueueing() || state_->isWriter(item.threadId)) {
+    writeLine(item);
+  } else {
+    state_->queue.push(item);
+  }
+}
+
+bool BaseLog::isQueueing() const noexcept {
+  return !isSynchronous() && state_->hasWriter.load(std::memory_order_acquire);
+}
+
+void BaseLog::flush() {
+  if (!state_->hasWriter.load(std::memory_order_acquire) || state_->isWriter(currentThreadId())) return;
+  state_->queue.flush();
+}
+
+void BaseLog::fatal(const std::string& message) {
+  try {
+    submit(LogLevel::Error, formatPrintf("FATAL ERROR: %s", message));
+    flush();
+  } catch (...) {
+    // The process ends all the same.
+  }
+  platform::endAfterFatalError();
+}
+
+void BaseLog::requestRotation() noexcept {
+  state_->bytesWritten.store(kMaximumLogFileBytes + 1, std::memory_order_relaxed);
+}
+
+bool BaseLog::isSynchronous() const noexcept {
+  return state_->synchronous.load(std::memory_order_relaxed);
+}
+
+void BaseLog::setSynchronous(bool synchronous) noexcept {
+  state_->synchronous.exchange(synchronous);
+}
+
+// ---- The writer ------------------------------------------------------------------
+
+void BaseLog::writerMain() {
+  State& state = *state_;
+  state.writerThreadId.store(currentThreadId());
+  guarded([this] { rotateAndReopen(); });
+
+  LogQueue::Batch batch;
+  while (state.queue.take(batch)) {
+    for (LogItem& item : batch.items()) {
+      if (state.queue.isStopping()) break;
+      guarded([&] { writeLine(item); });
+      const bool full = state.bytesWritten.load(std::memory_order_relaxed) >= kMaximumLogFileBytes;
+      if (full && !state.queue.isStopping()) guarded([this] { rotateAndReopen(); });
+    }
+  }
+  state.writerThreadId.store(0);
+  state.queue.finish();
+}
+
+/// Runs one step; what it throws is logged and costs no more than this step.
+template <typename Step>
+void BaseLog::guarded(Step step) noexcept {
+  try {
+    try {
+      step();
+    } catch (const std::exception& error) {
+      log(LogLevel::Error, "Error: Exception in the log writer: %s, type: %s", printable(error.what()),
+          typeName(error));
+    }
+  } catch (...) {
+    // Nowhere left to report it.
+  }
+}
+
+void BaseLog::writeLine(LogItem& item) {
+  State& state = *state_;
+  if (!isEnabled(item.level)) return;  // the threshold may have changed in the queue
+  if (state.writing.load(std::memory_order_relaxed)) return;
+  state.writing.store(true, std::memory_order_relaxed);
+  const FlagReset reset(state.writing);
+  const MutexLock lock(state.writeMutex);
+
+  scrubMessage(item.message);
+  sendToCollector(state.network, item);
+  onLineWritten();
+
+  const MutexLock fileLock(state.fileMutex);
+  if (!state.file) return;
+  const std::string_view line = state.renderer.render(item);
+  const std::size_t written = std::fwrite(line.data(), 1, line.size(), state.file.get());
+  std::fflush(state.file.get());
+  state.bytesWritten.fetch_add(written, std::memory_order_relaxed);
+}
+
+void BaseLog::rotateAndReopen() {
+  State& state = *state_;
+  {
+    const MutexLock lock(state.fileMutex);
+    state.file.reset();
+  }
+  // Before the directory is looked up: a request that comes with a new directory
+  // while this rotation runs must not be forgotten.
+  state.bytesWritten.store(0, std::memory_order_relaxed);
+  const std::string directory = logDirectory();
+  const std::string baseName = state.name();
+  LogFiles::rotate(directory, baseName, rotatedFileCount());
+  FileUtils::ScopedFile file = LogFiles::openNew(LogFiles::path(directory, baseName, 0));
+  if (!file) return;
+  {
+    const MutexLock lock(state.fileMutex);
+    state.file = std::move(file);
+  }
+  onFileOpened();
+}
+
+// ---- The collector -----------------------------------------------------------------
+
+void BaseLog::sendToCollector(NetworkLog& network, const LogItem& item) {
+  if (!network.isOn()) return;
+  if (!network.isExpired(platform::currentLogTime().seconds)) {
+    network.send(item.level, state_->name(), accountUserName(), item.message);
+    return;
+  }
+  network.stop();
+  // Queued even by the writer, whose own lines would be written, and so lost, here.
+  if (!isQueueing() || !isEnabled(LogLevel::Debug)) return;
+  LogItem notice = makeItem(LogLevel::Debug, "Time is up, disabling networked logging.");
+  state_->queue.push(notice);
+}
+
+void BaseLog::startNetworkLog(const std::string& host, std::uint16_t port, std::int64_t expiry) {
+  auto socket = std::make_unique<CollectorSocket>(host, port);
+  const MutexLock lock(state_->writeMutex);
+  state_->network.start(std::move(socket), expiry);
+}
+
+bool BaseLog::enableNetworkLogging(const std::string& host, std::uint16_t port, std::int32_t minutes) {
+  constexpr std::int64_t secondsPerMinute = 60;
+  try {
+    if (minutes < 1) throw std::invalid_argument("the number of minutes must be positive");
+    startNetworkLog(host, port, platform::currentLogTime().seconds + minutes * secondsPerMinute);
+  } catch (const std::exception& error) {
+    log(LogLevel::Error, "Error enabling networked logging: %s.", printable(error.what()));
+    return false;
+  }
+  log(LogLevel::Info, "Enabling networked logging for %d minutes.", minutes);
+  return true;
+}
+
+void BaseLog::disableNetworkLogging() {
+  const MutexLock lock(state_->writeMutex);
+  state_->network.stop();
+}
+
+}  // namespace zarn

@@ -1,0 +1,116 @@
+// The logger's machinery: takes lines from any thread, has one writer thread put
+// them into rotating files, and copies them to a collector. What depends on the
+// service (directories, preferences, events, scrubbing) is left to virtual
+// operations; log.h has the logger that the service uses.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "util/logging.h"
+
+namespace zarn {
+
+struct LogItem;
+class NetworkLog;
+
+/// A file that has reached this size is rotated after the line that did it. Bytes
+/// as handed to the C library: a line feed is one.
+inline constexpr std::uint64_t kMaximumLogFileBytes = 10'485'760;
+
+/// Before start(), and while synchronous, a line is written by the thread that
+/// logs it; otherwise by the writer thread. A written line is complete in the
+/// file before the next one is taken.
+///
+/// A line that comes while another one is being written outside the queue (from
+/// a second thread while synchronous, or from inside the writing itself) is lost.
+class BaseLog : public LogSink {
+ public:
+  BaseLog();
+  BaseLog(const BaseLog&) = delete;
+  BaseLog& operator=(const BaseLog&) = delete;
+  /// A derived class that was started calls stop() in its own destructor: the
+  /// writer uses its virtual operations.
+  ~BaseLog() override;
+
+ protected:
+  // The writer thread, or the thread that writes a line, calls these.
+
+  /// Makes sure that the directory of the files exists. Also called by start().
+  virtual void createLogDirectories() = 0;
+  /// Called once, by start(), before the writer runs.
+  virtual void initializePreferences() {}
+  /// Called for each line that passed, scrubbed, before it goes to the file. Lines
+  /// logged from here are dropped.
+  virtual void onLineWritten() {}
+  [[nodiscard]] virtual std::string logDirectory() = 0;
+  /// How many older files are kept. Asked at every rotation.
+  [[nodiscard]] virtual std::int32_t rotatedFileCount() = 0;
+  /// Stands in records for the collector.
+  [[nodiscard]] virtual std::string accountUserName() = 0;
+  /// A new file is open and empty. Lines logged from here are its first ones.
+  virtual void onFileOpened() = 0;
+  /// Takes secrets out of a message, in place.
+  virtual void scrubMessage(std::string& message) = 0;
+  /// Closes the file, rotates the files and begins a new one. When that fails
+  /// there is no file until the next rotation.
+  virtual void rotateAndReopen();
+
+ public:
+  /// Makes the directories, reads the preferences and starts the writer, which
+  /// begins by rotating. Only the first start does anything. Whatever is thrown
+  /// on the way is passed on, with its text left in "Startup Crash.log".
+  void start(const std::string& baseName);
+
+  /// Ends the writer after the line that it is writing and closes the file. Lines
+  /// still queued, and those logged later, are dropped. May be repeated. Not for
+  /// the writer's thread.
+  void stop();
+
+  /// Returns when every line logged so far is in the file, at once when there is
+  /// no writer to do it.
+  void flush();
+
+  /// The files rotate right after the next line that goes through the queue.
+  void requestRotation() noexcept;
+
+  [[nodiscard]] bool isSynchronous() const noexcept;
+  void setSynchronous(bool synchronous) noexcept;
+
+  /// Copies lines to the syslog collector at `host` (name or address) and UDP
+  /// `port` for so many minutes, which must be positive. Resolving a name may wait
+  /// for the network. The result is logged either way.
+  bool enableNetworkLogging(const std::string& host, std::uint16_t port, std::int32_t minutes);
+  void disableNetworkLogging();
+
+  void submit(LogLevel level, std::string message) final;
+  [[noreturn]] void fatal(const std::string& message) final;
+
+ protected:
+  /// As enableNetworkLogging(), until a time in seconds since the epoch, with
+  /// nothing logged. Throws a std::exception on failure.
+  void startNetworkLog(const std::string& host, std::uint16_t port, std::int64_t expiry);
+
+  /// Logs through this logger, whatever the process-wide sink is.
+  template <typename... Args>
+  void log(LogLevel level, PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
+    if (isEnabled(level)) submit(level, formatPrintf<Args...>(format, args...));
+  }
+
+ private:
+  struct State;
+
+  void startWriter();
+  void writerMain();
+  template <typename Step>
+  void guarded(Step step) noexcept;
+  [[nodiscard]] bool isQueueing() const noexcept;
+  void writeLine(LogItem& item);
+  void sendToCollector(NetworkLog& network, const LogItem& item);
+  void writeStartupCrashLog(const std::string& reason) noexcept;
+
+  const std::unique_ptr<State> state_;
+};
+
+}  // namespace zarn

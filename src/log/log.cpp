@@ -1,0 +1,145 @@
+#include "log/log.h"
+
+#include <charconv>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "log/network_log.h"
+#include "log/token_scrubber.h"
+#include "util/environment.h"
+#include "util/file_utils.h"
+#include "util/printable.h"
+
+namespace zarn {
+namespace {
+
+constexpr char kCollectorVariable[] = "ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR";
+constexpr char kMinutesVariable[] = "ZARN_MEDIA_SERVER_SYSLOG_MINUTES";
+
+std::optional<std::int32_t> parseMinutes(std::string_view text) {
+  std::int32_t minutes = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), minutes);
+  if (error != std::errc() || end != text.data() + text.size() || minutes < 1) return std::nullopt;
+  return minutes;
+}
+
+}  // namespace
+
+Log& Log::instance() {
+  static Log& log = []() -> Log& {
+    Log& made = *std::make_unique<Log>().release();
+    setLogSink(&made);
+    return made;
+  }();
+  return log;
+}
+
+Log::~Log() {
+  stop();
+}
+
+void Log::moveToCurrentDirectory() {
+  createLogDirectories();
+  requestRotation();
+  log(LogLevel::Debug, "Log rotation requested.");
+}
+
+void Log::setFileOpenedRoutine(std::function<void()> routine) {
+  const MutexLock lock(routineMutex_);
+  fileOpenedRoutine_ = std::move(routine);
+}
+
+void Log::configureNetworkLoggingFromEnvironment() {
+  const auto collectorText = environmentVariable(kCollectorVariable);
+  const auto minutesText = environmentVariable(kMinutesVariable);
+  if (!collectorText && !minutesText) return;
+
+  const auto refuse = [this](const char* variable, const std::string& text, const char* wanted) {
+    log(LogLevel::Error, "Error enabling networked logging: %s.",
+        formatPrintf("%s is '%s' and not %s", variable, printable(text), wanted));
+  };
+  const std::string place = collectorText.value_or("");
+  const std::string duration = minutesText.value_or("");
+  const auto collector = parseCollector(place);
+  const auto minutes = parseMinutes(duration);
+  if (!collector) return refuse(kCollectorVariable, place, "host:port");
+  if (!minutes) return refuse(kMinutesVariable, duration, "a positive number");
+  enableNetworkLogging(collector->host, collector->port, *minutes);
+}
+
+// ---- What the logger asks ----------------------------------------------------------
+
+Preferences& Log::preferences() const {
+  return preferences_ != nullptr ? *preferences_ : Preferences::instance();
+}
+
+ServerEventManager& Log::events() const {
+  return events_ != nullptr ? *events_ : ServerEventManager::instance();
+}
+
+void Log::createLogDirectories() {
+  // The store must be there: the directories depend on the preference LocalAppDataPath.
+  static_cast<void>(preferences());
+  static_cast<void>(FileUtils::createDirectories(FileUtils::applicationDataDirectory()) &&
+                    FileUtils::createDirectories(logDirectory()));
+}
+
+void Log::initializePreferences() {
+  events().subscribe(kPreferencesModifiedEvent, *this);
+  readLogPreferences();
+}
+
+void Log::onPreferenceModified(const std::string& /*id*/) {
+  readLogPreferences();
+}
+
+void Log::readLogPreferences() {
+  const MutexLock lock(readMutex_);
+  const Preferences& store = preferences();
+  logsMemoryUse_.exchange(store.getBool("LogMemoryUse"));
+  showsTokens_.exchange(store.getBool("LogTokensForDebug"));
+
+  LogLevel wanted = LogLevel::Info;
+  if (store.getBool("LogVerbose")) {
+    wanted = LogLevel::Verbose;
+  } else if (store.getBool("logDebug") || logsMemoryUse_.load()) {
+    wanted = LogLevel::Debug;
+  }
+  // One way only: a threshold once raised stays for the life of the process.
+  if (wanted > threshold()) setThreshold(wanted);
+
+  setSynchronous(store.getBool("LogSynchronous"));
+}
+
+void Log::onLineWritten() {
+  events().notifyLogSent();
+}
+
+std::string Log::logDirectory() {
+  return FileUtils::logDirectory();
+}
+
+std::int32_t Log::rotatedFileCount() {
+  return preferences().getInt("LogNumFiles");
+}
+
+std::string Log::accountUserName() {
+  return preferences().getString("ZarnOnlineUsername");
+}
+
+void Log::onFileOpened() {
+  std::function<void()> routine;
+  {
+    const MutexLock lock(routineMutex_);
+    routine = fileOpenedRoutine_;
+  }
+  if (routine) routine();
+}
+
+void Log::scrubMessage(std::string& message) {
+  scrubTokens(message, showsTokens_.load());
+}
+
+}  // namespace zarn

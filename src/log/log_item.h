@@ -1,0 +1,23 @@
+// One message on its way from the thread that logs it to the file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "util/logging.h"
+
+namespace zarn {
+
+struct LogTime {
+  std::int64_t seconds = 0;  ///< since the epoch
+  std::uint16_t milliseconds = 0;
+};
+
+struct LogItem {
+  LogLevel level = LogLevel::Info;
+  std::uint32_t threadId = 0;  ///< of the thread that logged
+  LogTime time;                ///< when it was logged, not when it is written
+  std::string message;         ///< UTF-8, formatted, context prefix included
+};
+
+}  // namespace zarn

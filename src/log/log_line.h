@@ -1,0 +1,34 @@
+// How a line looks in the file:
+//
+//   Nov 15, 2026 22:42:15.123 [4312] INFO - message
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "log/log_item.h"
+
+namespace zarn {
+
+/// "ERROR", "WARN", "INFO", "DEBUG" or "VERBOSE"; "?" for every other number.
+[[nodiscard]] std::string_view logLevelName(LogLevel level) noexcept;
+
+/// `seconds` as local time in the form "Nov 15, 2026 22:42:15".
+[[nodiscard]] std::string logTimeText(std::int64_t seconds);
+
+/// Renders lines into one buffer that it keeps. Not for two threads at once.
+class LogLineRenderer {
+ public:
+  /// The whole line with one line feed at its end, one of the message's own
+  /// included. Valid until the next call.
+  [[nodiscard]] std::string_view render(const LogItem& item);
+
+ private:
+  std::string line_;
+  // Lines come many a second: the text of the last second is kept.
+  std::int64_t renderedSeconds_ = -1;
+  std::string timeText_;
+};
+
+}  // namespace zarn

@@ -1,0 +1,29 @@
+#include <cstdlib>
+#include <ctime>
+
+#include "log/log_platform.h"
+
+namespace zarn::platform {
+
+LogTime currentLogTime() noexcept {
+  std::timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  return {now.tv_sec, static_cast<std::uint16_t>(now.tv_nsec / 1'000'000)};
+}
+
+std::tm localCalendarTime(std::int64_t seconds) noexcept {
+  std::tm fields{};
+  if (::localtime_r(&seconds, &fields) == nullptr) fields = {};
+  return fields;
+}
+
+// Waking a sleeping thread costs the caller of a log line many times the line itself.
+std::chrono::microseconds writerPollInterval() noexcept {
+  return std::chrono::microseconds(100);
+}
+
+void endAfterFatalError() noexcept {
+  std::abort();
+}
+
+}  // namespace zarn::platform

@@ -1,0 +1,91 @@
+#include "log/log_queue.h"
+
+#include <utility>
+
+#include "log/log_platform.h"
+
+namespace zarn {
+namespace {
+
+/// After a line the writer looks again so many times before it sleeps: 10 ms in all.
+constexpr int kPolls = 100;
+
+/// After a flood the memory of more slots than these is given back.
+constexpr std::size_t kKeptSlots = 1024;
+/// So is that of a message longer than these bytes.
+constexpr std::size_t kKeptMessageBytes = 4096;
+
+}  // namespace
+
+void LogQueue::push(LogItem& item) {
+  Lock lock(mutex_);
+  if (isStopping()) return;
+  if (waiting_.count_ < waiting_.slots_.size()) {
+    std::swap(waiting_.slots_[waiting_.count_], item);
+  } else {
+    waiting_.slots_.push_back(std::move(item));
+  }
+  ++waiting_.count_;
+  const bool wake = std::exchange(writerSleeps_, false);
+  lock.unlock();
+  if (wake) work_.notify_one();
+}
+
+void LogQueue::flush() {
+  Lock lock(mutex_);
+  if (finished_) return;
+  const std::uint64_t ticket = ++flushesAsked_;
+  work_.notify_one();
+  while (!finished_ && flushesAnswered_ < ticket) lock.wait(drained_);
+}
+
+void LogQueue::stop() {
+  const Lock lock(mutex_);
+  stopping_.store(true, std::memory_order_release);
+  work_.notify_one();
+}
+
+void LogQueue::finish() {
+  const Lock lock(mutex_);
+  finished_ = true;
+  drained_.notify_all();
+}
+
+bool LogQueue::take(Batch& batch) {
+  for (LogItem& item : batch.items()) {
+    if (item.message.capacity() > kKeptMessageBytes) item.message = {};
+  }
+  if (batch.slots_.size() > kKeptSlots) batch.slots_ = {};
+  batch.count_ = 0;
+
+  Lock lock(mutex_);
+  answerFlushes(flushesTaken_);
+  while (waiting_.count_ == 0 && !isStopping()) {
+    answerFlushes(flushesAsked_);
+    waitForWork(lock);
+  }
+  if (isStopping()) return false;
+  std::swap(batch, waiting_);
+  flushesTaken_ = flushesAsked_;
+  pollsLeft_ = kPolls;
+  return true;
+}
+
+void LogQueue::waitForWork(Lock& lock) {
+  if (pollsLeft_ > 0 && platform::writerPollInterval().count() > 0) {
+    --pollsLeft_;
+    lock.waitFor(work_, platform::writerPollInterval());
+    return;
+  }
+  writerSleeps_ = true;
+  lock.wait(work_);
+  writerSleeps_ = false;
+}
+
+void LogQueue::answerFlushes(std::uint64_t upTo) {
+  if (flushesAnswered_ >= upTo) return;
+  flushesAnswered_ = upTo;
+  drained_.notify_all();
+}
+
+}  // namespace zarn

@@ -1,0 +1,148 @@
+#include "log/network_log.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/udp.hpp>
+#include <boost/system/system_error.hpp>
+#include <charconv>
+#include <ctime>
+#include <utility>
+
+#include "log/log_platform.h"
+
+namespace zarn {
+namespace {
+
+using boost::asio::ip::udp;
+
+constexpr std::size_t kTimeBufferBytes = 128;
+
+bool isControl(char c) noexcept {
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
+
+/// `bytes`, or a few less so that no UTF-8 character is cut in two.
+std::size_t cutBetweenCharacters(std::string_view text, std::size_t bytes) noexcept {
+  constexpr std::size_t longestTail = 3;
+  for (std::size_t end = bytes; end + longestTail >= bytes && end > 0; --end) {
+    if ((static_cast<unsigned char>(text[end]) & 0xC0U) != 0x80U) return end;
+  }
+  return bytes;  // no UTF-8
+}
+
+std::string sendingTime() {
+  const std::tm fields = platform::localCalendarTime(platform::currentLogTime().seconds);
+  std::array<char, kTimeBufferBytes> buffer{};
+  return {buffer.data(), std::strftime(buffer.data(), buffer.size(), "%b %d %H:%M:%S", &fields)};
+}
+
+}  // namespace
+
+std::uint32_t syslogPriority(LogLevel level) noexcept {
+  switch (level) {
+    case LogLevel::Error:
+      return 128;
+    case LogLevel::Warn:
+      return 132;
+    case LogLevel::Info:
+      return 134;
+    case LogLevel::Debug:
+      return 135;
+    case LogLevel::Verbose:
+      return 136;
+  }
+  return 128;
+}
+
+std::string syslogRecord(LogLevel level, std::string_view timeText, std::string_view baseName,
+                         std::string_view userName, std::string_view message) {
+  while (!message.empty() && (message.back() == '\n' || message.back() == '\r')) message.remove_suffix(1);
+
+  std::string record = "<" + std::to_string(syslogPriority(level)) + ">";
+  record.append(timeText).append(" x ");
+  std::copy_if(baseName.begin(), baseName.end(), std::back_inserter(record), [](char c) { return c != ' '; });
+  record.append(": [").append(userName).append("] ");
+  // What is cut away below need not be copied first.
+  record.append(message.substr(0, kMaximumDatagramBytes + 1));
+  std::replace_if(record.begin(), record.end(), isControl, ' ');
+  if (record.size() > kMaximumDatagramBytes) {
+    record.resize(cutBetweenCharacters(record, kMaximumDatagramBytes));
+  }
+  return record;
+}
+
+// ---- The socket ------------------------------------------------------------------
+
+struct CollectorSocket::Connection {
+  boost::asio::io_context context{1};
+  udp::endpoint endpoint;
+  udp::socket socket{context};
+};
+
+CollectorSocket::CollectorSocket(const std::string& host, std::uint16_t port)
+    : connection_(std::make_unique<Connection>()) {
+  udp::resolver resolver(connection_->context);
+  connection_->endpoint =
+      *resolver.resolve(host, std::to_string(port), udp::resolver::numeric_service).begin();
+  connection_->socket.open(connection_->endpoint.protocol());
+  connection_->socket.non_blocking(true);
+}
+
+CollectorSocket::~CollectorSocket() = default;
+
+void CollectorSocket::send(std::string_view datagram) {
+  connection_->socket.send_to(boost::asio::buffer(datagram.data(), datagram.size()), connection_->endpoint);
+}
+
+void CollectorSocket::close() {
+  connection_->socket.close();
+}
+
+// ---- The networked log -------------------------------------------------------------
+
+void NetworkLog::start(std::unique_ptr<CollectorSocket> socket, std::int64_t expiry) {
+  stop();
+  socket_ = std::move(socket);
+  expiry_ = expiry;
+}
+
+void NetworkLog::stop() noexcept {
+  expiry_ = kOff;
+  const auto closing = std::move(socket_);
+  try {
+    if (closing) closing->close();
+  } catch (const std::exception&) {
+    // The socket is gone either way.
+  }
+}
+
+void NetworkLog::send(LogLevel level, std::string_view baseName, std::string_view userName,
+                      std::string_view message) {
+  try {
+    socket_->send(syslogRecord(level, sendingTime(), baseName, userName, message));
+  } catch (const boost::system::system_error&) {
+    // Not sent, and not tried again.
+  }
+}
+
+std::optional<Collector> parseCollector(std::string_view text) {
+  const std::size_t colon = text.rfind(':');
+  if (colon == std::string_view::npos) return std::nullopt;
+  std::string_view host = text.substr(0, colon);
+  const std::string_view digits = text.substr(colon + 1);
+
+  if (host.starts_with('[') && host.ends_with(']')) {
+    host = host.substr(1, host.size() - 2);
+  } else if (host.find(':') != std::string_view::npos) {
+    return std::nullopt;  // where the address ends cannot be told
+  }
+  Collector collector{std::string(host), 0};
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), collector.port);
+  const bool isPort = error == std::errc() && end == digits.data() + digits.size() && collector.port != 0;
+  if (!isPort || host.empty()) return std::nullopt;
+  return collector;
+}
+
+}  // namespace zarn

@@ -1,0 +1,288 @@
+#include "log/base_log.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <csignal>
+#include <cstdlib>
+#include <future>
+#include <thread>
+
+#include "log/log_files.h"
+#include "log/log_line.h"
+#include "log/probe_log.h"
+#include "util/environment.h"
+
+namespace zarn {
+namespace {
+
+using ::testing::ElementsAre;
+using testing::messagesIn;
+using testing::ProbeLog;
+using testing::readFile;
+using testing::Reads;
+using testing::TempDirectory;
+using testing::writeFile;
+
+using Lines = std::vector<std::string>;
+
+class LogInDirectory : public ::testing::Test {
+ protected:
+  /// File `number` of a log named "Test".
+  [[nodiscard]] std::string file(std::size_t number) const {
+    return LogFiles::path(dir_.path(), "Test", number);
+  }
+  /// One whole run of a logger that writes one line.
+  void run(const std::string& line, std::int32_t kept) {
+    ProbeLog log(dir_.path());
+    log.keptFiles = kept;
+    log.start("Test");
+    log.submit(LogLevel::Info, line);
+    log.flush();
+  }
+
+  TempDirectory dir_;
+};
+
+TEST(LogLine, Format) {
+  const struct {
+    LogItem item;
+    std::string end;
+  } cases[] = {
+      {{LogLevel::Error, 7, {1'800'000'000, 5}, "text"}, ".005 [0007] ERROR - text\n"},
+      {{LogLevel::Warn, 123456, {1'800'000'000, 42}, "text\n"}, ".042 [123456] WARN - text\n"},
+      {{LogLevel::Info, 4312, {1'800'000'001, 123}, ""}, ".123 [4312] INFO - \n"},
+      {{LogLevel::Debug, 10000, {1'800'000'001, 999}, "a\nb"}, ".999 [10000] DEBUG - a\nb\n"},
+      {{LogLevel::Verbose, 0, {1'800'000'001, 0}, "\n"}, ".000 [0000] VERBOSE - \n"},
+      {{LogLevel{9}, 1, {1'800'000'000, 1}, "text"}, ".001 [0001] ? - text\n"},
+  };
+  LogLineRenderer renderer;
+  for (const auto& [item, end] : cases) {
+    char time[64];
+    const auto seconds = static_cast<std::time_t>(item.time.seconds);
+    std::strftime(time, sizeof(time), "%b %d, %Y %H:%M:%S", std::localtime(&seconds));
+    EXPECT_EQ(renderer.render(item), time + end);
+  }
+}
+
+TEST_F(LogInDirectory, LinesAreCompleteAndScreenedAgainWhenWritten) {
+  ProbeLog log(dir_.path());
+  log.setThreshold(LogLevel::Info);
+  log.start("Test");
+  log.start("Other");  // changes nothing
+  {
+    const LogTag outer("Install");
+    const LogTag inner("Verify");
+    const LogTag again("Install");
+    log.submit(LogLevel::Warn, "tagged");
+  }
+  log.submit(LogLevel::Debug, "screened");
+  log.submit(LogLevel::Info, "broken off\r\n");
+  log.flush();
+  EXPECT_THAT(readFile(file(0)),
+              Reads("[A-Z][a-z][a-z] [0-9]+, [0-9]+ [0-9]+:[0-9]+:[0-9]+\\.[0-9]+ \\[[0-9]+\\] WARN - "
+                    "\\[Install/Verify\\] tagged\r?\n.* INFO - broken off\r+\n"));
+}
+
+TEST_F(LogInDirectory, EveryRunBeginsAFileAndTheOldestGoes) {
+  for (int i = 1; i <= 7; ++i) run("run " + std::to_string(i), 5);
+  for (std::size_t n = 0; n <= 5; ++n) {
+    EXPECT_THAT(messagesIn(file(n)), ElementsAre("run " + std::to_string(7 - n)));
+  }
+  EXPECT_FALSE(FileUtils::exists(file(6)));
+
+  run("lowered", 2);  // what lies above the number stays
+  EXPECT_THAT(messagesIn(file(2)), ElementsAre("run 6"));
+  EXPECT_THAT(messagesIn(file(3)), ElementsAre("run 4"));
+}
+
+TEST_F(LogInDirectory, AtLeastOneOlderFileIsKept) {
+  for (const std::int32_t kept : {0, -7}) {
+    for (const char* line : {"first", "second", "third"}) run(line, kept);
+    EXPECT_THAT(messagesIn(file(1)), ElementsAre("second"));
+    EXPECT_FALSE(FileUtils::exists(file(2)));
+  }
+}
+
+TEST_F(LogInDirectory, AFullFileRotatesAfterTheWholeLine) {
+  ProbeLog log(dir_.path());
+  Lines opened;
+  log.whenOpened = [&] { log.submit(LogLevel::Info, "banner"); };
+  log.start("Test");
+  const std::string mebibyte(1 << 20, 'm');
+  const std::string longLine(2'000'000, 'l');
+  for (int i = 0; i < 9; ++i) log.submit(LogLevel::Info, mebibyte);
+  log.flush();
+  EXPECT_FALSE(FileUtils::exists(file(1)));
+  log.submit(LogLevel::Info, longLine);
+  log.submit(LogLevel::Info, "after");
+  log.flush();
+  const Lines full = messagesIn(file(1));
+  ASSERT_EQ(full.size(), 11U);
+  EXPECT_EQ(full.front(), "banner");
+  EXPECT_TRUE(full.back() == longLine);
+  EXPECT_THAT(messagesIn(file(0)), ElementsAre("banner", "after"));
+}
+
+TEST_F(LogInDirectory, ARequestedRotationFollowsTheNextLine) {
+  ProbeLog log(dir_.path());
+  log.start("Test");
+  log.flush();
+  log.requestRotation();
+  log.flush();
+  for (const char* line : {"sets it off", "after"}) log.submit(LogLevel::Info, line);
+  log.flush();
+  EXPECT_THAT(messagesIn(file(0)), ElementsAre("after"));
+  EXPECT_THAT(messagesIn(file(1)), ElementsAre("sets it off"));
+}
+
+TEST_F(LogInDirectory, SynchronousLinesAreWrittenByTheirThread) {
+  ProbeLog log(dir_.path());
+  int written = 0;
+  log.whileWriting = [&] {
+    ++written;
+    log.submit(LogLevel::Error, "from inside");  // dropped, not written inside the other
+  };
+  log.submit(LogLevel::Info, "before the start");
+  EXPECT_EQ(written, 1);
+  log.setSynchronous(true);
+  log.start("Test");
+  log.flush();
+  log.requestRotation();
+  log.submit(LogLevel::Info, "one");
+  EXPECT_THAT(messagesIn(file(0)), ElementsAre("one"));
+  log.setSynchronous(false);
+  log.submit(LogLevel::Info, "two");
+  log.flush();
+  EXPECT_EQ(written, 3);
+  log.stop();
+  log.submit(LogLevel::Info, "dropped");
+  EXPECT_EQ(written, 3);
+  log.setSynchronous(true);
+  log.submit(LogLevel::Info, "no file any more");
+  EXPECT_EQ(written, 4);
+}
+
+TEST_F(LogInDirectory, ManyProducersLoseNothingAndKeepTheirOrder) {
+  constexpr int threads = 4;
+  constexpr int lines = 2000;
+  ProbeLog log(dir_.path());
+  log.start("Test");
+  std::vector<std::thread> producers;
+  for (int t = 0; t < threads; ++t) {
+    producers.emplace_back([&log, t] {
+      for (int i = 0; i < lines; ++i) {
+        log.submit(LogLevel::Info, formatPrintf("%d %d", t, i) + std::string(i % 300 == 0 ? 5000U : 0U, '.'));
+        if (i % 500 == 0) log.flush();
+      }
+    });
+  }
+  for (auto& producer : producers) producer.join();
+  log.flush();
+  const Lines all = messagesIn(file(0));
+  ASSERT_EQ(all.size(), std::size_t{threads * lines});
+  std::vector<int> next(threads);
+  for (const std::string& line : all) {
+    char* rest = nullptr;
+    const auto thread = static_cast<std::size_t>(std::strtol(line.c_str(), &rest, 10));
+    ASSERT_LT(thread, next.size());
+    ASSERT_EQ(std::strtol(rest, nullptr, 10), next[thread]++);
+  }
+}
+
+TEST_F(LogInDirectory, LinesStillQueuedAtTheStopAreNotWritten) {
+  // The stop comes while the first line is being written; whether it has come in
+  // time cannot be seen from outside, so a late one is tried again.
+  for (int attempt = 0; attempt < 20; ++attempt) {
+    ProbeLog log(dir_.path());
+    std::promise<void> writing;
+    std::promise<void> stopping;
+    log.whileWriting = [&, first = true]() mutable {
+      if (!std::exchange(first, false)) return;
+      writing.set_value();
+      stopping.get_future().wait();
+      std::this_thread::sleep_for(std::chrono::milliseconds(20 * (attempt + 1)));
+    };
+    log.start("Test");
+    for (const char* line : {"one", "two", "three"}) log.submit(LogLevel::Info, line);
+    writing.get_future().wait();
+    std::thread stopper([&] {
+      stopping.set_value();
+      log.stop();
+    });
+    stopper.join();
+    if (messagesIn(file(0)) == Lines{"one"}) return;
+  }
+  FAIL() << "queued lines were written after the stop";
+}
+
+TEST_F(LogInDirectory, AFailedStartLeavesOneLineBehind) {
+  ProbeLog log(dir_ / "Logs");
+  for (const char* reason : {"a reason long enough to show what is left of it", "no\nroom"}) {
+    log.whileMakingDirectories = [&, first = true]() mutable {
+      if (std::exchange(first, false)) throw std::runtime_error(reason);
+    };
+    EXPECT_THROW(log.start("Test"), std::runtime_error);
+  }
+  EXPECT_THAT(readFile(FileUtils::join(log.directory, "Startup Crash.log")),
+              Reads("[A-Z][a-z][a-z] [0-9]+, [0-9]+ [0-9]+:[0-9]+:[0-9]+: "
+                    "Failed to initialize logging: no.x0aroom"));
+}
+
+TEST_F(LogInDirectory, PlantedLinksAreNotWrittenThrough) {
+  namespace fs = boost::filesystem;
+  const auto plant = [](const std::string& victim, const std::string& name) {
+    writeFile(victim, "precious");
+    fs::create_hard_link(FileUtils::toPath(victim), FileUtils::toPath(name));
+  };
+  // A full directory at number 1 cannot be replaced, so the link stays at number 0.
+  ASSERT_TRUE(FileUtils::createDirectories(FileUtils::join(file(1), "full")));
+  plant(dir_ / "victim", file(0));
+  plant(dir_ / "other victim", dir_ / "Startup Crash.log");
+  run("secret", 1);
+  LogFiles::writeStartupCrash(dir_.path(), "reason");
+  EXPECT_EQ(readFile(dir_ / "victim"), "precious");
+  EXPECT_EQ(readFile(dir_ / "other victim"), "precious");
+
+  // Where rotation can move the link, it keeps its content too.
+  fs::remove_all(FileUtils::toPath(file(1)));
+  run("line", 1);
+  EXPECT_EQ(readFile(file(1)), "precious");
+  EXPECT_THAT(messagesIn(file(0)), ElementsAre("line"));
+}
+
+#ifdef _WIN32
+void setEnvironment(const char* name, const std::string& text) {
+  _putenv_s(name, text.c_str());
+}
+const ::testing::ExitedWithCode endsFatally(static_cast<int>(0xC0DEDEAD));
+#else
+void setEnvironment(const char* name, const std::string& text) {
+  ::setenv(name, text.c_str(), 1);
+}
+const ::testing::KilledBySignal endsFatally(SIGABRT);
+#endif
+
+TEST_F(LogInDirectory, FatalWritesEverythingFirst) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  // The dying process runs this test from its beginning and must find our directory.
+  constexpr char variable[] = "ZARN_LOG_TEST_DIRECTORY";
+  const std::string directory = environmentVariable(variable).value_or(dir_.path());
+  setEnvironment(variable, directory);
+  const auto die = [&](int lines, bool onWriter) {
+    ProbeLog log(directory);
+    if (onWriter) log.whenOpened = [&] { log.fatal("the end"); };  // must not wait for itself
+    log.start("Test");
+    for (int i = 0; i < lines; ++i) log.submit(LogLevel::Info, "line");
+    onWriter ? log.flush() : log.fatal("the end");
+  };
+  EXPECT_EXIT(die(0, true), endsFatally, "");
+  EXPECT_EXIT(die(500, false), endsFatally, "");
+  const Lines lines = messagesIn(file(0));
+  ASSERT_EQ(lines.size(), 501U);
+  EXPECT_EQ(lines.back(), "FATAL ERROR: the end");
+}
+
+}  // namespace
+}  // namespace zarn
