@@ -80,9 +80,9 @@ TEST_F(LogInDirectory, LinesAreCompleteAndScreenedAgainWhenWritten) {
   log.submit(LogLevel::Debug, "screened");
   log.submit(LogLevel::Info, "broken off\r\n");
   log.flush();
-  EXPECT_THAT(readFile(file(0)),
-              Reads("[A-Z][a-z][a-z] [0-9]+, [0-9]+ [0-9]+:[0-9]+:[0-9]+\\.[0-9]+ \\[[0-9]+\\] WARN - "
-                    "\\[Install/Verify\\] tagged\r?\n.* INFO - broken off\r+\n"));
+  EXPECT_THAT(
+      readFile(file(0)),
+      Reads("??? ##, #### ##:##:##.### [*] WARN - [Install/Verify] tagged*\n* INFO - broken off\r*\n"));
 }
 
 TEST_F(LogInDirectory, EveryRunBeginsAFileAndTheOldestGoes) {
@@ -226,8 +226,7 @@ TEST_F(LogInDirectory, AFailedStartLeavesOneLineBehind) {
     EXPECT_THROW(log.start("Test"), std::runtime_error);
   }
   EXPECT_THAT(readFile(FileUtils::join(log.directory, "Startup Crash.log")),
-              Reads("[A-Z][a-z][a-z] [0-9]+, [0-9]+ [0-9]+:[0-9]+:[0-9]+: "
-                    "Failed to initialize logging: no.x0aroom"));
+              Reads("??? ##, #### ##:##:##: Failed to initialize logging: no\\x0aroom"));
 }
 
 TEST_F(LogInDirectory, PlantedLinksAreNotWrittenThrough) {

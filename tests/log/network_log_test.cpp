@@ -117,13 +117,11 @@ TEST_F(NetworkedLog, CopiesLinesWhileItIsOn) {
   log_.submit(LogLevel::Verbose, "one\n");
   log_.submit(LogLevel::Error, std::string(5000, 'e'));
   log_.flush();
-  const std::string time = "[A-Z][a-z][a-z] [0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9]";
-  EXPECT_THAT(receiver_.receive(), Reads("<134>" + time +
-                                         " x ATestLog: \\[user\\] "
-                                         "Enabling networked logging for 2 minutes\\."));
-  EXPECT_THAT(receiver_.receive(), Reads("<136>" + time + " x ATestLog: \\[user\\] one"));
+  const std::string head = "??? ## ##:##:## x ATestLog: [user] ";
+  EXPECT_THAT(receiver_.receive(), Reads("<134>" + head + "Enabling networked logging for 2 minutes."));
+  EXPECT_THAT(receiver_.receive(), Reads("<136>" + head + "one"));
   const std::string cut = receiver_.receive();
-  EXPECT_THAT(cut, Reads("<128>" + time + " x ATestLog: \\[user\\] e+"));
+  EXPECT_THAT(cut, Reads("<128>" + head + "eee*eee"));
   EXPECT_EQ(cut.size(), 1024U);
 
   log_.disableNetworkLogging();
@@ -156,7 +154,7 @@ TEST_F(NetworkedLog, FailuresLeaveTheFileAlone) {
   log_.submit(LogLevel::Info, "line");
   EXPECT_THAT(written(),
               ElementsAre("Error enabling networked logging: the number of minutes must be positive.",
-                          Reads("Error enabling networked logging: resolve: .*\\."),
+                          Reads("Error enabling networked logging: resolve: *."),
                           "Enabling networked logging for 1 minutes.", "line"));
 }
 
