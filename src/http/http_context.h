@@ -91,10 +91,10 @@ class HttpContext : public std::enable_shared_from_this<HttpContext> {
   std::string postData;
   /// CA bundle; empty means the service's own.
   std::string cacert;
-  /// Custom sink of the body.
+  /// Custom sink of the body and its data, which must live until the promise is settled.
   curl_write_callback writeCallback = nullptr;
   void* userData = nullptr;
-  /// Custom source of the upload.
+  /// Custom source of the upload, likewise.
   curl_read_callback readCallback = nullptr;
   void* readUserData = nullptr;
   /// Bytes to upload or post.
