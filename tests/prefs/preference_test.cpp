@@ -98,16 +98,6 @@ TEST(Preference, OnlyItsOwnTypeHasADefault) {
   EXPECT_EQ(port.flags(), PreferenceFlags::Hidden);
 }
 
-/// Of a type that no constructor for everybody gives.
-struct OddPreference final : Preference {
-  OddPreference(PreferenceType type, std::string defaultText)
-      : Preference("Id", type, std::move(defaultText), PreferenceFlags::None, "", "", "", nullptr) {}
-};
-
-TEST(Preference, ADefaultThatIsNoIntegerIsAFault) {
-  EXPECT_THROW(static_cast<void>(OddPreference(PreferenceType::Int, "five").defaultAsInt()), ConversionError);
-}
-
 TEST(Preference, CloneIsText) {
   const auto clone = make(5, "Id=7", PreferenceFlags::Advanced).clone();
   EXPECT_EQ(clone->key(), "Id");
@@ -145,11 +135,6 @@ TEST(Preference, DescribesItselfAsAnElement) {
   EXPECT_EQ(number.attributes().at("type"), "double");
   EXPECT_EQ(number.attributes().at("default"), "0.10000000000000001");
   EXPECT_EQ(number.attributes().at("value"), "0");  // "a<..." is none, and the store does not know "Id"
-
-  OddPreference odd(static_cast<PreferenceType>(7), "x");
-  odd.fillAttributes(store);
-  EXPECT_EQ(odd.attributes().at("type"), "text");
-  EXPECT_EQ(odd.attributes().count("default") + odd.attributes().count("value"), 0U);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // A bus with a sink that records, for stores of a test's own.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -9,8 +10,12 @@
 namespace zarn::testing {
 
 struct RecordingSink final : IServerEventSink {
-  void onPreferenceModified(const std::string& id) override { ids.push_back(id); }
+  void onPreferenceModified(const std::string& id) override {
+    ids.push_back(id);
+    if (onModified) onModified();
+  }
   std::vector<std::string> ids;
+  std::function<void()> onModified;
 };
 
 struct RecordingBus {

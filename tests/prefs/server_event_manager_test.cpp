@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <ctime>
 #include <functional>
 #include <stdexcept>
@@ -85,26 +84,6 @@ TEST(ServerEventManager, AThrowingSinkEndsTheDelivery) {
   }
   EXPECT_THROW(events.notifyPreferencesModified("id"), std::runtime_error);
   EXPECT_EQ(calls, 1);
-}
-
-TEST(ServerEventManager, ManyThreads) {
-  constexpr int rounds = 200;
-  ServerEventManager events;
-  std::atomic<int> calls{0};
-  FunctionSink permanent([&](const std::string&) { ++calls; });
-  events.subscribe(kPreferencesModifiedEvent, permanent);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&] {
-      for (int round = 0; round < rounds; ++round) {
-        events.notifyPreferencesModified("id");
-        events.subscribe(kPreferencesModifiedEvent, permanent);
-        events.notifyLogSent();
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(calls, 4 * rounds);
 }
 
 }  // namespace

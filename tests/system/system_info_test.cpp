@@ -6,15 +6,9 @@ namespace zarn {
 namespace {
 
 TEST(SystemInfo, ArchitectureNames) {
-  for (std::uint16_t code = 0; code < 20; ++code) {
-    const std::string_view expected = code == 0    ? "x86"
-                                      : code == 5  ? "arm"
-                                      : code == 6  ? "ia64"
-                                      : code == 9  ? "x64"
-                                      : code == 12 ? "arm64"
-                                                   : "";
-    EXPECT_EQ(architectureName(code), expected) << code;
-  }
+  std::string names;
+  for (std::uint16_t code = 0; code < 20; ++code) names.append(architectureName(code)).append(",");
+  EXPECT_EQ(names, "x86,,,,,arm,ia64,,,x64,,,arm64,,,,,,,,");
   EXPECT_EQ(architectureName(0xFFFF), "");
 }
 
