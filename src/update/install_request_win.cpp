@@ -1,4 +1,3 @@
-#include <boost/filesystem/path.hpp>
 #include <utility>
 
 #include "update/install_request.h"
@@ -23,14 +22,13 @@ void logCheck(const std::wstring& path) {
   logLine(LogLevel::Debug, "CheckBundle() from UpdateInterface: %s", shown(path));
 }
 
-/// A size that cannot be read is -1 and passes: the copy has a limit of its own.
 bool isAcceptableBundle(const std::wstring& path) {
   const auto bytes = static_cast<std::int64_t>(FileUtils::fileSize(StringUtils::utf16to8(path)));
-  if (bytes > kMaximumBundleBytes) {
+  if (!isAcceptableBundleSize(bytes)) {
     logLine(LogLevel::Error, "Provided bundle is too large.");
     return false;
   }
-  if (boost::filesystem::path(path).extension().native() != L".exe") {
+  if (!hasBundleExtension(path)) {
     logLine(LogLevel::Error, "Provided bundle has invalid extension.");
     return false;
   }

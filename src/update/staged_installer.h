@@ -11,6 +11,15 @@ namespace zarn {
 /// No bundle is larger: 1 GiB.
 inline constexpr std::int64_t kMaximumBundleBytes = 0x40000000;
 
+/// Whether a bundle may have this size; -1 stands for one that cannot be read and
+/// passes, since the copy has a limit of its own.
+[[nodiscard]] constexpr bool isAcceptableBundleSize(std::int64_t bytes) noexcept {
+  return bytes <= kMaximumBundleBytes;
+}
+
+/// Whether the extension is ".exe", in these letters.
+[[nodiscard]] bool hasBundleExtension(const std::wstring& path);
+
 /// "ZarnMediaServerUpdate.exe" in the system temporary directory; empty when there
 /// is no such directory, so that every operation on it fails.
 [[nodiscard]] std::wstring stagedInstallerPath();

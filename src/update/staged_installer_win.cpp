@@ -1,6 +1,7 @@
 #include "update/staged_installer.h"
 
 #include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
 
 #include "util/file_utils.h"
 #include "util/string_utils.h"
@@ -27,6 +28,10 @@ DWORD CALLBACK limitCopy(LARGE_INTEGER, LARGE_INTEGER transferred, LARGE_INTEGER
 
 }  // namespace
 
+bool hasBundleExtension(const std::wstring& path) {
+  return boost::filesystem::path(path).extension().native() == L".exe";
+}
+
 std::wstring stagedInstallerPath() {
   boost::system::error_code error;
   const auto directory = boost::filesystem::temp_directory_path(error);
@@ -44,14 +49,19 @@ FileHandle openBundle(const std::wstring& path) {
 }
 
 bool copyBundle(const std::wstring& from, const std::wstring& to, std::int64_t maximumBytes) {
+  const std::string target = StringUtils::utf16to8(to);
   // What cannot be deleted (a running installer, a directory with files) makes
   // the copy fail, and so does anything that somebody puts there in between.
-  FileUtils::deleteFile(StringUtils::utf16to8(to), true);
-  if (CopyFileExW(from.c_str(), to.c_str(), limitCopy, &maximumBytes, nullptr, COPY_FILE_FAIL_IF_EXISTS) !=
+  FileUtils::deleteFile(target, true);
+  if (CopyFileExW(from.c_str(), to.c_str(), limitCopy, &maximumBytes, nullptr, COPY_FILE_FAIL_IF_EXISTS) ==
       0) {
-    return true;
+    SetLastError(failureCode(GetLastError()));
+    return false;
   }
-  SetLastError(failureCode(GetLastError()));
+  // Not every system calls the progress routine.
+  if (static_cast<std::int64_t>(FileUtils::fileSize(target)) <= maximumBytes) return true;
+  FileUtils::deleteFile(target, true);
+  SetLastError(ERROR_REQUEST_ABORTED);
   return false;
 }
 
