@@ -55,27 +55,65 @@ constexpr std::size_t anchorOf(std::string_view marker, bool (*isAnchor)(std::st
   return kNoAnchor;
 }
 
+/// The eight bytes of text that end with an anchor, as one number; what a
+/// marker wants them to be.
+struct Neighbours {
+  std::uint64_t bytes = 0;
+  std::uint64_t mask = 0;  ///< zero where the marker has no byte
+
+  [[nodiscard]] constexpr bool match(std::uint64_t text) const noexcept { return (text & mask) == bytes; }
+};
+
+constexpr std::size_t kBytesBeforeAnchor = sizeof(std::uint64_t) - kAnchorBytes;
+
+constexpr Neighbours neighboursOf(std::string_view marker, std::size_t anchor) {
+  Neighbours result;
+  for (std::size_t i = 0; i < sizeof(std::uint64_t); ++i) {
+    if (anchor + i < kBytesBeforeAnchor) continue;  // before the marker
+    const char byte = marker[anchor + i - kBytesBeforeAnchor];
+    result.bytes |= std::uint64_t{static_cast<unsigned char>(byte)} << (8 * i);
+    result.mask |= std::uint64_t{0xFF} << (8 * i);
+  }
+  return result;
+}
+
+/// Rules whose anchors look alike to the filter, and what they agree on.
+struct AnchorClass {
+  RuleSet rules = 0;
+  Neighbours common;
+
+  constexpr void add(RuleSet rule, const Neighbours& other) {
+    if (rules == 0) common = other;
+    rules |= rule;
+    const std::uint64_t differing = common.bytes ^ other.bytes;
+    for (std::uint64_t byte = 0xFF; byte != 0; byte <<= 8) {
+      if ((differing & byte) != 0 || (other.mask & byte) == 0) common.mask &= ~byte;
+    }
+    common.bytes &= common.mask;
+  }
+};
+
 struct Anchors {
   std::array<std::size_t, kRuleCount> offset{};
-  /// Rules by the fourth byte of a token anchor.
-  std::array<RuleSet, kLargestFourthByte + 1> byFourthByte{};
-  /// Rules whose marker holds the name anchor and no token anchor.
-  RuleSet named = 0;
+  std::array<Neighbours, kRuleCount> neighbours{};
+  /// Markers with a token anchor, by its fourth byte.
+  std::array<AnchorClass, kLargestFourthByte + 1> byFourthByte{};
+  /// Markers with a name anchor and no token anchor.
+  AnchorClass named;
 };
 
 consteval Anchors findAnchors() {
   Anchors anchors;
   for (std::size_t rule = 0; rule < kRuleCount; ++rule) {
     const std::string_view marker = kScrubRules[rule].marker;
-    const RuleSet bit = RuleSet{1} << rule;
-    std::size_t offset = anchorOf(marker, isTokenAnchor);
-    if (offset != kNoAnchor) {
-      anchors.byFourthByte[static_cast<unsigned char>(marker[offset + 3])] |= bit;
-    } else {
-      offset = anchorOf(marker, isNameAnchor);
-      anchors.named |= bit;
-    }
+    const std::size_t token = anchorOf(marker, isTokenAnchor);
+    const std::size_t offset = token != kNoAnchor ? token : anchorOf(marker, isNameAnchor);
+    AnchorClass& alike = token != kNoAnchor
+                             ? anchors.byFourthByte[static_cast<unsigned char>(marker[token + 3])]
+                             : anchors.named;
     anchors.offset[rule] = offset;
+    anchors.neighbours[rule] = neighboursOf(marker, offset);  // does not compile without an anchor
+    alike.add(RuleSet{1} << rule, anchors.neighbours[rule]);
   }
   return anchors;
 }
@@ -89,18 +127,11 @@ consteval bool everyMarker(bool (*holds)(std::string_view)) {
   return true;
 }
 
-consteval bool everyRuleHasAnAnchor() {
-  for (const std::size_t offset : kAnchors.offset) {
-    if (offset == kNoAnchor) return false;
-  }
-  return true;
-}
-
 static_assert(everyMarker([](std::string_view m) { return m.find(kScrubMask) == m.npos; }),
               "masking must never complete another marker");
 static_assert(everyMarker([](std::string_view m) { return m.size() >= kAnchorBytes; }),
               "lines shorter than an anchor are not looked at");
-static_assert(everyRuleHasAnAnchor(), "the filter would never see this marker");
+static_assert(std::endian::native == std::endian::little, "neighbours are compared as numbers");
 static_assert(kRuleCount < 32, "RuleSet has a bit for each rule");
 
 // ---- The filter ----------------------------------------------------------------
@@ -118,7 +149,7 @@ __m128i equals(__m128i bytes, char c) noexcept {
 }
 
 /// A bit for each of the 16 columns at which an anchor begins.
-std::uint32_t anchorColumns(const char* bytes) noexcept {
+std::uint64_t anchorColumns(const char* bytes) noexcept {
   const __m128i caseBit = _mm_set1_epi8(0x20);
   const __m128i first = load(bytes);
   const __m128i second = load(bytes + 1);
@@ -135,26 +166,38 @@ std::uint32_t anchorColumns(const char* bytes) noexcept {
   return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_or_si128(token, name)));
 }
 
+bool standsAt(std::string_view text, std::size_t column, std::size_t rule) noexcept {
+  const std::size_t offset = kAnchors.offset[rule];
+  const std::string_view marker = kScrubRules[rule].marker;
+  if (column < offset || text.size() - (column - offset) < marker.size()) return false;
+  return std::memcmp(text.data() + (column - offset), marker.data(), marker.size()) == 0;
+}
+
 /// The rules whose marker stands in `text` with its anchor at `column`.
 RuleSet rulesAt(std::string_view text, std::size_t column) noexcept {
-  const auto fourth = static_cast<unsigned char>(text[column + 3]);
-  RuleSet candidates = text[column] == 'y' ? kAnchors.named : kAnchors.byFourthByte[fourth];
+  const bool isName = text[column] == 'y';
+  const AnchorClass& alike =
+      isName ? kAnchors.named : kAnchors.byFourthByte[static_cast<unsigned char>(text[column + 3])];
+  // Words that merely look like a marker's are told apart by what stands before.
+  const bool hasNeighbours = column >= kBytesBeforeAnchor;
+  std::uint64_t neighbours = 0;
+  if (hasNeighbours) {
+    std::memcpy(&neighbours, text.data() + (column - kBytesBeforeAnchor), sizeof(neighbours));
+    if (!alike.common.match(neighbours)) return 0;
+  }
   RuleSet found = 0;
-  for (; candidates != 0; candidates &= candidates - 1) {
-    const auto rule = static_cast<std::size_t>(std::countr_zero(candidates));
-    const std::size_t offset = kAnchors.offset[rule];
-    const std::string_view marker = kScrubRules[rule].marker;
-    if (column < offset || text.size() - (column - offset) < marker.size()) continue;
-    if (std::memcmp(text.data() + (column - offset), marker.data(), marker.size()) == 0) {
-      found |= RuleSet{1} << rule;
-    }
+  for (RuleSet rules = alike.rules; rules != 0; rules &= rules - 1) {
+    const auto rule = static_cast<std::size_t>(std::countr_zero(rules));
+    if (hasNeighbours && !kAnchors.neighbours[rule].match(neighbours)) continue;
+    if (standsAt(text, column, rule)) found |= RuleSet{1} << rule;
   }
   return found;
 }
 
-RuleSet rulesInBlock(std::string_view text, std::size_t begin) noexcept {
+/// The rules at those of the 64 columns from `begin` that have their bit set.
+RuleSet rulesAtColumns(std::string_view text, std::size_t begin, std::uint64_t columns) noexcept {
   RuleSet found = 0;
-  for (std::uint32_t columns = anchorColumns(text.data() + begin); columns != 0; columns &= columns - 1) {
+  for (; columns != 0; columns &= columns - 1) {
     found |= rulesAt(text, begin + static_cast<std::size_t>(std::countr_zero(columns)));
   }
   return found;
@@ -164,17 +207,26 @@ RuleSet rulesInShortText(std::string_view text) noexcept {
   // Zeros behind the text can complete an anchor but no marker.
   char padded[kBlockBytes] = {};
   std::copy(text.begin(), text.end(), padded);
-  return rulesInBlock({padded, kBlockBytes}, 0);
+  return rulesAtColumns({padded, kBlockBytes}, 0, anchorColumns(padded));
 }
 
 /// Every rule whose marker occurs in `text`.
 RuleSet rulesIn(std::string_view text) noexcept {
   if (text.size() < kAnchorBytes) return 0;
   if (text.size() < kBlockBytes) return rulesInShortText(text);
+  const char* const bytes = text.data();
+  const std::size_t last = text.size() - kBlockBytes;  // where the last block begins
   RuleSet found = 0;
-  const std::size_t last = text.size() - kBlockBytes;
-  for (std::size_t begin = 0; begin < last; begin += kColumns) found |= rulesInBlock(text, begin);
-  return found | rulesInBlock(text, last);  // may overlap the block before
+  std::size_t begin = 0;
+  for (; begin + 3 * kColumns <= last; begin += 4 * kColumns) {
+    const std::uint64_t columns = anchorColumns(bytes + begin) |
+                                  anchorColumns(bytes + begin + kColumns) << kColumns |
+                                  anchorColumns(bytes + begin + 2 * kColumns) << (2 * kColumns) |
+                                  anchorColumns(bytes + begin + 3 * kColumns) << (3 * kColumns);
+    if (columns != 0) found |= rulesAtColumns(text, begin, columns);
+  }
+  for (; begin < last; begin += kColumns) found |= rulesAtColumns(text, begin, anchorColumns(bytes + begin));
+  return found | rulesAtColumns(text, last, anchorColumns(bytes + last));  // may overlap the block before
 }
 
 // ---- Masking -------------------------------------------------------------------

@@ -1,6 +1,5 @@
 #include "log/log.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "log/log_files.h"
@@ -11,8 +10,7 @@ namespace zarn {
 namespace {
 
 using ::testing::ElementsAre;
-using testing::messagesIn;
-using testing::TempDirectory;
+using namespace testing;  // ours: the fixtures of tests/
 
 class ServiceLog : public ::testing::Test {
  protected:
@@ -22,7 +20,7 @@ class ServiceLog : public ::testing::Test {
   }
   ~ServiceLog() override { FileUtils::setApplicationDataOverride(""); }
 
-  [[nodiscard]] std::vector<std::string> messages(const char* directory, std::size_t number = 0) {
+  [[nodiscard]] Lines messages(const char* directory, std::size_t number = 0) {
     log_.flush();
     return messagesIn(LogFiles::path(FileUtils::join(dir_ / directory, "Logs"), "Test", number));
   }
@@ -37,24 +35,25 @@ TEST_F(ServiceLog, PreferencesOnlyRaiseTheThreshold) {
   preferences_.setBoolValue("logDebug", false);
   log_.start("Test");
   EXPECT_EQ(log_.threshold(), LogLevel::Info);
-  preferences_.setBoolValue("LogMemoryUse", true);
-  EXPECT_EQ(log_.threshold(), LogLevel::Debug);
-  preferences_.setBoolValue("LogVerbose", true);
+  const std::pair<const char*, LogLevel> steps[] = {{"LogMemoryUse", LogLevel::Debug},
+                                                    {"LogVerbose", LogLevel::Verbose}};
+  for (const auto& [id, level] : steps) {
+    preferences_.setBoolValue(id, true);
+    EXPECT_EQ(log_.threshold(), level);
+  }
+  for (const auto& [id, level] : steps) preferences_.setBoolValue(id, false);
   EXPECT_EQ(log_.threshold(), LogLevel::Verbose);
-  for (const char* id : {"LogVerbose", "LogMemoryUse"}) preferences_.setBoolValue(id, false);
-  EXPECT_EQ(log_.threshold(), LogLevel::Verbose);
-
-  preferences_.setBoolValue("LogSynchronous", true);
-  EXPECT_TRUE(log_.isSynchronous());
-  preferences_.setBoolValue("LogSynchronous", false);
-  EXPECT_FALSE(log_.isSynchronous());
+  for (const bool synchronous : {true, false}) {
+    preferences_.setBoolValue("LogSynchronous", synchronous);
+    EXPECT_EQ(log_.isSynchronous(), synchronous);
+  }
 }
 
 TEST_F(ServiceLog, ScrubsAndAnnouncesLines) {
   log_.start("Test");
   log_.submit(LogLevel::Info, "auth_token=abc sentry_key=def");
   EXPECT_THAT(messages("first"), ElementsAre("auth_token=" + std::string(18, 'x')));
-  EXPECT_TRUE(events_.lastRaised(kLogSentEvent).value_or(0) > 0);
+  EXPECT_TRUE(events_.lastRaised(kLogSentEvent).has_value());
   preferences_.setBoolValue("LogTokensForDebug", true);
   log_.submit(LogLevel::Info, "auth_token=abc sentry_key=def");
   EXPECT_EQ(messages("first").back(), "auth_token=abc sentry_key=xxx");
@@ -71,26 +70,29 @@ TEST_F(ServiceLog, MovesToANewDirectoryAfterSayingSo) {
   EXPECT_THAT(messages("second"), ElementsAre("banner", "there"));
 }
 
-TEST_F(ServiceLog, KeepsAsManyFilesAsThePreferenceSays) {
+TEST_F(ServiceLog, TakesTheCollectorFromTheEnvironment) {
   log_.start("Test");
-  preferences_.setIntValue("LogNumFiles", 2);
-  for (const char* line : {"1", "2", "3", "4"}) {
-    log_.flush();
-    log_.requestRotation();
-    log_.submit(LogLevel::Info, line);
+  log_.configureNetworkLoggingFromEnvironment();
+  const std::pair<const char*, const char*> settings[] = {
+      {"no port", "5"}, {"127.0.0.1:9", "\n5"}, {"127.0.0.1:9", "0"}, {"127.0.0.1:9", "5"}};
+  for (const auto& [collector, minutes] : settings) {
+    setEnvironment("ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR", collector);
+    setEnvironment("ZARN_MEDIA_SERVER_SYSLOG_MINUTES", minutes);
+    log_.configureNetworkLoggingFromEnvironment();
   }
-  EXPECT_THAT(messages("first", 1), ElementsAre("4"));
-  EXPECT_THAT(messages("first", 2), ElementsAre("3"));
-  EXPECT_TRUE(messages("first", 3).empty());
+  const std::string error = "Error enabling networked logging: ZARN_MEDIA_SERVER_SYSLOG_";
+  EXPECT_THAT(messages("first"), ElementsAre(error + "COLLECTOR is 'no port' and not host:port.",
+                                             error + "MINUTES is '\\x0a5' and not a positive number.",
+                                             error + "MINUTES is '0' and not a positive number.",
+                                             "Enabling networked logging for 5 minutes."));
 }
 
 TEST_F(ServiceLog, ADirectoryThatCannotBeMadeCostsTheFileOnly) {
-  testing::writeFile(dir_ / "first", "in the way");
+  writeFile(dir_ / "first", "in the way");
   EXPECT_NO_THROW(log_.start("Test"));
   log_.submit(LogLevel::Info, "line");
   log_.flush();
   EXPECT_TRUE(events_.lastRaised(kLogSentEvent).has_value());
-  EXPECT_EQ(testing::readFile(dir_ / "first"), "in the way");
 }
 
 }  // namespace

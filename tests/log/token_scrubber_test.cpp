@@ -42,56 +42,37 @@ TEST(TokenScrubber, Edges) {
             "token=" + masked(20) + "FGHIJKLMNO");  // a marker under a mask is gone
 }
 
-/// Lines made of markers, halves of markers, quotes and noise.
-class LineMaker {
- public:
-  explicit LineMaker(std::uint64_t seed) : random_(seed) {}
-
-  std::string operator()() {
-    const std::size_t length = below(201);
-    const std::size_t density = below(4);
-    std::string line;
-    while (line.size() < length) append(line, density);
-    line.resize(length);
-    return line;
+/// Up to 200 bytes of markers, ends and beginnings of markers, quotes and noise.
+std::string randomLine(std::mt19937_64& random) {
+  static constexpr std::string_view noise = "abcxkKeEnNyYzZtT=> :%3D'\"(_-\0\xc3\xa4\xff\n";
+  const std::size_t length = random() % 201;
+  const std::size_t noisiness = random() % 24 + 1;
+  std::string line;
+  while (line.size() < length) {
+    const std::string_view marker = kScrubRules[random() % kScrubRules.size()].marker;
+    const std::size_t kind = random() % 5;
+    if (kind <= 1) line += marker;
+    if (kind == 1) line += "'\"-"[random() % 3];
+    if (kind == 2) line += marker.substr(random() % marker.size());
+    if (kind == 3) line += marker.substr(0, random() % marker.size());
+    for (std::size_t i = random() % noisiness; i > 0; --i) line += noise[random() % noise.size()];
   }
-  std::size_t below(std::size_t bound) { return random_() % bound; }
-
- private:
-  void append(std::string& line, std::size_t density) {
-    static constexpr std::string_view noise = "abcxkKeEnNyYzZtT=> :%3D'\"(_-\0\xc3\xa4\xff\n";
-    const std::string_view marker = kScrubRules[below(kScrubRules.size())].marker;
-    const std::size_t kind = below(8);
-    if (kind < density) {
-      line += marker;
-      if (below(3) == 0) line += below(2) == 0 ? '\'' : '"';
-    } else if (kind == 4) {
-      line += marker.substr(below(marker.size()));
-    } else if (kind == 5) {
-      line += marker.substr(0, below(marker.size()));
-    } else {
-      for (std::size_t i = below(24); i > 0; --i) line += noise[below(noise.size())];
-    }
-  }
-
-  std::mt19937_64 random_;
-};
+  line.resize(length);
+  return line;
+}
 
 TEST(TokenScrubber, EqualsRuleAfterRuleOnRandomLines) {
   const std::uint64_t seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
-  LineMaker make(seed);
+  std::mt19937_64 random(seed);
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-  std::size_t changed = 0;
   for (std::size_t i = 0; std::chrono::steady_clock::now() < end; ++i) {
-    const std::string line = make();
+    const std::string line = randomLine(random);
     const bool crashKeysOnly = i % 4 == 0;
     std::string expected = line;
     testing::referenceScrub(expected, crashKeysOnly);
     ASSERT_EQ(scrubbed(line, crashKeysOnly), expected) << "line " << i << ": " << line;
-    if (expected != line) ++changed;
   }
-  EXPECT_GT(changed, 100U) << "the lines must exercise the rules";
 }
 
 }  // namespace
