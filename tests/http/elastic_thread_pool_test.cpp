@@ -49,7 +49,7 @@ TEST(ElasticThreadPool, ShrinksToItsLowerBoundAndGrowsAgain) {
     for (int round = 0; round < 2; ++round) {
       std::promise<void> release;
       const auto released = release.get_future().share();
-      for (int i = 0; i < 4; ++i) pool.post([&] { released.wait(); });
+      for (int i = 0; i < 4; ++i) pool.post([released] { released.wait(); });
       EXPECT_EQ(pool.threadCount(), 4U);
       release.set_value();
       EXPECT_TRUE(eventually([&] { return pool.threadCount() == lowerBound; })) << pool.threadCount();
@@ -57,6 +57,22 @@ TEST(ElasticThreadPool, ShrinksToItsLowerBoundAndGrowsAgain) {
       EXPECT_EQ(pool.threadCount(), lowerBound);
     }
   }
+}
+
+TEST(ElasticThreadPool, IdleWorkersDecideAgainWhenItIsTheirTurn) {
+  // Four workers become idle and decide to leave while the start of the fifth holds the lock.
+  std::promise<void> release;
+  const auto released = release.get_future().share();
+  int starts = 0;
+  ElasticThreadPool pool(2, 8, 20ms, [&] {
+    if (++starts != 5) return;
+    release.set_value();
+    std::this_thread::sleep_for(200ms);
+  });
+  for (int i = 0; i < 5; ++i) pool.post([released] { released.wait(); });
+  EXPECT_TRUE(eventually([&] { return pool.threadCount() <= 2; }));
+  std::this_thread::sleep_for(60ms);
+  EXPECT_EQ(pool.threadCount(), 2U);
 }
 
 TEST(ElasticThreadPool, ReportsATaskThatThrowsAndGoesOn) {

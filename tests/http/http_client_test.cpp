@@ -142,7 +142,7 @@ TEST_F(HttpClientTest, EveryEndOfATransferHasItsStatusAndLine) {
       std::count(lines.begin(), lines.end(), LoggedLine{debug, "HTTP simulating 408 after curl timeout"}), 2);
 
   const Context& gzip = running[2].first;
-  EXPECT_EQ(gzip->body, running[0].first->body);
+  EXPECT_THAT(gzip->body, StartsWith("{\"certs\": "));
   EXPECT_EQ(gzip->responseHeaders.count("Content-Encoding"), 0U);
   EXPECT_EQ(gzip->responseHeaders.find("X-Kept")->second, "gzip");
 }
