@@ -16,8 +16,7 @@ Answer runCheck(const Arguments& arguments) {
   answer.json["bundle"] = StringUtils::utf16to8(bundle);
   answer.json["trusted"] = trusted;
   answer.text = (trusted ? "Trusted: " : "Refused: ") + shown + "\n";
-  describeStatus(answer, result.value());
-  answer.exitCode = trusted ? ExitCode::Success : ExitCode::Refused;
+  describeVerdict(answer, result.value());
   return answer;
 }
 

@@ -15,6 +15,12 @@ constexpr Command kCommands[] = {
     {"set-app-data", "Tell the service the media server's local application-data directory", "DIR",
      "An existing directory; the service's logs move to \"Zarn Media Server\\Logs\" in it", Extra::None,
      "The service does not say whether it could use the directory; see status afterwards.", runSetAppData},
+    {"verify", "Work out what the service would decide on a bundle, step by step", "BUNDLE",
+     "The bundle; it is neither copied nor run", Extra::None,
+     "Needs no service. Uses the service's own code, the account service and Resources\\cacert.pem beside\n"
+     "this program; every check is made, as the service makes it. Exit code 0 when the bundle would be\n"
+     "run, 1 when it would be refused.",
+     runVerify},
     {"status", "Show the service's state, version, log folder and last outcome", nullptr, nullptr,
      Extra::Logs,
      "Exit code 0 when the service runs, 3 when it does not. Logs of the service's own account can be\n"

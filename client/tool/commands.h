@@ -41,6 +41,7 @@ Answer runSetAppData(const Arguments& arguments);
 Answer runStatus(const Arguments& arguments);
 Answer runExplain(const Arguments& arguments);
 Answer runHistory(const Arguments& arguments);
+Answer runVerify(const Arguments& arguments);
 Answer runCollectLogs(const Arguments& arguments);
 
 }  // namespace zarn::tool

@@ -10,8 +10,8 @@ namespace {
 using enum CodeKind;
 
 constexpr Explanation kExplanations[] = {
-    {Status, 0, "", "installed; for a check: signature and signer are trusted",
-     "Nothing; after an installation the service ends itself with 1467 and is started again"},
+    {Status, 0, "", "installed", "Nothing; the service ends itself with 1467 and is started again"},
+    {Status, 0, "", "for a check: signature and signer are trusted", "Nothing"},
     {Status, 30000, "", "installed, and a reboot is required to complete it (installer exit code 3010)",
      "Reboot when it suits"},
     {Status, 30001, "", "installed, and the installer began a reboot (installer exit code 1641)",
@@ -19,7 +19,8 @@ constexpr Explanation kExplanations[] = {
     {Status, 30002, "",
      "not installed: the bundle could not be read, is larger than 1 GiB, does not end in \".exe\", could "
      "not be copied or started, or the installer failed with another exit code",
-     "Explain the installer's exit code if there is one; else the service's log says which it was"},
+     "Run zarn-update verify on the bundle, and zarn-update explain on the installer's exit code if there is "
+     "one"},
     {Status, 30003, "", "the installer's exit code could not be read, or it was 30003",
      "See whether the new version is there, and look into Installer Logs"},
     {Status, 30004, "",

@@ -38,7 +38,7 @@ struct Explanation {
 
 [[nodiscard]] std::span<const Explanation> explanations() noexcept;
 [[nodiscard]] std::vector<Explanation> explain(std::uint32_t code);
-/// Null when the table has no such code of this kind.
+/// The first of this kind; null when the table has none.
 [[nodiscard]] const Explanation* explain(CodeKind kind, std::uint32_t code) noexcept;
 
 /// Reads "30004", "-2146762496" and "0x800b0100", all of 32 bits.

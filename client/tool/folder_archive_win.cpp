@@ -7,19 +7,17 @@
 #include "client/tool/archive.h"
 #include "util/file_utils.h"
 #include "util/system_error.h"
+#include "util/windows_handles.h"
 
 namespace zarn::tool {
 namespace {
 
 namespace fs = boost::filesystem;
 
-bool copyAll(std::FILE* from, std::FILE* to) {
-  std::vector<char> buffer(std::size_t{1} << 16);
-  for (;;) {
-    const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), from);
-    if (count == 0) return std::ferror(from) == 0;
-    if (std::fwrite(buffer.data(), 1, count, to) != count) return false;
-  }
+bool writeAll(HANDLE file, const char* data, std::size_t size) {
+  DWORD written = 0;
+  return size == 0 ||
+         (WriteFile(file, data, static_cast<DWORD>(size), &written, nullptr) != 0 && written == size);
 }
 
 class FolderArchive final : public Archive {
@@ -36,19 +34,28 @@ class FolderArchive final : public Archive {
   bool begin() { return note(CreateDirectoryW(FileUtils::toPath(temporary_).c_str(), nullptr) != 0); }
 
   bool addFile(const std::string& name, FileUtils::ScopedFile file) override {
-    FileUtils::ScopedFile target = create(name);
+    const fs::path path = pathOf(name);
+    FileHandle target = create(path);
     if (!target) return false;
-    return note(copyAll(file.get(), target.get())) && flush(std::move(target));
+    std::vector<char> buffer(std::size_t{1} << 16);
+    for (;;) {
+      const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), file.get());
+      if (count == 0) break;
+      if (!writeTo(target.get(), buffer.data(), count)) return false;
+    }
+    if (note(std::ferror(file.get()) == 0)) return true;
+    target.reset();
+    DeleteFileW(path.c_str());
+    return false;
   }
 
   bool addText(const std::string& name, std::string text) override {
-    FileUtils::ScopedFile target = create(name);
-    if (!target) return false;
-    return note(std::fwrite(text.data(), 1, text.size(), target.get()) == text.size()) &&
-           flush(std::move(target));
+    const FileHandle target = create(pathOf(name));
+    return target && writeTo(target.get(), text.data(), text.size());
   }
 
   bool finish() override {
+    if (broken_) return false;
     // Only an empty folder goes away; anything else makes the move fail.
     RemoveDirectoryW(FileUtils::toPath(path_).c_str());
     finished_ = note(MoveFileExW(FileUtils::toPath(temporary_).c_str(), FileUtils::toPath(path_).c_str(),
@@ -59,17 +66,23 @@ class FolderArchive final : public Archive {
   [[nodiscard]] std::string problem() const override { return systemErrorPhrase(error_); }
 
  private:
-  FileUtils::ScopedFile create(const std::string& name) {
-    const fs::path target = FileUtils::toPath(temporary_) / FileUtils::toPath(name);
+  [[nodiscard]] fs::path pathOf(const std::string& name) const {
+    return FileUtils::toPath(temporary_) / FileUtils::toPath(name);
+  }
+
+  FileHandle create(const fs::path& path) {
     boost::system::error_code ignored;
-    fs::create_directories(target.parent_path(), ignored);
-    FileUtils::ScopedFile file = FileUtils::safeOpen(FileUtils::toUtf8(target), "wb", false);
-    note(file != nullptr);
+    fs::create_directories(path.parent_path(), ignored);
+    FileHandle file(
+        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    broken_ = !note(file.isValid()) || broken_;
     return file;
   }
 
-  /// What the C library still holds back may meet the full disk.
-  bool flush(FileUtils::ScopedFile file) { return note(std::fclose(file.release()) == 0); }
+  bool writeTo(HANDLE file, const char* data, std::size_t size) {
+    broken_ = !note(writeAll(file, data, size)) || broken_;
+    return !broken_;
+  }
 
   bool note(bool succeeded) noexcept {
     if (!succeeded) error_ = failureCode(lastSystemError());
@@ -79,6 +92,8 @@ class FolderArchive final : public Archive {
   std::string path_;
   std::string temporary_;
   std::uint32_t error_ = 0;
+  /// Something could not be written: a whole archive can no longer come of it.
+  bool broken_ = false;
   bool finished_ = false;
 };
 

@@ -24,14 +24,13 @@ BOOL WINAPI interrupted(DWORD) noexcept {
 
 }  // namespace
 
-Interruption::Interruption(const char* sentence) noexcept {
-  currentSentence.store(sentence);
-  SetConsoleCtrlHandler(interrupted, TRUE);
+Interruption::Interruption(const char* sentence) noexcept : former_(currentSentence.exchange(sentence)) {
+  if (former_ == nullptr) SetConsoleCtrlHandler(interrupted, TRUE);
 }
 
 Interruption::~Interruption() {
-  SetConsoleCtrlHandler(interrupted, FALSE);
-  currentSentence.store(nullptr);
+  currentSentence.store(former_);
+  if (former_ == nullptr) SetConsoleCtrlHandler(interrupted, FALSE);
 }
 
 }  // namespace zarn::tool

@@ -2,11 +2,13 @@
 #include <windows.h>
 
 #include <exception>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "client/tool/command_line.h"
 #include "client/tool/console_win.h"
+#include "client/tool/interruption_win.h"
 #include "client/tool/text.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
@@ -38,6 +40,7 @@ ExitCode deliver(const Answer& answer, const std::string& command, bool json) {
 }
 
 Answer runGuarded(const Invocation& invocation) {
+  const Interruption interruption("Interrupted.");
   try {
     return invocation.command->run(invocation.arguments);
   } catch (const std::bad_alloc&) {

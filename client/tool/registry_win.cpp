@@ -29,8 +29,7 @@ std::wstring characters(HKEY root, const std::string& key, const std::wstring& v
 }  // namespace
 
 std::optional<std::string> registryText(HKEY root, const std::string& key, const std::string& value) {
-  const std::wstring text =
-      characters(root, key, StringUtils::utf8to16(value), RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ);
+  const std::wstring text = characters(root, key, StringUtils::utf8to16(value), RRF_RT_REG_SZ);
   if (text.empty()) return std::nullopt;
   return StringUtils::utf16to8(text.c_str());
 }
@@ -63,7 +62,7 @@ std::vector<std::wstring> registryAssignments(HKEY root, const std::string& key)
       return result;
     }
     const std::wstring found = name.substr(0, length);
-    const std::wstring text = characters(opened.get(), "", found, RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ);
+    const std::wstring text = characters(opened.get(), "", found, RRF_RT_REG_SZ);
     if (!text.empty()) result.push_back(found + L"=" + text.c_str());
   }
 }

@@ -9,7 +9,7 @@
 
 namespace zarn::tool {
 
-/// A text value (REG_SZ or REG_EXPAND_SZ, expanded); nothing when it is missing
+/// A text value (REG_SZ, or REG_EXPAND_SZ expanded); nothing when it is missing
 /// or of another kind.
 [[nodiscard]] std::optional<std::string> registryText(HKEY root, const std::string& key,
                                                       const std::string& value);

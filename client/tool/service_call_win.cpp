@@ -5,6 +5,7 @@
 #include "client/tool/explanations.h"
 #include "client/tool/service_query_win.h"
 #include "client/tool/text.h"
+#include "util/file_utils.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
 #include "util/system_error.h"
@@ -50,6 +51,15 @@ ExitCode exitCodeOf(client::CallFailure failure) noexcept {
   return ExitCode::ServiceUnreachable;
 }
 
+void describe(Answer& answer, std::int32_t status, const std::string& meaning, const std::string& advice) {
+  answer.exitCode = isSuccess(status) ? ExitCode::Success : ExitCode::Refused;
+  answer.json["status"] = status;
+  answer.json["meaning"] = meaning;
+  answer.json["advice"] = advice;
+  answer.text +=
+      fields({{"Status", codeText(static_cast<std::uint32_t>(status)) + ", " + meaning}, {"Next", advice}});
+}
+
 }  // namespace
 
 std::wstring absolutePath(const std::string& path) {
@@ -60,7 +70,7 @@ std::wstring absolutePath(const std::string& path) {
   full.resize(size);
   size = GetFullPathNameW(wide.c_str(), size, full.data(), nullptr);
   full.resize(size < full.size() ? size : 0);
-  return full;
+  return FileUtils::toPath(StringUtils::utf16to8(full)).native();
 }
 
 std::optional<Answer> missingFile(const std::wstring& path) {
@@ -97,13 +107,19 @@ void describeStatus(Answer& answer, std::int32_t status) {
   const auto code = static_cast<std::uint32_t>(status);
   const Explanation* row = explain(CodeKind::Status, code);
   if (row == nullptr) row = explain(CodeKind::System, code);
-  const std::string meaning = row != nullptr ? std::string(row->meaning) : systemErrorPhrase(code);
-  const std::string advice(row != nullptr ? row->advice : "");
-  answer.exitCode = isSuccess(status) ? ExitCode::Success : ExitCode::Refused;
-  answer.json["status"] = status;
-  answer.json["meaning"] = meaning;
-  answer.json["advice"] = advice;
-  answer.text += fields({{"Status", codeText(code) + ", " + meaning}, {"Next", advice}});
+  describe(answer, status, row != nullptr ? std::string(row->meaning) : systemErrorPhrase(code),
+           std::string(row != nullptr ? row->advice : ""));
+}
+
+void describeVerdict(Answer& answer, std::int32_t status, const std::optional<std::string>& advice) {
+  if (status == client::kInstalled) {
+    describe(answer, status, "signature and signer are trusted", advice.value_or("Nothing"));
+    return;
+  }
+  const Explanation* const row = explain(CodeKind::Status, static_cast<std::uint32_t>(status));
+  describe(answer, status, std::string(row != nullptr ? row->meaning : "refused"),
+           advice.value_or(std::string(row != nullptr ? row->advice : "")));
+  answer.exitCode = ExitCode::Refused;
 }
 
 }  // namespace zarn::tool

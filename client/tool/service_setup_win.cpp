@@ -4,9 +4,9 @@
 
 #include <sddl.h>
 
+#include <cstdint>
 #include <vector>
 
-#include "client/tool/files_win.h"
 #include "client/tool/registry_win.h"
 #include "client/tool/service_query_win.h"
 #include "prefs/query_string.h"
@@ -69,6 +69,14 @@ std::string logFolder(HKEY root, const std::string& prefix, const std::string& l
   return base.empty() ? base : FileUtils::join(FileUtils::join(base, "Zarn Media Server"), "Logs");
 }
 
+/// When the service last wrote its log there; 0 for never.
+std::uint64_t lastWritten(const std::string& folder) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  const auto log = FileUtils::toPath(FileUtils::join(folder, "Zarn Update Service.log"));
+  if (GetFileAttributesExW(log.c_str(), GetFileExInfoStandard, &data) == 0) return 0;
+  return std::uint64_t{data.ftLastWriteTime.dwHighDateTime} << 32U | data.ftLastWriteTime.dwLowDateTime;
+}
+
 }  // namespace
 
 void adoptServiceEnvironment() {
@@ -88,10 +96,9 @@ std::string serviceLogFolder(const std::string& given) {
   const std::string user = identifierOf(query.facts ? query.facts->account : "") + "\\";
   const std::string ofService =
       logFolder(HKEY_USERS, user, registryText(HKEY_USERS, user + kFoldersKey, "Local AppData").value_or(""));
-  if (!ofService.empty() && mayBeFolder(ofService)) return ofService;
   const std::string ofUser =
       logFolder(HKEY_CURRENT_USER, "", FileUtils::applicationDataDirectory(false, false));
-  return ofService.empty() || mayBeFolder(ofUser) ? ofUser : ofService;
+  return ofService.empty() || lastWritten(ofUser) > lastWritten(ofService) ? ofUser : ofService;
 }
 
 }  // namespace zarn::tool

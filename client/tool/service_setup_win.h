@@ -10,9 +10,9 @@ namespace zarn::tool {
 /// out is what the service would. Does nothing on a machine without the service.
 void adoptServiceEnvironment();
 
-/// The service's Logs folder: of the account it runs as, else of the current user,
-/// whichever is there first; the service's own when none is. `given`, when not
-/// empty, is the answer.
+/// The service's Logs folder: the one of the account it runs as or of the current
+/// user, whichever has the service's newest log; its account's when neither has
+/// one. `given`, when not empty, is the answer.
 [[nodiscard]] std::string serviceLogFolder(const std::string& given);
 
 }  // namespace zarn::tool

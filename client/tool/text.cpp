@@ -42,8 +42,7 @@ std::string sentence(std::string_view text) {
 }
 
 std::string fields(const std::vector<std::pair<std::string, std::string>>& rows) {
-  std::size_t column = 0;
-  for (const auto& [name, value] : rows) column = std::max(column, width(name) + 3);
+  constexpr std::size_t column = 16;
   std::string result;
   for (const auto& [name, value] : rows) {
     std::string indent = padded(name + ":", column);

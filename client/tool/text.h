@@ -12,7 +12,8 @@ namespace zarn::tool {
 /// `text` on one line and ending in a full stop.
 [[nodiscard]] std::string sentence(std::string_view text);
 
-/// "name:" and value a line, the values in one column; values of several lines keep to it.
+/// "name:" and value a line, the values in the same column in every text of this
+/// tool; values of several lines keep to it.
 [[nodiscard]] std::string fields(const std::vector<std::pair<std::string, std::string>>& rows);
 
 /// Rows under headings, columns as wide as their widest cell, two blanks between.

@@ -1,5 +1,8 @@
+#include <windows.h>
+
 #include <zip.h>
 
+#include <cerrno>
 #include <deque>
 #include <utility>
 
@@ -25,6 +28,18 @@ struct SourceTraits {
 };
 using Source = ScopedHandle<SourceTraits>;
 
+/// The library hands most errors of the system on as this number plus their code.
+constexpr int kSystemErrorBase = 10000;
+
+std::string wordsFor(zip_error_t* error) {
+  const int code = zip_error_code_system(error);
+  if (code > kSystemErrorBase) return systemErrorPhrase(static_cast<std::uint32_t>(code - kSystemErrorBase));
+  // A write that ends early leaves no code: nothing but a full disk does that.
+  const bool isFull =
+      zip_error_code_zip(error) == ZIP_ER_WRITE && (code == ENOSPC || code == kSystemErrorBase);
+  return isFull ? systemErrorPhrase(ERROR_DISK_FULL) : zip_error_strerror(error);
+}
+
 /// The library writes to a temporary file beside the target, and renames it.
 class ZipArchive final : public Archive {
  public:
@@ -36,18 +51,17 @@ class ZipArchive final : public Archive {
       zip_.reset(zip_open_from_source(target.get(), ZIP_CREATE | ZIP_EXCL, &error));
       if (zip_) static_cast<void>(target.release());
     }
-    if (!zip_) problem_ = zip_error_strerror(&error);
+    if (!zip_) problem_ = wordsFor(&error);
     zip_error_fini(&error);
     return zip_.isValid();
   }
 
   bool addFile(const std::string& name, FileUtils::ScopedFile file) override {
-    if (_fseeki64(file.get(), 0, SEEK_END) != 0)
-      return fail(systemErrorPhrase(failureCode(lastSystemError())));
+    _fseeki64(file.get(), 0, SEEK_END);
     const std::int64_t size = _ftelli64(file.get());
     _fseeki64(file.get(), 0, SEEK_SET);
     Source source(zip_source_filep(zip_.get(), file.get(), 0, size));
-    if (!source) return fail(zip_strerror(zip_.get()));
+    if (!source) return fail();
     static_cast<void>(file.release());  // closed with the source
     return add(name, std::move(source));
   }
@@ -55,12 +69,12 @@ class ZipArchive final : public Archive {
   bool addText(const std::string& name, std::string text) override {
     const std::string& kept = texts_.emplace_back(std::move(text));
     Source source(zip_source_buffer(zip_.get(), kept.data(), kept.size(), 0));
-    if (!source) return fail(zip_strerror(zip_.get()));
+    if (!source) return fail();
     return add(name, std::move(source));
   }
 
   bool finish() override {
-    if (zip_close(zip_.get()) != 0) return fail(zip_strerror(zip_.get()));
+    if (zip_close(zip_.get()) != 0) return fail();
     static_cast<void>(zip_.release());
     return true;
   }
@@ -70,14 +84,14 @@ class ZipArchive final : public Archive {
  private:
   bool add(const std::string& name, Source source) {
     if (zip_file_add(zip_.get(), name.c_str(), source.get(), ZIP_FL_ENC_UTF_8) < 0) {
-      return fail(zip_strerror(zip_.get()));
+      return fail();
     }
     static_cast<void>(source.release());
     return true;
   }
 
-  bool fail(std::string problem) {
-    problem_ = std::move(problem);
+  bool fail() {
+    problem_ = wordsFor(zip_get_error(zip_.get()));
     return false;
   }
 
