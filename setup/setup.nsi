@@ -62,9 +62,8 @@ UninstPage instfiles
 !macroend
 !define Step '!insertmacro Step'
 
-!macro Log who text
+!macro Log text
   Push "${text}"
-  Push ${who}
   ZarnSetup::Log
   Pop $0
   Pop $0
@@ -72,23 +71,23 @@ UninstPage instfiles
 !macroend
 
 ; Ends the run with $Code and $Sentence.
-!macro Fail who
+!macro Fail
   DetailPrint "$Sentence"
-  !insertmacro Log ${who} "failed with exit code $Code: $Sentence"
+  !insertmacro Log "failed with exit code $Code: $Sentence"
   MessageBox MB_OK|MB_ICONSTOP "$Sentence" /SD IDOK
   SetErrorLevel $Code
 !macroend
 
-!macro FailUnlessDone who
+!macro FailUnlessDone
   ${If} $Code != 0
-    !insertmacro Fail ${who}
+    !insertmacro Fail
     Quit
   ${EndIf}
 !macroend
 
 !macro BeginRun who
   ${Step} 'Begin ${who}'
-  !insertmacro FailUnlessDone ${who}
+  !insertmacro FailUnlessDone
   ${If} $Result == help
     ${Step} 'Help ${who}'
     MessageBox MB_OK|MB_ICONINFORMATION "$Result" /SD IDOK
@@ -107,7 +106,7 @@ Function .onInit
   ${IfNot} ${AtLeastWin10}
     StrCpy $Code ${E_UNSUPPORTED}
     StrCpy $Sentence "The Zarn Update Service needs Windows 10 or later."
-    !insertmacro Fail setup
+    !insertmacro Fail
     Quit
   ${EndIf}
   ${If} $Result == uninstall
@@ -122,11 +121,11 @@ Function RunUninstaller
   ${IfNot} ${FileExists} "$INSTDIR\Uninstall.exe"
     StrCpy $Code ${E_NOT_INSTALLED}
     StrCpy $Sentence "The Zarn Update Service is not installed."
-    !insertmacro Fail setup
+    !insertmacro Fail
     Quit
   ${EndIf}
   ${Step} UninstallerArguments
-  !insertmacro FailUnlessDone setup
+  !insertmacro FailUnlessDone
   ; A copy: what runs cannot delete itself.
   InitPluginsDir
   ClearErrors
@@ -135,7 +134,7 @@ Function RunUninstaller
   ${If} ${Errors}
     StrCpy $Code ${E_FAILED}
     StrCpy $Sentence "The uninstaller cannot be started."
-    !insertmacro Fail setup
+    !insertmacro Fail
     Quit
   ${EndIf}
   SetErrorLevel $0
@@ -174,13 +173,13 @@ Function GiveUp
   ${Step} 'Tidy "$INSTDIR"'
   StrCpy $Code $1
   StrCpy $Sentence $2
-  !insertmacro Fail setup
+  !insertmacro Fail
   Quit
 FunctionEnd
 
 Section
   SetRegView 64
-  !insertmacro Log setup "installing ${VERSION_TEXT}"
+  !insertmacro Log "installing ${VERSION_TEXT}"
   StrCpy $Tried yes
   ${Step} 'Prepare "$INSTDIR"'
   ${If} $Code == 0
@@ -212,7 +211,7 @@ Section
     ${EndIf}
   ${EndIf}
   ${Step} 'Tidy "$INSTDIR"'
-  !insertmacro Log setup "installed ${VERSION_TEXT}"
+  !insertmacro Log "installed ${VERSION_TEXT}"
   SetErrorLevel 0
 SectionEnd
 
@@ -236,14 +235,14 @@ FunctionEnd
 Section Uninstall
   SetRegView 64
   SetOutPath "$TEMP"
-  !insertmacro Log uninstaller "uninstalling ${VERSION_TEXT}"
+  !insertmacro Log "uninstalling ${VERSION_TEXT}"
   ${Step} Unregister
-  !insertmacro FailUnlessDone uninstaller
+  !insertmacro FailUnlessDone
   RMDir /r /REBOOTOK "$INSTDIR"
   DeleteRegKey HKLM "${ENTRY}"
-  !insertmacro Log uninstaller "uninstalled ${VERSION_TEXT}"
+  !insertmacro Log "uninstalled ${VERSION_TEXT}"
   ${Step} PurgeLogs
-  !insertmacro FailUnlessDone uninstaller
+  !insertmacro FailUnlessDone
   ${If} ${RebootFlag}
     SetErrorLevel ${E_REBOOT}
   ${Else}

@@ -18,10 +18,12 @@ plugin=$from/setup/ZarnSetup.dll
 [ -f "$dist/ZarnUpdateService.exe" ] || die "$dist is no shippable tree: build it first"
 
 version_text=$(sed -nE 's/.*kVersion = "([^"]*)".*/\1/p' "$from/src/util/version.cpp")
-[ $# -lt 4 ] || version_text=$4-${version_text#*-}
-version=${version_text%%-*}
-SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git -C "$root" log -1 --pretty=%ct 2>/dev/null || echo 0)}
+revision=${version_text#*-}
+# The time to state: that of the revision which was built.
+SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git -C "$root" log -1 --pretty=%ct "$revision" -- 2>/dev/null || echo 0)}
 export SOURCE_DATE_EPOCH
+[ $# -lt 4 ] || version_text=$4-$revision
+version=${version_text%%-*}
 
 # What is installed: the tree, the bill of materials, the licences.
 work=$out/.work

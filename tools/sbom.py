@@ -45,8 +45,8 @@ LIBRARIES = [
     Library("fmt", "fmtlib", "MIT", r"/libfmt\.a$|/include/fmt/"),
     Library("libzip", "libzip", "BSD-3-Clause", r"/libzip\.a$|/include/zip(conf)?\.h$"),
     Library("zlib", "libz-mingw-w64", "Zlib", r"/libz\.a$|/include/z(lib|conf)\.h$", "libz-mingw-w64-dev"),
-    Library("CLI11", "cli11", "BSD-3-Clause", r"/include/CLI/", "libcli11-dev"),
-    Library("JSON for Modern C++", "nlohmann-json3", "MIT", r"/include/nlohmann/", "nlohmann-json3-dev"),
+    Library("CLI11", "cli11", "BSD-3-Clause", r"/(include|headers)/CLI/", "libcli11-dev"),
+    Library("JSON for Modern C++", "nlohmann-json3", "MIT", r"/(include|headers)/nlohmann/", "nlohmann-json3-dev"),
     Library("expected", "tl-expected", "CC0-1.0", r"/include/tl/", "libexpected-dev"),
     Library("GCC runtime libraries", "gcc-mingw-w64", "GPL-3.0-or-later WITH GCC-exception-3.1",
             rf"^{GCC}/", "gcc-mingw-w64-x86-64-posix-runtime"),
@@ -97,23 +97,23 @@ class Build:
                     pending.append(name)
         return {name for name in seen if name.endswith(".obj")}
 
-    def foreign_parts(self, target, checkout):
-        """Paths of libraries and headers that are not the project's own."""
+    def parts(self, target):
+        """Paths of the libraries and headers in a target."""
         paths = {word for word in self.link_lines[target] if word.endswith(".a")}
         for name in self.objects(target):
             paths.update(self.headers.get(name, []))
-        absolute = {str((self.folder / path).resolve()) for path in paths}
-        return {path for path in absolute if not path.startswith(f"{checkout}/")}
+        return {str((self.folder / path).resolve()) for path in paths}
 
 
 def libraries_in(build, programs, checkout):
     used = set(ALWAYS)
     for program in programs:
-        for path in build.foreign_parts(build.target(program), checkout):
+        for path in build.parts(build.target(program)):
             match = [library.source for library in LIBRARIES if re.search(library.places, path)]
-            if not match:
+            if match:
+                used.add(match[0])
+            elif not path.startswith(f"{checkout}/"):
                 sys.exit(f"sbom: {program} is made of {path}, which belongs to no library known here")
-            used.add(match[0])
     return [library for library in LIBRARIES if library.source in used]
 
 

@@ -21,7 +21,7 @@ struct Options {
   /// A file with certificates in PEM form; empty: the one that is shipped.
   /// Without it: what was set before.
   std::optional<std::wstring> caBundle;
-  /// Where setup logs; empty: the default place.
+  /// Where to log; empty: the default place.
   std::wstring log;
   /// How long to wait for a running update and for the service to stop.
   std::chrono::seconds wait{120};
@@ -36,6 +36,10 @@ struct Options {
 
 /// The options of this process.
 [[nodiscard]] Options ownOptions(Program program);
+
+/// Where this process was asked to log, also when its other arguments are of no
+/// use; empty: the default place.
+[[nodiscard]] std::wstring ownLog();
 
 /// What /? shows.
 [[nodiscard]] const wchar_t* help(Program program) noexcept;

@@ -2,6 +2,7 @@
 
 #include <shellapi.h>
 
+#include <algorithm>
 #include <memory>
 #include <string_view>
 
@@ -56,6 +57,13 @@ bool isFullPath(const std::wstring& path) {
 std::wstring parsePath(const std::wstring& argument, const std::wstring& value) {
   if (!isFullPath(value)) refuse(argument, L"must name a file by its full path.");
   return value;
+}
+
+std::vector<std::wstring> ownArguments() {
+  int count = 0;
+  const std::unique_ptr<wchar_t*, LocalFreeDeleter> list(CommandLineToArgvW(GetCommandLineW(), &count));
+  if (!list) throw systemFailure(L"The command line cannot be read", GetLastError());
+  return {list.get() + std::min(count, 1), list.get() + count};
 }
 
 bool parseSetupOnly(const std::wstring& argument, Options& options) {
@@ -118,11 +126,15 @@ Options parseOptions(Program program, const std::vector<std::wstring>& arguments
 }
 
 Options ownOptions(Program program) {
-  int count = 0;
-  const std::unique_ptr<wchar_t*, LocalFreeDeleter> list(CommandLineToArgvW(GetCommandLineW(), &count));
-  if (!list) throw systemFailure(L"The command line cannot be read", GetLastError());
-  const std::vector<std::wstring> arguments(list.get() + 1, list.get() + count);
-  return parseOptions(program, arguments);
+  return parseOptions(program, ownArguments());
+}
+
+std::wstring ownLog() {
+  for (const auto& argument : ownArguments()) {
+    const auto log = valueOf(argument, L"/LOG");
+    if (log && isFullPath(*log)) return *log;
+  }
+  return {};
 }
 
 const wchar_t* help(Program program) noexcept {

@@ -117,13 +117,8 @@ std::wstring uninstallerArguments() {
   return result;
 }
 
-void log(Program program, const std::wstring& text) {
-  std::wstring file;
-  try {
-    file = ownOptions(program).log;
-  } catch (const SetupError&) {
-    // Arguments that cannot be read are what is going to be logged.
-  }
+void log(const std::wstring& text) {
+  const std::wstring file = ownLog();
   appendToLog(file.empty() ? defaultLogFile() : file, text);
 }
 
@@ -151,10 +146,9 @@ ZARN_STEP(Help) {
   return help(popProgram(stack));
 }
 
-/// Log "setup"|"uninstaller" TEXT
+/// Log TEXT
 ZARN_STEP(Log) {
-  const Program program = popProgram(stack);
-  log(program, stack.pop());
+  log(stack.pop());
   return {};
 }
 

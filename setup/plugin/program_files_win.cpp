@@ -165,8 +165,8 @@ void tidyFolders(const ProgramFolder& folder) noexcept {
   removeOrSchedule(folder.outgoing);
   std::error_code ignored;
   if (fs::exists(folder.program, ignored)) return;
-  fs::remove(folder.temp, ignored);
-  fs::remove(folder.root, ignored);
+  RemoveDirectoryW(folder.temp.c_str());
+  RemoveDirectoryW(folder.root.c_str());
 }
 
 void checkCaBundle(const std::wstring& file) {

@@ -65,6 +65,12 @@ KernelHandle processOf(const SERVICE_STATUS_PROCESS& status) {
   return KernelHandle(OpenProcess(SYNCHRONIZE, FALSE, status.dwProcessId));
 }
 
+/// Also when it never reported its end: its process is gone.
+bool hasEnded(const SERVICE_STATUS_PROCESS& status) {
+  return status.dwCurrentState == SERVICE_STOPPED ||
+         (status.dwProcessId == 0 && status.dwCurrentState != SERVICE_START_PENDING);
+}
+
 SetupError busy(const std::wstring& sentence) {
   return SetupError(ExitCode::Busy, sentence);
 }
@@ -123,8 +129,8 @@ std::optional<ServiceRegistration::Configuration> ServiceRegistration::configura
 
 bool ServiceRegistration::isRunning() const {
   if (!exists()) return false;
-  const DWORD state = status().dwCurrentState;
-  return state == SERVICE_RUNNING || state == SERVICE_START_PENDING;
+  const SERVICE_STATUS_PROCESS now = status();
+  return !hasEnded(now) && now.dwCurrentState != SERVICE_STOP_PENDING;
 }
 
 bool ServiceRegistration::startsAutomatically() const {
@@ -145,7 +151,7 @@ void ServiceRegistration::stop(seconds limit) const {
   const KernelHandle process = processOf(status());
   auto deadline = Clock::now() + limit;
   bool asked = false;
-  for (SERVICE_STATUS_PROCESS now = status(); now.dwCurrentState != SERVICE_STOPPED; now = status()) {
+  for (SERVICE_STATUS_PROCESS now = status(); !hasEnded(now); now = status()) {
     const bool installing = !asked && isInstalling();
     if (!asked && !installing && now.dwCurrentState == SERVICE_RUNNING) {
       SERVICE_STATUS ignored{};
@@ -173,7 +179,7 @@ void ServiceRegistration::start() const {
   }
   const auto deadline = Clock::now() + kStartLimit;
   for (SERVICE_STATUS_PROCESS now = status(); now.dwCurrentState != SERVICE_RUNNING; now = status()) {
-    if (now.dwCurrentState == SERVICE_STOPPED) {
+    if (hasEnded(now)) {
       throw SetupError(ExitCode::NotStarted, systemFailure(what, now.dwWin32ExitCode).sentence());
     }
     if (Clock::now() >= deadline) {
