@@ -152,14 +152,17 @@ void setApplicationDataOverride(std::string path) {
   current.path = std::move(path);
 }
 
-void setLocalAppDataPathReader(std::string (*reader)()) noexcept { localAppDataPathReader.store(reader); }
+void setLocalAppDataPathReader(std::string (*reader)()) noexcept {
+  localAppDataPathReader.store(reader);
+}
 
 std::string applicationDataDirectory(bool withProduct, bool allowPreference) {
   if (withProduct) {
     if (std::string path = overridePath(); !path.empty()) return path;
   }
   std::string base;
-  if (auto* const reader = localAppDataPathReader.load(); allowPreference && reader != nullptr) base = reader();
+  if (auto* const reader = localAppDataPathReader.load(); allowPreference && reader != nullptr)
+    base = reader();
   if (base.empty()) base = platform::userApplicationDataFolder();
   return withProduct ? join(base, kProductDirectory) : base;
 }
@@ -179,6 +182,8 @@ std::string resourcesDirectory() {
   return join(toUtf8(executable.parent_path()), "Resources");
 }
 
-std::string certificateFile() { return join(resourcesDirectory(), "cacert.pem"); }
+std::string certificateFile() {
+  return join(resourcesDirectory(), "cacert.pem");
+}
 
 }  // namespace zarn::FileUtils

@@ -7,10 +7,14 @@ namespace zarn::FileUtils::platform {
 
 #ifdef _WIN32
 inline constexpr char kSeparator = '\\';
-constexpr bool isSeparator(char c) noexcept { return c == '\\' || c == '/'; }
+constexpr bool isSeparator(char c) noexcept {
+  return c == '\\' || c == '/';
+}
 #else
 inline constexpr char kSeparator = '/';
-constexpr bool isSeparator(char c) noexcept { return c == '/'; }
+constexpr bool isSeparator(char c) noexcept {
+  return c == '/';
+}
 #endif
 
 /// The user's local application-data folder, created when missing; fatal when there is none.

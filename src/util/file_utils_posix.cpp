@@ -11,9 +11,13 @@
 
 namespace zarn::FileUtils {
 
-boost::filesystem::path toPath(std::string_view path) { return {std::string(path)}; }
+boost::filesystem::path toPath(std::string_view path) {
+  return {std::string(path)};
+}
 
-std::string toUtf8(const boost::filesystem::path& path) { return path.native(); }
+std::string toUtf8(const boost::filesystem::path& path) {
+  return path.native();
+}
 
 namespace platform {
 
@@ -56,8 +60,7 @@ bool isPlainFileWithOneName(int descriptor) {
 ScopedFile safeOpen(std::string_view path, const char* mode, bool /*shareDelete*/, Links links) {
   if (*mode == '\0') mode = "r";
   const bool refuse = links == Links::Refuse;
-  const int descriptor =
-      ::open(std::string(path).c_str(), openFlags(mode) | (refuse ? O_NOFOLLOW : 0), 0644);
+  const int descriptor = ::open(std::string(path).c_str(), openFlags(mode) | (refuse ? O_NOFOLLOW : 0), 0644);
   const bool truncates = std::string_view(mode).find('w') != std::string_view::npos;
   const bool usable = descriptor != -1 && (!refuse || isPlainFileWithOneName(descriptor)) &&
                       (!truncates || ::ftruncate(descriptor, 0) == 0);

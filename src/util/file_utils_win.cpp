@@ -2,9 +2,9 @@
 #include <io.h>
 #include <windows.h>
 
+#include <shlobj.h>
 #include <cerrno>
 #include <cstring>
-#include <shlobj.h>
 
 #include "util/file_utils.h"
 #include "util/file_utils_platform.h"
@@ -18,7 +18,9 @@ boost::filesystem::path toPath(std::string_view path) {
   return boost::filesystem::path(StringUtils::utf8to16(withLongPathPrefix(path)));
 }
 
-std::string toUtf8(const boost::filesystem::path& path) { return StringUtils::utf16to8(path.native()); }
+std::string toUtf8(const boost::filesystem::path& path) {
+  return StringUtils::utf16to8(path.native());
+}
 
 namespace platform {
 
@@ -106,8 +108,7 @@ ScopedFile safeOpen(std::string_view path, const char* mode, bool shareDelete, L
   const OpenMode parsed = parseMode(mode);
   const DWORD sharing =
       shareDelete ? FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE : DWORD{FILE_SHARE_READ};
-  FileHandle handle =
-      openHandle(StringUtils::utf8to16(withLongPathPrefix(path)), parsed, sharing, links);
+  FileHandle handle = openHandle(StringUtils::utf8to16(withLongPathPrefix(path)), parsed, sharing, links);
   if (!handle) {
     logLine(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d", path, lastSystemError());
     return nullptr;

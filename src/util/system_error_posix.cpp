@@ -9,9 +9,13 @@
 
 namespace zarn {
 
-std::uint32_t lastSystemError() noexcept { return static_cast<std::uint32_t>(errno); }
+std::uint32_t lastSystemError() noexcept {
+  return static_cast<std::uint32_t>(errno);
+}
 
-void setLastSystemError(std::uint32_t code) noexcept { errno = static_cast<int>(code); }
+void setLastSystemError(std::uint32_t code) noexcept {
+  errno = static_cast<int>(code);
+}
 
 std::string systemErrorText(std::uint32_t code) {
   return std::generic_category().message(static_cast<int>(code)) + "\n";
@@ -22,6 +26,8 @@ std::uint32_t currentThreadId() noexcept {
   return id;
 }
 
-void setCurrentThreadName(const char* name) noexcept { ::pthread_setname_np(::pthread_self(), name); }
+void setCurrentThreadName(const char* name) noexcept {
+  ::pthread_setname_np(::pthread_self(), name);
+}
 
 }  // namespace zarn

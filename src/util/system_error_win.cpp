@@ -16,23 +16,28 @@ struct LocalFreeDeleter {
 
 }  // namespace
 
-std::uint32_t lastSystemError() noexcept { return GetLastError(); }
+std::uint32_t lastSystemError() noexcept {
+  return GetLastError();
+}
 
-void setLastSystemError(std::uint32_t code) noexcept { SetLastError(code); }
+void setLastSystemError(std::uint32_t code) noexcept {
+  SetLastError(code);
+}
 
 std::string systemErrorText(std::uint32_t code) {
   wchar_t* raw = nullptr;
   // With ALLOCATE_BUFFER the "buffer" argument is the address of a pointer.
-  const DWORD length =
-      FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
-                     nullptr, code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
-                     reinterpret_cast<wchar_t*>(&raw), 0, nullptr);
+  const DWORD length = FormatMessageW(
+      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+      code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<wchar_t*>(&raw), 0, nullptr);
   const std::unique_ptr<wchar_t, LocalFreeDeleter> owner(raw);
   if (length == 0 || raw == nullptr) return {};
   return StringUtils::utf16to8(std::wstring_view(raw, length));
 }
 
-std::uint32_t currentThreadId() noexcept { return GetCurrentThreadId(); }
+std::uint32_t currentThreadId() noexcept {
+  return GetCurrentThreadId();
+}
 
 void setCurrentThreadName(const char* name) noexcept {
   // Present since Windows 10 1607; looked up so that older systems still start.

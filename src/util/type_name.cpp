@@ -10,7 +10,7 @@ namespace zarn {
 namespace {
 
 struct FreeDeleter {
-  void operator()(char* text) const noexcept { std::free(text); }  // NOLINT(cppcoreguidelines-no-malloc)
+  void operator()(char* text) const noexcept { std::free(text); }  // NOLINT: what the demangler answers
 };
 
 }  // namespace

@@ -29,6 +29,7 @@ def main():
     parser.add_argument("--dist", type=pathlib.Path, required=True)
     parser.add_argument("--work", type=pathlib.Path, required=True)
     options = parser.parse_args()
+    options.work = options.work.resolve()
     accounts = stage.AccountService(options.work / "account-service")
     machine = stage.Machine(options.work / "machine")
     try:
@@ -83,6 +84,7 @@ def play(options, accounts, machine):
     tell("Refused, and nothing ran.")
 
     heading("A caller asks for the signed bundle")
+    watcher = machine.start(programs / "await_service_end.exe")
     installed = machine.wine(client, "install", machine.windows(bundles / "approved.exe"), check=False)
     show(installed.stdout)
     if installed.returncode != 0:
@@ -91,13 +93,16 @@ def play(options, accounts, machine):
     show(runs.read_text())
 
     heading("The service ends itself to be restarted (exit code 1467)")
-    wait_for(machine, "STOPPED")
+    show(watcher.communicate(timeout=60)[0], lambda line: "ended" in line)
+    tell("On Windows the recovery actions start it again; here the story does.")
+    machine.wine("sc", "start", stage.SERVICE)
+    wait_for(machine, "RUNNING")
     logs = next(machine.prefix.glob("drive_c/users/*/AppData/Local/Zarn Media Server/Logs"))
     tell("The installer's logs were collected:")
     for file in sorted((logs / "Installer Logs").iterdir()):
         print(f"      | {file.name}")
-    tell("The service's own account of it:")
-    show((logs / "Zarn Update Service.log").read_text(errors="replace"))
+    tell("The service's own account of it (rotated by the second start):")
+    show((logs / "Zarn Update Service.1.log").read_text(errors="replace"))
     shutil.copytree(logs, options.work / "Logs", dirs_exist_ok=True)
     print()
     tell(f"All of it is kept in {options.work.relative_to(stage.ROOT)}.")

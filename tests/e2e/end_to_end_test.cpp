@@ -25,7 +25,9 @@ const std::map<std::string, std::string>& stage() {
   return settings;
 }
 
-std::string bundle(const std::string& name) { return stage().at("bundles") + "\\" + name; }
+std::string bundle(const std::string& name) {
+  return stage().at("bundles") + "\\" + name;
+}
 
 void approveOnly(const std::string& digest) {
   writeFile(stage().at("profile"), R"({"certs": [")" + digest + R"("]})");
@@ -57,7 +59,8 @@ class EndToEnd : public ::testing::Test {
 
 TEST_F(EndToEnd, ApprovedBundleIsInstalledOnceAndTheServiceEndsToBeRestarted) {
   ServiceUnderTest::planInstaller(
-      "exit=0\nlog=Zarn Media Server Setup.log\nlog=dd_vcredist_amd64.log\nlog=unrelated.log\nlog=Zarn Media Server.LOG\n");
+      "exit=0\nlog=Zarn Media Server Setup.log\nlog=dd_vcredist_amd64.log\nlog=unrelated.log\nlog=Zarn Media "
+      "Server.LOG\n");
   const std::string installerLogs = FileUtils::join(ServiceUnderTest::logDirectory(), "Installer Logs");
   boost::system::error_code ignored;
   boost::filesystem::remove_all(FileUtils::toPath(installerLogs), ignored);
@@ -113,7 +116,8 @@ TEST_F(EndToEnd, InstallerExitCodesBecomeStatuses) {
 
 TEST_F(EndToEnd, InstallerThatCannotStartReportsTheSystemsError) {
   Answer answer;
-  const std::string log = logOf([&] { answer = install(bundle("unstartable.exe")); }, "Copying installer logs");
+  const std::string log =
+      logOf([&] { answer = install(bundle("unstartable.exe")); }, "Copying installer logs");
   EXPECT_EQ(answer.status, 30002);
   EXPECT_THAT(answer.exitCode, ::testing::AnyOf(ERROR_BAD_EXE_FORMAT, ERROR_EXE_MACHINE_TYPE_MISMATCH));
   EXPECT_THAT(log, AllOf(HasSubstr("Certificate identity verified"),
@@ -157,7 +161,8 @@ TEST_F(EndToEnd, WhatIsNotProvenNeverRuns) {
     EXPECT_EQ(answer.status, refused.status);
     EXPECT_TRUE(service_.isRunning());
     const bool staged = refused.status != 30002;
-    EXPECT_EQ(FileUtils::exists(ServiceUnderTest::stagedCopy()), staged) << "left for the next start to remove";
+    EXPECT_EQ(FileUtils::exists(ServiceUnderTest::stagedCopy()), staged)
+        << "left for the next start to remove";
     boost::filesystem::remove(FileUtils::toPath(ServiceUnderTest::stagedCopy()));
   }
   EXPECT_TRUE(ServiceUnderTest::installerRuns().empty());
@@ -206,7 +211,8 @@ TEST_F(EndToEnd, AppDataPathMovesTheLogAndRotatesIt) {
   EXPECT_TRUE(waitUntil([&] { return readFile(file).find("Zarn Update Service v") != std::string::npos; }));
   EXPECT_TRUE(ServiceUnderTest::waitForLogLine("Log rotation requested."));
   EXPECT_EQ(check(bundle("unsigned.exe")).status, 30004);
-  EXPECT_TRUE(waitUntil([&] { return readFile(file).find("CheckBundle() from UpdateInterface: ") != std::string::npos; }));
+  EXPECT_TRUE(waitUntil(
+      [&] { return readFile(file).find("CheckBundle() from UpdateInterface: ") != std::string::npos; }));
 
   ASSERT_TRUE(setAppDataPath(""));
   EXPECT_TRUE(ServiceUnderTest::waitForLogLine("Zarn Update Service v"));
@@ -287,7 +293,9 @@ TEST_F(EndToEnd, StartedFromAConsoleItSaysSoAndEndsWithZero) {
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION information{};
   wchar_t command[] = LR"("C:\Program Files\Zarn Update Service\ZarnUpdateService.exe")";
-  ASSERT_NE(CreateProcessW(nullptr, command, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &information), 0);
+  ASSERT_NE(
+      CreateProcessW(nullptr, command, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &information),
+      0);
   const KernelHandle process(information.hProcess);
   const KernelHandle thread(information.hThread);
   EXPECT_EQ(ServiceUnderTest::waitForExit(process), 0U);

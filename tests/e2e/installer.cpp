@@ -22,8 +22,9 @@ namespace {
 
 void record(const char* event) {
   // Appending writes are atomic between processes.
-  const HANDLE file = CreateFileW(LR"(C:\zarn-test\runs.txt)", FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                  nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE file =
+      CreateFileW(LR"(C:\zarn-test\runs.txt)", FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                  OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return;
   char line[2048];
   const int length = std::snprintf(line, sizeof(line), "%s " INSTALLER_NAME " %lu %llu %s\n", event,

@@ -13,6 +13,7 @@ def main():
     parser.add_argument("--programs", type=pathlib.Path, help="folder with the stand-in installers")
     parser.add_argument("--dist", type=pathlib.Path, help="the shippable tree")
     options = parser.parse_args()
+    options.work = options.work.resolve()
 
     accounts = stage.AccountService(options.work / "account-service")
     machine = stage.Machine(options.work / "machine")

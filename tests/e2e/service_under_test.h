@@ -47,12 +47,14 @@ class ServiceUnderTest {
   /// Asks it to stop and waits until its process has ended; its exit code.
   DWORD stop();
   [[nodiscard]] SERVICE_STATUS_PROCESS status() const;
-  [[nodiscard]] bool isRunning() const { return status().dwCurrentState == SERVICE_RUNNING; }
+  /// Reported as running, by a process that is still there.
+  [[nodiscard]] bool isRunning() const;
 
   /// The running process, to be waited for later.
   [[nodiscard]] KernelHandle process() const;
   /// Exit code of a process, once it has ended; STILL_ACTIVE after `limit`.
-  static DWORD waitForExit(const KernelHandle& process, std::chrono::seconds limit = std::chrono::seconds(30));
+  static DWORD waitForExit(const KernelHandle& process,
+                           std::chrono::seconds limit = std::chrono::seconds(30));
 
   // ---- What it leaves behind ----------------------------------------------------
   static std::string logDirectory();

@@ -166,6 +166,15 @@ class Machine:
             raise RuntimeError(f"wine {arguments} ended with {result.returncode}:\n{result.stdout}")
         return result
 
+    def start(self, *arguments):
+        """Starts a program and returns when it has written its first line."""
+        process = subprocess.Popen(
+            [str(ROOT / "tools" / "wine"), *map(str, arguments)],
+            env=self.environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace",
+        )
+        process.stdout.readline()
+        return process
+
     def path(self, windows_path):
         """Where a path of drive C lies for this system."""
         return self.prefix / "drive_c" / windows_path[3:].replace("\\", "/")

@@ -14,7 +14,8 @@ namespace zarn::testing {
 class TempDirectory {
  public:
   TempDirectory()
-      : path_(boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("zarn-%%%%-%%%%-%%%%")) {
+      : path_(boost::filesystem::temp_directory_path() /
+              boost::filesystem::unique_path("zarn-%%%%-%%%%-%%%%")) {
     boost::filesystem::create_directories(path_);
   }
   TempDirectory(const TempDirectory&) = delete;

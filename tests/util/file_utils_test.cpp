@@ -53,10 +53,8 @@ TEST(FileUtils, OperationsReportAndLogFailures) {
   EXPECT_FALSE(FileUtils::isDirectory(missing));
 
   const std::vector<std::string> beginnings = {
-      "Couldn't copy file " + missing + " to ",
-      "Couldn't copy file " + missing + " to ",
-      "Error copying directory recursively: ",
-      "Error creating directory ",
+      "Couldn't copy file " + missing + " to ",      "Couldn't copy file " + missing + " to ",
+      "Error copying directory recursively: ",       "Error creating directory ",
       "Couldn't get size of file " + missing + ": ",
   };
   const auto lines = log.lines();

@@ -21,8 +21,8 @@ TEST(Logging, PrintfConversions) {
   const RecordingLog log;
   logLine(LogLevel::Warn, "%04d|%d|%x|%.1f|%zu|%s|100%%", 7, std::uint32_t{0x800b0100}, 255U, 1.25,
           std::size_t{9}, std::string("text"));
-  EXPECT_EQ(log.lines(), (std::vector<testing::LoggedLine>{
-                             {LogLevel::Warn, "0007|-2146762496|ff|1.2|9|text|100%"}}));
+  EXPECT_EQ(log.lines(),
+            (std::vector<testing::LoggedLine>{{LogLevel::Warn, "0007|-2146762496|ff|1.2|9|text|100%"}}));
 }
 
 TEST(Logging, Win32ErrorReportsTheErrorCurrentAtTheCall) {

@@ -23,8 +23,9 @@ TEST(StringUtils, ConvertsBothWays) {
 TEST(StringUtils, InvalidUtf8IsRefusedWhole) {
   const testing::RecordingLog log;
   EXPECT_EQ(StringUtils::utf8to16("good \xC3( bad"), L"");
-  EXPECT_EQ(log.lines(), (std::vector<testing::LoggedLine>{
-                             {LogLevel::Error, "utf8to16: MultiByteToWideChar failed: 1113"}}));
+  EXPECT_EQ(
+      log.lines(),
+      (std::vector<testing::LoggedLine>{{LogLevel::Error, "utf8to16: MultiByteToWideChar failed: 1113"}}));
 }
 
 }  // namespace

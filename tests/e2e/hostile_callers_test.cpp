@@ -1,0 +1,191 @@
+// What a local user may try against the running service.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <random>
+#include <thread>
+
+#include "e2e/caller.h"
+#include "e2e/service_under_test.h"
+#include "support/temp_directory.h"
+#include "update/interface/update_interface.h"
+#include "util/file_utils.h"
+
+namespace zarn::testing {
+namespace {
+
+namespace wire = update_interface;
+
+std::string bundle(const std::string& name) {
+  return stageSettings().at("bundles") + "\\" + name;
+}
+
+class HostileCallers : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ServiceUnderTest::planInstaller("exit=1641\n");
+    ServiceUnderTest::forgetInstallerRuns();
+    service_.start();
+  }
+
+  ServiceUnderTest service_;
+};
+
+TEST_F(HostileCallers, HardLinkAtTheStagingNameIsNotWrittenThrough) {
+  const TempDirectory dir;
+  writeFile(dir / "victim", "precious");
+  const std::string staged = ServiceUnderTest::stagedCopy();
+  boost::filesystem::remove(FileUtils::toPath(staged));
+  boost::filesystem::create_hard_link(FileUtils::toPath(dir / "victim"), FileUtils::toPath(staged));
+
+  EXPECT_EQ(install(bundle("approved.exe")).status, 30001);
+  EXPECT_EQ(readFile(dir / "victim"), "precious");
+}
+
+TEST_F(HostileCallers, SwappingTheStagedCopyNeverRunsTheIntruder) {
+  const std::string intruder = readFile(bundle("intruder.exe"));
+  const TempDirectory dir;
+  const auto staged = FileUtils::toPath(ServiceUnderTest::stagedCopy());
+  std::atomic<bool> done{false};
+  std::atomic<int> rounds{0};
+  // Writes over it, renames something onto it, deletes it, as fast as it can.
+  std::thread swapper([&] {
+    while (!done) {
+      const auto own = FileUtils::toPath(dir / "own.exe");
+      writeFile(dir / "own.exe", intruder);
+      MoveFileExW(own.c_str(), staged.c_str(), MOVEFILE_REPLACE_EXISTING);
+      const FileHandle file(CreateFileW(staged.c_str(), GENERIC_WRITE,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                        OPEN_EXISTING, 0, nullptr));
+      DWORD written = 0;
+      if (file)
+        WriteFile(file.get(), intruder.data(), static_cast<DWORD>(intruder.size()), &written, nullptr);
+      if (rounds % 3 == 0) DeleteFileW(staged.c_str());
+      ++rounds;
+    }
+  });
+  int installs = 0;
+  int succeeded = 0;
+  while (installs < 200 && (rounds < 5000 || installs < 40)) {
+    ++installs;
+    succeeded += install(bundle("approved.exe")).status == 30001 ? 1 : 0;
+  }
+  done = true;
+  swapper.join();
+  RecordProperty("rounds", rounds.load());
+  RecordProperty("succeeded", succeeded);
+  for (const auto& run : ServiceUnderTest::installerRuns()) EXPECT_EQ(run.who, "genuine");
+  EXPECT_GE(rounds, 2000);
+  boost::system::error_code ignored;
+  boost::filesystem::remove(staged, ignored);
+  EXPECT_EQ(install(bundle("approved.exe")).status, 30001);
+}
+
+TEST_F(HostileCallers, ForgedLineBreaksStayInsideTheirLine) {
+  const std::string forged = "C:\\x\r\nNov 15, 2026 22:42:15.123 [0001] INFO - forged.exe";
+  EXPECT_EQ(check(forged).status, 30004);
+  EXPECT_TRUE(ServiceUnderTest::waitForLogLine(R"(C:\x\x0d\x0aNov 15, 2026)"));
+  EXPECT_EQ(ServiceUnderTest::log().find("\nNov 15, 2026 22:42:15.123"), std::string::npos);
+}
+
+/// A connection that sends what no client library would.
+class RawCaller {
+ public:
+  RawCaller() {
+    RPC_WSTR text = nullptr;
+    std::wstring sequence = wire::kProtocolSequence;
+    std::wstring endpoint = wire::kEndpoint;
+    const auto rpc = [](std::wstring& value) { return reinterpret_cast<RPC_WSTR>(value.data()); };
+    if (RpcStringBindingComposeW(nullptr, rpc(sequence), nullptr, rpc(endpoint), nullptr, &text) !=
+            RPC_S_OK ||
+        RpcBindingFromStringBindingW(text, &binding_) != RPC_S_OK) {
+      throw std::runtime_error("no binding");
+    }
+    RpcStringFreeW(&text);
+  }
+  RawCaller(const RawCaller&) = delete;
+  RawCaller& operator=(const RawCaller&) = delete;
+  ~RawCaller() { RpcBindingFree(&binding_); }
+
+  /// Sends `request` to a procedure; the runtime's status.
+  RPC_STATUS call(unsigned procedure, const std::string& request) {
+    RPC_CLIENT_INTERFACE description = {};
+    description.Length = sizeof(description);
+    const auto* const stub =
+        static_cast<const RPC_CLIENT_INTERFACE*>(wire::kClientStub.RpcInterfaceInformation);
+    description.InterfaceId = stub->InterfaceId;
+    description.TransferSyntax = stub->TransferSyntax;
+    RPC_MESSAGE message = {};
+    message.Handle = binding_;
+    message.DataRepresentation = 0x10;
+    message.BufferLength = static_cast<unsigned>(request.size());
+    message.ProcNum = procedure;
+    message.RpcInterfaceInformation = &description;
+    const RPC_STATUS ready = I_RpcGetBuffer(&message);
+    if (ready != RPC_S_OK) return ready;
+    std::memcpy(message.Buffer, request.data(), request.size());
+    message.BufferLength = static_cast<unsigned>(request.size());
+    const RPC_STATUS status = I_RpcSendReceive(&message);
+    if (status == RPC_S_OK) I_RpcFreeBuffer(&message);
+    return status;
+  }
+
+ private:
+  RPC_BINDING_HANDLE binding_ = nullptr;
+};
+
+std::string wireString(const std::u16string& text) {
+  const auto number = [](std::size_t value) {
+    const auto little = static_cast<std::uint32_t>(value);
+    return std::string(reinterpret_cast<const char*>(&little), sizeof(little));
+  };
+  const std::size_t count = text.size() + 1;
+  std::string bytes(reinterpret_cast<const char*>(text.c_str()), count * sizeof(char16_t));
+  return number(count) + number(0) + number(count) + bytes;
+}
+
+TEST_F(HostileCallers, MalformedRequestsAreRefusedAndLeakNothing) {
+  RawCaller caller;
+  const std::string sound = wireString(u"C:\\no such folder\\missing.exe");
+  ASSERT_EQ(caller.call(1, sound), RPC_S_OK) << "the unmutated request is understood";
+
+  const KernelHandle process = service_.process();
+  const auto handles = [&] {
+    DWORD count = 0;
+    GetProcessHandleCount(process.get(), &count);
+    return count;
+  };
+  const DWORD before = handles();
+  const auto seed = std::random_device{}();
+  RecordProperty("seed", std::to_string(seed));
+  std::mt19937 random(seed);
+  const auto below = [&](std::size_t limit) { return random() % static_cast<std::uint32_t>(limit); };
+  int refused = 0;
+  for (int i = 0; i < 3000; ++i) {
+    std::string request = sound;
+    for (auto flips = below(6); flips > 0; --flips) {
+      // The counts in front matter most.
+      const std::size_t at = below(2) == 0 ? below(12) : below(request.size());
+      request[at] = static_cast<char>(below(256));
+    }
+    if (below(4) == 0) request.resize(below(request.size() + 1));
+    // Procedure 0 would move the logs; unknown numbers are welcome.
+    const unsigned procedure = below(10) == 0 ? 3U + below(5) : 1U + below(2);
+    refused += caller.call(procedure, request) == RPC_S_OK ? 0 : 1;
+    ASSERT_TRUE(i % 500 != 0 || service_.isRunning()) << "seed " << seed << ", round " << i;
+  }
+  EXPECT_GT(refused, 1000);
+  EXPECT_LE(handles(), before + 50);
+  EXPECT_EQ(install(bundle("approved.exe")).status, 30001);
+}
+
+TEST_F(HostileCallers, ANullStringIsRefusedByTheStub) {
+  RawCaller caller;
+  EXPECT_NE(caller.call(2, ""), RPC_S_OK);
+  EXPECT_TRUE(service_.isRunning());
+}
+
+}  // namespace
+}  // namespace zarn::testing
