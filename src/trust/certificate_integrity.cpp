@@ -16,8 +16,9 @@ TrustResult CheckCertificateIntegrity(TrustApi& api, const std::wstring& path) {
     return TrustResult::refused(logWin32Error(LogLevel::Debug, "Failed CreateFile() of %s", shownPath));
   }
   const auto length = file->certificateLength();
-  if (!length)
+  if (!length) {
     return TrustResult::refused(logWin32Error(LogLevel::Debug, "ImageGetCertificateHeader() failed"));
+  }
   if (!file->readCertificate(*length)) {
     return TrustResult::refused(logWin32Error(LogLevel::Debug, "ImageGetCertificateData() failed"));
   }

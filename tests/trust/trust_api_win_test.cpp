@@ -72,29 +72,27 @@ class SignedFiles : public ::testing::Test {
 
 TEST_F(SignedFiles, EachIsJudgedByWhatIsWrongWithIt) {
   constexpr std::uint32_t any = 0xFFFFFFFF;  // refused; the number is the system's affair
+  const std::string holds = "Certificate integrity verified";
+  const std::string notTrusted = "Certificate couldn't be verified with the following error:";
+  const std::string ours = "Certificate identity verified";
+  const std::string notOurs = "Certificate couldn't be verified";
+  const std::string noSignature = "CryptQueryObject() failed";
   const struct {
     std::string name;
-    std::uint32_t integrity;
-    std::string integrityLine;
-    std::uint32_t identity;
-    std::string identityLine;
+    std::uint32_t integrity, identity;
+    std::string integrityLine, identityLine;
   } table[] = {
-      {"approved", 0, "Certificate integrity verified", 0, "Certificate identity verified"},
-      {"approved-sha1", 0, "Certificate integrity verified", 0, "Certificate identity verified"},
-      {"unsigned", any, "ImageGetCertificateHeader() failed", 0x80092009, "CryptQueryObject() failed"},
-      {"changed", 0x80096010, "Certificate couldn't be verified with the following error:", 0,
-       "Certificate identity verified"},
-      {"untrusted-root", 0x800b0109, "Certificate couldn't be verified with the following error:", 30005,
-       "Certificate couldn't be verified"},
-      {"expired", 0x800b0101, "Certificate couldn't be verified with the following error:", 30005,
-       "Certificate couldn't be verified"},
-      {"decoy", 0, "Certificate integrity verified", 30005, "Certificate hash: " + digests_["other"]},
-      {"spoiled", any, "Certificate couldn't be verified with the following error:", any,
-       "CryptQueryObject() failed"},
-      {"huge-length", ERROR_INVALID_DATA, "ImageGetCertificateData() failed", any,
-       "CryptQueryObject() failed"},
-      {"missing", ERROR_FILE_NOT_FOUND, "Failed CreateFile() of " + folder_ + "/missing.exe", any,
-       "CryptQueryObject() failed"},
+      {"approved", 0, 0, holds, ours},
+      {"approved-sha1", 0, 0, holds, ours},
+      {"unsigned", any, 0x80092009, "ImageGetCertificateHeader() failed", noSignature},
+      {"changed", 0x80096010, 0, notTrusted, ours},
+      {"untrusted-root", 0x800b0109, 30005, notTrusted, notOurs},
+      {"expired", 0x800b0101, 30005, notTrusted, notOurs},
+      {"decoy", 0, 30005, holds, "Certificate hash: " + digests_["other"]},
+      {"spoiled", any, any, notTrusted, noSignature},
+      {"huge-length", ERROR_INVALID_DATA, any, "ImageGetCertificateData() failed", noSignature},
+      {"missing", ERROR_FILE_NOT_FOUND, any, "Failed CreateFile() of " + folder_ + "/missing.exe",
+       noSignature},
   };
   const auto expectCode = [&](const TrustResult& result, std::uint32_t expected) {
     EXPECT_EQ(result.isVerified(), expected == 0);
