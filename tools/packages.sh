@@ -13,6 +13,7 @@ packages_native=(
 )
 packages_package=(nsis python3)
 packages_wine=(wine64 nginx-light openssl osslsigncode python3)
+packages_bench=(libspdlog-dev libgoogle-glog-dev libboost-log1.81-dev libhyperscan-dev strace python3)
 packages_lint=(clang-format clang-tidy shellcheck)
 
 # Installs what is missing of the packages named, and says what it does.
