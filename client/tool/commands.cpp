@@ -14,7 +14,9 @@ constexpr Command kCommands[] = {
      runInstall},
     {"set-app-data", "Tell the service the media server's local application-data directory", "DIR",
      "An existing directory; the service's logs move to \"Zarn Media Server\\Logs\" in it", Extra::None,
-     "The service does not say whether it could use the directory; see status afterwards.", runSetAppData},
+     "An empty DIR (\"\") sends it back to its own account's folder. The service does not say whether it\n"
+     "could use the directory; see status afterwards.",
+     runSetAppData},
     {"verify", "Work out what the service would decide on a bundle, step by step", "BUNDLE",
      "The bundle; it is neither copied nor run", Extra::None,
      "Needs no service. Uses the service's own code, the account service and Resources\\cacert.pem beside\n"

@@ -1,0 +1,95 @@
+// The command-line tool beside the service: what it works out by itself must be
+// what the service decides.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "e2e/service_under_test.h"
+#include "support/run_program.h"
+#include "support/temp_directory.h"
+
+namespace zarn::testing {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr char kTool[] = R"(C:\Program Files\Zarn Update Service\zarn-update.exe)";
+
+class CommandLineTool : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    writeFile(stage_.at("profile"), R"({"certs": [")" + stage_.at("approved_digest") + R"("]})");
+    ServiceUnderTest::planInstaller("exit=1641\n");  // succeeds without a restart
+    ServiceUnderTest::forgetInstallerRuns();
+    service_.start();
+  }
+
+  [[nodiscard]] std::string bundle(const std::string& name) const {
+    return stage_.at("bundles") + "\\" + name;
+  }
+
+  static Json ask(const std::string& command, const std::string& target) {
+    const ProgramRun run = runProgram(kTool, {command, target, "--json"});
+    Json answer = Json::parse(run.output, nullptr, false);
+    EXPECT_TRUE(answer.is_object() && answer.value("exitCode", -1) == static_cast<int>(run.exitCode))
+        << command << " " << target << ": " << run.output << run.error;
+    return answer.is_object() ? answer : Json::object();
+  }
+
+  std::map<std::string, std::string> stage_ = stageSettings();
+  ServiceUnderTest service_;
+};
+
+TEST_F(CommandLineTool, VerifiesAsTheServiceDecides) {
+  std::map<std::string, std::string> decidedBy;
+  for (const char* name : {"approved.exe", "unsigned.exe", "changed.exe", "untrusted-root.exe", "expired.exe",
+                           "other-publisher.exe", "decoy.exe", "CAPITALS.EXE", "no-extension"}) {
+    const Json verified = ask("verify", bundle(name));
+    EXPECT_TRUE(ServiceUnderTest::installerRuns().empty()) << name << " was run by verify";
+    const int decided = ask("install", bundle(name)).value("status", -1);
+    // The stand-in installer asks for a reboot; verify says only that it would be run.
+    EXPECT_EQ(verified.value("status", -2), decided == 30001 ? 0 : decided) << name;
+    EXPECT_EQ(ServiceUnderTest::installerRuns().size(), decided == 30001 ? 1U : 0U) << name;
+    ServiceUnderTest::forgetInstallerRuns();
+    for (const Json& step : verified["steps"]) {
+      if (step["verdict"] == "refused") decidedBy[name] = step["name"];
+    }
+  }
+  EXPECT_EQ(decidedBy, (std::map<std::string, std::string>{{"unsigned.exe", "integrity"},
+                                                           {"changed.exe", "integrity"},
+                                                           {"untrusted-root.exe", "integrity"},
+                                                           {"expired.exe", "integrity"},
+                                                           {"other-publisher.exe", "identity"},
+                                                           {"decoy.exe", "identity"},
+                                                           {"CAPITALS.EXE", "extension"},
+                                                           {"no-extension", "extension"}}));
+}
+
+TEST_F(CommandLineTool, NamesTheSignerAndWhetherTheProfileHoldsIt) {
+  const Json approved = ask("verify", bundle("approved.exe"));
+  EXPECT_EQ(approved["signer"]["digest"], stage_.at("approved_digest"));
+  EXPECT_EQ(approved["signer"]["subject"], "CN=Zarn, Inc., O=Zarn, Inc., L=Los Gatos, S=California, C=US");
+  EXPECT_EQ(approved["profile"]["holdsSigner"], true);
+  const Json decoy = ask("verify", bundle("decoy.exe"));
+  EXPECT_EQ(decoy["signer"]["digest"], stage_.at("decoy_digest"));
+  EXPECT_EQ(decoy["profile"]["holdsSigner"], false);
+
+  writeFile(stage_.at("profile"), "no profile");
+  const Json unknown = ask("verify", bundle("approved.exe"));
+  EXPECT_EQ(unknown["status"], 30005);
+  EXPECT_EQ(unknown["steps"][4]["verdict"], "failed");
+}
+
+TEST_F(CommandLineTool, FindsTheServiceItsLogsAndItsLastOutcome) {
+  ask("install", bundle("approved.exe"));
+  const Json status = ask("status", "--json");
+  EXPECT_EQ(status["state"], "running");
+  EXPECT_EQ(status["logFolder"], ServiceUnderTest::logDirectory());
+  EXPECT_NE(status["version"], "");
+  EXPECT_EQ(status["lastOutcome"]["status"], 30001);
+  EXPECT_EQ(status["lastOutcome"]["exitCode"], 1641);
+  EXPECT_EQ(status["lastOutcome"]["path"], bundle("approved.exe"));
+}
+
+}  // namespace
+}  // namespace zarn::testing
