@@ -5,6 +5,7 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#include <cwchar>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -103,7 +104,8 @@ std::wstring registryText(HKEY root, const std::wstring& key, const wchar_t* val
   if (RegGetValueW(root, key.c_str(), value, RRF_RT_REG_SZ, nullptr, text.data(), &bytes) != ERROR_SUCCESS) {
     return {};
   }
-  return text.c_str();
+  text.resize(std::wcslen(text.c_str()));
+  return text;
 }
 
 /// The folders in which the product's folder may lie.

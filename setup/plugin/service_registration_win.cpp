@@ -117,11 +117,11 @@ SERVICE_STATUS_PROCESS ServiceRegistration::status() const {
 std::optional<ServiceRegistration::Configuration> ServiceRegistration::configuration() const {
   if (!exists()) return {};
   // The largest answer there is, by the system's own word.
-  std::vector<std::uint64_t> buffer(8 * 1024 / sizeof(std::uint64_t));
+  constexpr std::size_t largestBytes = 8192;
+  std::vector<std::uint64_t> buffer(largestBytes / sizeof(std::uint64_t));
   auto* const answer = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer.data());
   DWORD needed = 0;
-  if (QueryServiceConfigW(service_.get(), answer, static_cast<DWORD>(buffer.size() * sizeof(std::uint64_t)),
-                          &needed) == 0) {
+  if (QueryServiceConfigW(service_.get(), answer, static_cast<DWORD>(largestBytes), &needed) == 0) {
     throw systemFailure(L"The registration of the service cannot be read", GetLastError());
   }
   return Configuration{answer->lpBinaryPathName, answer->dwStartType, readServiceEnvironment()};

@@ -1,8 +1,10 @@
 """The setup program on a machine: a private Wine prefix, in which the installed
 service is asked for checks and updates as on a real one.
 
-Access control lists and recovery actions mean nothing to Wine: of the first, what
-reaches the permission bits is looked at; the second are not seen by any test.
+Of access control lists Wine keeps what permission bits can say: that others are
+kept out of the temp folder is seen, that members of "Users" are is not. Recovery
+actions and a service's own environment mean nothing to it: the values are looked
+at, what Windows does with them is not.
 """
 
 import argparse
@@ -170,7 +172,6 @@ class SetupTest(unittest.TestCase):
             "TMP": FOLDER + r"\Temp", "TEMP": FOLDER + r"\Temp",
             "ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": "account.vendor.example:8443"})
         self.assertEqual(self.value(ENTRY_KEY, "QuietUninstallString"), rf'"{FOLDER}\Uninstall.exe" /S')
-        # The bits that Wine makes of the access control lists.
         self.assertEqual(self.at(FOLDER + r"\Temp").stat().st_mode & 0o007, 0)
         self.assertEqual(self.at(FOLDER).stat().st_mode & 0o002, 0)
 
