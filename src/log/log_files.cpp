@@ -4,6 +4,7 @@
 
 #include "log/log_line.h"
 #include "log/log_platform.h"
+#include "log/token_scrubber.h"
 #include "util/logging.h"
 #include "util/printable.h"
 
@@ -32,10 +33,11 @@ FileUtils::ScopedFile openNew(std::string_view path) {
 void writeStartupCrash(std::string_view directory, std::string_view reason) {
   const FileUtils::ScopedFile file = openNew(FileUtils::join(directory, "Startup Crash.log"));
   if (!file) return;
-  const std::string text = logTimeText(platform::currentLogTime().seconds) +
-                           formatPrintf(": Failed to initialize logging: %s", printable(reason));
-  std::fwrite(text.data(), 1, text.size(), file.get());
-  std::fflush(file.get());
+  std::string text = logTimeText(platform::currentLogTime().seconds) +
+                     formatPrintf(": Failed to initialize logging: %s", printable(reason));
+  scrubTokens(text, false);
+  static_cast<void>(std::fwrite(text.data(), 1, text.size(), file.get()));
+  static_cast<void>(std::fflush(file.get()));
 }
 
 }  // namespace zarn::LogFiles

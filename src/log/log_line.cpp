@@ -11,7 +11,7 @@ namespace zarn {
 namespace {
 
 /// A longer line's buffer is given back after it is written.
-constexpr std::size_t kKeptLineBytes = 64 * 1024;
+constexpr std::size_t kKeptLineBytes = 65'536;
 
 constexpr std::size_t kTimeBufferBytes = 32;
 

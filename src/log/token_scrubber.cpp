@@ -85,9 +85,9 @@ struct AnchorClass {
   constexpr void add(RuleSet rule, const Neighbours& other) {
     if (rules == 0) common = other;
     rules |= rule;
-    const std::uint64_t differing = common.bytes ^ other.bytes;
+    const std::uint64_t differing = common.bytes ^ other.bytes;  // no marker holds a zero byte
     for (std::uint64_t byte = 0xFF; byte != 0; byte <<= 8) {
-      if ((differing & byte) != 0 || (other.mask & byte) == 0) common.mask &= ~byte;
+      if ((differing & byte) != 0) common.mask &= ~byte;
     }
     common.bytes &= common.mask;
   }

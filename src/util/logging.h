@@ -64,10 +64,10 @@ std::string formatPrintf(std::string_view format, fmt::printf_args args);
 
 // A call to one of these inside a consteval constructor is a compile error
 // whose text is the function's name.
-void logFormatIsMalformed();
-void logFormatHasTooFewArguments();
-void logFormatHasTooManyArguments();
-void logArgumentDoesNotFitItsConversion();
+[[noreturn]] void logFormatIsMalformed();
+[[noreturn]] void logFormatHasTooFewArguments();
+[[noreturn]] void logFormatHasTooManyArguments();
+[[noreturn]] void logArgumentDoesNotFitItsConversion();
 
 enum class ArgumentKind : std::uint8_t { Integer, Floating, Text, Other };
 
@@ -175,7 +175,7 @@ void logLine(LogLevel level, PrintfFormat<std::type_identity_t<Args>...> format,
 namespace detail {
 /// Second line of logWin32Error: four blanks, "Win32 Error: ", code and system text.
 void logSystemError(LogLevel level, std::uint32_t code);
-void logFatalMessage [[noreturn]] (const std::string& message);
+[[noreturn]] void logFatalMessage(const std::string& message);
 }  // namespace detail
 
 /// Writes the line, then a second one with the thread's last error and the

@@ -18,7 +18,7 @@ class ServiceLog : public ::testing::Test {
     preferences_.registerCatalogue();
     FileUtils::setApplicationDataOverride(dir_ / "first");
   }
-  ~ServiceLog() override { FileUtils::setApplicationDataOverride(""); }
+  void TearDown() override { FileUtils::setApplicationDataOverride(""); }
 
   [[nodiscard]] Lines messages(const char* directory, std::size_t number = 0) {
     log_.flush();

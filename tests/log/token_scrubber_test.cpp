@@ -6,6 +6,7 @@
 #include <random>
 
 #include "log/reference_scrubber.h"
+#include "util/logging.h"
 
 namespace zarn {
 namespace {
@@ -26,8 +27,8 @@ TEST(TokenScrubber, EveryMarkerAloneAndInALine) {
     const std::string start(marker);
     EXPECT_EQ(scrubbed(start), start);
     EXPECT_EQ(scrubbed(start + value), start + masked(length) + value.substr(length));
-    EXPECT_EQ(scrubbed("GET /x?" + start + "'" + value),
-              "GET /x?" + start + "'" + masked(length) + value.substr(length));
+    EXPECT_EQ(scrubbed(formatPrintf("GET /x?%s'%s", marker, value)),
+              formatPrintf("GET /x?%s'%s%s", marker, masked(length), value.substr(length)));
     const bool isCrashKey = i >= kFirstCrashKeyRule;
     EXPECT_EQ(scrubbed(start + "abc", true), start + (isCrashKey ? "xxx" : "abc"));
   }
