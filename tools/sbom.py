@@ -48,7 +48,7 @@ LIBRARIES = [
     Library("CLI11", "cli11", "BSD-3-Clause", r"/(include|headers)/CLI/", "libcli11-dev"),
     Library("JSON for Modern C++", "nlohmann-json3", "MIT", r"/(include|headers)/nlohmann/", "nlohmann-json3-dev"),
     Library("expected", "tl-expected", "CC0-1.0", r"/include/tl/", "libexpected-dev"),
-    Library("GCC runtime libraries", "gcc-mingw-w64", "GPL-3.0-or-later WITH GCC-exception-3.1",
+    Library("GCC runtime libraries", "gcc-12", "GPL-3.0-or-later WITH GCC-exception-3.1",
             rf"^{GCC}/", "gcc-mingw-w64-x86-64-posix-runtime"),
     Library("MinGW-w64 runtime", "mingw-w64", "ZPL-2.1 AND MIT AND BSD-3-Clause",
             rf"^({MINGW}|/usr/share/mingw-w64)/", "mingw-w64-x86-64-dev"),
@@ -56,7 +56,7 @@ LIBRARIES = [
 CA_BUNDLE = Library("Mozilla CA certificates", "ca-certificates", "MPL-2.0", "", "ca-certificates")
 NSIS = Library("NSIS", "nsis", "Zlib AND CPL-1.0", "", "nsis-common")
 # On every link line without being named there.
-ALWAYS = {"gcc-mingw-w64", "mingw-w64"}
+ALWAYS = {"gcc-12", "mingw-w64"}
 
 
 class Build:
@@ -119,8 +119,11 @@ def libraries_in(build, programs, checkout):
 
 def version_of(library, cache):
     if library.package:
-        query = ["dpkg-query", "-W", "-f", "${source:Version}", library.package]
-        return subprocess.run(query, check=True, capture_output=True, text=True).stdout
+        query = ["dpkg-query", "-W", "-f", "${source:Version}\n${Built-Using}", library.package]
+        own, *others = subprocess.run(query, check=True, capture_output=True, text=True).stdout.split("\n")
+        # A package that was built from another one's source says from which version.
+        borrowed = re.search(rf"(?:^|, ){re.escape(library.source)} \(= ([^)]+)\)", others[0])
+        return borrowed[1] if borrowed else own
     records = list((cache / "sources").glob(f"{library.source}-*.version"))
     if len(records) != 1:
         sys.exit(f"sbom: {cache} does not say which version of {library.source} it built")
