@@ -41,11 +41,11 @@ CallError failed(RPC_STATUS status) noexcept {
     case RPC_S_NOT_LISTENING:
     case RPC_S_UNKNOWN_IF:
     case EPT_S_NOT_REGISTERED:
+    case RPC_S_CALL_FAILED_DNE:  // "did not execute"
       return {CallFailure::NotRunning, code};
     case RPC_S_ACCESS_DENIED:
       return {CallFailure::Refused, code};
     case RPC_S_CALL_FAILED:
-    case RPC_S_CALL_FAILED_DNE:
       return {CallFailure::Interrupted, code};
     default:
       return {CallFailure::Other, code};

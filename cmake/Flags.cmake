@@ -38,6 +38,8 @@ endif()
 
 if(WIN32)
   target_compile_definitions(zarn_flags INTERFACE UNICODE _UNICODE)
+  # Where the libraries lie must not show in the program.
+  target_compile_options(zarn_flags INTERFACE -ffile-prefix-map=${CMAKE_PREFIX_PATH}=libraries)
   target_compile_options(zarn_flags INTERFACE -ffunction-sections -fdata-sections)
   # -fstack-protector-strong again: the linker takes its run-time from this flag.
   target_link_options(zarn_flags INTERFACE -static -fstack-protector-strong -Wl,--gc-sections -Wl,--high-entropy-va

@@ -1,5 +1,5 @@
 // The certificate profile comes from the network: whatever it holds, reading it
-// ends, and what it approves was in it.
+// ends, and what it approves stood in it.
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -9,8 +9,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string body(reinterpret_cast<const char*>(data), size);
   for (const auto& digest : zarn::parseCertificateProfile(body)) {
-    const bool plain = digest.find_first_not_of("0123456789abcdef") == std::string::npos;
-    if (plain && body.find(digest) == std::string::npos) std::abort();
+    const bool escaped = body.find('\\') != std::string::npos;
+    if (!escaped && body.find(digest) == std::string::npos) std::abort();
   }
   return 0;
 }

@@ -100,12 +100,20 @@ recipe_openssl() {
   fetch openssl 3.0
   cd "$work/openssl"
   CC=gcc-posix CXX=g++-posix ./Configure mingw64 --cross-compile-prefix=$triplet- \
-    --prefix="$prefix" --libdir=lib --openssldir='C:/Windows/System32/ZarnUpdateService/tls' \
+    --prefix="$prefix" --libdir=lib \
     no-shared no-tests no-engine no-dynamic-engine no-module no-autoload-config no-dso no-legacy \
     no-ssl3 no-tls1 no-tls1_1 no-dtls no-comp no-srp no-weak-ssl-ciphers no-ui-console no-capieng \
     -O2 -fstack-protector-strong -D_FORTIFY_SOURCE=2 -ffunction-sections -fdata-sections
-  make -j "$jobs" build_libs
-  make install_dev
+  # Given here, since Configure takes a drive letter for a relative path.
+  local home='C:/Windows/System32/ZarnUpdateService/tls'
+  local homes=(OPENSSLDIR="$home" ENGINESDIR="$home/engines" MODULESDIR="$home/modules")
+  make -j "$jobs" build_libs "${homes[@]}"
+  make install_dev "${homes[@]}"
+  # shellcheck disable=SC2312
+  if strings "$prefix/lib/libcrypto.a" | grep -q "$cache"; then
+    echo 'a path of the build machine is compiled into libcrypto' >&2
+    return 1
+  fi
 }
 
 recipe_fmt() {

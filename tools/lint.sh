@@ -20,7 +20,11 @@ tidy() { # PRESET FILES...
   local database=$build/$preset-tidy extra=()
   mkdir -p "$database"
   if [ "$preset" = windows ]; then
+    local headers=/usr/lib/gcc/x86_64-w64-mingw32/12-posix/include/c++ folder
     extra=(--extra-arg=--target=x86_64-w64-mingw32 --extra-arg=-Qunused-arguments)
+    for folder in "$headers" "$headers/x86_64-w64-mingw32" "$headers/backward"; do
+      extra+=("--extra-arg=-isystem$folder")
+    done
   fi
   sed -E 's/-Wduplicated-cond|-Wlogical-op|-Wuseless-cast|-ffile-prefix-map=[^ ]*|[^" ]*ccache //g' \
     "$build/$preset/compile_commands.json" >"$database/compile_commands.json"

@@ -22,7 +22,6 @@ constexpr char kServiceKey[] = R"(SYSTEM\CurrentControlSet\Services\ZarnUpdateSe
 constexpr char kMachineEnvironmentKey[] = R"(SYSTEM\CurrentControlSet\Control\Session Manager\Environment)";
 constexpr char kPreferencesKey[] = R"(Software\Zarn, Inc.\Zarn Media Server)";
 constexpr char kFoldersKey[] = R"(Software\Microsoft\Windows\CurrentVersion\Explorer\Shell Folders)";
-constexpr wchar_t kProductVariables[] = L"ZARN_MEDIA_SERVER_";
 
 struct LocalMemoryTraits {
   using Handle = LPWSTR;
@@ -30,9 +29,15 @@ struct LocalMemoryTraits {
   static void close(Handle memory) noexcept { LocalFree(memory); }
 };
 
+/// What decides on a bundle; not TEMP and its kin, which are the service's alone.
+bool concernsDecisions(std::wstring name) {
+  CharUpperBuffW(name.data(), static_cast<DWORD>(name.size()));
+  return name.starts_with(L"ZARN_MEDIA_SERVER_") || name.ends_with(L"_PROXY");
+}
+
 void adopt(const std::wstring& assignment) {
   const std::size_t sign = assignment.find(L'=', 1);
-  if (sign == std::wstring::npos) return;
+  if (sign == std::wstring::npos || !concernsDecisions(assignment.substr(0, sign))) return;
   SetEnvironmentVariableW(assignment.substr(0, sign).c_str(), assignment.c_str() + sign + 1);
 }
 
@@ -82,7 +87,7 @@ std::uint64_t lastWritten(const std::string& folder) {
 void adoptServiceEnvironment() {
   if (!queryService().facts) return;
   for (const std::wstring& assignment : registryAssignments(HKEY_LOCAL_MACHINE, kMachineEnvironmentKey)) {
-    if (assignment.starts_with(kProductVariables)) adopt(assignment);
+    adopt(assignment);
   }
   for (const std::wstring& assignment : registryTexts(HKEY_LOCAL_MACHINE, kServiceKey, "Environment")) {
     adopt(assignment);

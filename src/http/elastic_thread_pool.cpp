@@ -28,8 +28,8 @@ ElasticThreadPool::~ElasticThreadPool() {
 
 void ElasticThreadPool::post(Task task) {
   const std::size_t demand = ++outstanding_;
-  growIfNeeded(demand);
   try {
+    growIfNeeded(demand);
     boost::asio::post(*workQueue_, [this, task = std::move(task), poster = currentThreadId()] {
       runTask(task, poster);
       --outstanding_;
@@ -51,9 +51,11 @@ void ElasticThreadPool::addWorker() {
   ++threadCount_;
   try {
     if (beforeThreadStart_) beforeThreadStart_();
-    boost::thread worker(&ElasticThreadPool::work, this);
-    const auto id = worker.get_id();
-    workers_.emplace(id, std::move(worker));
+    // The map's node first: once the thread runs, nothing may fail any more.
+    auto node = workers_.extract(workers_.emplace(boost::thread::id(), boost::thread()).first);
+    node.mapped() = boost::thread(&ElasticThreadPool::work, this);
+    node.key() = node.mapped().get_id();
+    workers_.insert(std::move(node));
   } catch (const std::exception& error) {
     const std::size_t size = --threadCount_;
     logLine(LogLevel::Error, "Thread: Couldn't add a new thread to the pool of size %zu: %s", size,

@@ -125,8 +125,10 @@ int ProgressCallback(void* context, double downloadTotal, double downloadNow, do
     return goOn ? 0 : 1;
   } catch (const std::exception& error) {
     logLine(LogLevel::Error, "HttpClient: Exception thrown in ProgressCallback: %s", printable(error.what()));
-    return 1;
+  } catch (...) {
+    logLine(LogLevel::Error, "HttpClient: Unknown exception thrown in ProgressCallback");
   }
+  return 1;
 }
 
 CURLcode SSLCTXCallback(CURL* /*handle*/, void* tlsContext, void* /*unused*/) noexcept {

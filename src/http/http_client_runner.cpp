@@ -149,7 +149,7 @@ void HttpClientRunner::add(const Holder& ctx) {
   auto holder = std::make_unique<Holder>(ctx);
   CURLException::throwOnFailure(curl_easy_setopt(handle, CURLOPT_PRIVATE, holder.get()));
   CURLException::throwOnFailure(curl_easy_setopt(handle, CURLOPT_SHARE, share_.get()));
-  active_.insert(handle);
+  active_.emplace(handle, ctx);
   const CURLMcode code = curl_multi_add_handle(multi_.get(), handle);
   if (code != CURLM_OK) {
     active_.erase(handle);
@@ -162,13 +162,12 @@ void HttpClientRunner::finish(CURL* handle, CURLcode result) {
   Holder ctx;
   try {
     curl_multi_remove_handle(multi_.get(), handle);
-    active_.erase(handle);
+    if (auto node = active_.extract(handle)) ctx = std::move(node.mapped());
     char* stored = nullptr;
     CURLException::throwOnFailure(curl_easy_getinfo(handle, CURLINFO_PRIVATE, &stored));
     const std::unique_ptr<Holder> holder(static_cast<Holder*>(static_cast<void*>(stored)));
     if (!holder) throw std::runtime_error("Failed to retrieve HttpContext from curl handle!");
-    ctx = *holder;
-    complete(ctx, result);
+    complete(*holder, result);
   } catch (const std::exception& error) {
     logLine(LogLevel::Error, "Failed to finalize CURL session: %s", printable(error.what()));
     // The pool would not take it: better settled on this thread than never.
@@ -181,7 +180,7 @@ void HttpClientRunner::complete(Holder ctx, CURLcode result) {
 }
 
 void HttpClientRunner::abandonTransfers() {
-  for (CURL* const handle : std::exchange(active_, {})) finish(handle, CURLE_ABORTED_BY_CALLBACK);
+  while (!active_.empty()) finish(active_.begin()->first, CURLE_ABORTED_BY_CALLBACK);
   const MutexLock lock(mutex_);
   for (Holder& ctx : std::exchange(pending_, {})) complete(std::move(ctx), CURLE_ABORTED_BY_CALLBACK);
 }

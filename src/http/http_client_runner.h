@@ -9,7 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
-#include <unordered_set>
+#include <unordered_map>
 
 #include "http/curl_handles.h"
 #include "http/http_context.h"
@@ -69,7 +69,7 @@ class HttpClientRunner {
   const std::size_t maxPending_;
   Mutex mutex_;
   std::list<Holder> pending_ ZARN_GUARDED_BY(mutex_);
-  std::unordered_set<CURL*> active_;  ///< in the multi handle; the thread's own
+  std::unordered_map<CURL*, Holder> active_;  ///< in the multi handle; the thread's own
   std::atomic<bool> stopping_{false};
   std::thread thread_;
 };

@@ -94,7 +94,7 @@ void removeGzipHeader(HttpContext& ctx) {
 }
 
 void finishTransfer(HttpContext& ctx, CURLcode result) {
-  ctx.result = result == CURLE_WRITE_ERROR && ctx.oversize ? CURLE_FILESIZE_EXCEEDED : result;
+  ctx.result = ctx.oversize ? CURLE_FILESIZE_EXCEEDED : result;
   long responseCode = 0;
   readInfo(ctx.handle.get(), CURLINFO_RESPONSE_CODE, &responseCode,
            "curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &ctx->httpCode)");

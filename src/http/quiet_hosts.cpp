@@ -1,6 +1,5 @@
 // Configuration data: hosts that are asked so often that their requests would
-// drown the log. Placeholders of a deployment's real names, all under reserved
-// domains.
+// drown the log. Placeholders under reserved domains, for a deployment to replace.
 #include "http/quiet_hosts.h"
 
 #include <algorithm>

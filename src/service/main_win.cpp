@@ -1,9 +1,11 @@
 // The process: starts the log, makes the service and hands the main thread to
-// the service control manager. Every path ends here, never in the runtime.
+// the service control manager. Every path but an unknown exception and a log that
+// cannot start ends in endProcess(), never in the runtime.
 #include <windows.h>
 
 #include <exception>
 #include <string>
+#include <thread>
 
 #include "log/log.h"
 #include "service/end_process.h"
@@ -25,9 +27,8 @@ constexpr char kBuildPlatform[] = "windows-x86_64";
 /// DLLs that are loaded from here on come from the system directory only. What
 /// the program imports is found before any of its code runs; it imports system
 /// libraries only.
-void restrictDllSearch() noexcept {
-  SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
-  SetDllDirectoryW(L"");
+bool restrictDllSearch() noexcept {
+  return SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32) != 0 && SetDllDirectoryW(L"") != 0;
 }
 
 /// The first lines of every log file.
@@ -50,8 +51,8 @@ void writeBanner() {
     logLine(LogLevel::Debug, "Creating UpdateService singleton");
     UpdateService::instance().runAsService(kServiceName);
   } catch (const std::exception& error) {
-    logLine(LogLevel::Error, "Error: Shutting down due to exception: %s, type: %s",
-            std::string_view(error.what()), typeName(error));
+    logLine(LogLevel::Error, "Error: Shutting down due to exception: %s, type: %s", printable(error.what()),
+            typeName(error));
   } catch (...) {
     logLine(LogLevel::Error, "Error: Unknown exception, exiting");
     shutLoggerDown();
@@ -64,7 +65,8 @@ void writeBanner() {
 }  // namespace zarn
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
-  zarn::restrictDllSearch();
+  const bool dllSearchIsRestricted = zarn::restrictDllSearch();
+  const DWORD dllSearchError = GetLastError();
   // A runtime that ends the process in its own way must not ask anybody with a
   // message box; nobody could answer it.
   _set_error_mode(_OUT_TO_STDERR);
@@ -72,7 +74,13 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   zarn::Log& log = zarn::Log::instance();
   log.setFileOpenedRoutine(zarn::writeBanner);
   log.start(zarn::kLogName);
-  log.configureNetworkLoggingFromEnvironment();
   zarn::logLine(zarn::LogLevel::Debug, "Main Thread");
+  if (!dllSearchIsRestricted) {
+    SetLastError(dllSearchError);
+    zarn::logWin32Error(zarn::LogLevel::Error, "The DLL search could not be restricted.");
+  }
+  // Looking up the collector's name may take longer than the control manager
+  // waits for this process to connect.
+  std::thread([&log] { log.configureNetworkLoggingFromEnvironment(); }).detach();
   zarn::runService();
 }

@@ -6,6 +6,7 @@
 #include "service/win32_service.h"
 #include "util/logging.h"
 #include "util/mutex.h"
+#include "util/printable.h"
 #include "util/string_utils.h"
 #include "util/system_error.h"
 #include "util/type_name.h"
@@ -78,8 +79,8 @@ void Win32Service::serviceMain() {
     return;
   }
   if (sendServiceStartPending() != 0) return;
-  // After a failed start no stopped report is sent: the control manager sees the
-  // process end instead, and treats that as a failure of the service.
+  // After a failed start no stopped report is sent, on purpose: the service stays
+  // start-pending until its process is ended.
   if (!initializeGuarded()) {
     logLine(LogLevel::Error, "Exiting Win32Service::serviceMain due to initialization failure.");
     return;
@@ -105,7 +106,7 @@ bool Win32Service::initializeGuarded() {
     return code == 0;
   } catch (const std::exception& error) {
     logLine(LogLevel::Error, "Win32Service::serviceMain: Caught std::exception %s, type: %s",
-            std::string_view(error.what()), typeName(error));
+            printable(error.what()), typeName(error));
     return false;
   }
 }
@@ -118,7 +119,7 @@ std::uint32_t Win32Service::runGuarded() {
     return exitCode;
   } catch (const std::exception& error) {
     logLine(LogLevel::Error, "Win32Service::serviceMain: Caught std::exception %s, type: %s",
-            std::string_view(error.what()), typeName(error));
+            printable(error.what()), typeName(error));
     return 0;
   }
 }

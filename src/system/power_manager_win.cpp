@@ -2,6 +2,8 @@
 
 #include "prefs/preferences.h"
 #include "util/logging.h"
+#include "util/printable.h"
+#include "util/type_name.h"
 #include "util/windows_handles.h"
 
 namespace zarn {
@@ -16,7 +18,7 @@ DWORD WINAPI powerManagerThread(void* argument) {
     try {
       runPowerManagerRound(*state, PowerManagerCalls::system());
     } catch (const std::exception& error) {
-      logLine(LogLevel::Error, "%s: %s", kThreadName, error.what());
+      logLine(LogLevel::Error, "%s: %s, type: %s", kThreadName, printable(error.what()), typeName(error));
     }
   }
 }

@@ -67,7 +67,7 @@ std::vector<std::uint8_t> HashCertificateSha256(const Certificate& certificate) 
     return {};
   }
   std::vector<std::uint8_t> digest(size);
-  if (!certificate.sha256(digest.data(), size)) {
+  if (digest.empty() || !certificate.sha256(digest.data(), size)) {
     logWin32Error(LogLevel::Debug, "CryptHashCertificate() failed");
     return {};
   }

@@ -17,7 +17,8 @@ namespace zarn {
 namespace {
 
 // The numbers that the checks rest on, whatever the headers call them.
-static_assert((FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_NORMAL) == 0x10000080);
+constexpr DWORD kOpenFlags = FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_NORMAL;
+static_assert(kOpenFlags == 0x10000080);
 static_assert(CERT_QUERY_CONTENT_FLAG_PKCS7_SIGNED_EMBED == 0x400 && CERT_QUERY_FORMAT_FLAG_BINARY == 2);
 static_assert(CERT_FIND_SUBJECT_CERT == 0xB0000 && CALG_SHA_256 == 0x800C && CERT_NAME_ATTR_TYPE == 3);
 
@@ -137,7 +138,7 @@ class WindowsTrustApi final : public TrustApi {
  public:
   std::unique_ptr<SignedFile> openFile(const std::wstring& path) override {
     FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_NORMAL, nullptr));
+                                kOpenFlags | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS, nullptr));
     if (!file) return nullptr;
     return std::make_unique<WindowsSignedFile>(std::move(file));
   }

@@ -35,10 +35,11 @@ bool isAcceptableBundle(const std::wstring& path) {
   return true;
 }
 
-/// "\\server\...", "\\.\pipe\..." and their like, which may lead to a file of another process's making.
+/// "\\server\...", "\\.\pipe\...", "\??\pipe\..." and their like, which may lead to a file of another
+/// process's making.
 bool leavesTheDrives(const std::wstring& path) {
   const auto isSeparator = [](wchar_t c) { return c == L'\\' || c == L'/'; };
-  return path.size() >= 2 && isSeparator(path[0]) && isSeparator(path[1]);
+  return path.size() >= 2 && isSeparator(path[0]) && (isSeparator(path[1]) || path[1] == L'?');
 }
 
 }  // namespace
@@ -60,7 +61,10 @@ Status InstallRequest::Install(const std::wstring& bundlePath, std::int32_t& exi
   }
   if (!isAcceptableBundle(bundlePath)) return Status::Failed;
   const std::wstring stagedPath = stagedInstallerPath();
-  if (!copyBundle(bundlePath, stagedPath)) {
+  // By its real name, which the open handle pins: a link on the caller's path could
+  // lead somewhere else by now.
+  const std::wstring pinnedPath = finalPath(bundle.get());
+  if (!copyBundle(pinnedPath.empty() ? bundlePath : pinnedPath, stagedPath)) {
     logWin32Error(LogLevel::Error, "Failed to copy bundle to temp directory.");
     return Status::Failed;
   }

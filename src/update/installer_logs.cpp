@@ -4,7 +4,6 @@
 #include <array>
 #include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
-#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -21,11 +20,6 @@ namespace fs = boost::filesystem;
 using boost::system::error_code;
 
 constexpr std::array<std::string_view, 2> kStemPrefixes = {"Zarn Media Server", "dd_vcredist"};
-
-// Not error.message(), whose encoding on Windows is that of the user's language.
-std::string words(const error_code& error) {
-  return systemErrorPhrase(static_cast<std::uint32_t>(error.value()));
-}
 
 bool hasInstallerLogName(const fs::path& name) {
   if (name.extension() != fs::path(".log")) return false;
@@ -57,7 +51,7 @@ void copyLog(const fs::path& from, const fs::path& to) {
   // An earlier installer's log stays; this one's is not worth a second name.
   if (!error || error == boost::system::errc::file_exists) return;
   logLine(LogLevel::Debug, "Failed copying file %s, copy_file: %d, %s",
-          printable(FileUtils::toUtf8(from.filename())), error.value(), words(error));
+          printable(FileUtils::toUtf8(from.filename())), error.value(), systemErrorPhrase(error));
 }
 
 void copyLogs(fs::directory_iterator entries, const fs::path& destination) {
@@ -72,21 +66,23 @@ void copyLogs(fs::directory_iterator entries, const fs::path& destination) {
 
 void collectInstallerLogs() {
   error_code error;
-  const fs::path destination = makeDestination(error);
+  fs::path destination = makeDestination(error);
+  const auto held = error ? nullptr : holdLogDestination(destination, error);
   if (error) {
     logLine(LogLevel::Error, "Failed creating \"Installer Logs\" directory, create_directories: %d, %s",
-            error.value(), words(error));
+            error.value(), systemErrorPhrase(error));
     return;
   }
   const fs::path source = fs::temp_directory_path(error);
   if (error) {
-    logLine(LogLevel::Error, "Failed getting temp_directory_path: %d, %s", error.value(), words(error));
+    logLine(LogLevel::Error, "Failed getting temp_directory_path: %d, %s", error.value(),
+            systemErrorPhrase(error));
     return;
   }
   const fs::directory_iterator entries(source, error);
   if (error) {
     logLine(LogLevel::Debug, "Failed directory_iterator(%s): %d, %s", printable(FileUtils::toUtf8(source)),
-            error.value(), words(error));
+            error.value(), systemErrorPhrase(error));
     return;
   }
   try {

@@ -40,13 +40,11 @@ long takeCheckBundle(handle_t, const wchar_t* bundlePath) {
 }
 
 long takeInstall(handle_t, const wchar_t* bundlePath, long* installerExitCode) {
-  const Status status =
-      answerCall("Install", bundlePath, Status::Failed, [installerExitCode](const std::wstring& path) {
-        std::int32_t exitCode = std::int32_t{*installerExitCode};
-        const Status result = UpdateService::instance().Install(path, exitCode);
-        *installerExitCode = exitCode;
-        return result;
-      });
+  std::int32_t exitCode = 0;  // what a caller sees of an install that ran nothing
+  const Status status = answerCall(
+      "Install", bundlePath, Status::Failed,
+      [&exitCode](const std::wstring& path) { return UpdateService::instance().Install(path, exitCode); });
+  *installerExitCode = exitCode;
   return static_cast<long>(status);
 }
 

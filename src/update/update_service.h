@@ -38,6 +38,7 @@ class UpdateService final : public Win32Service {
 
  private:
   std::atomic<std::uint32_t> restartCode_{0};
+  std::atomic<bool> stopped_{false};  ///< listening has ended, or is told to
 };
 
 }  // namespace zarn

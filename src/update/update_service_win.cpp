@@ -1,3 +1,7 @@
+#include <windows.h>
+
+#include <rpc.h>
+
 #include "service/end_process.h"
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
@@ -12,6 +16,9 @@
 
 namespace zarn {
 namespace {
+
+constexpr int kStopTries = 100;
+constexpr DWORD kStopRetryMilliseconds = 20;
 
 const InstallRequest& installRequest() {
   static const InstallRequest request({
@@ -50,9 +57,11 @@ std::uint32_t UpdateService::run() {
     logLine(LogLevel::Debug, "Failed to delete bundle from temp directory.");
   }
   logLine(LogLevel::Debug, "Listening for remote procedure calls...");
-  if (const std::uint32_t status = rpc_server::listen(); status != 0) {
+  const std::uint32_t listened = rpc_server::listen();
+  stopped_ = true;
+  if (listened != 0) {
     logWin32Error(LogLevel::Error, "UpdateService::run: RpcServerListen failed.");
-    return status;
+    return listened;
   }
   const std::uint32_t restartCode = restartCode_.load();
   if (restartCode == kRestartCode) {
@@ -64,8 +73,16 @@ std::uint32_t UpdateService::run() {
 
 std::uint32_t UpdateService::stop() {
   logLine(LogLevel::Debug, "Stopping Zarn Update Service");
-  const std::uint32_t status = rpc_server::stopListening();
-  if (status != 0) {
+  std::uint32_t status = rpc_server::stopListening();
+  // The service is reported as running a moment before it listens. A stop that
+  // comes in between would be the last one that the control manager sends.
+  for (int tries = 0; status == RPC_S_NOT_LISTENING && !stopped_ && tries < kStopTries; ++tries) {
+    Sleep(kStopRetryMilliseconds);
+    status = rpc_server::stopListening();
+  }
+  if (status == 0) {
+    stopped_ = true;
+  } else {
     logLine(LogLevel::Error, "UpdateService::stop: RpcMgmtStopServerListening failed  %d,  %s",
             static_cast<std::int32_t>(status), systemErrorPhrase(status));
   }

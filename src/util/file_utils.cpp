@@ -8,6 +8,7 @@
 #include "util/file_utils_platform.h"
 #include "util/logging.h"
 #include "util/mutex.h"
+#include "util/printable.h"
 
 namespace zarn::FileUtils {
 namespace {
@@ -60,7 +61,8 @@ bool copyFile(std::string_view from, std::string_view to) {
   error_code error;
   fs::copy_file(toPath(from), toPath(to), error);
   if (!error) return true;
-  logLine(LogLevel::Error, "Couldn't copy file %s to %s: %s", from, to, error.message());
+  logLine(LogLevel::Error, "Couldn't copy file %s to %s: %s", printable(from), printable(to),
+          systemErrorPhrase(error));
   return false;
 }
 
@@ -68,7 +70,7 @@ bool copyDirectoryRecursively(std::string_view from, std::string_view to) {
   error_code error;
   fs::copy(toPath(from), toPath(to), fs::copy_options::recursive, error);
   if (!error) return true;
-  logLine(LogLevel::Error, "Error copying directory recursively: %s", error.message());
+  logLine(LogLevel::Error, "Error copying directory recursively: %s", systemErrorPhrase(error));
   return false;
 }
 
@@ -81,12 +83,13 @@ bool moveAcrossVolumes(std::string_view from, std::string_view to) {
     if (!copyDirectoryRecursively(from, to)) return false;
     fs::remove_all(source, error);
     if (!error) return true;
-    logLine(LogLevel::Error, "Couldn't delete the file %s: %s", from, error.message());
+    logLine(LogLevel::Error, "Couldn't delete the file %s: %s", printable(from), systemErrorPhrase(error));
     return false;
   }
   fs::copy_file(source, toPath(to), fs::copy_options::overwrite_existing, error);
   if (error) {
-    logLine(LogLevel::Error, "Couldn't copy file %s to %s: %s", from, to, error.message());
+    logLine(LogLevel::Error, "Couldn't copy file %s to %s: %s", printable(from), printable(to),
+            systemErrorPhrase(error));
     return false;
   }
   return deleteFile(from);
@@ -100,15 +103,19 @@ bool move(std::string_view from, std::string_view to) {
   if (!error) return true;
   // Compared as a condition: the system's own number differs from the generic one.
   if (error == boost::system::errc::cross_device_link) return moveAcrossVolumes(from, to);
-  logLine(LogLevel::Error, "Couldn't copy file %s to %s: %s", from, to, error.message());
+  logLine(LogLevel::Error, "Couldn't copy file %s to %s: %s", printable(from), printable(to),
+          systemErrorPhrase(error));
   return false;
 }
 
 bool deleteFile(std::string_view path, bool quiet) {
   error_code error;
-  fs::remove(toPath(path), error);
+  const fs::path target = toPath(path);
+  if (target.empty() && !path.empty()) return false;  // no path of this system; logged by the conversion
+  fs::remove(target, error);
   if (!error) return true;
-  if (!quiet) logLine(LogLevel::Error, "Couldn't delete the file %s: %s", path, error.message());
+  if (!quiet)
+    logLine(LogLevel::Error, "Couldn't delete the file %s: %s", printable(path), systemErrorPhrase(error));
   return false;
 }
 
@@ -116,7 +123,7 @@ bool createDirectories(std::string_view path) {
   error_code error;
   fs::create_directories(toPath(path), error);
   if (!error) return true;
-  logLine(LogLevel::Error, "Error creating directory %s: %s", path, error.message());
+  logLine(LogLevel::Error, "Error creating directory %s: %s", printable(path), systemErrorPhrase(error));
   return false;
 }
 
@@ -133,7 +140,7 @@ bool isDirectory(std::string_view path) {
   error_code error;
   const bool result = fs::is_directory(toPath(path), error);
   if (error && error != boost::system::errc::no_such_file_or_directory) {
-    logLine(LogLevel::Error, "IsDirectory failed %s", error.message());
+    logLine(LogLevel::Error, "IsDirectory failed %s", systemErrorPhrase(error));
   }
   return result;
 }
@@ -142,7 +149,7 @@ std::uint64_t fileSize(std::string_view path) {
   error_code error;
   const std::uintmax_t size = fs::file_size(toPath(path), error);
   if (!error) return size;
-  logLine(LogLevel::Error, "Couldn't get size of file %s: %s", path, error.message());
+  logLine(LogLevel::Error, "Couldn't get size of file %s: %s", printable(path), systemErrorPhrase(error));
   return ~std::uint64_t{0};
 }
 

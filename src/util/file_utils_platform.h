@@ -5,17 +5,8 @@
 
 namespace zarn::FileUtils::platform {
 
-#ifdef _WIN32
-inline constexpr char kSeparator = '\\';
-constexpr bool isSeparator(char c) noexcept {
-  return c == '\\' || c == '/';
-}
-#else
-inline constexpr char kSeparator = '/';
-constexpr bool isSeparator(char c) noexcept {
-  return c == '/';
-}
-#endif
+extern const char kSeparator;
+[[nodiscard]] bool isSeparator(char c) noexcept;
 
 /// The user's local application-data folder, created when missing; fatal when there is none.
 std::string userApplicationDataFolder();

@@ -8,6 +8,7 @@
 #include "util/file_utils.h"
 #include "util/file_utils_platform.h"
 #include "util/logging.h"
+#include "util/printable.h"
 
 namespace zarn::FileUtils {
 
@@ -20,6 +21,12 @@ std::string toUtf8(const boost::filesystem::path& path) {
 }
 
 namespace platform {
+
+const char kSeparator = '/';
+
+bool isSeparator(char c) noexcept {
+  return c == '/';
+}
 
 std::string userApplicationDataFolder() {
   if (const char* const data = std::getenv("XDG_DATA_HOME")) return data;
@@ -68,7 +75,7 @@ ScopedFile safeOpen(std::string_view path, const char* mode, bool /*shareDelete*
   if (!file) {
     const std::uint32_t error = descriptor != -1 && !usable ? EACCES : lastSystemError();
     if (descriptor != -1) ::close(descriptor);
-    logLine(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d", path, error);
+    logLine(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d", printable(path), error);
   }
   return file;
 }

@@ -9,6 +9,7 @@
 #include "util/file_utils.h"
 #include "util/file_utils_platform.h"
 #include "util/logging.h"
+#include "util/printable.h"
 #include "util/string_utils.h"
 #include "util/windows_handles.h"
 
@@ -23,6 +24,12 @@ std::string toUtf8(const boost::filesystem::path& path) {
 }
 
 namespace platform {
+
+const char kSeparator = '\\';
+
+bool isSeparator(char c) noexcept {
+  return c == '\\' || c == '/';
+}
 
 std::string userApplicationDataFolder() {
   wchar_t folder[MAX_PATH] = {};
@@ -87,16 +94,27 @@ OpenMode parseMode(const char* mode) {
   return result;
 }
 
+/// Whether the handle opened a file of the name that was asked for. A junction in
+/// the path can lead to a name that is itself a link to any file of any name.
+bool hasRequestedName(HANDLE file, const std::wstring& path) {
+  const auto lastName = [](const std::wstring& text) { return text.substr(text.find_last_of(L"\\/") + 1); };
+  const std::wstring final = finalPath(file);
+  const bool same = !final.empty() && _wcsicmp(lastName(final).c_str(), lastName(path).c_str()) == 0;
+  if (!same) SetLastError(ERROR_ACCESS_DENIED);
+  return same;
+}
+
 /// Opens for safeOpen; with Links::Refuse nothing is truncated before the file
 /// is known to be a plain one with a single name.
 FileHandle openHandle(const std::wstring& path, const OpenMode& mode, DWORD sharing, Links links) {
   const bool refuse = links == Links::Refuse;
   const bool truncateLater = refuse && mode.disposition == CREATE_ALWAYS;
-  const DWORD flags = FILE_ATTRIBUTE_NORMAL | (refuse ? FILE_FLAG_OPEN_REPARSE_POINT : 0U);
+  constexpr DWORD cautious = FILE_FLAG_OPEN_REPARSE_POINT | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS;
+  const DWORD flags = FILE_ATTRIBUTE_NORMAL | (refuse ? cautious : 0U);
   FileHandle handle(CreateFileW(path.c_str(), mode.access, sharing, nullptr,
                                 truncateLater ? OPEN_ALWAYS : mode.disposition, flags, nullptr));
   if (!handle || !refuse) return handle;
-  const bool plain = isPlainFileWithOneName(handle.get());
+  const bool plain = isPlainFileWithOneName(handle.get()) && hasRequestedName(handle.get(), path);
   if (!plain || (truncateLater && SetEndOfFile(handle.get()) == 0)) handle.reset();
   return handle;
 }
@@ -110,7 +128,8 @@ ScopedFile safeOpen(std::string_view path, const char* mode, bool shareDelete, L
       shareDelete ? FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE : DWORD{FILE_SHARE_READ};
   FileHandle handle = openHandle(StringUtils::utf8to16(withLongPathPrefix(path)), parsed, sharing, links);
   if (!handle) {
-    logLine(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d", path, lastSystemError());
+    logLine(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d", printable(path),
+            lastSystemError());
     return nullptr;
   }
 

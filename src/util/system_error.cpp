@@ -9,4 +9,9 @@ std::string systemErrorPhrase(std::uint32_t code) {
   return text;
 }
 
+std::string systemErrorPhrase(const boost::system::error_code& error) {
+  if (error.category() != boost::system::system_category()) return error.message();
+  return systemErrorPhrase(static_cast<std::uint32_t>(error.value()));
+}
+
 }  // namespace zarn

@@ -2,6 +2,7 @@
 // codes on Windows, errno in the native build.
 #pragma once
 
+#include <boost/system/error_code.hpp>
 #include <cstdint>
 #include <string>
 
@@ -16,6 +17,10 @@ void setLastSystemError(std::uint32_t code) noexcept;
 
 /// The same without trailing line breaks and blanks, for use inside a sentence.
 [[nodiscard]] std::string systemErrorPhrase(std::uint32_t code);
+
+/// The same for what Boost reports, whose own message() is in the encoding of the
+/// user's language on Windows.
+[[nodiscard]] std::string systemErrorPhrase(const boost::system::error_code& error);
 
 /// The code of a call that is known to have failed. Some calls fail and leave the
 /// last error at 0; a failure must never read as success, so 0 becomes 31

@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <string>
+
 #include "util/scoped_handle.h"
 
 namespace zarn {
@@ -47,5 +49,9 @@ using RegistryKey = ScopedHandle<RegistryKeyTraits>;
   }
   return true;
 }
+
+/// The path under which the system knows what a handle opened, every link on the
+/// way followed, with the prefix "\\?\"; empty, with the last error set, on failure.
+[[nodiscard]] std::wstring finalPath(HANDLE file);
 
 }  // namespace zarn
