@@ -169,7 +169,7 @@ TEST(CommandLine, IsReadOrRefusedInOneSentence) {
                                                           {"history", "--last", "-1"},
                                                           {"history", "--last", "x"},
                                                           {"status", "install", "a"},
-                                                          {"check", "\x1b[2J", "\n"}};
+                                                          {"check", "a", "\x1b[2J\n"}};
   for (const auto& arguments : mistakes) {
     const auto read = readCommandLine(arguments);
     ASSERT_TRUE(std::holds_alternative<Mistake>(read)) << (arguments.empty() ? "" : arguments[0]);
