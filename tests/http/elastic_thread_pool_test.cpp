@@ -25,33 +25,41 @@ bool eventually(Condition condition) {
   return condition();
 }
 
+/// Holds its tasks back until it is opened; outlives the pool they run in.
+struct Gate {
+  std::function<void()> task() {
+    return [this] {
+      opened.wait();
+      ++passed;
+    };
+  }
+  void open() { promise.set_value(); }
+  std::promise<void> promise;
+  std::shared_future<void> opened = promise.get_future().share();
+  std::atomic<int> passed{0};
+};
+
 TEST(ElasticThreadPool, GrowsByOneWorkerAPostUpToItsBound) {
-  std::promise<void> release;
-  const auto released = release.get_future().share();
-  std::atomic<int> done{0};
+  Gate gate;
   {
     ElasticThreadPool pool(1, 3, 10s);
     for (const std::size_t expected : {1U, 2U, 3U, 3U, 3U}) {
-      pool.post([&] {
-        released.wait();
-        ++done;
-      });
+      pool.post(gate.task());
       EXPECT_EQ(pool.threadCount(), expected);
     }
-    release.set_value();
+    gate.open();
   }
-  EXPECT_EQ(done, 5) << "the destructor finishes what was posted";
+  EXPECT_EQ(gate.passed, 5) << "the destructor finishes what was posted";
 }
 
 TEST(ElasticThreadPool, ShrinksToItsLowerBoundAndGrowsAgain) {
   for (const std::size_t lowerBound : {0U, 2U}) {
+    Gate gates[2];
     ElasticThreadPool pool(lowerBound, 4, 20ms);
-    for (int round = 0; round < 2; ++round) {
-      std::promise<void> release;
-      const auto released = release.get_future().share();
-      for (int i = 0; i < 4; ++i) pool.post([released] { released.wait(); });
+    for (Gate& gate : gates) {
+      for (int i = 0; i < 4; ++i) pool.post(gate.task());
       EXPECT_EQ(pool.threadCount(), 4U);
-      release.set_value();
+      gate.open();
       EXPECT_TRUE(eventually([&] { return pool.threadCount() == lowerBound; })) << pool.threadCount();
       std::this_thread::sleep_for(60ms);
       EXPECT_EQ(pool.threadCount(), lowerBound);
@@ -61,15 +69,14 @@ TEST(ElasticThreadPool, ShrinksToItsLowerBoundAndGrowsAgain) {
 
 TEST(ElasticThreadPool, IdleWorkersDecideAgainWhenItIsTheirTurn) {
   // Four workers become idle and decide to leave while the start of the fifth holds the lock.
-  std::promise<void> release;
-  const auto released = release.get_future().share();
+  Gate gate;
   int starts = 0;
   ElasticThreadPool pool(2, 8, 20ms, [&] {
     if (++starts != 5) return;
-    release.set_value();
+    gate.open();
     std::this_thread::sleep_for(200ms);
   });
-  for (int i = 0; i < 5; ++i) pool.post([released] { released.wait(); });
+  for (int i = 0; i < 5; ++i) pool.post(gate.task());
   EXPECT_TRUE(eventually([&] { return pool.threadCount() <= 2; }));
   std::this_thread::sleep_for(60ms);
   EXPECT_EQ(pool.threadCount(), 2U);
@@ -94,47 +101,37 @@ TEST(ElasticThreadPool, ReportsATaskThatThrowsAndGoesOn) {
 
 TEST(ElasticThreadPool, AThreadThatCannotBeMadeLosesNoTask) {
   const RecordingLog log;
-  std::atomic<int> ran{0};
+  Gate gate;
   int starts = 0;
-  const auto refuseTwice = [&] {
+  ElasticThreadPool pool(1, 8, 10s, [&] {
     if (++starts != 2) throw std::runtime_error("no threads");
-  };
-  {
-    ElasticThreadPool pool(1, 8, 10s, refuseTwice);
-    std::promise<void> release;
-    const auto released = release.get_future().share();
-    for (const std::size_t expected : {0U, 1U, 1U}) {
-      pool.post([&] {
-        released.wait();
-        ++ran;
-      });
-      EXPECT_EQ(pool.threadCount(), expected);
-    }
-    release.set_value();
-    EXPECT_TRUE(eventually([&] { return ran == 3; }));
+  });
+  for (const std::size_t expected : {0U, 1U, 1U}) {
+    pool.post(gate.task());
+    EXPECT_EQ(pool.threadCount(), expected);
   }
+  gate.open();
+  EXPECT_TRUE(eventually([&] { return gate.passed == 3; }));
   const std::string text = "Thread: Couldn't add a new thread to the pool of size ";
   EXPECT_THAT(log.lines(), ElementsAre(LoggedLine{LogLevel::Error, text + "0: no threads"},
                                        LoggedLine{LogLevel::Error, text + "1: no threads"}));
 }
 
 TEST(ElasticThreadPool, LosesNoTaskWhileWorkersComeAndGo) {
-  constexpr int kPosters = 4;
-  constexpr int kTasks = 500;
   std::atomic<int> ran{0};
   // Workers leave in nearly every pause between posts.
   ElasticThreadPool pool(0, 3, 1ms);
   std::vector<std::thread> posters;
-  for (int i = 0; i < kPosters; ++i) {
+  for (int i = 0; i < 4; ++i) {
     posters.emplace_back([&] {
-      for (int task = 0; task < kTasks; ++task) {
+      for (int task = 0; task < 500; ++task) {
         pool.post([&] { ++ran; });
         if (task % 25 == 0) std::this_thread::sleep_for(2ms);
       }
     });
   }
   for (auto& poster : posters) poster.join();
-  EXPECT_TRUE(eventually([&] { return ran == kPosters * kTasks; })) << ran;
+  EXPECT_TRUE(eventually([&] { return ran == 4 * 500; })) << ran;
   EXPECT_LE(pool.threadCount(), 3U);
 }
 
