@@ -112,20 +112,6 @@ TEST_F(SignedFiles, EachIsJudgedByWhatIsWrongWithIt) {
   }
 }
 
-TEST_F(SignedFiles, TheSignersSubjectIsShownWhenItIsRefused) {
-  const RecordingLog log;
-  EXPECT_EQ(CheckCertificateIdentity(systemTrustApi(), file("approved-sha1"),
-                                     [] { return std::set<std::string>{}; })
-                .code(),
-            30005);
-  EXPECT_EQ(log.texts(),
-            (std::vector<std::string>{"Certificate hash: " + digests_["approved-sha1"],
-                                      "Certificate Common Name: Zarn Media",
-                                      "Certificate Organization Name: Zarn, Inc.",
-                                      "Certificate Locality Name: Dayton", "Certificate State Name: Ohio",
-                                      "Certificate Country Name: US", "Certificate couldn't be verified"}));
-}
-
 TEST_F(SignedFiles, ACheckKeepsWritersOutAndNeedsReaders) {
   const auto open = [](DWORD access, DWORD share) {
     return FileHandle(

@@ -7,6 +7,7 @@
 #include "support/recording_log.h"
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
+#include "trust/signer_observer.h"
 
 namespace zarn::testing {
 namespace {
@@ -166,6 +167,20 @@ TEST_F(TrustChecks, ThePathCannotForgeALogLine) {
   EXPECT_FALSE(CheckCertificateIntegrity(api_, L"a\nb").isVerified());
   EXPECT_EQ(log_.texts()[0], "Checking Certificate of installer: a\\x0ab");
   EXPECT_EQ(log_.texts()[1], "Failed CreateFile() of a\\x0ab");
+}
+
+TEST_F(TrustChecks, AnObserverNamesTheSignerAndNotWhoIsMerelyCarriedAlong) {
+  api_.carried.insert(api_.carried.begin(), {"CN=Decoy, 2", {0xFF}, {{"2.5.4.3", L"Decoy"}}});
+  for (const char* failing : {"", "CryptHashCertificate"}) {
+    start(failing);
+    SignerObserver observer(api_);
+    EXPECT_FALSE(observer.signer());
+    EXPECT_NE(CheckCertificateIdentity(observer, L"x.exe", [] { return std::set<std::string>{""}; }).code(),
+              0);
+    ASSERT_TRUE(observer.signer());
+    EXPECT_EQ(observer.signer()->digest, *failing == '\0' ? kDigest : "");
+    EXPECT_EQ(observer.signer()->subject, "CN=Zarn \xC3\x9C\n, O=Zarn, Inc., L=L, C=Z");
+  }
 }
 
 }  // namespace
