@@ -2,21 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <ctime>
 #include <functional>
-#include <stdexcept>
 #include <thread>
 #include <vector>
 
 namespace zarn {
 namespace {
 
-/// Runs a function for every event of any kind.
 struct FunctionSink final : IServerEventSink {
   FunctionSink() = default;
   explicit FunctionSink(std::function<void(const std::string&)> function) : call(std::move(function)) {}
-  void onAccountUpdated() override { call("account"); }
-  void onLogSent() override { call("log"); }
   void onPreferenceModified(const std::string& id) override { call(id); }
   std::function<void(const std::string&)> call;
 };
@@ -31,25 +26,6 @@ TEST(ServerEventManager, CallsSinksInTheOrderOfTheirAddressesOnce) {
   for (const std::size_t i : {2U, 0U, 1U, 0U}) events.subscribe(kPreferencesModifiedEvent, sinks[i]);
   events.notifyPreferencesModified("id");
   EXPECT_EQ(calls, (std::vector<std::string>{"id0", "id1", "id2"}));
-}
-
-TEST(ServerEventManager, OtherEventsOnlyRecordTheirTime) {
-  ServerEventManager events;
-  FunctionSink sink([](const std::string& id) { ADD_FAILURE() << "called for " << id; });
-  EXPECT_EQ(events.lastRaised(kPreferencesModifiedEvent), std::nullopt);
-  events.subscribe(kLogSentEvent, sink);
-  events.subscribe(kAccountUpdatedEvent, sink);
-  EXPECT_EQ(events.lastRaised(kLogSentEvent), 0);
-
-  const std::int64_t before = std::time(nullptr);
-  events.notifyLogSent();
-  events.notifyAccountUpdated();
-  events.notifyPreferencesModified("nobody listens");
-  for (const auto name : {kLogSentEvent, kAccountUpdatedEvent, kPreferencesModifiedEvent}) {
-    ASSERT_TRUE(events.lastRaised(name)) << name;
-    EXPECT_GE(*events.lastRaised(name), before) << name;
-    EXPECT_LE(*events.lastRaised(name), std::time(nullptr)) << name;
-  }
 }
 
 TEST(ServerEventManager, SinksMayRaiseAndSubscribe) {
@@ -69,21 +45,6 @@ TEST(ServerEventManager, SinksMayRaiseAndSubscribe) {
   std::vector<std::string> expected = {"first outer", "first inner", "late inner"};
   if (std::less<IServerEventSink*>()(&late, &first)) std::swap(expected[1], expected[2]);
   EXPECT_EQ(calls, expected);  // "late outer" is missing: it came during that delivery
-}
-
-TEST(ServerEventManager, AThrowingSinkEndsTheDelivery) {
-  ServerEventManager events;
-  int calls = 0;
-  FunctionSink sinks[2];
-  for (auto& sink : sinks) {
-    sink.call = [&](const std::string&) {
-      ++calls;
-      throw std::runtime_error("sink");
-    };
-    events.subscribe(kPreferencesModifiedEvent, sink);
-  }
-  EXPECT_THROW(events.notifyPreferencesModified("id"), std::runtime_error);
-  EXPECT_EQ(calls, 1);
 }
 
 }  // namespace
