@@ -10,7 +10,6 @@ namespace zarn {
 namespace {
 
 using ::testing::ElementsAre;
-using testing::LoggedLine;
 using testing::RecordingLog;
 
 [[maybe_unused]] const bool onTestStore = (Preferences::useTestStore(true), true);
@@ -27,6 +26,12 @@ PowerManagerCalls scripted() {
   return calls;
 }
 
+template <typename Result>
+Result failWith(DWORD error) {
+  SetLastError(error);
+  return Result{};
+}
+
 TEST(PowerManager, FollowsTheStateAndThePreference) {
   statesSet.clear();
   const auto round = [](bool idle) { runPowerManagerRound({.idle = idle}, scripted()); };
@@ -41,33 +46,23 @@ TEST(PowerManager, FollowsTheStateAndThePreference) {
 }
 
 TEST(PowerManager, FailedCallsAreLogged) {
-  const RecordingLog log;
+  const RecordingLog log(LogLevel::Error);
   PowerManagerCalls calls = scripted();
-  calls.setExecutionState = [](EXECUTION_STATE) {
-    SetLastError(0x57);
-    return EXECUTION_STATE{0};
-  };
+  calls.setExecutionState = [](EXECUTION_STATE) { return failWith<EXECUTION_STATE>(0x57); };
   runPowerManagerRound({.idle = true}, calls);
   calls.waitFor = PowerManagerCalls::system().waitFor;  // for nothing, which fails
   runPowerManagerRound({.wakeEvent = nullptr}, calls);
 
   // A failed start: no event, and a thread that is tried all the same.
-  calls.createEvent = []() -> HANDLE {
-    SetLastError(0x5);
-    return nullptr;
-  };
-  calls.createThread = [](LPTHREAD_START_ROUTINE, void*) -> HANDLE {
-    SetLastError(0x8);
-    return nullptr;
-  };
+  calls.createEvent = [] { return failWith<HANDLE>(0x5); };
+  calls.createThread = [](LPTHREAD_START_ROUTINE, void*) { return failWith<HANDLE>(0x8); };
   const HANDLE running = powerManagerState().wakeEvent;
   startPowerManager(calls);
   powerManagerState().wakeEvent = running;
-  const auto error = [](const char* text) { return LoggedLine{LogLevel::Error, text}; };
-  EXPECT_THAT(log.lines(), ElementsAre(error("SetThreadExecutionState(-2147483648) failed: 0x57"),
-                                       error("WaitForSingleObject failed: 0x6"),
-                                       error("CreateThread(WindowsPowerManagerThread) failed: 0x5"),
-                                       error("CreateThread(WindowsPowerManagerThread) failed: 0x8")));
+  EXPECT_THAT(log.texts(), ElementsAre("SetThreadExecutionState(-2147483648) failed: 0x57",
+                                       "WaitForSingleObject failed: 0x6",
+                                       "CreateThread(WindowsPowerManagerThread) failed: 0x5",
+                                       "CreateThread(WindowsPowerManagerThread) failed: 0x8"));
 }
 
 TEST(PowerManager, RunsBeforeMain) {

@@ -9,7 +9,6 @@ namespace zarn {
 namespace {
 
 using ::testing::ElementsAre;
-using testing::LoggedLine;
 using ::testing::MatchesRegex;
 using testing::RecordingLog;
 using ::testing::StartsWith;
@@ -29,12 +28,10 @@ TEST(SystemInfo, TheEnvironmentReplacesThePlatformInfo) {
 }
 
 TEST(SystemInfo, LocaleNames) {
-  const RecordingLog log;
+  const RecordingLog log(LogLevel::Error);
   EXPECT_EQ(getLocaleName(0x0407) + getLocaleName(0x0416), "de-DEpt-BR");
   EXPECT_EQ(getLocaleName(0xF3FF), "en-US");
-  EXPECT_THAT(log.lines(),
-              ElementsAre(LoggedLine{LogLevel::Error,
-                                     "Unable to get locale name for LCID 62463, defaulting to en-US"}));
+  EXPECT_THAT(log.texts(), ElementsAre("Unable to get locale name for LCID 62463, defaulting to en-US"));
 }
 
 TEST(SystemInfo, LogsTheSystemAndTheProcessor) {
@@ -42,16 +39,10 @@ TEST(SystemInfo, LogsTheSystemAndTheProcessor) {
   SetEnvironmentVariableW(L"PROCESSOR_IDENTIFIER", L"One\nline");
   logOSInformation();
   logProcessorInformation();
-  SetEnvironmentVariableW(L"PROCESSOR_IDENTIFIER", nullptr);
-  logProcessorInformation();
-  SYSTEM_INFO info{};
-  GetSystemInfo(&info);
-  const std::string processor =
-      std::to_string(info.dwNumberOfProcessors) +
-      " \\d+ MHz processor\\(s\\): Architecture=9, Level=" + std::to_string(info.wProcessorLevel) +
-      ", Revision=" + std::to_string(info.wProcessorRevision) + " Processor Identifier=";
-  EXPECT_THAT(log.texts(), ElementsAre(StartsWith("Windows version: " + getOSVersionString() + ", language "),
-                                       MatchesRegex(processor + "One\\\\x0aline"), MatchesRegex(processor)));
+  EXPECT_THAT(log.texts(),
+              ElementsAre(StartsWith("Windows version: " + getOSVersionString() + ", language "),
+                          MatchesRegex("\\d+ \\d+ MHz processor\\(s\\): Architecture=9, Level=\\d+, "
+                                       "Revision=\\d+ Processor Identifier=One\\\\x0aline")));
 }
 
 }  // namespace
