@@ -1,5 +1,6 @@
 #include "util/file_utils.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "support/recording_log.h"
@@ -9,8 +10,10 @@ namespace zarn {
 namespace {
 
 namespace fs = boost::filesystem;
+using ::testing::ElementsAre;
 using testing::readFile;
 using testing::RecordingLog;
+using ::testing::StartsWith;
 using testing::TempDirectory;
 using testing::writeFile;
 
@@ -26,22 +29,10 @@ TEST(FileUtils, LongPathPrefix) {
   EXPECT_EQ(FileUtils::withLongPathPrefix("C:"), "C:");
 }
 
-TEST(FileUtils, JoinNeedsOneSeparator) {
-#ifdef _WIN32
-  EXPECT_EQ(FileUtils::join(R"(D:\Data)", "Logs"), R"(D:\Data\Logs)");
-  EXPECT_EQ(FileUtils::join(R"(D:\Data\\)", "Logs"), R"(D:\Data\Logs)");
-  EXPECT_EQ(FileUtils::join(R"(\\server\share)", "Logs"), R"(\\server\share\Logs)");
-#else
-  EXPECT_EQ(FileUtils::join("/data//", "Logs"), "/data/Logs");
-  EXPECT_EQ(FileUtils::join("/data", "Logs"), "/data/Logs");
-#endif
-}
-
 TEST(FileUtils, OperationsReportAndLogFailures) {
-  const RecordingLog log;
+  const RecordingLog log(LogLevel::Error);
   const TempDirectory dir;
   const std::string missing = dir / "missing";
-  const std::string nowhere = FileUtils::join(missing, "file");
   writeFile(dir / "plain", "x");
 
   EXPECT_FALSE(FileUtils::copyFile(missing, dir / "copy"));
@@ -51,30 +42,17 @@ TEST(FileUtils, OperationsReportAndLogFailures) {
   EXPECT_EQ(static_cast<std::int64_t>(FileUtils::fileSize(missing)), -1);
   EXPECT_TRUE(FileUtils::deleteFile(missing));
   EXPECT_FALSE(FileUtils::isDirectory(missing));
-
-  const std::vector<std::string> beginnings = {
-      "Couldn't copy file " + missing + " to ",      "Couldn't copy file " + missing + " to ",
-      "Error copying directory recursively: ",       "Error creating directory ",
-      "Couldn't get size of file " + missing + ": ",
-  };
-  const auto lines = log.lines();
-  ASSERT_EQ(lines.size(), beginnings.size());
-  for (std::size_t i = 0; i < lines.size(); ++i) {
-    EXPECT_EQ(lines[i].level, LogLevel::Error);
-    EXPECT_EQ(lines[i].text.rfind(beginnings[i], 0), 0U) << lines[i].text;
-  }
-}
-
-TEST(FileUtils, AFailedDeleteIsLoggedUnlessQuiet) {
-  const RecordingLog log;
-  const TempDirectory dir;
   // A directory that holds something cannot be removed as a file.
-  ASSERT_TRUE(FileUtils::createDirectories(FileUtils::join(dir / "full", "inner")));
-  EXPECT_FALSE(FileUtils::deleteFile(dir / "full", true));
-  EXPECT_TRUE(log.lines().empty());
+  EXPECT_TRUE(FileUtils::createDirectories(FileUtils::join(dir / "full", "inner")));
+  EXPECT_FALSE(FileUtils::deleteFile(dir / "full", true));  // quietly
   EXPECT_FALSE(FileUtils::deleteFile(dir / "full"));
-  ASSERT_EQ(log.lines().size(), 1U);
-  EXPECT_EQ(log.texts()[0].rfind("Couldn't delete the file " + (dir / "full") + ": ", 0), 0U);
+
+  EXPECT_THAT(log.texts(), ElementsAre(StartsWith("Couldn't copy file " + missing + " to "),
+                                       StartsWith("Couldn't copy file " + missing + " to "),
+                                       StartsWith("Error copying directory recursively: "),
+                                       StartsWith("Error creating directory "),
+                                       StartsWith("Couldn't get size of file " + missing + ": "),
+                                       StartsWith("Couldn't delete the file " + (dir / "full") + ": ")));
 }
 
 TEST(FileUtils, SafeOpenModes) {

@@ -47,11 +47,6 @@ TEST(Logging, Win32ErrorReportsTheErrorCurrentAtTheCall) {
   EXPECT_EQ(sink.texts[1].back(), '\n');
 }
 
-TEST(Logging, AFailureNeverHasCodeZero) {
-  EXPECT_EQ(failureCode(0), 31U);
-  EXPECT_EQ(failureCode(5), 5U);
-}
-
 TEST(Logging, FatalSurvivesAFormatThatDoesNotFit) {
   const RecordingLog log;
   try {
