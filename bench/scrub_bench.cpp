@@ -18,7 +18,7 @@
 namespace zarn::bench {
 namespace {
 
-constexpr std::size_t kLines = 60'000;  // as many as a log file holds
+constexpr std::size_t kLines = 400'000;  // more than the caches hold
 constexpr std::size_t kLineBytes = 175;
 constexpr std::size_t kOneMarkedLineIn = 100;
 

@@ -13,6 +13,7 @@ import contextlib
 import pathlib
 import sys
 
+sys.dont_write_bytecode = True
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path[:0] = [str(ROOT / folder) for folder in ("bench", "tests/e2e", "tests/support")]
 
