@@ -107,6 +107,7 @@ const CheckRecord* decidingCheck(const UpdateRecord& record) noexcept {
 
 std::string historyTable(const std::vector<UpdateRecord>& records) {
   std::vector<std::vector<std::string>> rows;
+  rows.reserve(records.size());
   for (const UpdateRecord& record : records) {
     rows.push_back({printable(record.time), codeText(static_cast<std::uint32_t>(record.status)),
                     printable(outcomeOf(record)), record.exitCode ? codeText(*record.exitCode) : "-",

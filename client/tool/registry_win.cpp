@@ -16,8 +16,7 @@ std::wstring characters(HKEY root, const std::string& key, const std::wstring& v
   std::wstring text;
   LSTATUS status = ERROR_MORE_DATA;
   for (int attempt = 0; attempt < 4 && status == ERROR_MORE_DATA; ++attempt) {
-    bytes = bytes * 2 + sizeof(wchar_t);
-    text.resize(bytes / sizeof(wchar_t));
+    text.resize(bytes + 1U);  // twice what it said, and an end
     bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));
     status = RegGetValueW(root, subkey.c_str(), value.c_str(), kinds, nullptr, text.data(), &bytes);
   }
@@ -63,7 +62,7 @@ std::vector<std::wstring> registryAssignments(HKEY root, const std::string& key)
     }
     const std::wstring found = name.substr(0, length);
     const std::wstring text = characters(opened.get(), "", found, RRF_RT_REG_SZ);
-    if (!text.empty()) result.push_back(found + L"=" + text.c_str());
+    if (!text.empty()) result.push_back(found + L"=" + text.substr(0, text.find(L'\0')));
   }
 }
 

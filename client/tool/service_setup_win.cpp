@@ -4,6 +4,7 @@
 
 #include <sddl.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -31,7 +32,9 @@ struct LocalMemoryTraits {
 
 /// What decides on a bundle; not TEMP and its kin, which are the service's alone.
 bool concernsDecisions(std::wstring name) {
-  CharUpperBuffW(name.data(), static_cast<DWORD>(name.size()));
+  std::transform(name.begin(), name.end(), name.begin(), [](wchar_t c) {
+    return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
+  });
   return name.starts_with(L"ZARN_MEDIA_SERVER_") || name.ends_with(L"_PROXY");
 }
 

@@ -62,6 +62,7 @@ std::string fields(const std::vector<std::pair<std::string, std::string>>& rows)
 std::string table(const std::vector<std::string>& headings,
                   const std::vector<std::vector<std::string>>& rows) {
   std::vector<std::size_t> columns;
+  columns.reserve(headings.size());
   for (const auto& heading : headings) columns.push_back(width(heading));
   for (const auto& row : rows) {
     for (std::size_t i = 0; i < columns.size(); ++i) columns[i] = std::max(columns[i], width(row.at(i)));

@@ -1,7 +1,7 @@
+#include <fmt/xchar.h>
 #include <windows.h>
 
 #include <cstddef>
-#include <cwchar>
 #include <vector>
 
 #include "util/file_utils.h"
@@ -25,10 +25,9 @@ std::string textOf(const void* resource, const wchar_t* name) {
     return {};
   }
   const auto* const translation = static_cast<const Translation*>(found);
-  wchar_t block[128] = {};
-  std::swprintf(block, std::size(block), L"\\StringFileInfo\\%04x%04x\\%ls", translation->language,
-                translation->codePage, name);
-  if (VerQueryValueW(resource, block, &found, &size) == 0 || size == 0) return {};
+  const std::wstring block =
+      fmt::format(L"\\StringFileInfo\\{:04x}{:04x}\\{}", translation->language, translation->codePage, name);
+  if (VerQueryValueW(resource, block.c_str(), &found, &size) == 0 || size == 0) return {};
   std::wstring text(static_cast<const wchar_t*>(found), size);
   text.resize(text.find(L'\0') == std::wstring::npos ? text.size() : text.find(L'\0'));
   return StringUtils::utf16to8(text);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <zip.h>
 
+#include <future>
 #include <nlohmann/json.hpp>
 
 #include "client/tool/answer.h"
@@ -29,7 +30,7 @@ Json json(std::vector<std::string> arguments, DWORD exitCode) {
   const std::string command = arguments[0];
   arguments.emplace_back("--json");
   const ProgramRun result = run(arguments);
-  const Json object = Json::parse(result.output, nullptr, false);
+  Json object = Json::parse(result.output, nullptr, false);
   EXPECT_EQ(result.exitCode, exitCode) << result.output << result.error;
   if (!object.is_object()) {
     ADD_FAILURE() << command << " printed: " << result.output;

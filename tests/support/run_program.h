@@ -3,7 +3,6 @@
 
 #include <windows.h>
 
-#include <future>
 #include <string>
 #include <vector>
 
@@ -33,13 +32,15 @@ inline Pipe makePipe() {
   return pipe;
 }
 
-inline std::string readAll(HANDLE pipe) {
-  std::string text;
+/// Takes what is in the pipe now. Its end may be far: a process that outlives the
+/// program can have inherited the other side.
+inline void drain(HANDLE pipe, std::string& text) {
   char buffer[4096];
   DWORD count = 0;
-  while (ReadFile(pipe, buffer, sizeof(buffer), &count, nullptr) != 0 && count != 0)
+  while (PeekNamedPipe(pipe, nullptr, 0, nullptr, &count, nullptr) != 0 && count != 0 &&
+         ReadFile(pipe, buffer, sizeof(buffer), &count, nullptr) != 0) {
     text.append(buffer, count);
-  return text;
+  }
 }
 
 /// One argument as CommandLineToArgvW reads it back.
@@ -79,12 +80,13 @@ inline ProgramRun runProgram(const std::string& program, const std::vector<std::
   }
   const KernelHandle process(information.hProcess);
   const KernelHandle thread(information.hThread);
-  out.write.reset();
-  err.write.reset();
-  auto errors = std::async(std::launch::async, detail::readAll, err.read.get());
-  run.output = detail::readAll(out.read.get());
-  run.error = errors.get();
-  WaitForSingleObject(process.get(), INFINITE);
+  constexpr DWORD pollMs = 5;
+  DWORD waited = WAIT_TIMEOUT;
+  while (waited == WAIT_TIMEOUT) {
+    waited = WaitForSingleObject(process.get(), pollMs);
+    detail::drain(out.read.get(), run.output);
+    detail::drain(err.read.get(), run.error);
+  }
   GetExitCodeProcess(process.get(), &run.exitCode);
   return run;
 }
