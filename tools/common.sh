@@ -1,5 +1,5 @@
 # Shared by ./dev and the scripts beside this file; sourced, never run.
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cache=${ZARN_CACHE:-${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/zarn-update-service}

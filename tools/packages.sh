@@ -1,5 +1,5 @@
 # Debian packages, by what needs them; sourced by ./dev.
-# shellcheck shell=bash disable=SC2034
+# shellcheck shell=bash disable=SC2034,SC2154
 
 packages_build=(
   ca-certificates git cmake ninja-build ccache dpkg-dev
