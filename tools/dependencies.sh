@@ -84,7 +84,8 @@ harden="-O2 -fstack-protector-strong -D_FORTIFY_SOURCE=2 -ffunction-sections -fd
 export SOURCE_DATE_EPOCH=1700000000
 
 cross_cmake() { # SOURCE OPTIONS...
-  local source=$1 target=$work/build-$(basename "$1")
+  local source=$1 target
+  target=$work/build-$(basename "$source")
   shift
   cmake -G Ninja -S "$source" -B "$target" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchain-mingw64.cmake" \
     -DCMAKE_BUILD_TYPE=None -DCMAKE_C_FLAGS="$harden -ffile-prefix-map=$work=." \
