@@ -108,7 +108,7 @@ class Bench(group.Bench):
         servers = self.accounts.start()
         self.machine.make({"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": servers["good"]})
         self.machine.lay_out(self.options.dist, servers["ca"])
-        tools = self.options.windows / "tests/e2e"
+        tools = self.options.windows / "tools/stage"
         self.machine.wine(tools / "trust_root.exe", self.machine.windows(publisher.root.with_suffix(".der")))
         self.machine.path(r"C:\zarn-test\plan.txt").write_text("exit=1641\n")
         null_service = self.machine.windows(self.options.windows / "bench/wine/null_service.exe")

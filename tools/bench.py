@@ -15,7 +15,7 @@ import sys
 
 sys.dont_write_bytecode = True
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-sys.path[:0] = [str(ROOT / folder) for folder in ("bench", "tests/e2e", "tests/support")]
+sys.path[:0] = [str(ROOT / folder) for folder in ("bench", "tools/stage")]
 
 import http_group
 import log_group

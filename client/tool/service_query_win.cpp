@@ -6,20 +6,13 @@
 #include <cstddef>
 #include <vector>
 
-#include "util/scoped_handle.h"
 #include "util/string_utils.h"
+#include "util/windows_handles.h"
 
 namespace zarn::tool {
 namespace {
 
 constexpr wchar_t kServiceName[] = L"ZarnUpdateService";
-
-struct ServiceHandleTraits {
-  using Handle = SC_HANDLE;
-  static Handle invalid() noexcept { return nullptr; }
-  static void close(Handle handle) noexcept { CloseServiceHandle(handle); }
-};
-using ServiceHandle = ScopedHandle<ServiceHandleTraits>;
 
 std::string stateName(DWORD state) {
   switch (state) {

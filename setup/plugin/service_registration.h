@@ -13,13 +13,6 @@
 
 namespace zarn::setup {
 
-struct ServiceHandleTraits {
-  using Handle = SC_HANDLE;
-  static Handle invalid() noexcept { return nullptr; }
-  static void close(Handle handle) noexcept { CloseServiceHandle(handle); }
-};
-using ServiceHandle = ScopedHandle<ServiceHandleTraits>;
-
 /// What setup decides about the service.
 struct ServiceSettings {
   std::wstring program;     // full path, unquoted

@@ -33,6 +33,14 @@ struct RegistryKeyTraits {
 };
 using RegistryKey = ScopedHandle<RegistryKeyTraits>;
 
+/// The service control manager, and services it opened.
+struct ServiceHandleTraits {
+  using Handle = SC_HANDLE;
+  static Handle invalid() noexcept { return nullptr; }
+  static void close(Handle handle) noexcept { CloseServiceHandle(handle); }
+};
+using ServiceHandle = ScopedHandle<ServiceHandleTraits>;
+
 /// True for a plain file on disk (no pipe, device, directory or reparse point)
 /// that has exactly one name. Sets the last error when the answer is no.
 [[nodiscard]] inline bool isPlainFileWithOneName(HANDLE file) noexcept {

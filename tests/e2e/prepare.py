@@ -2,8 +2,10 @@
 
 import argparse
 import pathlib
+import sys
 
-import stage
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "stage"))
+import stage  # noqa: E402
 
 
 def main():

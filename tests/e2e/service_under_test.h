@@ -14,13 +14,6 @@
 
 namespace zarn::testing {
 
-struct ServiceHandleTraits {
-  using Handle = SC_HANDLE;
-  static Handle invalid() noexcept { return nullptr; }
-  static void close(Handle handle) noexcept { CloseServiceHandle(handle); }
-};
-using ServiceHandle = ScopedHandle<ServiceHandleTraits>;
-
 /// Polls until `condition` holds; false when `limit` has passed without it.
 bool waitUntil(const std::function<bool()>& condition, std::chrono::seconds limit = std::chrono::seconds(20));
 

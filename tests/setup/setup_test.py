@@ -20,7 +20,7 @@ import time
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-sys.path.insert(0, str(ROOT / "tests" / "e2e"))
+sys.path.insert(0, str(ROOT / "tools" / "stage"))
 import stage  # noqa: E402
 
 SERVICE_KEY = r"HKLM\System\CurrentControlSet\Services\ZarnUpdateService"
@@ -51,7 +51,7 @@ class Scene:
         return out / "ZarnUpdateServiceSetup.exe"
 
     def open(self):
-        programs = self.options.build / "tests" / "e2e"
+        programs = self.options.build / "tools" / "stage"
         publisher = stage.Publisher(self.work / "publisher")
         self.bundles = stage.make_bundles(publisher, programs / "genuine_installer.exe",
                                           programs / "intruder_installer.exe", self.work / "bundles")

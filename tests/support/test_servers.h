@@ -1,4 +1,4 @@
-// The servers that tests/support/servers.py has started. Their list is in the file
+// The servers that tools/stage/servers.py has started. Their list is in the file
 // that the environment variable ZARN_TEST_SERVERS names; ctest sees to both.
 #pragma once
 

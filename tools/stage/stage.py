@@ -1,4 +1,4 @@
-"""Sets the stage for the end-to-end tests and the demo: a publisher with signing
+"""Sets the stage for the demo, the end-to-end tests and the benchmarks: a publisher with signing
 certificates and signed bundles, an account service on loopback, and a private
 Wine prefix in which the service is laid out as on a real machine.
 
@@ -6,6 +6,7 @@ Everything lives in one work folder; nothing outside it is touched.
 """
 
 import hashlib
+import json
 import os
 import pathlib
 import shutil
@@ -127,7 +128,7 @@ def make_bundles(publisher, genuine, intruder, folder):
 
 
 class AccountService:
-    """The account service and its ill-behaved relatives, on loopback."""
+    """The account service, on loopback."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -135,19 +136,17 @@ class AccountService:
         self.profile = folder / "profile.json"
 
     def approve(self, *digests):
-        import json
-
         self.profile.write_text(json.dumps({"certs": list(digests)}))
 
     def start(self):
         self.stop()
-        run("python3", HERE.parent / "support" / "servers.py", "start", self.folder, "--profile", self.profile)
+        run("python3", HERE / "servers.py", "start", self.folder, "--profile", self.profile)
         lines = (self.folder / "servers.txt").read_text().splitlines()
         self.settings = dict(line.split("=", 1) for line in lines if "=" in line)
         return self.settings
 
     def stop(self):
-        run("python3", HERE.parent / "support" / "servers.py", "stop", self.folder)
+        run("python3", HERE / "servers.py", "stop", self.folder)
 
 
 class Machine:

@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""Web servers for tests: nginx as a well-behaved account service, and a server
-that misbehaves in one way per port. Everything listens on 127.0.0.1.
+"""nginx as the account service, and beside it servers that misbehave, one per
+port, when a file of them is given. Everything listens on 127.0.0.1.
 
-  servers.py start DIR [--profile FILE]   returns when every server answers
-  servers.py stop DIR                     ends what start began; may be repeated
+  servers.py start DIR [--profile FILE] [--misbehaving FILE]   returns when every server answers
+  servers.py stop DIR                                          ends what start began; may be repeated
 
-DIR/servers.txt then has a line name=value for each scenario (host:port), "ca" and
+DIR/servers.txt then has a line name=value for each server (host:port), "ca" and
 "other_ca_file" (PEM files), "profile" (the file that nginx serves, read anew for
 each request; FILE when given) and "access_log" (of nginx: connection serial,
 requests on that connection so far, status, URI). Whatever happens, all servers
@@ -14,26 +14,22 @@ end after two hours.
 
 import argparse
 import asyncio
-import base64
 import contextlib
-import gzip
+import importlib.util
 import json
 import os
 import signal
 import socket
 import ssl
-import struct
 import subprocess
 import sys
 import time
-import urllib.parse
 
 PROFILE_PATH = "/api/zmscert/profile"
 HOST = "127-0-0-1.anything.zarn.direct"
 GOOD_NAMES = f"DNS:{HOST},DNS:127-0-0-1.test.zarn.direct,IP:127.0.0.1"
 PROFILE = json.dumps({"certs": ["0123456789abcdef" * 4]}).encode()
 LIFETIME_SECONDS = 2 * 3600
-CHUNK = b"x" * 65536
 
 
 # ---- Certificates -------------------------------------------------------------
@@ -59,125 +55,11 @@ def make_certificate(directory, name, ca, alternative_names):
     return context
 
 
-# ---- Misbehaving servers --------------------------------------------------------
+# ---- Servers that misbehave ------------------------------------------------------
 
 class Request:
     def __init__(self, method, path, headers, body):
         self.method, self.path, self.headers, self.body = method, path, headers, body
-
-
-def response(status, body=b"", *headers):
-    lines = [f"HTTP/1.1 {status} x", f"Content-Length: {len(body)}", "Connection: close", *headers]
-    return "\r\n".join(lines).encode() + b"\r\n\r\n" + body
-
-
-SCENARIOS = {}
-
-
-def scenario(function):
-    SCENARIOS[function.__name__] = function
-    return function
-
-
-def fixed(name, answer):
-    async def reply(_request, out, _hosts):
-        out.write(answer)
-    SCENARIOS[name] = reply
-
-
-for code in (500, 404, 304, 204):
-    fixed(f"status{code}", response(code))
-for name in ("other_ca", "wrong_host", "plain_http"):
-    fixed(name, response(200, PROFILE))
-fixed("garbage", response(200, b"\x00\xff<html>this is no JSON"))
-fixed("empty_object", response(200, b"{}"))
-fixed("upper_case", response(200, PROFILE.upper().replace(b"CERTS", b"certs")))
-fixed("certs_object", response(200, json.dumps({"certs": {"a": "0123456789abcdef" * 4}}).encode()))
-fixed("gzip", response(200, gzip.compress(PROFILE), "Content-Encoding: gzip", "X-Kept: gzip"))
-fixed("gzip_bomb", response(200, gzip.compress(bytes(32 << 20), 1), "Content-Encoding: gzip"))
-fixed("brackets", response(200, b'{"certs":' + b"[" * 200_000 + b"]" * 200_000 + b"}"))
-fixed("announced", response(200, b"x" * 2_000_000))
-fixed("redirect_loop", response(302, b"", f"Location: {PROFILE_PATH}"))
-fixed("empty_reply", b"")
-
-
-async def send(out, data):
-    """Lets the loop see that the client has gone, which a full-speed writer else never would."""
-    out.write(data)
-    await out.drain()
-    await asyncio.sleep(0)
-
-
-@scenario
-async def redirect(_request, out, hosts):
-    out.write(response(302, b"", f"Location: https://{hosts['good']}{PROFILE_PATH}"))
-
-
-@scenario
-async def redirect_http(_request, out, hosts):
-    out.write(response(302, b"", f"Location: http://{hosts['plain_http']}{PROFILE_PATH}"))
-
-
-@scenario
-async def redirects(request, out, _hosts):
-    """/N redirects N times."""
-    left = int(request.path.strip("/"))
-    out.write(response(302, b"", f"Location: /{left - 1}") if left else response(200, PROFILE))
-
-
-@scenario
-async def reset(_request, out, _hosts):
-    await send(out, response(200, PROFILE * 100)[:300])
-    await asyncio.sleep(0.05)
-    out.get_extra_info("socket").setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-    out.transport.abort()
-
-
-@scenario
-async def endless(_request, out, _hosts):
-    out.write(b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n")
-    while True:
-        await send(out, b"10000\r\n" + CHUNK + b"\r\n")
-
-
-@scenario
-async def endless_headers(_request, out, _hosts):
-    """Interim responses without end: each one's headers stay within any limit per response."""
-    while True:
-        await send(out, b"HTTP/1.1 103 Early Hints\r\n" + b"X-Filler: y\r\n" * 50 + b"\r\n")
-
-
-@scenario
-async def silent(_request, _out, _hosts):
-    await asyncio.sleep(LIFETIME_SECONDS)
-
-
-@scenario
-async def drip(_request, out, _hosts):
-    out.write(b"HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n")
-    while True:
-        await send(out, b"x")
-        await asyncio.sleep(1)
-
-
-@scenario
-async def slow(request, out, _hosts):
-    """?ms=N answers after N milliseconds."""
-    query = urllib.parse.parse_qs(urllib.parse.urlsplit(request.path).query)
-    await asyncio.sleep(int(query.get("ms", ["300"])[0]) / 1000)
-    out.write(response(200, PROFILE))
-
-
-@scenario
-async def echo(request, out, _hosts):
-    """What was received, as JSON; the body is base64 when it is no text."""
-    try:
-        body = request.body.decode()
-    except UnicodeDecodeError:
-        body = base64.b64encode(request.body).decode()
-    answer = json.dumps({"method": request.method, "path": request.path, "headers": request.headers, "body": body})
-    whole = response(200, answer.encode(), "X-Spaces:   value \t")
-    out.write(whole.partition(b"\r\n\r\n")[0] + b"\r\n\r\n" if request.method == "HEAD" else whole)
 
 
 async def read_request(reader, writer):
@@ -190,12 +72,12 @@ async def read_request(reader, writer):
     return Request(method, path, headers, body)
 
 
-def connection_handler(name, hosts):
+def connection_handler(behave, hosts):
     async def handle(reader, writer):
         gone = (ConnectionError, asyncio.IncompleteReadError, ssl.SSLError, TimeoutError)
         with contextlib.suppress(*gone):
             try:
-                await SCENARIOS[name](await read_request(reader, writer), writer, hosts)
+                await behave(await read_request(reader, writer), writer, hosts)
                 await writer.drain()
             finally:
                 writer.close()
@@ -268,7 +150,7 @@ def note_process(directory, pid):
         file.write(f"{pid} {start_time(pid)}\n")
 
 
-async def serve(directory, profile):
+async def serve(directory, profile, scenarios):
     asyncio.get_running_loop().add_signal_handler(signal.SIGTERM, asyncio.current_task().cancel)
     make_ca(directory, "ca")
     make_ca(directory, "other_ca")
@@ -276,13 +158,13 @@ async def serve(directory, profile):
                 "other_ca": make_certificate(directory, "other", "other_ca", GOOD_NAMES),
                 "wrong_host": make_certificate(directory, "elsewhere", "ca", "DNS:elsewhere.example"),
                 "plain_http": None}
-    sockets = {name: listen() for name in ("good", "resume", *SCENARIOS)}
+    sockets = {name: listen() for name in ("good", "resume", *scenarios)}
     hosts = {name: f"{HOST}:{listener.getsockname()[1]}" for name, listener in sockets.items()}
     nginx = start_nginx(directory, profile, {name: sockets[name] for name in ("good", "resume")})
     try:
         note_process(directory, nginx.pid)
-        for name in SCENARIOS:
-            await asyncio.start_server(connection_handler(name, hosts), sock=sockets[name],
+        for name, behave in scenarios.items():
+            await asyncio.start_server(connection_handler(behave, hosts), sock=sockets[name],
                                        ssl=contexts.get(name, contexts["good"]))
         trust = ssl.create_default_context(cafile=os.path.join(directory, "ca.pem"))
         await asyncio.wait_for(wait_for_answer(sockets["good"].getsockname()[1], trust), 20)
@@ -336,7 +218,7 @@ def stop(directory):
         os.remove(os.path.join(directory, "servers.txt"))
 
 
-def start(directory, profile):
+def start(directory, profile, misbehaving):
     os.makedirs(os.path.join(directory, "nginx-tmp"), exist_ok=True)
     stop(directory)
     if profile is None:
@@ -344,8 +226,11 @@ def start(directory, profile):
         with open(profile, "wb") as file:
             file.write(PROFILE)
     log = os.path.join(directory, "servers.log")
+    command = [sys.executable, "-B", os.path.abspath(__file__), "serve", directory, "--profile", profile]
+    if misbehaving:
+        command += ["--misbehaving", misbehaving]
     with open(log, "wb") as output:
-        process = subprocess.Popen([sys.executable, os.path.abspath(__file__), "serve", directory, "--profile", profile],
+        process = subprocess.Popen(command,
                                    stdin=subprocess.DEVNULL, stdout=output, stderr=output, start_new_session=True)
     note_process(directory, process.pid)
     ready = os.path.join(directory, "servers.txt")
@@ -355,20 +240,32 @@ def start(directory, profile):
         sys.exit(f"The test servers did not start; see {log}")
 
 
+def scenarios_of(file):
+    """The table SCENARIOS of a Python file: name -> what answers a request."""
+    if file is None:
+        return {}
+    sys.modules.setdefault("servers", sys.modules[__name__])
+    description = importlib.util.spec_from_file_location("misbehaving", file)
+    module = importlib.util.module_from_spec(description)
+    description.loader.exec_module(module)
+    return module.SCENARIOS
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("command", choices=("start", "stop", "serve"))
     parser.add_argument("directory")
     parser.add_argument("--profile")
+    parser.add_argument("--misbehaving")
     arguments = parser.parse_args()
     directory = os.path.abspath(arguments.directory)
     profile = os.path.abspath(arguments.profile) if arguments.profile else None
     if arguments.command == "start":
-        start(directory, profile)
+        start(directory, profile, arguments.misbehaving and os.path.abspath(arguments.misbehaving))
     elif arguments.command == "stop":
         stop(directory)
     else:
-        asyncio.run(serve(directory, profile))
+        asyncio.run(serve(directory, profile, scenarios_of(arguments.misbehaving)))
 
 
 if __name__ == "__main__":
