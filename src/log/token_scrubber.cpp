@@ -3,7 +3,9 @@
 #include <emmintrin.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -11,10 +13,12 @@
 #include "log/scrub_rules.h"
 
 // Nearly no line holds a marker, so the work is to find that out fast. One pass
-// looks at 16 columns at a time for an "anchor" that each marker contains:
-// without regard to case "ken" or "key" and then a byte up to '>', or else "yZ".
-// At an anchor the few markers that can stand there are compared in full. The
-// rules found so are then run in their order.
+// looks for two kinds of byte pairs; every marker contains one: "ok" without regard
+// to case, or "y" and then one of a few rare bytes. At a pair, six bytes around it
+// are looked up in tables that answer the markers which can stand there: nearly
+// always none, and without a branch that could be mispredicted. The few that are
+// left are compared in full. The rules found so are then run in their order.
+// SSE2 is enough, which every x86-64 processor has.
 //
 // That equals running all rules in order, because no marker contains the mask
 // letter: a marker found after masking has no masked byte in it, so it stood
@@ -29,96 +33,73 @@ constexpr std::size_t kRuleCount = kScrubRules.size();
 constexpr RuleSet kAllRules = (RuleSet{1} << kRuleCount) - 1;
 constexpr RuleSet kCrashKeyRules = kAllRules & ~((RuleSet{1} << kFirstCrashKeyRule) - 1);
 
-constexpr unsigned char kLargestFourthByte = '>';
-constexpr std::size_t kAnchorBytes = 4;
-constexpr std::size_t kNoAnchor = ~std::size_t{0};
+// ---- Pairs -----------------------------------------------------------------------
 
-constexpr char foldCase(char c) noexcept {
-  return static_cast<char>(c | 0x20);
-}
+/// Matches two neighbouring bytes that have these values in these bits.
+struct Pair {
+  unsigned char firstMask, firstBits, secondMask, secondBits;
 
-constexpr bool isTokenAnchor(std::string_view four) noexcept {
-  return foldCase(four[0]) == 'k' && foldCase(four[1]) == 'e' &&
-         (foldCase(four[2]) == 'n' || foldCase(four[2]) == 'y') &&
-         static_cast<unsigned char>(four[3]) <= kLargestFourthByte;
-}
-
-constexpr bool isNameAnchor(std::string_view four) noexcept {
-  return four[0] == 'y' && four[1] == 'Z';
-}
-
-/// Where in the rule's marker its anchor stands.
-constexpr std::size_t anchorOf(std::string_view marker, bool (*isAnchor)(std::string_view) noexcept) {
-  for (std::size_t i = 0; i + kAnchorBytes <= marker.size(); ++i) {
-    if (isAnchor(marker.substr(i, kAnchorBytes))) return i;
+  [[nodiscard]] constexpr bool matches(char first, char second) const noexcept {
+    return (static_cast<unsigned char>(first) & firstMask) == firstBits &&
+           (static_cast<unsigned char>(second) & secondMask) == secondBits;
   }
-  return kNoAnchor;
-}
-
-/// The eight bytes of text that end with an anchor, as one number; what a
-/// marker wants them to be.
-struct Neighbours {
-  std::uint64_t bytes = 0;
-  std::uint64_t mask = 0;  ///< zero where the marker has no byte
-
-  [[nodiscard]] constexpr bool match(std::uint64_t text) const noexcept { return (text & mask) == bytes; }
-};
-
-constexpr std::size_t kBytesBeforeAnchor = sizeof(std::uint64_t) - kAnchorBytes;
-
-constexpr Neighbours neighboursOf(std::string_view marker, std::size_t anchor) {
-  Neighbours result;
-  for (std::size_t i = 0; i < sizeof(std::uint64_t); ++i) {
-    if (anchor + i < kBytesBeforeAnchor) continue;  // before the marker
-    const char byte = marker[anchor + i - kBytesBeforeAnchor];
-    result.bytes |= std::uint64_t{static_cast<unsigned char>(byte)} << (8 * i);
-    result.mask |= std::uint64_t{0xFF} << (8 * i);
+  /// As a little-endian number of 16 bits.
+  [[nodiscard]] constexpr short mask() const noexcept {
+    return static_cast<short>(firstMask | secondMask << 8);
   }
-  return result;
-}
-
-/// Rules whose anchors look alike to the filter, and what they agree on.
-struct AnchorClass {
-  RuleSet rules = 0;
-  Neighbours common;
-
-  constexpr void add(RuleSet rule, const Neighbours& other) {
-    if (rules == 0) common = other;
-    rules |= rule;
-    const std::uint64_t differing = common.bytes ^ other.bytes;  // no marker holds a zero byte
-    for (std::uint64_t byte = 0xFF; byte != 0; byte <<= 8) {
-      if ((differing & byte) != 0) common.mask &= ~byte;
-    }
-    common.bytes &= common.mask;
+  [[nodiscard]] constexpr short bits() const noexcept {
+    return static_cast<short>(firstBits | secondBits << 8);
   }
 };
+constexpr Pair kTokenPair{0xDF, 'O', 0xDF, 'K'};
+/// "y=", "y_", "yZ", or "y" before one of 29 others that hardly ever follow it.
+constexpr Pair kNamePair{0xFF, 'y', 0x98, '=' & 0x98};
 
-struct Anchors {
-  std::array<std::size_t, kRuleCount> offset{};
-  std::array<Neighbours, kRuleCount> neighbours{};
-  /// Markers with a token anchor, by its fourth byte.
-  std::array<AnchorClass, kLargestFourthByte + 1> byFourthByte{};
-  /// Markers with a name anchor and no token anchor.
-  AnchorClass named;
+/// Where in the marker its first pair stands; the marker's length without one.
+constexpr std::size_t pairIn(std::string_view marker) {
+  std::size_t i = 0;
+  while (i + 1 < marker.size() && !kTokenPair.matches(marker[i], marker[i + 1]) &&
+         !kNamePair.matches(marker[i], marker[i + 1])) {
+    ++i;
+  }
+  return i + 1 < marker.size() ? i : marker.size();
+}
+
+// ---- Candidates ------------------------------------------------------------------
+
+/// Places relative to a pair whose bytes tell the markers, and words that look
+/// like them, apart.
+constexpr std::array<std::ptrdiff_t, 6> kTellingPlaces = {-3, -2, -1, 0, 4, 5};
+constexpr std::size_t kLeftmost = -kTellingPlaces.front();
+constexpr std::size_t kRightmost = kTellingPlaces.back();
+
+constexpr std::size_t kOutside = 256;  ///< stands for a byte beyond the text
+
+struct Tables {
+  std::array<std::size_t, kRuleCount> pair{};
+  /// For each telling place, by the byte there: the rules that it does not rule out.
+  std::array<std::array<RuleSet, kOutside + 1>, kTellingPlaces.size()> fitting{};
 };
 
-consteval Anchors findAnchors() {
-  Anchors anchors;
+consteval Tables makeTables() {
+  Tables tables;
   for (std::size_t rule = 0; rule < kRuleCount; ++rule) {
     const std::string_view marker = kScrubRules[rule].marker;
-    const std::size_t token = anchorOf(marker, isTokenAnchor);
-    const std::size_t offset = token != kNoAnchor ? token : anchorOf(marker, isNameAnchor);
-    AnchorClass& alike = token != kNoAnchor
-                             ? anchors.byFourthByte[static_cast<unsigned char>(marker[token + 3])]
-                             : anchors.named;
-    anchors.offset[rule] = offset;
-    anchors.neighbours[rule] = neighboursOf(marker, offset);  // does not compile without an anchor
-    alike.add(RuleSet{1} << rule, anchors.neighbours[rule]);
+    tables.pair[rule] = pairIn(marker);
+    for (std::size_t i = 0; i < kTellingPlaces.size(); ++i) {
+      // A place before the marker's begin wraps around to a large number.
+      const std::size_t place = tables.pair[rule] + static_cast<std::size_t>(kTellingPlaces[i]);
+      const bool isInMarker = place < marker.size();
+      for (std::size_t byte = 0; byte <= kOutside; ++byte) {
+        const bool fits = !isInMarker || byte == static_cast<unsigned char>(marker[place]);
+        if (fits) tables.fitting[i][byte] |= RuleSet{1} << rule;
+      }
+    }
   }
-  return anchors;
+  return tables;
 }
 
-constexpr Anchors kAnchors = findAnchors();
+constexpr Tables kTables = makeTables();
 
 consteval bool everyMarker(bool (*holds)(std::string_view)) {
   for (const ScrubRule& rule : kScrubRules) {
@@ -129,104 +110,118 @@ consteval bool everyMarker(bool (*holds)(std::string_view)) {
 
 static_assert(everyMarker([](std::string_view m) { return m.find(kScrubMask) == m.npos; }),
               "masking must never complete another marker");
-static_assert(everyMarker([](std::string_view m) { return m.size() >= kAnchorBytes; }),
-              "lines shorter than an anchor are not looked at");
-static_assert(std::endian::native == std::endian::little, "neighbours are compared as numbers");
+static_assert(everyMarker([](std::string_view m) { return pairIn(m) < m.size(); }),
+              "the filter would never see this marker");
+static_assert(std::endian::native == std::endian::little, "pairs are compared as numbers");
 static_assert(kRuleCount < 32, "RuleSet has a bit for each rule");
 
-// ---- The filter ----------------------------------------------------------------
-
-constexpr std::size_t kColumns = 16;
-/// Bytes that one look at a block reads.
-constexpr std::size_t kBlockBytes = kColumns + kAnchorBytes - 1;
-
-__m128i load(const char* bytes) noexcept {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
-}
-
-__m128i equals(__m128i bytes, char c) noexcept {
-  return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c));
-}
-
-/// A bit for each of the 16 columns at which an anchor begins.
-std::uint64_t anchorColumns(const char* bytes) noexcept {
-  const __m128i caseBit = _mm_set1_epi8(0x20);
-  const __m128i first = load(bytes);
-  const __m128i second = load(bytes + 1);
-  const __m128i third = _mm_or_si128(load(bytes + 2), caseBit);
-  const __m128i fourth = load(bytes + 3);
-
-  const __m128i ke =
-      _mm_and_si128(equals(_mm_or_si128(first, caseBit), 'k'), equals(_mm_or_si128(second, caseBit), 'e'));
-  const __m128i nOrY = _mm_or_si128(equals(third, 'n'), equals(third, 'y'));
-  const __m128i smallFourth =
-      _mm_cmpeq_epi8(_mm_min_epu8(fourth, _mm_set1_epi8(static_cast<char>(kLargestFourthByte))), fourth);
-  const __m128i token = _mm_and_si128(_mm_and_si128(ke, nOrY), smallFourth);
-  const __m128i name = _mm_and_si128(equals(first, 'y'), equals(second, 'Z'));
-  return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_or_si128(token, name)));
+/// The rules whose marker may stand in `text` with its pair at `column`: none is
+/// missing, and few are wrong.
+inline RuleSet candidatesAt(std::string_view text, std::size_t column) noexcept {
+  const bool isInside = column >= kLeftmost && column + kRightmost < text.size();
+  RuleSet candidates = kAllRules;
+  for (std::size_t i = 0; i < kTellingPlaces.size(); ++i) {
+    const std::size_t place = column + static_cast<std::size_t>(kTellingPlaces[i]);
+    const std::size_t byte =
+        isInside || place < text.size() ? static_cast<unsigned char>(text[place]) : kOutside;
+    candidates &= kTables.fitting[i][byte];
+  }
+  return candidates;
 }
 
 bool standsAt(std::string_view text, std::size_t column, std::size_t rule) noexcept {
-  const std::size_t offset = kAnchors.offset[rule];
+  const std::size_t pair = kTables.pair[rule];
   const std::string_view marker = kScrubRules[rule].marker;
-  if (column < offset || text.size() - (column - offset) < marker.size()) return false;
-  return std::memcmp(text.data() + (column - offset), marker.data(), marker.size()) == 0;
+  return column >= pair && text.substr(column - pair, marker.size()) == marker;
 }
 
-/// The rules whose marker stands in `text` with its anchor at `column`.
-RuleSet rulesAt(std::string_view text, std::size_t column) noexcept {
-  const bool isName = text[column] == 'y';
-  const AnchorClass& alike =
-      isName ? kAnchors.named : kAnchors.byFourthByte[static_cast<unsigned char>(text[column + 3])];
-  // Words that merely look like a marker's are told apart by what stands before.
-  const bool hasNeighbours = column >= kBytesBeforeAnchor;
-  std::uint64_t neighbours = 0;
-  if (hasNeighbours) {
-    std::memcpy(&neighbours, text.data() + (column - kBytesBeforeAnchor), sizeof(neighbours));
-    if (!alike.common.match(neighbours)) return 0;
-  }
+RuleSet standingAt(std::string_view text, std::size_t column, RuleSet candidates) noexcept {
   RuleSet found = 0;
-  for (RuleSet rules = alike.rules; rules != 0; rules &= rules - 1) {
-    const auto rule = static_cast<std::size_t>(std::countr_zero(rules));
-    if (hasNeighbours && !kAnchors.neighbours[rule].match(neighbours)) continue;
+  for (; candidates != 0; candidates &= candidates - 1) {
+    const auto rule = static_cast<std::size_t>(std::countr_zero(candidates));
     if (standsAt(text, column, rule)) found |= RuleSet{1} << rule;
   }
   return found;
 }
 
-/// The rules at those of the 64 columns from `begin` that have their bit set.
+/// The rules whose marker's pair stands at one of the 64 columns from `begin` that
+/// have their bit set.
 RuleSet rulesAtColumns(std::string_view text, std::size_t begin, std::uint64_t columns) noexcept {
   RuleSet found = 0;
   for (; columns != 0; columns &= columns - 1) {
-    found |= rulesAt(text, begin + static_cast<std::size_t>(std::countr_zero(columns)));
+    const std::size_t column = begin + static_cast<std::size_t>(std::countr_zero(columns));
+    const RuleSet candidates = candidatesAt(text, column);
+    if (candidates != 0) [[unlikely]]
+      found |= standingAt(text, column, candidates);
   }
   return found;
 }
 
+// ---- The filter ----------------------------------------------------------------
+
+constexpr std::size_t kColumns = 16;
+constexpr std::size_t kBlockColumns = 4 * kColumns;
+
+/// All bits set in the 16-bit lanes that hold a pair.
+inline __m128i pairLanes(const char* bytes) noexcept {
+  const __m128i lanes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+  const auto equal = [&](const Pair& pair) {
+    return _mm_cmpeq_epi16(_mm_and_si128(lanes, _mm_set1_epi16(pair.mask())), _mm_set1_epi16(pair.bits()));
+  };
+  return _mm_or_si128(equal(kTokenPair), equal(kNamePair));
+}
+
+/// 16 columns of text; one byte more is read.
+class Look {
+ public:
+  explicit Look(const char* bytes) noexcept : even_(pairLanes(bytes)), odd_(pairLanes(bytes + 1)) {}
+
+  /// Not all zero when a pair begins at any of the columns.
+  [[nodiscard]] __m128i any() const noexcept { return _mm_or_si128(even_, odd_); }
+  /// A bit for each column at which one begins.
+  [[nodiscard]] std::uint64_t columns() const noexcept {
+    const __m128i low = _mm_set1_epi16(0xFF);
+    return static_cast<std::uint32_t>(
+        _mm_movemask_epi8(_mm_or_si128(_mm_and_si128(even_, low), _mm_andnot_si128(low, odd_))));
+  }
+
+ private:
+  __m128i even_;
+  __m128i odd_;
+};
+
+/// A bit for each of the 64 columns at which a pair begins; one byte more is read.
+inline std::uint64_t pairsInBlock(const char* bytes) noexcept {
+  const Look first(bytes);
+  const Look second(bytes + kColumns);
+  const Look third(bytes + 2 * kColumns);
+  const Look fourth(bytes + 3 * kColumns);
+  const __m128i any =
+      _mm_or_si128(_mm_or_si128(first.any(), second.any()), _mm_or_si128(third.any(), fourth.any()));
+  if (_mm_movemask_epi8(any) == 0) [[likely]]
+    return 0;
+  return first.columns() | second.columns() << kColumns | third.columns() << (2 * kColumns) |
+         fourth.columns() << (3 * kColumns);
+}
+
 RuleSet rulesInShortText(std::string_view text) noexcept {
-  // Zeros behind the text can complete an anchor but no marker.
-  char padded[kBlockBytes] = {};
+  // Zeros behind the text can complete no pair.
+  char padded[kBlockColumns + 1] = {};
   std::copy(text.begin(), text.end(), padded);
-  return rulesAtColumns({padded, kBlockBytes}, 0, anchorColumns(padded));
+  return rulesAtColumns(text, 0, pairsInBlock(padded));
 }
 
 /// Every rule whose marker occurs in `text`.
 RuleSet rulesIn(std::string_view text) noexcept {
-  if (text.size() < kAnchorBytes) return 0;
-  if (text.size() < kBlockBytes) return rulesInShortText(text);
-  const char* const bytes = text.data();
-  const std::size_t last = text.size() - kBlockBytes;  // where the last block begins
+  if (text.size() <= kBlockColumns) return rulesInShortText(text);
+  const std::size_t last = text.size() - (kBlockColumns + 1);  // where the last block begins
   RuleSet found = 0;
-  std::size_t begin = 0;
-  for (; begin + 3 * kColumns <= last; begin += 4 * kColumns) {
-    const std::uint64_t columns = anchorColumns(bytes + begin) |
-                                  anchorColumns(bytes + begin + kColumns) << kColumns |
-                                  anchorColumns(bytes + begin + 2 * kColumns) << (2 * kColumns) |
-                                  anchorColumns(bytes + begin + 3 * kColumns) << (3 * kColumns);
+  for (std::size_t begin = 0; begin < last; begin += kBlockColumns) {
+    const std::uint64_t columns = pairsInBlock(text.data() + begin);
     if (columns != 0) found |= rulesAtColumns(text, begin, columns);
   }
-  for (; begin < last; begin += kColumns) found |= rulesAtColumns(text, begin, anchorColumns(bytes + begin));
-  return found | rulesAtColumns(text, last, anchorColumns(bytes + last));  // may overlap the block before
+  // The last block may overlap the one before.
+  return found | rulesAtColumns(text, last, pairsInBlock(text.data() + last));
 }
 
 // ---- Masking -------------------------------------------------------------------
