@@ -1,5 +1,7 @@
 #include "util/logging.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -11,6 +13,33 @@ std::atomic<LogSink*> currentLogSink{nullptr};
 
 std::string formatPrintf(std::string_view format, fmt::printf_args args) {
   return fmt::vsprintf(fmt::string_view(format.data(), format.size()), args);
+}
+
+void PlainArgument::appendTo(std::string& result) const {
+  result.append(text_);
+  if (!isNumber_) return;
+  const fmt::format_int digits(magnitude_);
+  result.append(digits.data(), digits.size());
+}
+
+std::string formatPlain(std::string_view format, std::initializer_list<PlainArgument> arguments) {
+  std::size_t size = format.size();
+  for (const PlainArgument& argument : arguments) size += argument.expectedSize();
+  std::string result;
+  result.reserve(size);
+  const PlainArgument* argument = arguments.begin();
+  for (;;) {
+    const std::size_t sign = format.find('%');
+    result.append(format.substr(0, sign));
+    if (sign == std::string_view::npos) return result;
+    if (format[sign + 1] == '%') {
+      result += '%';
+    } else {
+      argument->appendTo(result);
+      ++argument;
+    }
+    format.remove_prefix(sign + 2);
+  }
 }
 
 void logSystemError(LogLevel level, std::uint32_t code) {

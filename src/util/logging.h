@@ -16,6 +16,7 @@
 #include <atomic>
 #include <concepts>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -95,6 +96,62 @@ constexpr bool fits(char conversion, ArgumentKind kind) {
   return conversion == 's' && kind == ArgumentKind::Text;
 }
 
+template <typename T, typename... Others>
+inline constexpr bool kIsAnyOf = (std::is_same_v<T, Others> || ...);
+
+/// The conversion that shows a T just as it is; 0 when none does.
+template <typename T>
+consteval char plainConversion() {
+  using U = std::remove_cvref_t<T>;
+  if (argumentKind<T>() == ArgumentKind::Text) return 's';
+  if (kIsAnyOf<U, int, long, long long>) return 'd';
+  if (kIsAnyOf<U, unsigned, unsigned long, unsigned long long>) return 'u';
+  return kIsAnyOf<U, char> ? 'c' : '\0';
+}
+
+/// Whether each conversion is its argument's plain one, without flags, width,
+/// precision and length. Most formats are; they need no printf machinery.
+template <typename... Args>
+consteval bool isPlainFormat(std::string_view text) {
+  constexpr char wanted[] = {plainConversion<Args>()..., '\0'};
+  std::size_t used = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') continue;
+    if (++i == text.size()) return false;
+    if (text[i] == '%') continue;
+    if (wanted[used] == '\0' || text[i] != wanted[used]) return false;
+    ++used;
+  }
+  return used == sizeof...(Args);
+}
+
+/// One argument of a plain format. Refers to texts and characters, which must outlive it.
+class PlainArgument {
+ public:
+  explicit PlainArgument(std::string_view text) noexcept : text_(text) {}
+  explicit PlainArgument(const char* text) noexcept : text_(text != nullptr ? text : "(null)") {}
+  explicit PlainArgument(const char& character) noexcept : text_(&character, 1) {}
+  template <std::signed_integral T>
+  explicit PlainArgument(T number) noexcept
+      : text_(number < 0 ? "-" : ""),
+        magnitude_(number < 0 ? 0 - static_cast<std::uint64_t>(number) : static_cast<std::uint64_t>(number)),
+        isNumber_(true) {}
+  template <std::unsigned_integral T>
+  explicit PlainArgument(T number) noexcept : magnitude_(number), isNumber_(true) {}
+
+  void appendTo(std::string& result) const;
+  /// For memory: numbers are seldom longer.
+  [[nodiscard]] std::size_t expectedSize() const noexcept { return isNumber_ ? 8 : text_.size(); }
+
+ private:
+  std::string_view text_;  ///< of a number: its sign
+  std::uint64_t magnitude_ = 0;
+  bool isNumber_ = false;
+};
+
+/// What formatPrintf answers, for a format that isPlainFormat() with these arguments.
+std::string formatPlain(std::string_view format, std::initializer_list<PlainArgument> arguments);
+
 }  // namespace detail
 
 /// A format text known only at run time; a mismatch is then a fmt::format_error
@@ -109,12 +166,21 @@ class PrintfFormat {
  public:
   template <typename T>
   requires std::convertible_to<const T&, std::string_view>
-  consteval PrintfFormat(const T& text) : text_(text) {  // NOLINT(google-explicit-constructor)
+  consteval PrintfFormat(const T& text)  // NOLINT(google-explicit-constructor)
+      : text_(text), isPlain_(detail::isPlainFormat<Args...>(text_)) {
     check();
   }
   PrintfFormat(RuntimeFormat format) : text_(format.text) {}  // NOLINT(google-explicit-constructor)
 
   [[nodiscard]] constexpr std::string_view text() const { return text_; }
+
+  /// Throws fmt::format_error when a RuntimeFormat does not fit.
+  [[nodiscard]] std::string format(const Args&... args) const {
+    if constexpr (((detail::plainConversion<Args>() != '\0') && ...)) {
+      if (isPlain_) return detail::formatPlain(text_, {detail::PlainArgument(args)...});
+    }
+    return detail::formatPrintf(text_, fmt::make_printf_args(args...));
+  }
 
  private:
   consteval void check() const {
@@ -147,6 +213,7 @@ class PrintfFormat {
   }
 
   std::string_view text_;
+  bool isPlain_ = false;
 };
 
 /// Makes `sink` the destination of all lines from here on (null: nowhere) and
@@ -160,7 +227,7 @@ LogSink* setLogSink(LogSink* sink) noexcept;
 /// Formats with the printf rules. Throws fmt::format_error on a format that does not fit.
 template <typename... Args>
 std::string formatPrintf(PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
-  return detail::formatPrintf(format.text(), fmt::make_printf_args(args...));
+  return format.format(args...);
 }
 
 /// Writes one line. A line above the threshold costs an atomic load; its
@@ -169,7 +236,7 @@ template <typename... Args>
 void logLine(LogLevel level, PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
   LogSink* const sink = logSink();
   if (sink == nullptr || !sink->isEnabled(level)) return;
-  sink->submit(level, detail::formatPrintf(format.text(), fmt::make_printf_args(args...)));
+  sink->submit(level, format.format(args...));
 }
 
 namespace detail {
@@ -197,7 +264,7 @@ template <typename... Args>
 [[noreturn]] void logFatal(PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
   std::string message;
   try {
-    message = detail::formatPrintf(format.text(), fmt::make_printf_args(args...));
+    message = format.format(args...);
   } catch (const std::exception& error) {
     message = formatPrintf("Log: Error handling format string '%s': %s", format.text(),
                            std::string_view(error.what()));

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include "support/recording_log.h"
 
 namespace zarn {
@@ -23,6 +25,19 @@ TEST(Logging, PrintfConversions) {
           std::size_t{9}, std::string("text"));
   EXPECT_EQ(log.lines(),
             (std::vector<testing::LoggedLine>{{LogLevel::Warn, "0007|-2146762496|ff|1.2|9|text|100%"}}));
+}
+
+template <typename... Args>
+void expectAsPrintf(PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
+  EXPECT_EQ(format.format(args...), detail::formatPrintf(format.text(), fmt::make_printf_args(args...)));
+}
+
+TEST(Logging, PlainConversionsShowWhatPrintfShows) {
+  const char* const none = nullptr;
+  expectAsPrintf("%%%s%%d|%s|%s|%s|%c%%", "a", std::string("b\0c", 3), std::string_view(), none, 'x');
+  expectAsPrintf("%d|%d|%d|%d", INT_MIN, 0, LLONG_MIN, LONG_MAX);
+  expectAsPrintf("%u|%u|%s%u", 0U, ULLONG_MAX, "", ULONG_MAX);
+  expectAsPrintf("%d|%u|%d", 'x', -1, ULLONG_MAX);
 }
 
 TEST(Logging, Win32ErrorReportsTheErrorCurrentAtTheCall) {
