@@ -66,10 +66,17 @@ void ElasticThreadPool::addWorker() {
 void ElasticThreadPool::work() {
   const auto queue = workQueue_;
   for (;;) {
-    const auto deadline = std::chrono::steady_clock::now() + idleTime_;
-    if (queue->run_one_until(deadline) != 0) continue;
+    if (queue->poll_one() != 0) continue;  // spares the clock while there is work
+    if (waitAndRunOne(*queue)) continue;
     if (!mustStay(threadCount_) && leave()) return;
   }
+}
+
+bool ElasticThreadPool::waitAndRunOne(boost::asio::io_context& queue) {
+  // Who would stay anyway sleeps without a deadline: nothing wakes an idle process.
+  // When the pool has grown meanwhile, it is the others that leave.
+  if (threadCount_ <= lowerBound_ && inService_) return queue.run_one() != 0;
+  return queue.run_one_until(std::chrono::steady_clock::now() + idleTime_) != 0;
 }
 
 bool ElasticThreadPool::mustStay(std::size_t threads) const noexcept {

@@ -43,6 +43,8 @@ class ElasticThreadPool {
   void growIfNeeded(std::size_t demand) ZARN_EXCLUDES(mutex_);
   void addWorker() ZARN_REQUIRES(mutex_);
   void work();
+  /// Runs one task when one comes before the calling worker has been idle for long.
+  bool waitAndRunOne(boost::asio::io_context& queue);
   /// Whether an idle worker stays in a pool of `threads`.
   [[nodiscard]] bool mustStay(std::size_t threads) const noexcept;
   /// Takes the calling worker out of the pool, if it may still leave.
@@ -62,7 +64,8 @@ class ElasticThreadPool {
   std::atomic<std::size_t> threadCount_{0};
   std::atomic<bool> inService_{true};
   std::map<boost::thread::id, boost::thread> workers_ ZARN_GUARDED_BY(mutex_);
-  /// The last worker that left; the next one to leave joins it.
+  /// The worker that left last: it cannot join itself, so the next one to leave, or
+  /// the destructor, does. At most one ended thread waits so, however many come and go.
   boost::thread departed_ ZARN_GUARDED_BY(mutex_);
 };
 
