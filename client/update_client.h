@@ -51,9 +51,10 @@ struct CallError {
 template <typename T>
 class [[nodiscard]] Result {
  public:
-  Result(T value)
-      : state_(std::in_place_index<0>, std::move(value)) {}           // NOLINT(google-explicit-constructor)
-  Result(CallError error) : state_(std::in_place_index<1>, error) {}  // NOLINT(google-explicit-constructor)
+  // NOLINTNEXTLINE(google-explicit-constructor)
+  Result(T value) : state_(std::in_place_index<0>, std::move(value)) {}
+  // NOLINTNEXTLINE(google-explicit-constructor)
+  Result(CallError error) : state_(std::in_place_index<1>, error) {}
 
   [[nodiscard]] bool ok() const noexcept { return state_.index() == 0; }
   /// Throws std::bad_variant_access when ok() is false.

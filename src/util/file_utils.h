@@ -13,7 +13,7 @@
 namespace zarn::FileUtils {
 
 struct FileCloser {
-  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+  void operator()(std::FILE* file) const noexcept { static_cast<void>(std::fclose(file)); }
 };
 using ScopedFile = std::unique_ptr<std::FILE, FileCloser>;
 
