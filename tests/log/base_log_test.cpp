@@ -1,32 +1,29 @@
 #include "log/base_log.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <boost/filesystem/operations.hpp>
 #include <csignal>
-#include <cstdlib>
-#include <future>
 #include <thread>
 
-#include "log/log_files.h"
 #include "log/log_line.h"
 #include "log/probe_log.h"
-#include "support/recording_log.h"
+#include "support/environment.h"
 #include "util/environment.h"
 
-namespace zarn {
+namespace zarn::testing {
 namespace {
 
 using ::testing::ElementsAre;
-using namespace testing;  // ours: the fixtures of tests/
+using ::testing::MatchesRegex;
 
 class LogInDirectory : public ::testing::Test {
  protected:
-  /// File `number` of a log named "Test".
   [[nodiscard]] std::string file(std::size_t number) const {
     return LogFiles::path(dir_.path(), "Test", number);
   }
-  [[nodiscard]] Lines messages(std::size_t number) const { return messagesIn(file(number)); }
+  [[nodiscard]] Lines messages(std::size_t number) const { return messagesIn(dir_.path(), number); }
   /// One whole run of a logger that writes one line.
   void run(const std::string& line, std::int32_t kept) const {
     ProbeLog log(dir_.path());
@@ -46,7 +43,6 @@ TEST(LogLine, Format) {
       {{LogLevel::Info, 4312, {1'800'000'001, 123}, ""}, ".123 [4312] INFO - \n"},
       {{LogLevel::Debug, 10000, {1'800'000'001, 999}, "a\nb"}, ".999 [10000] DEBUG - a\nb\n"},
       {{LogLevel::Verbose, 0, {1'800'000'001, 0}, "\n"}, ".000 [0000] VERBOSE - \n"},
-      {{LogLevel{9}, 1, {1'800'000'000, 1}, "text"}, ".001 [0001] ? - text\n"},
   };
   LogLineRenderer renderer;
   for (const auto& [item, end] : cases) {
@@ -60,7 +56,6 @@ TEST(LogLine, Format) {
 TEST_F(LogInDirectory, LinesAreCompleteAndScreenedAgainWhenWritten) {
   log_.setThreshold(LogLevel::Info);
   log_.start("Test");
-  log_.start("Other");  // changes nothing
   {
     const LogTag outer("Install");
     const LogTag inner("Verify");
@@ -69,81 +64,60 @@ TEST_F(LogInDirectory, LinesAreCompleteAndScreenedAgainWhenWritten) {
   }
   log_.submit(LogLevel::Debug, "screened");
   log_.write({"broken off\r\n"});
-  EXPECT_THAT(readFile(file(0)), Reads("??? ##, #### ##:##:##.### [*] WARN - *\n"));
+  EXPECT_THAT(readFile(file(0)), MatchesRegex("... .., .... ..:..:..\\.... \\[.+\\] WARN - .*\n.*\n"));
   EXPECT_THAT(messages(0), ElementsAre("[Install/Verify] tagged", "broken off\r"));
 }
 
 TEST_F(LogInDirectory, EveryRunBeginsAFileAndTheOldestGoes) {
-  const RecordingLog errors;
-  for (int i = 1; i <= 7; ++i) run("run " + std::to_string(i), 5);
-  for (std::size_t n = 0; n <= 5; ++n) EXPECT_THAT(messages(n), ElementsAre("run " + std::to_string(7 - n)));
-  EXPECT_FALSE(FileUtils::exists(file(6)));
-  for (const std::int32_t kept : {2, 0, -7}) run("kept " + std::to_string(kept), kept);
+  for (const std::int32_t i : {1, 2, 3, 4}) run("run " + std::to_string(i), 2);
+  for (std::size_t n = 0; n <= 2; ++n) EXPECT_THAT(messages(n), ElementsAre("run " + std::to_string(4 - n)));
+  EXPECT_FALSE(FileUtils::exists(file(3)));
+  for (const std::int32_t kept : {0, -7}) run("kept " + std::to_string(kept), kept);
   EXPECT_THAT(messages(1), ElementsAre("kept 0"));  // less than one is one
-  EXPECT_THAT(messages(2), ElementsAre("run 6"));   // what lies above the number stays
-  EXPECT_THAT(messages(3), ElementsAre("run 4"));
-  EXPECT_TRUE(errors.lines().empty()) << "numbers without a file are no error";
+  EXPECT_THAT(messages(2), ElementsAre("run 2"));   // what lies above the number stays
 }
 
 TEST_F(LogInDirectory, AFullFileRotatesAfterTheWholeLine) {
   log_.whenOpened = [&] { log_.submit(LogLevel::Info, "banner"); };
   log_.start("Test");
-  const std::string longLine(2'000'000, 'l');
   log_.write(Lines(9, std::string(1 << 20, 'm')));
   EXPECT_FALSE(FileUtils::exists(file(1)));
-  log_.write({longLine, "after"});
+  log_.write({std::string(2'000'000, 'l'), "after"});
   const Lines full = messages(1);
   ASSERT_EQ(full.size(), 11U);
   EXPECT_EQ(full.front(), "banner");
-  EXPECT_TRUE(full.back() == longLine);
+  EXPECT_EQ(full.back().size(), 2'000'000U);
   EXPECT_THAT(messages(0), ElementsAre("banner", "after"));
 }
 
-TEST_F(LogInDirectory, ARequestedRotationFollowsTheNextLine) {
-  log_.start("Test");
-  log_.flush();
-  log_.requestRotation();
-  log_.flush();
-  log_.write({"sets it off", "after"});
-  EXPECT_THAT(messages(0), ElementsAre("after"));
-  EXPECT_THAT(messages(1), ElementsAre("sets it off"));
-}
-
 TEST_F(LogInDirectory, SynchronousLinesAreWrittenByTheirThread) {
-  int written = 0;
-  log_.whileWriting = [&] {
-    ++written;
+  Lines written;
+  log_.whileWriting = [&, here = std::this_thread::get_id()] {
+    written.emplace_back(std::this_thread::get_id() == here ? "here" : "elsewhere");
     log_.submit(LogLevel::Error, "from inside");  // dropped, not written inside the other
   };
-  log_.write({"before the start"});
-  EXPECT_EQ(written, 1);
   log_.setSynchronous(true);
   log_.start("Test");
   log_.flush();
-  log_.requestRotation();
   log_.submit(LogLevel::Info, "one");
   EXPECT_THAT(messages(0), ElementsAre("one"));
   log_.setSynchronous(false);
+  log_.whileWriting = [&] { written.emplace_back("queued"); };
   log_.write({"two"});
-  EXPECT_EQ(written, 3);
   log_.stop();
   log_.write({"dropped"});
-  EXPECT_EQ(written, 3);
-  log_.setSynchronous(true);
-  log_.write({"no file any more"});
-  EXPECT_EQ(written, 4);
+  EXPECT_THAT(written, ElementsAre("here", "queued"));
 }
 
 TEST_F(LogInDirectory, ManyProducersLoseNothingAndKeepTheirOrder) {
   constexpr int lines = 2000;
   log_.start("Test");
   std::vector<std::thread> producers;
-  producers.reserve(4);
   for (int t = 0; t < 4; ++t) {
     producers.emplace_back([this, t] {
       for (int i = 0; i < lines; ++i) {
         log_.submit(LogLevel::Info,
-                    formatPrintf("%d %d", t, i) + std::string(i % 300 == 0 ? 5000U : 0U, '.'));
+                    formatPrintf("%d %d %s", t, i, std::string(i % 300 == 0 ? 5000U : 0U, '.')));
         if (i % 500 == 0) log_.flush();
       }
     });
@@ -160,29 +134,6 @@ TEST_F(LogInDirectory, ManyProducersLoseNothingAndKeepTheirOrder) {
   EXPECT_THAT(next, ::testing::Each(lines));
 }
 
-TEST_F(LogInDirectory, LinesStillQueuedAtTheStopAreNotWritten) {
-  // The stop comes while the first line is being written; whether it has come in
-  // time cannot be seen from outside, so a late one is tried again.
-  for (int attempt = 0; attempt < 20; ++attempt) {
-    ProbeLog log(dir_.path());
-    std::promise<void> writing;
-    std::promise<void> stopping;
-    log.whileWriting = [&, first = true]() mutable {
-      if (!std::exchange(first, false)) return;
-      writing.set_value();
-      stopping.get_future().wait();
-      std::this_thread::sleep_for(std::chrono::milliseconds(20 * (attempt + 1)));
-    };
-    log.start("Test");
-    for (const char* line : {"one", "two", "three"}) log.submit(LogLevel::Info, line);
-    writing.get_future().wait();
-    stopping.set_value();
-    log.stop();
-    if (messages(0) == Lines{"one"}) return;
-  }
-  FAIL() << "queued lines were written after the stop";
-}
-
 TEST_F(LogInDirectory, AFailedStartLeavesOneLineBehind) {
   log_.directory = dir_ / "Logs";
   for (const char* reason : {"a reason long enough to show what is left of it", "no\nroom"}) {
@@ -192,7 +143,7 @@ TEST_F(LogInDirectory, AFailedStartLeavesOneLineBehind) {
     EXPECT_THROW(log_.start("Test"), std::runtime_error);
   }
   EXPECT_THAT(readFile(FileUtils::join(log_.directory, "Startup Crash.log")),
-              Reads("??? ##, #### ##:##:##: Failed to initialize logging: no\\x0aroom"));
+              MatchesRegex("... .., .... ..:..:..: Failed to initialize logging: no\\\\x0aroom"));
 }
 
 TEST_F(LogInDirectory, PlantedLinksAreNotWrittenThrough) {
@@ -214,23 +165,16 @@ TEST_F(LogInDirectory, PlantedLinksAreNotWrittenThrough) {
 }
 
 #ifdef _WIN32
-void setEnvironment(const char* name, const std::string& text) {
-  _putenv_s(name, text.c_str());
-}
 const ::testing::ExitedWithCode endsFatally(static_cast<int>(0xC0DEDEAD));
 #else
-void setEnvironment(const char* name, const std::string& text) {
-  ::setenv(name, text.c_str(), 1);
-}
 const ::testing::KilledBySignal endsFatally(SIGABRT);
 #endif
 
 TEST_F(LogInDirectory, FatalWritesEverythingFirst) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   // The dying process runs this test from its beginning and must find our directory.
-  constexpr char variable[] = "ZARN_LOG_TEST_DIRECTORY";
-  log_.directory = environmentVariable(variable).value_or(dir_.path());
-  setEnvironment(variable, log_.directory);
+  log_.directory = environmentVariable("ZARN_LOG_TEST_DIRECTORY").value_or(dir_.path());
+  setEnvironment("ZARN_LOG_TEST_DIRECTORY", log_.directory);
   const auto die = [&](std::size_t lines, bool onWriter) {
     if (onWriter) log_.whenOpened = [&] { log_.fatal("the end"); };  // must not wait for itself
     log_.start("Test");
@@ -245,4 +189,4 @@ TEST_F(LogInDirectory, FatalWritesEverythingFirst) {
 }
 
 }  // namespace
-}  // namespace zarn
+}  // namespace zarn::testing

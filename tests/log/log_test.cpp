@@ -1,16 +1,16 @@
 #include "log/log.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "log/log_files.h"
 #include "log/probe_log.h"
 #include "prefs/test_preferences.h"
+#include "support/environment.h"
 
-namespace zarn {
+namespace zarn::testing {
 namespace {
 
 using ::testing::ElementsAre;
-using namespace testing;  // ours: the fixtures of tests/
 
 class ServiceLog : public ::testing::Test {
  protected:
@@ -20,9 +20,9 @@ class ServiceLog : public ::testing::Test {
   }
   void TearDown() override { FileUtils::setApplicationDataOverride(""); }
 
-  [[nodiscard]] Lines messages(const char* directory, std::size_t number = 0) {
+  [[nodiscard]] Lines messages(const char* directory) {
     log_.flush();
-    return messagesIn(LogFiles::path(FileUtils::join(dir_ / directory, "Logs"), "Test", number));
+    return messagesIn(FileUtils::join(dir_ / directory, "Logs"));
   }
 
   TempDirectory dir_;
@@ -35,18 +35,15 @@ TEST_F(ServiceLog, PreferencesOnlyRaiseTheThreshold) {
   preferences_.setBoolValue("logDebug", false);
   log_.start("Test");
   EXPECT_EQ(log_.threshold(), LogLevel::Info);
-  const std::pair<const char*, LogLevel> steps[] = {{"LogMemoryUse", LogLevel::Debug},
-                                                    {"LogVerbose", LogLevel::Verbose}};
-  for (const auto& [id, level] : steps) {
+  for (const auto& [id, level] :
+       {std::pair{"LogMemoryUse", LogLevel::Debug}, {"LogVerbose", LogLevel::Verbose}}) {
     preferences_.setBoolValue(id, true);
     EXPECT_EQ(log_.threshold(), level);
+    preferences_.setBoolValue(id, false);
+    EXPECT_EQ(log_.threshold(), level);
   }
-  for (const auto& [id, level] : steps) preferences_.setBoolValue(id, false);
-  EXPECT_EQ(log_.threshold(), LogLevel::Verbose);
-  for (const bool synchronous : {true, false}) {
-    preferences_.setBoolValue("LogSynchronous", synchronous);
-    EXPECT_EQ(log_.isSynchronous(), synchronous);
-  }
+  preferences_.setBoolValue("LogSynchronous", true);
+  EXPECT_TRUE(log_.isSynchronous());
 }
 
 TEST_F(ServiceLog, ScrubsAndAnnouncesLines) {
@@ -72,10 +69,8 @@ TEST_F(ServiceLog, MovesToANewDirectoryAfterSayingSo) {
 
 TEST_F(ServiceLog, TakesTheCollectorFromTheEnvironment) {
   log_.start("Test");
-  log_.configureNetworkLoggingFromEnvironment();
-  const std::pair<const char*, const char*> settings[] = {
-      {"no port", "5"}, {"127.0.0.1:9", "\n5"}, {"127.0.0.1:9", "0"}, {"127.0.0.1:9", "5"}};
-  for (const auto& [collector, minutes] : settings) {
+  for (const auto& [collector, minutes] :
+       {std::pair{"no port", "5"}, {"127.0.0.1:9", "\n5"}, {"127.0.0.1:9", "5"}}) {
     setEnvironment("ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR", collector);
     setEnvironment("ZARN_MEDIA_SERVER_SYSLOG_MINUTES", minutes);
     log_.configureNetworkLoggingFromEnvironment();
@@ -83,7 +78,6 @@ TEST_F(ServiceLog, TakesTheCollectorFromTheEnvironment) {
   const std::string error = "Error enabling networked logging: ZARN_MEDIA_SERVER_SYSLOG_";
   EXPECT_THAT(messages("first"), ElementsAre(error + "COLLECTOR is 'no port' and not host:port.",
                                              error + "MINUTES is '\\x0a5' and not a positive number.",
-                                             error + "MINUTES is '0' and not a positive number.",
                                              "Enabling networked logging for 5 minutes."));
 }
 
@@ -96,4 +90,4 @@ TEST_F(ServiceLog, ADirectoryThatCannotBeMadeCostsTheFileOnly) {
 }
 
 }  // namespace
-}  // namespace zarn
+}  // namespace zarn::testing

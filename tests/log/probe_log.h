@@ -1,15 +1,12 @@
 // A logger with settable parts, for tests of the machinery.
 #pragma once
 
-#include <gmock/gmock.h>
-
-#include <cstdlib>
 #include <functional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "log/base_log.h"
+#include "log/log_files.h"
 #include "support/temp_directory.h"
 
 namespace zarn::testing {
@@ -47,37 +44,15 @@ class ProbeLog final : public BaseLog {
   std::int32_t rotatedFileCount() override { return keptFiles; }
   std::string accountUserName() override { return "user"; }
   void onFileOpened() override { whenOpened(); }
-  void scrubMessage(std::string& message) override { static_cast<void>(message); }
+  void scrubMessage(std::string& /*message*/) override {}
 };
 
-/// Compares a whole text with a pattern: # is a digit, ? any character, * any run of them.
-inline bool reads(std::string_view text, std::string_view pattern) {
-  if (pattern.empty()) return text.empty();
-  if (pattern[0] == '*' && reads(text, pattern.substr(1))) return true;
-  if (text.empty()) return false;
-  if (pattern[0] == '*') return reads(text.substr(1), pattern);
-  const bool fits =
-      pattern[0] == '#' ? text[0] >= '0' && text[0] <= '9' : pattern[0] == '?' || pattern[0] == text[0];
-  return fits && reads(text.substr(1), pattern.substr(1));
-}
-MATCHER_P(Reads, pattern, "") {
-  return reads(arg, pattern);
-}
-
-/// The messages of the lines in a log file, what stands before " - " left out.
-inline Lines messagesIn(const std::string& path) {
+/// The messages in file `number` of a log named "Test", without what stands before " - ".
+inline Lines messagesIn(const std::string& directory, std::size_t number = 0) {
   Lines messages;
-  std::ifstream file(FileUtils::toPath(path).c_str());
+  std::ifstream file(FileUtils::toPath(LogFiles::path(directory, "Test", number)).c_str());
   for (std::string line; std::getline(file, line);) messages.push_back(line.substr(line.find(" - ") + 3));
   return messages;
-}
-
-inline void setEnvironment(const char* name, const std::string& text) {
-#ifdef _WIN32
-  _putenv_s(name, text.c_str());
-#else
-  ::setenv(name, text.c_str(), 1);
-#endif
 }
 
 }  // namespace zarn::testing
