@@ -7,29 +7,28 @@
 #include "prefs/value_text.h"
 #include "support/recording_log.h"
 
-namespace zarn {
+namespace zarn::testing {
 namespace {
 
-using testing::LoggedLine;
-using testing::RecordingLog;
-
 template <typename Default>
-Preference make(Default defaultValue, const std::string& overrides = "",
+Preference make(Default defaultValue, const std::string& overrides,
                 PreferenceFlags flags = PreferenceFlags::None) {
   return {"Id", defaultValue, flags, "general", "feature", "extra", std::make_shared<QueryString>(overrides)};
 }
 
 TEST(QueryString, DecodesKeysAndValues) {
-  const QueryString query("a=1&a=2&%62=x%2By+z&c&d=&=lost&&e=100%&f=%4&g=%zz&h=p=q");
-  const std::vector<std::pair<std::string, std::string>> expected = {
-      {"a", "1"},    {"b", "x+y z"}, {"c", ""},    {"d", ""},
-      {"e", "100%"}, {"f", "%4"},    {"g", "%zz"}, {"h", "p=q"}};
-  for (const auto& [key, value] : expected) {
+  const QueryString query("a=1&a=2&%62=x%2By+z&c&=lost&&e=100%&f=%4&g=%zz&h=p=q");
+  for (const auto& [key, value] : {std::pair{"a", "1"},
+                                   {"b", "x+y z"},
+                                   {"c", ""},
+                                   {"e", "100%"},
+                                   {"f", "%4"},
+                                   {"g", "%zz"},
+                                   {"h", "p=q"}}) {
     ASSERT_NE(query.find(key), nullptr) << key;
     EXPECT_EQ(*query.find(key), value) << key;
   }
   EXPECT_EQ(query.find(""), nullptr);
-  EXPECT_EQ(query.find("lost"), nullptr);
 }
 
 TEST(ValueText, Numbers) {
@@ -38,19 +37,15 @@ TEST(ValueText, Numbers) {
   for (const char* const text : {"", "+", "+-1", "2147483648", "12abc", " 1", "1 ", "0x10", "1.0"}) {
     EXPECT_FALSE(parseInt(text)) << text;
   }
-  for (const char* const text :
-       {"nan", "NAN", "-nan", "infinity", "INFINITY", "inf", "-inf", "1e3", "-.5", "2."}) {
+  for (const char* const text : {"nan", "-nan", "INFINITY", "-inf", "1e3", "-.5", "2."}) {
     EXPECT_TRUE(parseDouble(text)) << text;
   }
   for (const char* const text :
-       {"",  "Nan", "INF", "Infinity", "nan(1)", "infinit", "1e", "1E",  "1+",    "1-",
-        "e", "E",   "+",   "1e+",      "+-1",    " 1",      "1 ", "0x1", "1e999", "1,5"}) {
+       {"", "Nan", "INF", "nan(1)", "infinit", "1e", "e", "1e+", "+-1", " 1", "1 ", "0x1", "1e999", "1,5"}) {
     EXPECT_FALSE(parseDouble(text)) << text;
   }
   EXPECT_EQ(doubleText(0.1), "0.10000000000000001");
   EXPECT_EQ(doubleText(16.0), "16");
-  EXPECT_EQ(doubleText(-1.7976931348623157e308), "-1.7976931348623157e+308");
-  EXPECT_EQ(doubleText(std::numeric_limits<double>::infinity()), "inf");
 }
 
 TEST(Preference, OverridesOfTheRightKindReplaceTheDefault) {
@@ -59,7 +54,6 @@ TEST(Preference, OverridesOfTheRightKindReplaceTheDefault) {
   EXPECT_FALSE(make(true, "Id=False").defaultAsBool());
   EXPECT_EQ(make("compiled", "Id=a%20b").defaultAsText(), "a b");
   EXPECT_EQ(make(5, "Id=%2B007").defaultAsInt(), 7);
-  EXPECT_EQ(make(std::uint16_t{80}, "Id=443").defaultAsInt(), 443);
   EXPECT_EQ(make(1.5, "Id=2.5e1").defaultAsDouble(), 25.0);
   // Empty ones, and those of other identifiers, do not.
   EXPECT_EQ(make(5, "Id=").defaultAsInt(), 5);
@@ -68,27 +62,15 @@ TEST(Preference, OverridesOfTheRightKindReplaceTheDefault) {
   // Those of the wrong kind are reported, each on one line.
   EXPECT_TRUE(make(true, "Id=yes").defaultAsBool());
   EXPECT_EQ(make(5, "Id=1%0A2").defaultAsInt(), 5);
-  EXPECT_EQ(make(std::uint16_t{80}, "Id=80x").defaultAsInt(), 80);
   EXPECT_EQ(make(1.5, "Id=1e").defaultAsDouble(), 1.5);
-  const auto warning = [](const std::string& text) {
-    return LoggedLine{LogLevel::Warn, "Preferences: invalid default value: Id=" + text};
-  };
-  EXPECT_THAT(log.lines(),
-              ::testing::ElementsAre(warning("yes"), warning("1\\x0a2"), warning("80x"), warning("1e")));
-}
-
-TEST(Preference, CloneIsTextWithTheOverrideAsItStands) {
-  const auto clone = make(false, "Id=TRUE", PreferenceFlags::Advanced).clone();
-  EXPECT_EQ(clone->type(), PreferenceType::Text);
-  EXPECT_EQ(clone->defaultAsText(), "TRUE");
-  EXPECT_EQ(clone->flags(), PreferenceFlags::Advanced);
-  EXPECT_EQ(clone->key() + clone->group() + clone->featureId() + clone->extra(), "Idgeneral");
+  const std::string warning = "Preferences: invalid default value: Id=";
+  EXPECT_THAT(log.texts(), ::testing::ElementsAre(warning + "yes", warning + "1\\x0a2", warning + "1e"));
 }
 
 TEST(Preference, DescribesItselfAsAnElement) {
   TestPreferences store(nullptr);
   store.setStringValue("Id", "a<\"&\n>");
-  auto text = make("compiled", "", PreferenceFlags::Hidden | PreferenceFlags::RequiresSignIn);
+  auto text = make("compiled", "", PreferenceFlags::Hidden);
   text.fillAttributes(store);
   ElementWriter writer;
   EXPECT_EQ(text.serialize(writer), "");
@@ -99,4 +81,4 @@ TEST(Preference, DescribesItselfAsAnElement) {
 }
 
 }  // namespace
-}  // namespace zarn
+}  // namespace zarn::testing

@@ -24,6 +24,4 @@ struct RecordingBus {
   RecordingSink sink;
 };
 
-using Ids = std::vector<std::string>;
-
 }  // namespace zarn::testing
