@@ -31,6 +31,18 @@ endif()
 # The classic form API and CURLOPT_PROGRESSFUNCTION are used on purpose.
 target_compile_definitions(zarn_curl INTERFACE CURL_DISABLE_DEPRECATION)
 
+# A header-only library of Debian, taken out of /usr/include, where a cross build
+# must not look.
+function(zarn_header_library name header)
+  get_filename_component(folder ${header} DIRECTORY)
+  find_file(zarn_${name}_header ${header} PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+  file(COPY /usr/include/${folder} DESTINATION ${CMAKE_BINARY_DIR}/headers/${name})
+  add_library(zarn_${name} INTERFACE)
+  target_include_directories(zarn_${name} SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/headers/${name})
+endfunction()
+zarn_header_library(json nlohmann/json.hpp)
+zarn_header_library(cli CLI/CLI.hpp)
+
 foreach(target zarn_boost zarn_fmt zarn_curl)
   get_target_property(linked ${target} INTERFACE_LINK_LIBRARIES)
   foreach(library ${linked})

@@ -5,6 +5,7 @@
 #include "client/tool/explanations.h"
 #include "client/tool/text.h"
 #include "util/printable.h"
+#include "util/system_error.h"
 
 namespace zarn::tool {
 namespace {

@@ -11,6 +11,7 @@
 #include "client/tool/text.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
+#include "util/system_error.h"
 
 namespace zarn::tool {
 namespace {

@@ -95,10 +95,4 @@ std::string fileSize(std::uint64_t bytes) {
   return fmt::format("{:.1f} {}", amount, units.at(unit));
 }
 
-std::string codeText(std::uint32_t code) {
-  constexpr std::uint32_t severityBit = 0x80000000;
-  if ((code & severityBit) != 0) return fmt::format("0x{:08x}", code);
-  return fmt::format("{}", code);
-}
-
 }  // namespace zarn::tool

@@ -26,7 +26,4 @@ namespace zarn::tool {
 /// "512 bytes", "3.4 MiB".
 [[nodiscard]] std::string fileSize(std::uint64_t bytes);
 
-/// A code as Windows shows it: decimal, and hexadecimal where that is how it is known.
-[[nodiscard]] std::string codeText(std::uint32_t code);
-
 }  // namespace zarn::tool

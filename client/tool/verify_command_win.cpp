@@ -124,7 +124,7 @@ class Verification {
   bool stop(StepIndex step, const char* verdict, std::uint32_t code) {
     const Explanation* row = explain(CodeKind::Trust, code);
     if (row == nullptr) row = explain(CodeKind::System, code);
-    if (row == nullptr) return stop(step, verdict, codeText(code) + ", " + systemErrorPhrase(code), "");
+    if (row == nullptr) return stop(step, verdict, describeSystemError(code), "");
     return stop(step, verdict, codeText(code) + ", " + std::string(row->meaning), std::string(row->advice));
   }
 

@@ -128,7 +128,7 @@ std::vector<fs::path> applicationDataFolders() {
 
 bool isOurLog(const std::wstring& name) {
   return (name.starts_with(L"Zarn Update Service.") && name.ends_with(L".log")) ||
-         name == L"Startup Crash.log" || name == L"Update History.jsonl";
+         name == L"Startup Crash.log" || (name.starts_with(L"Update History.") && name.ends_with(L".jsonl"));
 }
 
 void removeFiles(const fs::path& folder, bool (*chosen)(const std::wstring&)) {

@@ -3,20 +3,26 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
+#include "trust/signer_observer.h"
 #include "trust/trust_result.h"
 #include "update/run_installer.h"
 #include "update/status.h"
+#include "update/update_history.h"
 
 namespace zarn {
 
 /// What an install request needs of the rest of the service.
 struct InstallCollaborators {
-  /// Whether the system trusts the file's signature, and whether its signer is
-  /// approved. Both are given a UTF-16 path.
+  /// Whether the system trusts the signature of the file at a path.
   std::function<TrustResult(const std::wstring&)> checkIntegrity;
-  std::function<TrustResult(const std::wstring&)> checkIdentity;
+  /// Whether its signer is approved; tells who that is when it came to that.
+  std::function<TrustResult(const std::wstring&, std::optional<ObservedSigner>&)> checkIdentity;
+  /// Keeps the record of a request that has ended, before its caller has the
+  /// answer. Whatever it throws is passed over.
+  std::function<void(const InstallRecord&)> record;
   /// Makes the process end so that it is started anew. Returns at once.
   std::function<void()> restart;
   RunInstallerOptions runOptions;
@@ -30,7 +36,7 @@ class InstallRequest {
   /// Copies the bundle, checks the copy, runs it and collects its logs; under a
   /// lock of the whole process, so one install runs at a time. `exitCode` is
   /// written only when the copy got past all checks. Throws what the
-  /// collaborators throw.
+  /// collaborators throw, after the request has been recorded.
   Status Install(const std::wstring& bundlePath, std::int32_t& exitCode) const;
 
   /// Installed stands for "trusted" here; else SignatureRefused or SignerRefused.
@@ -40,9 +46,15 @@ class InstallRequest {
   [[nodiscard]] Status checkCallersBundle(const std::wstring& path) const;
 
  private:
-  [[nodiscard]] Status installStaged(const std::wstring& stagedPath, std::int32_t& exitCode) const;
-  [[nodiscard]] Status runChecks(const std::wstring& path) const;
-  [[nodiscard]] Status finish(const std::wstring& stagedPath, std::uint32_t exitCode) const;
+  struct Outcome {
+    Status status;
+    bool restartsService = false;
+  };
+
+  Outcome installRecorded(const std::wstring& bundlePath, std::int32_t& exitCode) const;
+  Outcome install(const std::wstring& bundlePath, std::int32_t& exitCode, InstallRecord& record) const;
+  Outcome installStaged(const std::wstring& stagedPath, std::int32_t& exitCode, InstallRecord& record) const;
+  [[nodiscard]] Status runChecks(const std::wstring& path, InstallRecord& record) const;
 
   InstallCollaborators collaborators_;
 };

@@ -1,13 +1,17 @@
+#include <chrono>
 #include <utility>
 
+#include "update/file_digest.h"
 #include "update/install_request.h"
 #include "update/installer_logs.h"
 #include "update/staged_installer.h"
 #include "util/file_utils.h"
+#include "util/file_version.h"
 #include "util/logging.h"
 #include "util/mutex.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
+#include "util/system_error.h"
 
 namespace zarn {
 namespace {
@@ -22,18 +26,59 @@ void logCheck(const std::wstring& path) {
   logLine(LogLevel::Debug, "CheckBundle() from UpdateInterface: %s", shown(path));
 }
 
-bool isAcceptableBundle(const std::wstring& path) {
+bool isAcceptableBundle(const std::wstring& path, InstallRecord& record) {
   const auto bytes = static_cast<std::int64_t>(FileUtils::fileSize(StringUtils::utf16to8(path)));
+  if (bytes >= 0) record.size = static_cast<std::uint64_t>(bytes);
   if (!isAcceptableBundleSize(bytes)) {
     logLine(LogLevel::Error, "Provided bundle is too large.");
-    return false;
+    return record.note(Check::Size, Verdict::Refused, "more than 1 GiB");
   }
+  record.note(Check::Size, Verdict::Passed);
   if (!hasBundleExtension(path)) {
     logLine(LogLevel::Error, "Provided bundle has invalid extension.");
-    return false;
+    return record.note(Check::Extension, Verdict::Refused, "not \".exe\" in these letters");
   }
-  return true;
+  return record.note(Check::Extension, Verdict::Passed);
 }
+
+/// Notes a system call that failed, whose last error stays as it was.
+void noteFailure(InstallRecord& record, Check check) {
+  const LastErrorKeeper keeper;
+  record.note(check, Verdict::Failed, describeSystemError(failureCode(lastSystemError())));
+}
+
+/// Notes the answer of a trust check; true when it is "trusted".
+bool noteAnswer(InstallRecord& record, Check check, const TrustResult& result) {
+  if (result.isVerified()) return record.note(check, Verdict::Passed);
+  return record.note(check, Verdict::Refused, describeSystemError(static_cast<std::uint32_t>(result.code())));
+}
+
+/// Hands the record over when the request ends, in whichever way.
+class Recording {
+ public:
+  Recording(const InstallCollaborators& collaborators, const std::wstring& bundlePath)
+      : collaborators_(collaborators) {
+    record_.began = std::chrono::system_clock::now();
+    record_.path = StringUtils::utf16to8(bundlePath);
+  }
+  Recording(const Recording&) = delete;
+  Recording& operator=(const Recording&) = delete;
+  ~Recording() {
+    try {
+      record_.duration =
+          std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_);
+      if (collaborators_.record) collaborators_.record(record_);
+    } catch (...) {  // NOLINT(bugprone-empty-catch): no update depends on its record
+    }
+  }
+
+  InstallRecord& record() noexcept { return record_; }
+
+ private:
+  const InstallCollaborators& collaborators_;
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  InstallRecord record_;
+};
 
 /// "\\server\...", "\\.\pipe\...", "\??\pipe\..." and their like, which may lead to a file of another
 /// process's making.
@@ -53,54 +98,82 @@ Status InstallRequest::Install(const std::wstring& bundlePath, std::int32_t& exi
   const LogTag installTag("Install");
   logLine(LogLevel::Debug, "bundlePath: %s", shown(bundlePath));
 
+  const Outcome outcome = installRecorded(bundlePath, exitCode);
+  if (outcome.restartsService) collaborators_.restart();
+  return outcome.status;
+}
+
+InstallRequest::Outcome InstallRequest::installRecorded(const std::wstring& bundlePath,
+                                                        std::int32_t& exitCode) const {
+  Recording recording(collaborators_, bundlePath);
+  const Outcome outcome = install(bundlePath, exitCode, recording.record());
+  recording.record().status = outcome.status;
+  return outcome;
+}
+
+InstallRequest::Outcome InstallRequest::install(const std::wstring& bundlePath, std::int32_t& exitCode,
+                                                InstallRecord& record) const {
   // Open until the request ends, so that nobody changes what is examined here.
   const FileHandle bundle = openBundle(bundlePath);
   if (!bundle) {
+    noteFailure(record, Check::Open);
     logWin32Error(LogLevel::Error, "CreateFileW() failed.");
-    return Status::Failed;
+    return {Status::Failed};
   }
-  if (!isAcceptableBundle(bundlePath)) return Status::Failed;
+  record.note(Check::Open, Verdict::Passed);
+  if (!isAcceptableBundle(bundlePath, record)) return {Status::Failed};
   const std::wstring stagedPath = stagedInstallerPath();
   // By its real name, which the open handle pins: a link on the caller's path could
   // lead somewhere else by now.
   const std::wstring pinnedPath = finalPath(bundle.get());
   if (!copyBundle(pinnedPath.empty() ? bundlePath : pinnedPath, stagedPath)) {
+    noteFailure(record, Check::Copy);
     logWin32Error(LogLevel::Error, "Failed to copy bundle to temp directory.");
-    return Status::Failed;
+    return {Status::Failed};
   }
-  return installStaged(stagedPath, exitCode);
+  return installStaged(stagedPath, exitCode, record);
 }
 
-Status InstallRequest::installStaged(const std::wstring& stagedPath, std::int32_t& exitCode) const {
+InstallRequest::Outcome InstallRequest::installStaged(const std::wstring& stagedPath, std::int32_t& exitCode,
+                                                      InstallRecord& record) const {
   // From here until the installer has ended nobody can write, rename or delete
   // the copy: what is checked is what runs. Whoever exchanged it before this open
   // only has the exchanged file checked.
   FileHandle copy = openStagedCopy(stagedPath);
   if (!copy) {
+    noteFailure(record, Check::Copy);
     logWin32Error(LogLevel::Error, "CreateFileW() for temp file failed.");
-    return Status::Failed;
+    return {Status::Failed};
   }
-  if (const Status refusal = CheckBundle(stagedPath); refusal != Status::Installed) return refusal;
+  record.note(Check::Copy, Verdict::Passed);
+  BackgroundDigest digest(copy.get());
+  logCheck(stagedPath);
+  const Status judged = runChecks(stagedPath, record);
+  if (judged != Status::Installed) {
+    record.sha256 = digest.finish();
+    return {judged};
+  }
   const std::uint32_t installerExit = RunInstaller(stagedPath, collaborators_.runOptions);
   exitCode = static_cast<std::int32_t>(installerExit);
+  record.exitCode = installerExit;
+  record.sha256 = digest.finish();
+  const FileVersion version = readFileVersion(StringUtils::utf16to8(stagedPath));
+  record.product = version.product;
+  record.productVersion = version.productVersion;
   copy.reset();
-  return finish(stagedPath, installerExit);
-}
-
-Status InstallRequest::finish(const std::wstring& stagedPath, std::uint32_t exitCode) const {
   if (!FileUtils::deleteFile(StringUtils::utf16to8(stagedPath))) {
     logLine(LogLevel::Warn, "Failed to delete bundle from temp directory.");
   }
   logLine(LogLevel::Debug, "Copying installer logs");
   collectInstallerLogs();
-  const InstallerExit judged = judgeExitCode(exitCode);
-  if (judged.restartsService) collaborators_.restart();
-  return judged.status;
+  const InstallerExit judgement = judgeExitCode(installerExit);
+  return {judgement.status, judgement.restartsService};
 }
 
 Status InstallRequest::CheckBundle(const std::wstring& path) const {
+  InstallRecord unused;
   logCheck(path);
-  return runChecks(path);
+  return runChecks(path, unused);
 }
 
 Status InstallRequest::checkCallersBundle(const std::wstring& path) const {
@@ -113,13 +186,21 @@ Status InstallRequest::checkCallersBundle(const std::wstring& path) const {
     logWin32Error(LogLevel::Error, "CreateFileW() failed.");
     return Status::SignatureRefused;
   }
-  return runChecks(path);
+  InstallRecord unused;
+  return runChecks(path, unused);
 }
 
-Status InstallRequest::runChecks(const std::wstring& path) const {
-  if (!collaborators_.checkIntegrity(path).isVerified()) return Status::SignatureRefused;
-  if (!collaborators_.checkIdentity(path).isVerified()) return Status::SignerRefused;
-  return Status::Installed;
+Status InstallRequest::runChecks(const std::wstring& path, InstallRecord& record) const {
+  if (!noteAnswer(record, Check::Integrity, collaborators_.checkIntegrity(path))) {
+    return Status::SignatureRefused;
+  }
+  std::optional<ObservedSigner> signer;
+  const TrustResult identity = collaborators_.checkIdentity(path, signer);
+  if (signer) {
+    record.signerDigest = signer->digest;
+    record.signerSubject = signer->subject;
+  }
+  return noteAnswer(record, Check::Identity, identity) ? Status::Installed : Status::SignerRefused;
 }
 
 }  // namespace zarn

@@ -5,9 +5,12 @@
 #include "service/end_process.h"
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
+#include "trust/certificate_profile.h"
+#include "trust/signer_observer.h"
 #include "update/install_request.h"
 #include "update/rpc_server.h"
 #include "update/staged_installer.h"
+#include "update/update_history.h"
 #include "update/update_service.h"
 #include "util/file_utils.h"
 #include "util/logging.h"
@@ -23,7 +26,17 @@ constexpr DWORD kStopRetryMilliseconds = 20;
 const InstallRequest& installRequest() {
   static const InstallRequest request({
       .checkIntegrity = [](const std::wstring& path) { return CheckCertificateIntegrity(path); },
-      .checkIdentity = [](const std::wstring& path) { return CheckCertificateIdentity(path); },
+      .checkIdentity =
+          [](const std::wstring& path, std::optional<ObservedSigner>& signer) {
+            SignerObserver observer(systemTrustApi());
+            const TrustResult result = CheckCertificateIdentity(observer, path, FetchCertificateProfile);
+            signer = observer.signer();
+            return result;
+          },
+      .record =
+          [](const InstallRecord& record) {
+            appendToHistory(FileUtils::logDirectory(), historyLine(record));
+          },
       .restart = [] { UpdateService::instance().requestRestart(); },
       .runOptions = {},
   });

@@ -22,6 +22,12 @@ void setLastSystemError(std::uint32_t code) noexcept;
 /// user's language on Windows.
 [[nodiscard]] std::string systemErrorPhrase(const boost::system::error_code& error);
 
+/// A code as Windows shows it: decimal, and hexadecimal where that is how it is known.
+[[nodiscard]] std::string codeText(std::uint32_t code);
+
+/// "0x800b0100, No signature was present in the subject."
+[[nodiscard]] std::string describeSystemError(std::uint32_t code);
+
 /// The code of a call that is known to have failed. Some calls fail and leave the
 /// last error at 0; a failure must never read as success, so 0 becomes 31
 /// (ERROR_GEN_FAILURE).

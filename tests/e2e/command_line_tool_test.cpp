@@ -36,6 +36,18 @@ class CommandLineTool : public ::testing::Test {
     return answer.is_object() ? answer : Json::object();
   }
 
+  /// What the service wrote of the newest request.
+  static Json lastRecord() {
+    const Json answer = Json::parse(runProgram(kTool, {"history", "--last", "1", "--json"}).output);
+    return answer["requests"].at(0);
+  }
+  static Json recorded(const Json& record, const Json& check) {
+    for (const Json& one : record["checks"]) {
+      if (one["name"] == check) return one["verdict"];
+    }
+    return {};
+  }
+
   std::map<std::string, std::string> stage_ = stageSettings();
   ServiceUnderTest service_;
 };
@@ -51,7 +63,11 @@ TEST_F(CommandLineTool, VerifiesAsTheServiceDecides) {
     EXPECT_EQ(verified.value("status", -2), decided == 30001 ? 0 : decided) << name;
     EXPECT_EQ(ServiceUnderTest::installerRuns().size(), decided == 30001 ? 1U : 0U) << name;
     ServiceUnderTest::forgetInstallerRuns();
+    const Json record = lastRecord();
+    EXPECT_EQ(record["path"], bundle(name));
+    EXPECT_EQ(record["status"], decided) << name;
     for (const Json& step : verified["steps"]) {
+      EXPECT_EQ(recorded(record, step["name"]), step["verdict"]) << name << ": " << step["name"];
       if (step["verdict"] == "refused") decidedBy[name] = step["name"];
     }
   }
@@ -70,6 +86,14 @@ TEST_F(CommandLineTool, NamesTheSignerAndWhetherTheProfileHoldsIt) {
   EXPECT_EQ(approved["signer"]["digest"], stage_.at("approved_digest"));
   EXPECT_EQ(approved["signer"]["subject"], "CN=Zarn, Inc., O=Zarn, Inc., L=Los Gatos, S=California, C=US");
   EXPECT_EQ(approved["profile"]["holdsSigner"], true);
+  ask("install", bundle("approved.exe"));
+  const Json record = lastRecord();
+  EXPECT_EQ(record["sha256"], stage_.at("approved_sha256"));
+  EXPECT_EQ(record["signerDigest"], approved["signer"]["digest"]);
+  EXPECT_EQ(record["signerSubject"], approved["signer"]["subject"]);
+  EXPECT_EQ(record["exitCode"], 1641);
+  EXPECT_EQ(record["product"], "Zarn Media Server");
+  EXPECT_EQ(record["productVersion"], "7.8.9");
   const Json decoy = ask("verify", bundle("decoy.exe"));
   EXPECT_EQ(decoy["signer"]["digest"], stage_.at("decoy_digest"));
   EXPECT_EQ(decoy["profile"]["holdsSigner"], false);

@@ -1,6 +1,7 @@
 """Fixture of the end-to-end tests: makes or clears the stage in a work folder."""
 
 import argparse
+import hashlib
 import pathlib
 import sys
 
@@ -39,6 +40,7 @@ def main():
         "bundles": machine.windows(bundles),
         "profile": machine.windows(accounts.profile),
         "approved_digest": publisher.digest(publisher.approved),
+        "approved_sha256": hashlib.sha256((bundles / "approved.exe").read_bytes()).hexdigest(),
         "decoy_digest": publisher.digest(publisher.other),
     }
     text = "".join(f"{name}={value}\n" for name, value in settings.items())

@@ -31,7 +31,8 @@ class InstallRequestTest : public ::testing::Test {
   InstallRequestTest() {
     FileUtils::copyFile(ZARN_TEST_HELPER, bundle_);
     collaborators_.checkIntegrity = [](const std::wstring&) { return TrustResult::verified(); };
-    collaborators_.checkIdentity = collaborators_.checkIntegrity;
+    collaborators_.checkIdentity = [](const std::wstring&, auto&) { return TrustResult::verified(); };
+    collaborators_.record = [this](const InstallRecord& record) { record_ = record; };
     collaborators_.restart = [this] { ++restarts_; };
   }
 
@@ -51,6 +52,7 @@ class InstallRequestTest : public ::testing::Test {
   const std::string staged_ = folder_.temp / "ZarnMediaServerUpdate.exe";
   InstallCollaborators collaborators_;
   std::int32_t exitCode_ = kUnset;
+  InstallRecord record_;
   int restarts_ = 0;
 };
 
@@ -73,6 +75,8 @@ TEST_F(InstallRequestTest, MapsTheInstallersExitCode) {
     EXPECT_EQ(restarts_, each.restarts) << each.exitCode;
     EXPECT_EQ(order.commandLine(), staged_ + " /quiet /norestart");
     EXPECT_FALSE(FileUtils::exists(staged_));
+    EXPECT_EQ(record_.status, each.status);
+    EXPECT_EQ(record_.exitCode, each.exitCode);
   }
 }
 
@@ -90,7 +94,7 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
     };
   };
   collaborators_.checkIntegrity = check("integrity");
-  collaborators_.checkIdentity = check("identity");
+  collaborators_.checkIdentity = [&](const std::wstring& path, auto&) { return check("identity")(path); };
   collaborators_.runOptions.readExitCode = [](void* process, std::uint32_t& code) {
     // The installer has ended; until now its file could not be changed either.
     EXPECT_FALSE(
@@ -109,7 +113,8 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
 TEST_F(InstallRequestTest, RefusesWhatTheChecksRefuse) {
   int identityChecks = 0;
   const auto refuse = [](const std::wstring&) { return TrustResult::refused(0); };
-  collaborators_.checkIdentity = [&](const std::wstring&) {
+  collaborators_.checkIdentity = [&](const std::wstring&, std::optional<ObservedSigner>& signer) {
+    signer = {"5e1f", "CN=Somebody"};
     ++identityChecks;
     return TrustResult::refused(5);
   };
