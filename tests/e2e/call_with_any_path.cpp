@@ -1,0 +1,9 @@
+// Asks the service for a check and an installation of a path that need not be one;
+// zarn-update would not pass it on.
+#include "e2e/caller.h"
+
+int main(int argc, char** argv) {
+  using namespace zarn::testing;  // NOLINT(google-build-using-namespace)
+  if (argc != 2) return 2;
+  return check(argv[1]).status == 30004 && install(argv[1]).status == 30002 ? 0 : 1;
+}
