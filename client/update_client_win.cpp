@@ -14,6 +14,7 @@ namespace {
 using update_interface::kClientStub;
 using update_interface::Procedure;
 using update_interface::procedureFormat;
+using update_interface::rpcText;
 
 struct BindingTraits {
   using Handle = RPC_BINDING_HANDLE;
@@ -28,11 +29,6 @@ struct RpcTextTraits {
   static void close(Handle text) noexcept { RpcStringFreeW(&text); }
 };
 using RpcText = ScopedHandle<RpcTextTraits>;
-
-/// The RPC calls lack const where they only read.
-RPC_WSTR rpcText(const wchar_t* text) noexcept {
-  return reinterpret_cast<RPC_WSTR>(const_cast<wchar_t*>(text));
-}
 
 CallError failed(RPC_STATUS status) noexcept {
   const auto code = static_cast<std::uint32_t>(status);
@@ -52,11 +48,17 @@ CallError failed(RPC_STATUS status) noexcept {
   }
 }
 
-/// Sealed messages, where the machine has the provider for them. Systems without
-/// it carry local calls all the same.
+/// Sealed messages, where the machine has the provider for them; systems without
+/// it carry local calls all the same. Whoever serves the endpoint may learn who
+/// calls but not act in the caller's name.
 RPC_STATUS askForPrivacy(RPC_BINDING_HANDLE binding) noexcept {
-  const RPC_STATUS status = RpcBindingSetAuthInfoW(binding, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY,
-                                                   RPC_C_AUTHN_WINNT, nullptr, RPC_C_AUTHZ_NONE);
+  RPC_SECURITY_QOS quality{};
+  quality.Version = RPC_C_SECURITY_QOS_VERSION;
+  quality.Capabilities = RPC_C_QOS_CAPABILITIES_DEFAULT;
+  quality.IdentityTracking = RPC_C_QOS_IDENTITY_STATIC;
+  quality.ImpersonationType = RPC_C_IMP_LEVEL_IDENTIFY;
+  const RPC_STATUS status = RpcBindingSetAuthInfoExW(binding, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY,
+                                                     RPC_C_AUTHN_WINNT, nullptr, RPC_C_AUTHZ_NONE, &quality);
   return status == RPC_S_UNKNOWN_AUTHN_SERVICE ? RPC_S_OK : status;
 }
 

@@ -1,7 +1,9 @@
 #include "trust/certificate_identity.h"
 
-#include <iomanip>
-#include <sstream>
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <memory>
 
 #include "trust/wide_text.h"
 #include "util/logging.h"
@@ -10,20 +12,11 @@
 namespace zarn {
 namespace {
 
-std::string digestText(const std::vector<std::uint8_t>& digest) {
-  std::ostringstream text;
-  text << std::hex << std::setfill('0');
-  for (const std::uint8_t byte : digest) text << std::setw(2) << static_cast<unsigned>(byte);
-  return text.str();
-}
-
 void logSubject(const Certificate& certificate) {
-  const auto attribute = [&](const char* oid) { return printable(GetCertNameAttribute(certificate, oid)); };
-  logLine(LogLevel::Debug, "Certificate Common Name: %s", attribute("2.5.4.3"));
-  logLine(LogLevel::Debug, "Certificate Organization Name: %s", attribute("2.5.4.10"));
-  logLine(LogLevel::Debug, "Certificate Locality Name: %s", attribute("2.5.4.7"));
-  logLine(LogLevel::Debug, "Certificate State Name: %s", attribute("2.5.4.8"));
-  logLine(LogLevel::Debug, "Certificate Country Name: %s", attribute("2.5.4.6"));
+  for (const SubjectField& field : kSubjectFields) {
+    logLine(LogLevel::Debug, "Certificate %s: %s", field.words,
+            printable(GetCertNameAttribute(certificate, field.oid)));
+  }
 }
 
 }  // namespace
@@ -58,6 +51,10 @@ TrustResult CheckCertificateIdentity(TrustApi& api, const std::wstring& path,
   logSubject(*certificate);
   logLine(LogLevel::Error, "Certificate couldn't be verified");
   return TrustResult::refused(kIdentityRefused);
+}
+
+std::string digestText(std::span<const std::uint8_t> digest) {
+  return fmt::format("{:02x}", fmt::join(digest, ""));
 }
 
 std::vector<std::uint8_t> HashCertificateSha256(const Certificate& certificate) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,21 @@ using ProfileSource = std::function<std::set<std::string>()>;
 TrustResult CheckCertificateIdentity(const std::wstring& path);
 TrustResult CheckCertificateIdentity(TrustApi& api, const std::wstring& path,
                                      const ProfileSource& fetchProfile);
+
+/// An attribute of a certificate's subject.
+struct SubjectField {
+  const char* oid;
+  const char* label;  ///< in a distinguished name
+  const char* words;
+};
+inline constexpr SubjectField kSubjectFields[] = {{"2.5.4.3", "CN", "Common Name"},
+                                                  {"2.5.4.10", "O", "Organization Name"},
+                                                  {"2.5.4.7", "L", "Locality Name"},
+                                                  {"2.5.4.8", "S", "State Name"},
+                                                  {"2.5.4.6", "C", "Country Name"}};
+
+/// Two lower-case hexadecimal digits for each byte.
+[[nodiscard]] std::string digestText(std::span<const std::uint8_t> digest);
 
 /// The digest's bytes; empty when the provider fails, which is logged.
 [[nodiscard]] std::vector<std::uint8_t> HashCertificateSha256(const Certificate& certificate);

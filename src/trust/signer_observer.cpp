@@ -1,26 +1,17 @@
 #include "trust/signer_observer.h"
 
-#include <fmt/format.h>
-
 #include <span>
 #include <utility>
 
+#include "trust/certificate_identity.h"
 #include "trust/wide_text.h"
 
 namespace zarn {
 namespace {
 
-struct SubjectField {
-  const char* label;
-  const char* oid;
-};
-
-constexpr SubjectField kSubjectFields[] = {
-    {"CN", "2.5.4.3"}, {"O", "2.5.4.10"}, {"L", "2.5.4.7"}, {"S", "2.5.4.8"}, {"C", "2.5.4.6"}};
-
 std::string subjectOf(const Certificate& certificate) {
   std::string subject;
-  for (const auto& [label, oid] : kSubjectFields) {
+  for (const auto& [oid, label, words] : kSubjectFields) {
     const std::uint32_t length = certificate.subjectAttribute(oid, nullptr, 0);
     std::wstring text(length, L'\0');
     if (length < 2 || certificate.subjectAttribute(oid, text.data(), length) == 0) continue;
@@ -37,10 +28,7 @@ class ObservedCertificate final : public Certificate {
 
   bool sha256(std::uint8_t* buffer, std::uint32_t& size) const override {
     const bool succeeded = real_->sha256(buffer, size);
-    if (succeeded && buffer != nullptr) {
-      const std::span<const std::uint8_t> digest(buffer, size);
-      signer_.digest = fmt::format("{:02x}", fmt::join(digest, ""));
-    }
+    if (succeeded && buffer != nullptr) signer_.digest = digestText({buffer, size});
     return succeeded;
   }
 

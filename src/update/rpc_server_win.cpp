@@ -19,11 +19,6 @@ constexpr unsigned kMinimumThreads = 1;
 constexpr unsigned kReturnAfterStop = 0;  // RpcServerListen blocks
 static_assert((RPC_IF_ALLOW_SECURE_ONLY | RPC_IF_ALLOW_LOCAL_ONLY) == 0x28);
 
-/// The RPC calls lack const where they only read.
-RPC_WSTR rpcText(const wchar_t* text) noexcept {
-  return reinterpret_cast<RPC_WSTR>(const_cast<wchar_t*>(text));
-}
-
 void takeSetLocalAppDataPath(handle_t, const wchar_t* path) {
   // Without an answer on the wire the status is nobody's.
   static_cast<void>(answerCall("SetLocalAppDataPath", path, Status::Failed, [](const std::wstring& text) {
@@ -57,6 +52,7 @@ update_interface::ServerInterface& serverInterface() {
 }  // namespace
 
 std::uint32_t openEndpoint() {
+  using update_interface::rpcText;
   return static_cast<std::uint32_t>(RpcServerUseProtseqEpW(rpcText(update_interface::kProtocolSequence),
                                                            kEndpointCalls,
                                                            rpcText(update_interface::kEndpoint), nullptr));

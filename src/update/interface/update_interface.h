@@ -14,6 +14,11 @@ namespace zarn::update_interface {
 inline constexpr wchar_t kProtocolSequence[] = L"ncalrpc";
 inline constexpr wchar_t kEndpoint[] = L"UpdateServiceEndpoint";
 
+/// A text as the RPC calls want it, which lack const where they only read.
+[[nodiscard]] inline RPC_WSTR rpcText(const wchar_t* text) noexcept {
+  return reinterpret_cast<RPC_WSTR>(const_cast<wchar_t*>(text));
+}
+
 /// Procedure numbers.
 enum class Procedure : std::size_t { SetLocalAppDataPath = 0, CheckBundle = 1, Install = 2 };
 inline constexpr std::size_t kProcedureCount = 3;
