@@ -1,6 +1,9 @@
 #include "http/http_client.h"
 
+#include <exception>
+#include <memory>
 #include <stdexcept>
+#include <utility>
 
 #include "http/http_completion.h"
 #include "http/quiet_hosts.h"
@@ -15,7 +18,7 @@ namespace {
 template <typename Runner>
 std::shared_ptr<Response> submitTo(std::shared_ptr<HttpContext> ctx, Runner runner,
                                    const SetOption& setOption) {
-  if (ctx->promise || ctx->handle) throw std::logic_error("HttpContext was submitted before");
+  if (std::exchange(ctx->submitted, true)) throw std::logic_error("HttpContext was submitted before");
   std::exception_ptr failure;
   try {
     prepareHandle(ctx, setOption);
@@ -26,7 +29,7 @@ std::shared_ptr<Response> submitTo(std::shared_ptr<HttpContext> ctx, Runner runn
   if (!ctx->quiet)
     logLine(LogLevel::Debug, "HTTP requesting %s %s", printable(ctx->verb), printable(ctx->url));
   // The context gives its own reference up when it is settled.
-  const auto promise = Response::Create();
+  auto promise = Response::Create();
   ctx->promise = promise;
   try {
     if (failure) std::rethrow_exception(failure);

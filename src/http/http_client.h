@@ -18,7 +18,7 @@ using Response = Promise<std::shared_ptr<HttpContext>>;
 /// network did: time-outs, refusals and error statuses are in `httpCode`. It is
 /// rejected when the request could not be started. Continuations run on a pool
 /// thread, or on the calling one when the request could not be started. Throws
-/// std::logic_error for a context that is under way already.
+/// std::logic_error for a context that was submitted before, its transfer ended or not.
 std::shared_ptr<Response> submit(std::shared_ptr<HttpContext> ctx);
 
 /// The same with a runner, and a way to set options, of the caller's own (tests).

@@ -132,6 +132,8 @@ class HttpContext : public std::enable_shared_from_this<HttpContext> {
 
   // What the client keeps beside the request.
 
+  /// Ever: what a transfer leaves behind would get into the next one.
+  bool submitted = false;
   /// How the transfer ended, for callers that must tell a complete body from one
   /// that broke off.
   CURLcode result = CURLE_OK;

@@ -56,7 +56,9 @@ class Promise : public std::enable_shared_from_this<Promise<T>> {
   Promise& operator=(const Promise&) = delete;
   ~Promise() noexcept;
 
-  /// Both throw ResolvedTwiceException on a settled promise, whose outcome stays.
+  /// Both throw ResolvedTwiceException on a settled promise, whose outcome stays;
+  /// reject() also std::invalid_argument for a null exception, which could be neither
+  /// thrown nor told from an unsettled promise.
   void resolve(T value) {
     Settled settled;
     {
@@ -68,8 +70,8 @@ class Promise : public std::enable_shared_from_this<Promise<T>> {
     }
     run(settled.continuations);
   }
-  /// `exception` must not be null.
   void reject(std::exception_ptr exception) {
+    if (exception == nullptr) throw std::invalid_argument("Promise was rejected without an exception");
     Settled settled;
     {
       const MutexLock lock(mutex_);
