@@ -14,10 +14,9 @@
 #include "util/logging.h"
 #include "util/version.h"
 
-// Sets an option and knows the call's own words for the log. The values below are
+// An option, its value and the call's own words for the log. The values below are
 // spelled the way the log shows them.
-#define ZARN_SET_OPTION(option, value) \
-  options.set(option, value, "curl_easy_setopt(handle, " #option ", " #value ")")
+#define ZARN_OPTION(option, value) option, value, "curl_easy_setopt(handle, " #option ", " #value ")"
 
 namespace zarn {
 namespace {
@@ -57,45 +56,46 @@ std::string GetCertificateFile() {
 }
 
 void setTarget(const Options& options, const Context& ctx) {
-  ZARN_SET_OPTION(CURLOPT_URL, ctx->url.c_str());
+  options.set(ZARN_OPTION(CURLOPT_URL, ctx->url.c_str()));
   if (ctx->lowSpeedTimeout) {
-    ZARN_SET_OPTION(CURLOPT_LOW_SPEED_LIMIT, 1);
-    ZARN_SET_OPTION(CURLOPT_LOW_SPEED_TIME, ctx->timeout);
+    options.set(ZARN_OPTION(CURLOPT_LOW_SPEED_LIMIT, 1));
+    options.set(ZARN_OPTION(CURLOPT_LOW_SPEED_TIME, ctx->timeout));
   } else {
-    ZARN_SET_OPTION(CURLOPT_TIMEOUT, ctx->timeout);
+    options.set(ZARN_OPTION(CURLOPT_TIMEOUT, ctx->timeout));
   }
-  ZARN_SET_OPTION(CURLOPT_CONNECTTIMEOUT, ctx->connectTimeout);
+  options.set(ZARN_OPTION(CURLOPT_CONNECTTIMEOUT, ctx->connectTimeout));
 }
 
 void setBehaviour(const Options& options, const Context& ctx) {
-  ZARN_SET_OPTION(CURLOPT_TRANSFERTEXT, 0);
-  ZARN_SET_OPTION(CURLOPT_HEADER, 0);
-  ZARN_SET_OPTION(CURLOPT_FOLLOWLOCATION, ctx->followRedirects ? 1 : 0);
-  ZARN_SET_OPTION(CURLOPT_MAXREDIRS, 8);
-  ZARN_SET_OPTION(CURLOPT_NOSIGNAL, 1);
-  ZARN_SET_OPTION(CURLOPT_USERAGENT, formatPrintf("ZarnMediaServer/%s", kVersion).c_str());
-  if (ctx->http10) ZARN_SET_OPTION(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_0);
-  ZARN_SET_OPTION(CURLOPT_ACCEPT_ENCODING, "gzip");
-  if (!ctx->range.empty()) ZARN_SET_OPTION(CURLOPT_RANGE, ctx->range.c_str());
+  options.set(ZARN_OPTION(CURLOPT_TRANSFERTEXT, 0));
+  options.set(ZARN_OPTION(CURLOPT_HEADER, 0));
+  options.set(ZARN_OPTION(CURLOPT_FOLLOWLOCATION, ctx->followRedirects ? 1 : 0));
+  options.set(ZARN_OPTION(CURLOPT_MAXREDIRS, 8));
+  options.set(ZARN_OPTION(CURLOPT_NOSIGNAL, 1));
+  options.set(ZARN_OPTION(CURLOPT_USERAGENT, formatPrintf("ZarnMediaServer/%s", kVersion).c_str()));
+  if (ctx->http10) options.set(ZARN_OPTION(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_0));
+  options.set(ZARN_OPTION(CURLOPT_ACCEPT_ENCODING, "gzip"));
+  if (!ctx->range.empty()) options.set(ZARN_OPTION(CURLOPT_RANGE, ctx->range.c_str()));
   if (ctx->verifyPeer) {
-    ZARN_SET_OPTION(CURLOPT_CAINFO, ctx->cacert.empty() ? GetCertificateFile().c_str() : ctx->cacert.c_str());
+    options.set(ZARN_OPTION(CURLOPT_CAINFO,
+                            ctx->cacert.empty() ? GetCertificateFile().c_str() : ctx->cacert.c_str()));
   }
   if (ctx->verb != "GET" && ctx->verb != "POST") {
-    ZARN_SET_OPTION(CURLOPT_CUSTOMREQUEST, ctx->verb.c_str());
+    options.set(ZARN_OPTION(CURLOPT_CUSTOMREQUEST, ctx->verb.c_str()));
   }
 }
 
 void setBodySink(const Options& options, const Context& ctx) {
   if (ctx->downloadFile != nullptr) {
-    ZARN_SET_OPTION(CURLOPT_WRITEDATA, ctx->downloadFile);
+    options.set(ZARN_OPTION(CURLOPT_WRITEDATA, ctx->downloadFile));
     const std::int64_t size = platform::seekToEnd(ctx->downloadFile);
-    if (size > 0) ZARN_SET_OPTION(CURLOPT_RESUME_FROM_LARGE, size);
+    if (size > 0) options.set(ZARN_OPTION(CURLOPT_RESUME_FROM_LARGE, size));
   } else if (ctx->writeCallback == nullptr) {
-    ZARN_SET_OPTION(CURLOPT_WRITEDATA, ctx.get());
-    ZARN_SET_OPTION(CURLOPT_WRITEFUNCTION, simple_write_callback);
+    options.set(ZARN_OPTION(CURLOPT_WRITEDATA, ctx.get()));
+    options.set(ZARN_OPTION(CURLOPT_WRITEFUNCTION, simple_write_callback));
   } else {
-    ZARN_SET_OPTION(CURLOPT_WRITEDATA, ctx->userData);
-    ZARN_SET_OPTION(CURLOPT_WRITEFUNCTION, ctx->writeCallback);
+    options.set(ZARN_OPTION(CURLOPT_WRITEDATA, ctx->userData));
+    options.set(ZARN_OPTION(CURLOPT_WRITEFUNCTION, ctx->writeCallback));
   }
 }
 
@@ -127,48 +127,48 @@ void setForm(const Options& options, const Context& ctx) {
   for (const FormPart& part : ctx->formParts) {
     Options::logFailure("curl_formadd(&first, &last, ...)", addFormPart(&first, &last, part, *ctx));
     if (part.kind == FormPart::Kind::Stream) {
-      ZARN_SET_OPTION(CURLOPT_READFUNCTION, ctx->readCallback);
+      options.set(ZARN_OPTION(CURLOPT_READFUNCTION, ctx->readCallback));
     }
   }
   ctx->form.reset(first);
-  ZARN_SET_OPTION(CURLOPT_HTTPPOST, first);
+  options.set(ZARN_OPTION(CURLOPT_HTTPPOST, first));
 }
 
 void setPostSize(const Options& options, const Context& ctx) {
   if (ctx->verb != "POST") return;
-  ZARN_SET_OPTION(CURLOPT_POST, 1);
-  ZARN_SET_OPTION(CURLOPT_POSTFIELDSIZE_LARGE, ctx->uploadSize);
+  options.set(ZARN_OPTION(CURLOPT_POST, 1));
+  options.set(ZARN_OPTION(CURLOPT_POSTFIELDSIZE_LARGE, ctx->uploadSize));
 }
 
 void setBodySource(const Options& options, const Context& ctx) {
   if (!ctx->formParts.empty()) {
     setForm(options, ctx);
   } else if (ctx->readCallback == nullptr && ctx->uploadFile != nullptr) {
-    ZARN_SET_OPTION(CURLOPT_READDATA, ctx->uploadFile);
-    ZARN_SET_OPTION(CURLOPT_INFILESIZE_LARGE, ctx->uploadSize);
+    options.set(ZARN_OPTION(CURLOPT_READDATA, ctx->uploadFile));
+    options.set(ZARN_OPTION(CURLOPT_INFILESIZE_LARGE, ctx->uploadSize));
     setPostSize(options, ctx);
   } else if (ctx->readCallback != nullptr) {
-    ZARN_SET_OPTION(CURLOPT_READDATA, ctx->readUserData);
-    ZARN_SET_OPTION(CURLOPT_READFUNCTION, ctx->readCallback);
-    ZARN_SET_OPTION(CURLOPT_INFILESIZE_LARGE, ctx->uploadSize);
+    options.set(ZARN_OPTION(CURLOPT_READDATA, ctx->readUserData));
+    options.set(ZARN_OPTION(CURLOPT_READFUNCTION, ctx->readCallback));
+    options.set(ZARN_OPTION(CURLOPT_INFILESIZE_LARGE, ctx->uploadSize));
     setPostSize(options, ctx);
   } else if (ctx->verb == "PUT") {
     const void* const nothing = nullptr;
     options.set(CURLOPT_INFILE, nothing, "curl_easy_setopt(handle, CURLOPT_INFILE, NULL)");
-    ZARN_SET_OPTION(CURLOPT_INFILESIZE, 0);
+    options.set(ZARN_OPTION(CURLOPT_INFILESIZE, 0));
   } else if (ctx->verb == "POST") {
-    ZARN_SET_OPTION(CURLOPT_POST, 1);
-    ZARN_SET_OPTION(CURLOPT_POSTFIELDS, ctx->postData.c_str());
+    options.set(ZARN_OPTION(CURLOPT_POST, 1));
+    options.set(ZARN_OPTION(CURLOPT_POSTFIELDS, ctx->postData.c_str()));
   }
 }
 
 void setCredentialsAndMethod(const Options& options, const Context& ctx) {
   if (!ctx->username.empty()) {
-    ZARN_SET_OPTION(CURLOPT_USERNAME, ctx->username.c_str());
-    ZARN_SET_OPTION(CURLOPT_PASSWORD, ctx->password.c_str());
+    options.set(ZARN_OPTION(CURLOPT_USERNAME, ctx->username.c_str()));
+    options.set(ZARN_OPTION(CURLOPT_PASSWORD, ctx->password.c_str()));
   }
-  if (ctx->verb == "PUT" && ctx->formParts.empty()) ZARN_SET_OPTION(CURLOPT_UPLOAD, true);
-  if (ctx->verb == "HEAD") ZARN_SET_OPTION(CURLOPT_NOBODY, 1);
+  if (ctx->verb == "PUT" && ctx->formParts.empty()) options.set(ZARN_OPTION(CURLOPT_UPLOAD, true));
+  if (ctx->verb == "HEAD") options.set(ZARN_OPTION(CURLOPT_NOBODY, 1));
 }
 
 void append(StringList& list, const std::string& line) {
@@ -199,23 +199,23 @@ void setDirectHost(const Options& options, const Context& ctx) {
 }
 
 void setReports(const Options& options, const Context& ctx) {
-  ZARN_SET_OPTION(CURLOPT_WRITEHEADER, ctx.get());
-  ZARN_SET_OPTION(CURLOPT_HEADERFUNCTION, HeaderReceived);
+  options.set(ZARN_OPTION(CURLOPT_WRITEHEADER, ctx.get()));
+  options.set(ZARN_OPTION(CURLOPT_HEADERFUNCTION, HeaderReceived));
   if (ctx->progressHandler) {
-    ZARN_SET_OPTION(CURLOPT_NOPROGRESS, 0);
-    ZARN_SET_OPTION(CURLOPT_PROGRESSFUNCTION, ProgressCallback);
-    ZARN_SET_OPTION(CURLOPT_PROGRESSDATA, ctx.get());
+    options.set(ZARN_OPTION(CURLOPT_NOPROGRESS, 0));
+    options.set(ZARN_OPTION(CURLOPT_PROGRESSFUNCTION, ProgressCallback));
+    options.set(ZARN_OPTION(CURLOPT_PROGRESSDATA, ctx.get()));
   }
-  ZARN_SET_OPTION(CURLOPT_ERRORBUFFER, ctx->error);
+  options.set(ZARN_OPTION(CURLOPT_ERRORBUFFER, ctx->error));
 }
 
 void setLimitsAndTls(const Options& options, const Context& ctx) {
-  if (ctx->maxDownloadSize != 0) ZARN_SET_OPTION(CURLOPT_MAXFILESIZE_LARGE, ctx->maxDownloadSize);
+  if (ctx->maxDownloadSize != 0) options.set(ZARN_OPTION(CURLOPT_MAXFILESIZE_LARGE, ctx->maxDownloadSize));
   if (!ctx->verifyPeer) {
-    ZARN_SET_OPTION(CURLOPT_SSL_VERIFYPEER, false);
-    ZARN_SET_OPTION(CURLOPT_SSL_VERIFYHOST, 0);
+    options.set(ZARN_OPTION(CURLOPT_SSL_VERIFYPEER, false));
+    options.set(ZARN_OPTION(CURLOPT_SSL_VERIFYHOST, 0));
   }
-  ZARN_SET_OPTION(CURLOPT_SSL_CTX_FUNCTION, SSLCTXCallback);
+  options.set(ZARN_OPTION(CURLOPT_SSL_CTX_FUNCTION, SSLCTXCallback));
 }
 
 Url parse(std::string_view url) {
@@ -232,9 +232,6 @@ std::string partOf(const Url& url, CURLUPart part) {
   return CurlText(text).get();
 }
 
-#define ZARN_REQUIRE_OPTION(option, value) \
-  options.require(option, value, "curl_easy_setopt(handle, " #option ", " #value ")")
-
 /// What keeps a request safe from the network. No other scheme than http and
 /// https, and what begins on https never leaves it; TLS 1.2 at least; no
 /// certificate directory beside the CA bundle; a size limit that holds while
@@ -244,16 +241,16 @@ std::string partOf(const Url& url, CURLUPart part) {
 /// environment of a service, and TLS is verified through a proxy all the same.
 void setSafety(const Options& options, const Context& ctx) {
   const bool plain = partOf(parse(ctx->url), CURLUPART_SCHEME) == "http";
-  ZARN_REQUIRE_OPTION(CURLOPT_PROTOCOLS_STR, "http,https");
-  ZARN_REQUIRE_OPTION(CURLOPT_REDIR_PROTOCOLS_STR, plain ? "http,https" : "https");
-  ZARN_REQUIRE_OPTION(CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2);
+  options.require(ZARN_OPTION(CURLOPT_PROTOCOLS_STR, "http,https"));
+  options.require(ZARN_OPTION(CURLOPT_REDIR_PROTOCOLS_STR, plain ? "http,https" : "https"));
+  options.require(ZARN_OPTION(CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2));
   if (ctx->verifyPeer) {
     const char* const none = nullptr;
-    ZARN_REQUIRE_OPTION(CURLOPT_CAPATH, none);
+    options.require(ZARN_OPTION(CURLOPT_CAPATH, none));
   }
   if (ctx->maxDownloadSize > 0) {
-    ZARN_REQUIRE_OPTION(CURLOPT_WRITEDATA, ctx.get());
-    ZARN_REQUIRE_OPTION(CURLOPT_WRITEFUNCTION, boundedWriteCallback);
+    options.require(ZARN_OPTION(CURLOPT_WRITEDATA, ctx.get()));
+    options.require(ZARN_OPTION(CURLOPT_WRITEFUNCTION, boundedWriteCallback));
   }
 }
 
@@ -304,8 +301,8 @@ std::optional<std::string> directResolveEntry(std::string_view url) {
 
   const std::string portText = partOf(parsed, CURLUPART_PORT);
   std::uint16_t port = 0;
-  const auto [end, error] = std::from_chars(portText.data(), portText.data() + portText.size(), port);
-  if (error != std::errc() || portText.empty()) return std::nullopt;
+  const auto read = std::from_chars(portText.data(), portText.data() + portText.size(), port);
+  if (read.ec != std::errc()) return std::nullopt;
   return host + ":" + std::to_string(port) + ":" + address;
 }
 
