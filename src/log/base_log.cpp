@@ -88,11 +88,7 @@ LogItem makeItem(LogLevel level, std::string message) {
 BaseLog::BaseLog() : state_(std::make_unique<State>()) {}
 
 BaseLog::~BaseLog() {
-  try {
-    stop();
-  } catch (const std::exception&) {
-    // Only a broken mutex gets here.
-  }
+  stopQuietly();
 }
 
 // ---- Start and stop ------------------------------------------------------------
@@ -122,11 +118,16 @@ void BaseLog::startWriter() {
 }
 
 void BaseLog::writeStartupCrashLog(const std::string& reason) noexcept {
+  // The failure that is reported, here and to the caller, is the first one.
   try {
-    guarded([this] { createLogDirectories(); });
+    createLogDirectories();
+  } catch (...) {
+    // Perhaps they are there all the same.
+  }
+  try {
     LogFiles::writeStartupCrash(logDirectory(), reason);
   } catch (...) {
-    // The failure that is reported to the caller is the first one.
+    // Nowhere left to report it.
   }
 }
 
@@ -138,6 +139,14 @@ void BaseLog::stop() {
   }
   const MutexLock lock(state_->fileMutex);
   state_->file.reset();
+}
+
+void BaseLog::stopQuietly() noexcept {
+  try {
+    stop();
+  } catch (const std::exception&) {
+    // Only a broken mutex gets here.
+  }
 }
 
 // ---- Lines come in ---------------------------------------------------------------

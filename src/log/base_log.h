@@ -30,34 +30,10 @@ class BaseLog : public LogSink {
   BaseLog();
   BaseLog(const BaseLog&) = delete;
   BaseLog& operator=(const BaseLog&) = delete;
-  /// A derived class that was started calls stop() in its own destructor: the
+  /// A derived class that was started calls stopQuietly() in its own destructor: the
   /// writer uses its virtual operations.
   ~BaseLog() override;
 
- protected:
-  // The writer thread, or the thread that writes a line, calls these.
-
-  /// Makes sure that the directory of the files exists. Also called by start().
-  virtual void createLogDirectories() = 0;
-  /// Called once, by start(), before the writer runs.
-  virtual void initializePreferences() {}
-  /// Called for each line that passed, scrubbed, before it goes to the file. Lines
-  /// logged from here are dropped.
-  virtual void onLineWritten() {}
-  [[nodiscard]] virtual std::string logDirectory() = 0;
-  /// How many older files are kept. Asked at every rotation.
-  [[nodiscard]] virtual std::int32_t rotatedFileCount() = 0;
-  /// Stands in records for the collector.
-  [[nodiscard]] virtual std::string accountUserName() = 0;
-  /// A new file is open and empty. Lines logged from here are its first ones.
-  virtual void onFileOpened() = 0;
-  /// Takes secrets out of a message, in place.
-  virtual void scrubMessage(std::string& message) = 0;
-  /// Closes the file, rotates the files and begins a new one. When that fails
-  /// there is no file until the next rotation.
-  virtual void rotateAndReopen();
-
- public:
   /// Makes the directories, reads the preferences and starts the writer, which
   /// begins by rotating. Only the first start does anything. Whatever is thrown
   /// on the way is passed on, with its text left in "Startup Crash.log".
@@ -88,6 +64,31 @@ class BaseLog : public LogSink {
   [[noreturn]] void fatal(const std::string& message) final;
 
  protected:
+  // The writer thread, or the thread that writes a line, calls these.
+
+  /// Makes sure that the directory of the files exists. Also called by start().
+  virtual void createLogDirectories() = 0;
+  /// Called once, by start(), before the writer runs.
+  virtual void initializePreferences() {}
+  /// Called for each line that passed, scrubbed, before it goes to the file. Lines
+  /// logged from here are dropped.
+  virtual void onLineWritten() {}
+  [[nodiscard]] virtual std::string logDirectory() = 0;
+  /// How many older files are kept. Asked at every rotation.
+  [[nodiscard]] virtual std::int32_t rotatedFileCount() = 0;
+  /// Stands in records for the collector.
+  [[nodiscard]] virtual std::string accountUserName() = 0;
+  /// A new file is open and empty. Lines logged from here are its first ones.
+  virtual void onFileOpened() = 0;
+  /// Takes secrets out of a message, in place.
+  virtual void scrubMessage(std::string& message) = 0;
+  /// Closes the file, rotates the files and begins a new one. When that fails
+  /// there is no file until the next rotation.
+  virtual void rotateAndReopen();
+
+  /// stop(), for destructors.
+  void stopQuietly() noexcept;
+
   /// As enableNetworkLogging(), until a time in seconds since the epoch, with
   /// nothing logged. Throws a std::exception on failure.
   void startNetworkLog(const std::string& host, std::uint16_t port, std::int64_t expiry);

@@ -37,7 +37,7 @@ Log& Log::instance() {
 }
 
 Log::~Log() {
-  stop();
+  stopQuietly();
 }
 
 void Log::moveToCurrentDirectory() {

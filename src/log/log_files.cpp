@@ -1,6 +1,8 @@
 #include "log/log_files.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <utility>
 
 #include "log/log_line.h"
 #include "log/log_platform.h"
@@ -18,7 +20,7 @@ std::string path(std::string_view directory, std::string_view baseName, std::siz
 void rotate(std::string_view directory, std::string_view baseName, std::int32_t kept) {
   const auto last = static_cast<std::size_t>(std::max(kept, 1));
   std::string target = path(directory, baseName, last);
-  if (FileUtils::exists(target)) FileUtils::deleteFile(target);
+  FileUtils::deleteFile(target);
   for (std::size_t number = last; number > 0; --number) {
     std::string source = path(directory, baseName, number - 1);
     if (FileUtils::exists(source)) FileUtils::move(source, target);

@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <ctime>
+#include <cstddef>
 
-#include "log/log_platform.h"
+#include "util/time_utils.h"
 
 namespace zarn {
 namespace {
@@ -40,8 +40,13 @@ std::string_view logLevelName(LogLevel level) noexcept {
   return "?";
 }
 
+std::tm localCalendarTime(std::int64_t seconds) noexcept {
+  std::tm fields{};
+  return TimeUtils::platform::localTime(seconds, fields) ? fields : std::tm{};
+}
+
 std::string logTimeText(std::int64_t seconds) {
-  const std::tm fields = platform::localCalendarTime(seconds);
+  const std::tm fields = localCalendarTime(seconds);
   std::array<char, kTimeBufferBytes> buffer{};
   const std::size_t length = std::strftime(buffer.data(), buffer.size(), "%b %d, %Y %H:%M:%S", &fields);
   return {buffer.data(), length};

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,9 @@ namespace zarn {
 
 /// "ERROR", "WARN", "INFO", "DEBUG" or "VERBOSE"; "?" for every other number.
 [[nodiscard]] std::string_view logLevelName(LogLevel level) noexcept;
+
+/// The local calendar time; all fields zero when the C library cannot convert.
+[[nodiscard]] std::tm localCalendarTime(std::int64_t seconds) noexcept;
 
 /// `seconds` as local time in the form "Nov 15, 2026 22:42:15".
 [[nodiscard]] std::string logTimeText(std::int64_t seconds);

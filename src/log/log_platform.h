@@ -3,7 +3,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <ctime>
 
 #include "log/log_item.h"
 
@@ -11,11 +10,13 @@ namespace zarn::platform {
 
 [[nodiscard]] LogTime currentLogTime() noexcept;
 
-/// The local calendar time; all fields zero when the C library cannot convert.
-[[nodiscard]] std::tm localCalendarTime(std::int64_t seconds) noexcept;
-
 /// How long the idle writer waits before it looks for lines again while more may
 /// soon follow; zero: it sleeps until it is woken.
+///
+/// Zero on Windows, where even the shortest wait lasts a tick of the system's timer,
+/// and a line would stay out of the file so long. Elsewhere polling spares threads
+/// that log the cost of waking the writer; it sleeps all the same when no line comes
+/// for some milliseconds, so that the sanitizers see both ways.
 [[nodiscard]] std::chrono::microseconds writerPollInterval() noexcept;
 
 /// Ends the process with the exception code 0xC0DEDEAD (natively: by abort()).

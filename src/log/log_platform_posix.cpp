@@ -11,12 +11,6 @@ LogTime currentLogTime() noexcept {
   return {now.tv_sec, static_cast<std::uint16_t>(now.tv_nsec / 1'000'000)};
 }
 
-std::tm localCalendarTime(std::int64_t seconds) noexcept {
-  std::tm fields{};
-  if (::localtime_r(&seconds, &fields) == nullptr) fields = {};
-  return fields;
-}
-
 // Waking a sleeping thread costs the caller of a log line many times the line itself.
 std::chrono::microseconds writerPollInterval() noexcept {
   return std::chrono::microseconds(100);

@@ -2,7 +2,6 @@
 
 #include <sys/timeb.h>
 #include <cstdlib>
-#include <ctime>
 
 #include "log/log_platform.h"
 
@@ -18,14 +17,6 @@ LogTime currentLogTime() noexcept {
   return {now.time, now.millitm};
 }
 
-std::tm localCalendarTime(std::int64_t seconds) noexcept {
-  const __time64_t time = seconds;
-  const std::tm* const fields = _localtime64(&time);  // points into memory of this thread
-  return fields != nullptr ? *fields : std::tm{};
-}
-
-// The system's timer ticks too slowly for waits this short: a line would reach
-// the disk a tick late.
 std::chrono::microseconds writerPollInterval() noexcept {
   return std::chrono::microseconds(0);
 }

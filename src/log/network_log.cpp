@@ -8,8 +8,11 @@
 #include <boost/system/system_error.hpp>
 #include <charconv>
 #include <ctime>
+#include <exception>
+#include <iterator>
 #include <utility>
 
+#include "log/log_line.h"
 #include "log/log_platform.h"
 
 namespace zarn {
@@ -33,7 +36,7 @@ std::size_t cutBetweenCharacters(std::string_view text, std::size_t bytes) noexc
 }
 
 std::string sendingTime() {
-  const std::tm fields = platform::localCalendarTime(platform::currentLogTime().seconds);
+  const std::tm fields = localCalendarTime(platform::currentLogTime().seconds);
   std::array<char, kTimeBufferBytes> buffer{};
   return {buffer.data(), std::strftime(buffer.data(), buffer.size(), "%b %d %H:%M:%S", &fields)};
 }

@@ -4,6 +4,8 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <type_traits>
+#include <utility>
 
 #if defined(__clang__)
 #define ZARN_THREAD_ANNOTATION(x) __attribute__((x))
