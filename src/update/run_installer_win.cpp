@@ -44,8 +44,12 @@ std::uint32_t RunInstaller(const std::wstring& installerPath, const RunInstaller
     return failureCode(logWin32Error(LogLevel::Error, "UpdateService::RunInstaller: CreateProcess failed"));
   }
   logLine(LogLevel::Debug, "Create Process Success! Waiting for process to complete.");
-  if (WaitForSingleObject(installer.process.get(), options.waitMilliseconds) == WAIT_TIMEOUT) {
+  const DWORD waited = WaitForSingleObject(installer.process.get(), options.waitMilliseconds);
+  if (waited == WAIT_TIMEOUT) {
     logLine(LogLevel::Error, "Wait for installer timed out.");
+  } else if (waited == WAIT_FAILED) {
+    // As after a time-out, the exit code of an installer that still runs is no success.
+    logWin32Error(LogLevel::Error, "UpdateService::RunInstaller: WaitForSingleObject failed");
   }
 
   std::uint32_t exitCode = 0;
