@@ -19,9 +19,6 @@ std::shared_ptr<HttpContext> transferAndWait(std::shared_ptr<HttpContext> contex
 
 }  // namespace
 
-CertificateProfileClient::CertificateProfileClient(std::string host)
-    : CertificateProfileClient(std::move(host), transferAndWait) {}
-
 CertificateProfileClient::CertificateProfileClient(std::string host, std::uint32_t timeoutSeconds,
                                                    std::string authorities)
     : host_(std::move(host)),

@@ -24,12 +24,11 @@ class CertificateProfileClient {
   /// Runs a prepared request and answers it once it is complete, or throws.
   using Transfer = std::function<std::shared_ptr<HttpContext>(std::shared_ptr<HttpContext>)>;
 
-  /// `host` is "host" or "host:port"; anything else makes every fetch fail.
-  explicit CertificateProfileClient(std::string host);
-
-  /// For tests: another limit on the whole transfer, and a file of certificate
+  /// `host` is "host" or "host:port"; anything else makes every fetch fail. For
+  /// tests: another limit on the whole transfer, and a file of certificate
   /// authorities instead of the service's own.
-  CertificateProfileClient(std::string host, std::uint32_t timeoutSeconds, std::string authorities);
+  explicit CertificateProfileClient(std::string host, std::uint32_t timeoutSeconds = kTimeoutSeconds,
+                                    std::string authorities = {});
 
   /// For tests: another way to transfer.
   CertificateProfileClient(std::string host, Transfer transfer);
