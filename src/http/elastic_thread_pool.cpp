@@ -18,6 +18,8 @@ ElasticThreadPool::ElasticThreadPool(std::size_t lowerBound, std::size_t maxThre
       workQueue_(std::make_shared<boost::asio::io_context>()),
       keepOpen_(boost::asio::make_work_guard(*workQueue_)) {}
 
+// Threads that cannot be joined must not outlive their pool: that ends the process.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 ElasticThreadPool::~ElasticThreadPool() {
   inService_ = false;
   keepOpen_.reset();  // from here on the queue ends when it is empty

@@ -31,7 +31,7 @@ class ElasticThreadPool {
   ElasticThreadPool(const ElasticThreadPool&) = delete;
   ElasticThreadPool& operator=(const ElasticThreadPool&) = delete;
   /// Finishes every task that was posted and joins all workers. Not to be called by one.
-  ~ElasticThreadPool();
+  ~ElasticThreadPool();  // NOLINT(bugprone-exception-escape)
 
   /// Runs `task` on a worker, some time. What it throws is logged. Throws
   /// std::bad_alloc only.

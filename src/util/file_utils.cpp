@@ -179,7 +179,7 @@ std::string logDirectory(bool withProduct, bool allowPreference) {
 }
 
 std::string databasesDirectory() {
-  const std::string path = join(join(applicationDataDirectory(), "Plug-in Support"), "Databases");
+  std::string path = join(join(applicationDataDirectory(), "Plug-in Support"), "Databases");
   if (!exists(path)) createDirectories(path);
   return path;
 }
