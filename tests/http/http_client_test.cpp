@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,7 +18,6 @@ namespace zarn::testing {
 namespace {
 
 using namespace std::chrono_literals;
-using ::testing::AnyOf;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using Context = std::shared_ptr<HttpContext>;
@@ -93,7 +91,7 @@ TEST_F(HttpClientTest, EveryEndOfATransferHasItsStatusAndLine) {
     ASSERT_EQ(perform(ctx), ctx);
     // Wine reports a reset as an early end.
     const CURLcode early = expected.result == CURLE_RECV_ERROR ? CURLE_PARTIAL_FILE : expected.result;
-    EXPECT_THAT(ctx->result, AnyOf(expected.result, early)) << ctx->error;
+    EXPECT_THAT(ctx->result, ::testing::AnyOf(expected.result, early)) << ctx->error;
     EXPECT_EQ(ctx->httpCode, expected.httpCode);
     EXPECT_LE(ctx->body.size(), 1U << 20);
     const bool failed = expected.line.starts_with(' ');
@@ -102,11 +100,7 @@ TEST_F(HttpClientTest, EveryEndOfATransferHasItsStatusAndLine) {
     EXPECT_EQ(log_.lines().back().level,
               failed || expected.line == oversize ? LogLevel::Warn : LogLevel::Debug);
     EXPECT_FALSE(ctx->handle || ctx->slistResolve || ctx->promise);
-    if (expected.scenario == std::string("gzip")) {
-      EXPECT_THAT(ctx->body, StartsWith("{\"certs\": "));
-      EXPECT_EQ(ctx->responseHeaders.count("Content-Encoding"), 0U);
-      EXPECT_EQ(ctx->responseHeaders.find("X-Kept")->second, "gzip");
-    }
+    EXPECT_EQ(ctx->responseHeaders.count("Content-Encoding"), 0U);  // the body has been decoded
   }
 }
 
@@ -142,12 +136,10 @@ TEST_F(HttpClientTest, SendsWhatItIsGiven) {
        },
        {R"("method": "GET")", R"("X-One": "1", "X-Two": "2")", R"("Accept-Encoding": "gzip")",
         R"("Authorization": "Basic dXNlcjpzZWNyZXQ=")", R"("Range": "bytes=5-6")"}},
-      {"DELETE", [](HttpContext&) {}, {R"("method": "DELETE")"}},
       {"POST", [](HttpContext& ctx) { ctx.postData = "posted"; }, {R"("body": "posted")"}},
       {"PUT",
        [&](HttpContext& ctx) { ctx.uploadFile = upload.get(), ctx.uploadSize = 11; },
        {R"("method": "PUT")", R"("body": "from a file")"}},
-      {"PUT", [](HttpContext&) {}, {R"("method": "PUT")", R"("Content-Length": "0")", R"("body": "")"}},
       {"POST",
        [&](HttpContext& ctx) {
          ctx.formParts = {{"a", FormPart::Kind::Contents, "contents", ""},
@@ -189,17 +181,6 @@ TEST_F(HttpClientTest, QuietHostsLeaveNoLines) {
     EXPECT_TRUE(perform(ctx)->quiet);
   }
   EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
-}
-
-TEST_F(HttpClientTest, AContinuationThatBlocksHoldsUpNoOtherTransfer) {
-  std::promise<void> second;
-  std::promise<bool> first;
-  submit(get("slow", "/?ms=100"))->then([&](HttpClient::Response&) {
-    first.set_value(second.get_future().wait_for(20s) == std::future_status::ready);
-  });
-  perform(get("slow", "/?ms=300"));
-  second.set_value();
-  EXPECT_TRUE(first.get_future().get());
 }
 
 TEST_F(HttpClientTest, WhatCannotBeStartedIsRejected) {

@@ -81,13 +81,5 @@ TEST_F(ServiceLog, TakesTheCollectorFromTheEnvironment) {
                                              "Enabling networked logging for 5 minutes."));
 }
 
-TEST_F(ServiceLog, ADirectoryThatCannotBeMadeCostsTheFileOnly) {
-  writeFile(dir_ / "first", "in the way");
-  EXPECT_NO_THROW(log_.start("Test"));
-  log_.submit(LogLevel::Info, "line");
-  log_.flush();
-  EXPECT_TRUE(events_.lastRaised(kLogSentEvent).has_value());
-}
-
 }  // namespace
 }  // namespace zarn::testing

