@@ -36,10 +36,9 @@ FakeService& FakeService::instance() {
 
 FakeService::FakeService() {
   static update_interface::ServerInterface served({setLocalAppDataPath, checkBundle, install});
-  std::wstring sequence = update_interface::kProtocolSequence;
-  std::wstring endpoint = update_interface::kEndpoint;
-  EXPECT_EQ(RpcServerUseProtseqEpW(reinterpret_cast<RPC_WSTR>(sequence.data()), 1,
-                                   reinterpret_cast<RPC_WSTR>(endpoint.data()), nullptr),
+  using update_interface::rpcText;
+  EXPECT_EQ(RpcServerUseProtseqEpW(rpcText(update_interface::kProtocolSequence), 1,
+                                   rpcText(update_interface::kEndpoint), nullptr),
             RPC_S_OK);
   EXPECT_EQ(RpcServerRegisterIf(served.handle(), nullptr, nullptr), RPC_S_OK);
   EXPECT_EQ(RpcServerListen(1, 1, TRUE), RPC_S_OK);

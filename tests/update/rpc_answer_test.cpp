@@ -11,19 +11,13 @@ namespace {
 
 TEST(RpcAnswer, LetsNothingThrownOut) {
   const testing::RecordingLog log;
-  const auto answer = [](const std::function<Status(const std::wstring&)>& work) {
-    return answerCall("Install", L"p", Status::Failed, work);
-  };
-  EXPECT_EQ(
-      answer([](const std::wstring& path) { return path == L"p" ? Status::RebootRequired : Status::Failed; }),
-      Status::RebootRequired);
-  EXPECT_EQ(answer([](const std::wstring&) -> Status { throw std::runtime_error("two\nlines"); }),
-            Status::Failed);
-  EXPECT_EQ(answer([](const std::wstring&) -> Status { throw 7; }), Status::Failed);
-  EXPECT_EQ(log.lines(),
-            (std::vector<testing::LoggedLine>{
-                {LogLevel::Error, "Install: Caught std::exception two\\x0alines, type: std::runtime_error"},
-                {LogLevel::Error, "Install: Caught std::exception unknown, type: unknown"}}));
+  const auto answer = [](const auto& work) { return answerCall("Install", L"p", Status::Failed, work); };
+  EXPECT_EQ(answer([](const std::wstring&) { return Status::RebootRequired; }), Status::RebootRequired);
+  EXPECT_EQ(answer([](auto&) -> Status { throw std::runtime_error("two\nlines"); }), Status::Failed);
+  EXPECT_EQ(answer([](auto&) -> Status { throw 7; }), Status::Failed);
+  EXPECT_EQ(log.texts(), (std::vector<std::string>{
+                             "Install: Caught std::exception two\\x0alines, type: std::runtime_error",
+                             "Install: Caught std::exception unknown, type: unknown"}));
 }
 
 TEST(RpcAnswer, RefusesPathsThatWindowsCannotHave) {
