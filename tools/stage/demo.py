@@ -26,7 +26,7 @@ def show(text, keep=lambda line: True):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", type=pathlib.Path, required=True)
-    parser.add_argument("--dist", type=pathlib.Path, required=True)
+    parser.add_argument("--setup", type=pathlib.Path, required=True, help="the setup program")
     parser.add_argument("--work", type=pathlib.Path, required=True)
     options = parser.parse_args()
     options.work = options.work.resolve()
@@ -39,16 +39,17 @@ def main():
         accounts.stop()
 
 
-def wait_for(machine, state):
+def start_again(machine):
+    machine.wine("sc", "start", stage.SERVICE)
     for _ in range(200):
-        if state in machine.wine("sc", "query", stage.SERVICE, check=False).stdout:
+        if "RUNNING" in machine.wine("sc", "query", stage.SERVICE, check=False).stdout:
             return
         time.sleep(0.1)
-    raise RuntimeError(f"the service did not reach {state}")
+    raise RuntimeError("the service did not start again")
 
 
 def play(options, accounts, machine):
-    programs = options.build / "tests" / "e2e"
+    programs = options.build / "tools" / "stage"
     heading("A publisher signs an update")
     publisher = stage.Publisher(options.work / "publisher")
     bundles = stage.make_bundles(publisher, programs / "genuine_installer.exe", programs / "intruder_installer.exe",
@@ -62,18 +63,17 @@ def play(options, accounts, machine):
     show(accounts.profile.read_text())
     tell(f"served by nginx at https://{servers['good']}/api/zmscert/profile")
 
-    heading("A machine gets the service")
+    heading("A machine gets the service, by its setup program")
     machine.make({"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": servers["good"]})
-    machine.lay_out(options.dist, servers["ca"])
     machine.wine(programs / "trust_root.exe", machine.windows(publisher.root.with_suffix(".der")))
-    program = stage.INSTALL_DIR + r"\ZarnUpdateService.exe"
-    machine.wine("sc", "create", stage.SERVICE, "binPath=", f'"{program}"', "type=", "own", "start=", "demand")
-    machine.wine("sc", "start", stage.SERVICE)
-    wait_for(machine, "RUNNING")
-    show(machine.wine("sc", "query", stage.SERVICE).stdout, lambda line: "STATE" in line or "SERVICE_NAME" in line)
+    shutil.copy(servers["ca"], machine.path(r"C:\authorities.pem"))
+    arguments = ["/S", r"/CABUNDLE=C:\authorities.pem", r"/LOG=C:\setup.log"]
+    tell(f"ZarnUpdateServiceSetup.exe {' '.join(arguments)}")
+    machine.wine(options.setup, *arguments)
+    client = stage.INSTALL_DIR + r"\zarn-update.exe"
+    show(machine.wine(client, "status").stdout)
     plan = machine.path(r"C:\zarn-test\plan.txt")
     plan.write_text("exit=0\nlog=Zarn Media Server Setup.log\n")
-    client = options.dist / "zarn-update.exe"
 
     heading("A caller asks for a bundle that is not signed")
     refused = machine.wine(client, "install", machine.windows(bundles / "unsigned.exe"), check=False)
@@ -82,6 +82,9 @@ def play(options, accounts, machine):
     if refused.returncode == 0 or runs.exists():
         raise RuntimeError("an unsigned bundle was not refused")
     tell("Refused, and nothing ran.")
+
+    heading("An administrator looks at the signed bundle, without running it")
+    show(machine.wine(client, "verify", machine.windows(bundles / "approved.exe")).stdout)
 
     heading("A caller asks for the signed bundle")
     watcher = machine.start(programs / "await_service_end.exe")
@@ -95,14 +98,15 @@ def play(options, accounts, machine):
     heading("The service ends itself to be restarted (exit code 1467)")
     show(watcher.communicate(timeout=60)[0], lambda line: "ended" in line)
     tell("On Windows the recovery actions start it again; here the story does.")
-    machine.wine("sc", "start", stage.SERVICE)
-    wait_for(machine, "RUNNING")
+    start_again(machine)
     logs = next(machine.prefix.glob("drive_c/users/*/AppData/Local/Zarn Media Server/Logs"))
     tell("The installer's logs were collected:")
     for file in sorted((logs / "Installer Logs").iterdir()):
         print(f"      | {file.name}")
     tell("The service's own account of it (rotated by the second start):")
     show((logs / "Zarn Update Service.1.log").read_text(errors="replace"))
+    tell("And its record of every request (zarn-update history):")
+    show(machine.wine(client, "history").stdout)
     shutil.copytree(logs, options.work / "Logs", dirs_exist_ok=True)
     print()
     tell(f"All of it is kept in {options.work.relative_to(stage.ROOT)}.")
