@@ -1,6 +1,7 @@
 #include "http/elastic_thread_pool.h"
 
 #include <boost/asio/post.hpp>
+#include <exception>
 #include <utility>
 
 #include "util/logging.h"

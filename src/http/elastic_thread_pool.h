@@ -8,6 +8,7 @@
 #include <boost/thread/thread.hpp>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <limits>
 #include <stdexcept>
 #include <string>

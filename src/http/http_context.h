@@ -12,6 +12,7 @@
 
 #include <curl/curl.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <functional>

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <boost/thread/thread.hpp>
 #include <cstdio>
+#include <exception>
 #include <stdexcept>
 #include <utility>
 

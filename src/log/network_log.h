@@ -1,6 +1,7 @@
 // Copies of log lines for a syslog collector, as UDP datagrams, for a limited time.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>

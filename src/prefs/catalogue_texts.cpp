@@ -1,5 +1,7 @@
 #include "prefs/catalogue.h"
 
+#include <span>
+
 namespace zarn::catalogue {
 namespace {
 

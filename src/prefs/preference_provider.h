@@ -1,6 +1,7 @@
 // What a settings screen asks of whoever has settings to show.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <span>

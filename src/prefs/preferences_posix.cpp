@@ -1,4 +1,7 @@
 #include "prefs/preferences_platform.h"
+
+#include <memory>
+
 #include "prefs/test_preferences.h"
 
 namespace zarn::platform {

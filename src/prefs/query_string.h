@@ -1,6 +1,7 @@
 // Text of the form "key=value&key=value", as in the query part of a URL.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>

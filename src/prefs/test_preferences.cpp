@@ -1,5 +1,6 @@
 #include "prefs/test_preferences.h"
 
+#include <optional>
 #include <utility>
 
 #include "prefs/value_text.h"

@@ -1,6 +1,12 @@
 // A store that keeps its values in memory.
 #pragma once
 
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
 #include "prefs/preferences.h"
 
 namespace zarn {

@@ -1,6 +1,10 @@
 // The store that keeps every value under one registry key of the current user.
 #pragma once
 
+#include <cstdint>
+#include <string>
+#include <string_view>
+
 #include "prefs/preferences.h"
 
 namespace zarn {

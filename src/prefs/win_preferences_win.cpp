@@ -2,6 +2,9 @@
 
 #include <bit>
 #include <cstring>
+#include <optional>
+#include <utility>
+#include <vector>
 
 #include "util/logging.h"
 #include "util/printable.h"

@@ -1,5 +1,6 @@
 #include <array>
 #include <atomic>
+#include <exception>
 #include <stdexcept>
 
 #include "service/service_control.h"

@@ -1,5 +1,7 @@
 #include "system/power_manager.h"
 
+#include <exception>
+
 #include "prefs/preferences.h"
 #include "util/logging.h"
 #include "util/printable.h"

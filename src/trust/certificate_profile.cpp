@@ -1,5 +1,6 @@
 #include "trust/certificate_profile.h"
 
+#include <exception>
 #include <utility>
 
 #include "http/http_client.h"

@@ -5,6 +5,7 @@
 //   if (observer.signer()) { /* observer.signer()->digest is what was looked up */ }
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>

@@ -4,6 +4,7 @@
 #include <array>
 #include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
+#include <exception>
 #include <string>
 #include <string_view>
 

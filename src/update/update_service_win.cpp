@@ -1,6 +1,7 @@
 #include <windows.h>
 
 #include <rpc.h>
+#include <optional>
 
 #include "service/end_process.h"
 #include "trust/certificate_identity.h"
@@ -27,10 +28,14 @@ const InstallRequest& installRequest() {
   static const InstallRequest request({
       .checkIntegrity = [](const std::wstring& path) { return CheckCertificateIntegrity(path); },
       .checkIdentity =
-          [](const std::wstring& path, std::optional<ObservedSigner>& signer) {
+          [](const std::wstring& path, IdentityFacts& facts) {
             SignerObserver observer(systemTrustApi());
-            const TrustResult result = CheckCertificateIdentity(observer, path, FetchCertificateProfile);
-            signer = observer.signer();
+            const TrustResult result = CheckCertificateIdentity(observer, path, [&facts] {
+              auto profile = FetchCertificateProfile();
+              facts.profileWasHad = !profile.empty();
+              return profile;
+            });
+            facts.signer = observer.signer();
             return result;
           },
       .record =

@@ -4,6 +4,8 @@
 #include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
+#include <exception>
+#include <utility>
 
 #include "util/file_utils_platform.h"
 #include "util/logging.h"

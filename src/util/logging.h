@@ -15,7 +15,9 @@
 
 #include <atomic>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <initializer_list>
 #include <string>
 #include <string_view>
