@@ -5,11 +5,17 @@
 ;   PLUGINS            folder of the plug-in ZarnSetup.dll
 ;   FILES              script with the files to install, in a fixed order
 ;   INSTALLED_KIB      their size
+;   QUICK              when defined: packs less tightly
+;   SIGN               a command that signs the file named behind it; optional
 ; The plug-in does what needs the service control manager, and says in one
 ; sentence what went wrong; exit codes are listed in docs/operations.md.
 
 Target amd64-unicode
+!ifdef QUICK
+SetCompressor zlib
+!else
 SetCompressor /SOLID lzma
+!endif
 SetDateSave off
 Name "Zarn Update Service"
 BrandingText "Zarn Update Service ${VERSION_TEXT}"
@@ -23,6 +29,10 @@ ShowUninstDetails show
 AllowSkipFiles off
 SetOverwrite try
 !addplugindir /amd64-unicode "${PLUGINS}"
+!ifdef SIGN
+  !uninstfinalize '${SIGN} "%1"' = 0
+  !finalize '${SIGN} "%1"' = 0
+!endif
 
 VIProductVersion "${VERSION}.0"
 VIAddVersionKey "CompanyName" "Zarn, Inc."

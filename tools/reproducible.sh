@@ -1,22 +1,18 @@
 #!/usr/bin/env bash
-# Builds the last commit twice, from two clones in two folders, the second time
-# without the compiler cache, and compares what comes out byte by byte.
+# Builds the last commit once more, from a clone in another folder and without the
+# compiler cache, and compares what comes out with build/dist and build/package
+# byte by byte. The checkout must have been built and packaged as committed.
 set -euo pipefail
 # shellcheck source=tools/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
-
-ZARN_MINGW_PREFIX=$(cat "$cache/mingw64-prefix" 2>/dev/null) || die "build once first: ./dev build"
-SOURCE_DATE_EPOCH=$(git -C "$root" log -1 --pretty=%ct)
-export ZARN_MINGW_PREFIX SOURCE_DATE_EPOCH
-unset CCACHE_BASEDIR CCACHE_NOHASHDIR
-work=$build/reproducible
 
 # Leaves the tree and the package of a clean build in FOLDER/result.
 build_in() { # FOLDER
   local clone=$1/source
   git clone -q --no-local "$root" "$clone"
   cd "$clone"
-  cmake --preset windows -DZARN_BUILD_TESTS=OFF
+  # shellcheck disable=SC2086  # several options, or none
+  cmake --preset windows -DZARN_BUILD_TESTS=OFF ${ZARN_WINDOWS_OPTIONS:-}
   cmake --build build/windows -j "$jobs"
   cmake --install build/windows --prefix "$1/result/dist" --component dist --strip
   tools/package.sh build/windows "$1/result/dist" "$1/result/package"
@@ -27,13 +23,13 @@ if [ "${1:-}" = --build-in ]; then
   exit
 fi
 
-rm -rf "$work"
-first=$work/first
-second="$work/a second folder"
-mkdir -p "$first" "$second"
-step "first build" "$build/logs/reproducible-first.log" "${BASH_SOURCE[0]}" --build-in "$first"
-step "second build" "$build/logs/reproducible-second.log" \
-  env CCACHE_DISABLE=1 "${BASH_SOURCE[0]}" --build-in "$second"
-diff -r "$first/result" "$second/result" || die "the two builds differ; they are in $work"
-(cd "$first/result" && sha256sum ./*/*.exe)
-say "Both builds gave the same bytes"
+again="$build/reproducible/a second folder"
+rm -rf "$build/reproducible"
+mkdir -p "$again"
+step "clean build in another folder" "$build/logs/reproducible.log" \
+  env -u CCACHE_BASEDIR -u CCACHE_NOHASHDIR CCACHE_DISABLE=1 "${BASH_SOURCE[0]}" --build-in "$again"
+for part in dist package; do
+  diff -r "$build/$part" "$again/result/$part" || die "the two builds differ; the second is in $again"
+done
+(cd "$build" && sha256sum dist/*.exe package/*.exe | sed 's/^/    /')
+rm -rf "$build/reproducible"

@@ -14,12 +14,19 @@
 
 namespace zarn {
 
+/// What the identity check came to know, for the record.
+struct IdentityFacts {
+  std::optional<ObservedSigner> signer;
+  /// Whether there was a list of approved signers to look into.
+  bool profileWasHad = false;
+};
+
 /// What an install request needs of the rest of the service.
 struct InstallCollaborators {
   /// Whether the system trusts the signature of the file at a path.
   std::function<TrustResult(const std::wstring&)> checkIntegrity;
-  /// Whether its signer is approved; tells who that is when it came to that.
-  std::function<TrustResult(const std::wstring&, std::optional<ObservedSigner>&)> checkIdentity;
+  /// Whether its signer is approved.
+  std::function<TrustResult(const std::wstring&, IdentityFacts&)> checkIdentity;
   /// Keeps the record of a request that has ended, before its caller has the
   /// answer. Whatever it throws is passed over.
   std::function<void(const InstallRecord&)> record;

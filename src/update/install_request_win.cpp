@@ -47,10 +47,23 @@ void noteFailure(InstallRecord& record, Check check) {
   record.note(check, Verdict::Failed, describeSystemError(failureCode(lastSystemError())));
 }
 
-/// Notes the answer of a trust check; true when it is "trusted".
-bool noteAnswer(InstallRecord& record, Check check, const TrustResult& result) {
+/// Notes the answer of a trust check, `refusal` unless it is "trusted"; true when it is.
+bool noteAnswer(InstallRecord& record, Check check, const TrustResult& result, Verdict refusal) {
   if (result.isVerified()) return record.note(check, Verdict::Passed);
-  return record.note(check, Verdict::Refused, describeSystemError(static_cast<std::uint32_t>(result.code())));
+  return record.note(check, refusal, describeSystemError(static_cast<std::uint32_t>(result.code())));
+}
+
+/// What is known once the installer has ended. From there on only the record may suffer.
+void noteInstalled(InstallRecord& record, std::uint32_t exitCode, const std::string& digest,
+                   const std::wstring& stagedPath) noexcept {
+  try {
+    record.exitCode = exitCode;
+    record.sha256 = digest;
+    const FileVersion version = readFileVersion(StringUtils::utf16to8(stagedPath));
+    record.product = version.product;
+    record.productVersion = version.productVersion;
+  } catch (...) {  // NOLINT(bugprone-empty-catch): no update depends on its record
+  }
 }
 
 /// Hands the record over when the request ends, in whichever way.
@@ -155,11 +168,7 @@ InstallRequest::Outcome InstallRequest::installStaged(const std::wstring& staged
   }
   const std::uint32_t installerExit = RunInstaller(stagedPath, collaborators_.runOptions);
   exitCode = static_cast<std::int32_t>(installerExit);
-  record.exitCode = installerExit;
-  record.sha256 = digest.finish();
-  const FileVersion version = readFileVersion(StringUtils::utf16to8(stagedPath));
-  record.product = version.product;
-  record.productVersion = version.productVersion;
+  noteInstalled(record, installerExit, digest.finish(), stagedPath);
   copy.reset();
   if (!FileUtils::deleteFile(StringUtils::utf16to8(stagedPath))) {
     logLine(LogLevel::Warn, "Failed to delete bundle from temp directory.");
@@ -191,16 +200,16 @@ Status InstallRequest::checkCallersBundle(const std::wstring& path) const {
 }
 
 Status InstallRequest::runChecks(const std::wstring& path, InstallRecord& record) const {
-  if (!noteAnswer(record, Check::Integrity, collaborators_.checkIntegrity(path))) {
-    return Status::SignatureRefused;
+  const TrustResult integrity = collaborators_.checkIntegrity(path);
+  if (!noteAnswer(record, Check::Integrity, integrity, Verdict::Refused)) return Status::SignatureRefused;
+  IdentityFacts facts;
+  const TrustResult identity = collaborators_.checkIdentity(path, facts);
+  if (facts.signer) {
+    record.signerDigest = facts.signer->digest;
+    record.signerSubject = facts.signer->subject;
   }
-  std::optional<ObservedSigner> signer;
-  const TrustResult identity = collaborators_.checkIdentity(path, signer);
-  if (signer) {
-    record.signerDigest = signer->digest;
-    record.signerSubject = signer->subject;
-  }
-  return noteAnswer(record, Check::Identity, identity) ? Status::Installed : Status::SignerRefused;
+  const Verdict refusal = facts.profileWasHad ? Verdict::Refused : Verdict::Failed;
+  return noteAnswer(record, Check::Identity, identity, refusal) ? Status::Installed : Status::SignerRefused;
 }
 
 }  // namespace zarn

@@ -37,9 +37,11 @@ nlohmann::ordered_json orNull(const std::optional<Number>& number) {
 
 /// Makes room for new records: what is too large becomes the earlier history.
 void beginAnewWhenLarge(const std::string& path, std::string_view directory, std::uint64_t maximumBytes) {
-  if (!FileUtils::exists(path) || FileUtils::fileSize(path) < maximumBytes) return;
-  const std::string earlier = FileUtils::join(directory, kEarlierName);
-  if (FileUtils::deleteFile(earlier)) FileUtils::move(path, earlier);
+  constexpr std::uint64_t unknown = ~std::uint64_t{0};
+  const std::uint64_t bytes = FileUtils::exists(path) ? FileUtils::fileSize(path) : 0;
+  if (bytes >= maximumBytes && bytes != unknown) {
+    FileUtils::move(path, FileUtils::join(directory, kEarlierName));
+  }
 }
 
 /// The file's size when a line may follow; -1 when that cannot be found out.

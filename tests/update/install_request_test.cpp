@@ -76,8 +76,8 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
 
 TEST_F(InstallRequestTest, RunsNothingThatACheckRefuses) {
   int identityChecks = 0;
-  collaborators_.checkIdentity = [&](const std::wstring&, std::optional<ObservedSigner>& signer) {
-    signer = {"5e1f", "CN=Somebody"};
+  collaborators_.checkIdentity = [&](const std::wstring&, IdentityFacts& facts) {
+    facts = {ObservedSigner{"5e1f", "CN=Somebody"}, true};
     ++identityChecks;
     return TrustResult::refused(5);
   };
