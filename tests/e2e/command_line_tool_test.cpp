@@ -2,11 +2,11 @@
 // what the service decides.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "e2e/service_under_test.h"
 #include "support/run_program.h"
-#include "support/temp_directory.h"
 
 namespace zarn::testing {
 namespace {
@@ -15,42 +15,28 @@ using Json = nlohmann::json;
 
 constexpr char kTool[] = R"(C:\Program Files\Zarn Update Service\zarn-update.exe)";
 
-class CommandLineTool : public ::testing::Test {
- protected:
-  void SetUp() override {
-    writeFile(stage_.at("profile"), R"({"certs": [")" + stage_.at("approved_digest") + R"("]})");
-    ServiceUnderTest::planInstaller("exit=1641\n");  // succeeds without a restart
-    ServiceUnderTest::forgetInstallerRuns();
-    service_.start();
-  }
+Json ask(const std::string& command, const std::string& target) {
+  const ProgramRun run = runProgram(kTool, {command, target, "--json"});
+  Json answer = Json::parse(run.output, nullptr, false);
+  EXPECT_TRUE(answer.is_object() && answer.value("exitCode", -1) == static_cast<int>(run.exitCode))
+      << command << " " << target << ": " << run.output << run.error;
+  return answer.is_object() ? answer : Json::object();
+}
 
-  [[nodiscard]] std::string bundle(const std::string& name) const {
-    return stage_.at("bundles") + "\\" + name;
-  }
+/// What the service wrote of the newest request.
+Json lastRecord() {
+  const Json answer = Json::parse(runProgram(kTool, {"history", "--last", "1", "--json"}).output);
+  return answer["requests"].at(0);
+}
 
-  static Json ask(const std::string& command, const std::string& target) {
-    const ProgramRun run = runProgram(kTool, {command, target, "--json"});
-    Json answer = Json::parse(run.output, nullptr, false);
-    EXPECT_TRUE(answer.is_object() && answer.value("exitCode", -1) == static_cast<int>(run.exitCode))
-        << command << " " << target << ": " << run.output << run.error;
-    return answer.is_object() ? answer : Json::object();
+Json recorded(const Json& record, const Json& check) {
+  for (const Json& one : record["checks"]) {
+    if (one["name"] == check) return one["verdict"];
   }
+  return {};
+}
 
-  /// What the service wrote of the newest request.
-  static Json lastRecord() {
-    const Json answer = Json::parse(runProgram(kTool, {"history", "--last", "1", "--json"}).output);
-    return answer["requests"].at(0);
-  }
-  static Json recorded(const Json& record, const Json& check) {
-    for (const Json& one : record["checks"]) {
-      if (one["name"] == check) return one["verdict"];
-    }
-    return {};
-  }
-
-  std::map<std::string, std::string> stage_ = stageSettings();
-  ServiceUnderTest service_;
-};
+using CommandLineTool = OnStage;
 
 TEST_F(CommandLineTool, VerifiesAsTheServiceDecides) {
   std::map<std::string, std::string> decidedBy;
@@ -83,22 +69,22 @@ TEST_F(CommandLineTool, VerifiesAsTheServiceDecides) {
 
 TEST_F(CommandLineTool, NamesTheSignerAndWhetherTheProfileHoldsIt) {
   const Json approved = ask("verify", bundle("approved.exe"));
-  EXPECT_EQ(approved["signer"]["digest"], stage_.at("approved_digest"));
+  EXPECT_EQ(approved["signer"]["digest"], stageSetting("approved_digest"));
   EXPECT_EQ(approved["signer"]["subject"], "CN=Zarn, Inc., O=Zarn, Inc., L=Los Gatos, S=California, C=US");
   EXPECT_EQ(approved["profile"]["holdsSigner"], true);
   ask("install", bundle("approved.exe"));
   const Json record = lastRecord();
-  EXPECT_EQ(record["sha256"], stage_.at("approved_sha256"));
+  EXPECT_EQ(record["sha256"], stageSetting("approved_sha256"));
   EXPECT_EQ(record["signerDigest"], approved["signer"]["digest"]);
   EXPECT_EQ(record["signerSubject"], approved["signer"]["subject"]);
   EXPECT_EQ(record["exitCode"], 1641);
   EXPECT_EQ(record["product"], "Zarn Media Server");
   EXPECT_EQ(record["productVersion"], "7.8.9");
   const Json decoy = ask("verify", bundle("decoy.exe"));
-  EXPECT_EQ(decoy["signer"]["digest"], stage_.at("decoy_digest"));
+  EXPECT_EQ(decoy["signer"]["digest"], stageSetting("decoy_digest"));
   EXPECT_EQ(decoy["profile"]["holdsSigner"], false);
 
-  writeFile(stage_.at("profile"), "no profile");
+  setProfile("no profile");
   const Json unknown = ask("verify", bundle("approved.exe"));
   EXPECT_EQ(unknown["status"], 30005);
   EXPECT_EQ(unknown["steps"][4]["verdict"], "failed");

@@ -9,6 +9,7 @@
 
 #include "e2e/caller.h"
 #include "e2e/service_under_test.h"
+#include "support/run_program.h"
 #include "support/temp_directory.h"
 #include "util/file_utils.h"
 #include "util/string_utils.h"
@@ -20,28 +21,8 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-const std::map<std::string, std::string>& stage() {
-  static const auto settings = stageSettings();
-  return settings;
-}
-
-std::string bundle(const std::string& name) {
-  return stage().at("bundles") + "\\" + name;
-}
-
-void approveOnly(const std::string& digest) {
-  writeFile(stage().at("profile"), R"({"certs": [")" + digest + R"("]})");
-}
-
-class EndToEnd : public ::testing::Test {
+class EndToEnd : public OnStage {
  protected:
-  void SetUp() override {
-    approveOnly(stage().at("approved_digest"));
-    ServiceUnderTest::planInstaller("exit=1641\n");  // succeeds without a restart
-    ServiceUnderTest::forgetInstallerRuns();
-    service_.start();
-  }
-
   /// The part of the log that `action` adds, once it holds `last`.
   std::string logOf(const std::function<void()>& action, const std::string& last) {
     const std::size_t before = ServiceUnderTest::log().size();
@@ -53,39 +34,32 @@ class EndToEnd : public ::testing::Test {
     EXPECT_TRUE(waitUntil([&] { return added().find(last) != std::string::npos; })) << added();
     return added();
   }
-
-  ServiceUnderTest service_;
 };
 
 TEST_F(EndToEnd, ApprovedBundleIsInstalledOnceAndTheServiceEndsToBeRestarted) {
-  ServiceUnderTest::planInstaller(
-      "exit=0\nlog=Zarn Media Server Setup.log\nlog=dd_vcredist_amd64.log\nlog=unrelated.log\nlog=Zarn Media "
-      "Server.LOG\n");
+  ServiceUnderTest::planInstaller("exit=0\nlog=dd_vcredist_amd64.log\nlog=unrelated.log\n");
   const std::string installerLogs = FileUtils::join(ServiceUnderTest::logDirectory(), "Installer Logs");
-  boost::system::error_code ignored;
-  boost::filesystem::remove_all(FileUtils::toPath(installerLogs), ignored);
+  boost::filesystem::remove_all(FileUtils::toPath(installerLogs));
   const KernelHandle process = service_.process();
 
-  const Answer answer = install(bundle("approved.exe"));
-  EXPECT_EQ(answer, (Answer{.status = 0, .exitCode = 0}));
-
+  EXPECT_EQ(install(bundle("approved.exe")), (Answer{.status = 0, .exitCode = 0}));
   const auto runs = ServiceUnderTest::installerRuns();
   ASSERT_EQ(runs.size(), 1U);
   EXPECT_EQ(runs[0].who, "genuine");
   EXPECT_EQ(runs[0].commandLine, ServiceUnderTest::stagedCopy() + " /quiet /norestart");
   EXPECT_FALSE(FileUtils::exists(ServiceUnderTest::stagedCopy()));
-  EXPECT_TRUE(FileUtils::exists(FileUtils::join(installerLogs, "Zarn Media Server Setup.log")));
   EXPECT_TRUE(FileUtils::exists(FileUtils::join(installerLogs, "dd_vcredist_amd64.log")));
   EXPECT_FALSE(FileUtils::exists(FileUtils::join(installerLogs, "unrelated.log")));
 
   EXPECT_EQ(ServiceUnderTest::waitForExit(process), 1467U);
   const std::string log = ServiceUnderTest::log();
-  EXPECT_THAT(log, HasSubstr("INFO - Zarn Update Service v"));
-  EXPECT_THAT(log, HasSubstr("DEBUG - [UpdateService/Install] bundlePath: " + bundle("approved.exe")));
-  EXPECT_THAT(log, HasSubstr("DEBUG - [UpdateService/Install] Certificate integrity verified"));
-  EXPECT_THAT(log, HasSubstr("DEBUG - [UpdateService/Install] Certificate identity verified"));
-  EXPECT_THAT(log, HasSubstr("DEBUG - [UpdateService/Install] Installer exit code:  0 - "));
-  EXPECT_THAT(log, HasSubstr("DEBUG - Shutting down for restart"));
+  const std::string install = "DEBUG - [UpdateService/Install] ";
+  for (const std::string& line : std::vector{
+           std::string("INFO - Zarn Update Service v"), install + "bundlePath: " + bundle("approved.exe"),
+           install + "Certificate integrity verified", install + "Certificate identity verified",
+           install + "Installer exit code:  0 - ", std::string("DEBUG - Shutting down for restart")}) {
+    EXPECT_THAT(log, HasSubstr(line));
+  }
   EXPECT_THAT(log, Not(HasSubstr("SERVICE_STOPPED")));
 
   service_.start();
@@ -175,14 +149,14 @@ TEST_F(EndToEnd, ApprovalIsReadAnewForEveryRequest) {
       R"({"certs": []})",
       "{}",
       "not json",
-      R"({"certs": ["F)" + stage().at("approved_digest").substr(1) + R"("]})",
+      R"({"certs": ["F)" + stageSetting("approved_digest").substr(1) + R"("]})",
       std::string(1000, '[') + std::string(1000, ']'),
   };
   for (const auto& profile : profiles) {
-    writeFile(stage().at("profile"), profile);
+    setProfile(profile);
     EXPECT_EQ(check(bundle("approved.exe")).status, 30005) << profile;
   }
-  approveOnly(stage().at("decoy_digest"));
+  approveOnly(stageSetting("decoy_digest"));
   EXPECT_EQ(check(bundle("approved.exe")).status, 30005);
   EXPECT_EQ(check(bundle("decoy.exe")).status, 0) << "signed by the other publisher, now the approved one";
 }
@@ -267,7 +241,8 @@ TEST_F(EndToEnd, TwoThousandChecksFromThirtyTwoThreadsAreAnsweredAndLogged) {
     }
     return count;
   };
-  const std::size_t before = lines(line) + lines(good);
+  const auto all = [&] { return lines(line) + lines(good); };
+  const std::size_t before = all();
   std::atomic<int> next{0};
   std::atomic<int> right{0};
   std::vector<std::thread> callers;
@@ -282,23 +257,13 @@ TEST_F(EndToEnd, TwoThousandChecksFromThirtyTwoThreadsAreAnsweredAndLogged) {
   }
   for (auto& caller : callers) caller.join();
   EXPECT_EQ(right, total);
-  EXPECT_TRUE(waitUntil([&] { return lines(line) + lines(good) == before + total; }))
-      << lines(line) + lines(good) - before;
+  EXPECT_TRUE(waitUntil([&] { return all() == before + total; })) << all() - before;
   EXPECT_THAT(ServiceUnderTest::log(), HasSubstr(" (reused)"));
 }
 
 TEST_F(EndToEnd, StartedFromAConsoleItSaysSoAndEndsWithZero) {
   ASSERT_EQ(service_.stop(), 0U);
-  STARTUPINFOW startup{};
-  startup.cb = sizeof(startup);
-  PROCESS_INFORMATION information{};
-  wchar_t command[] = LR"("C:\Program Files\Zarn Update Service\ZarnUpdateService.exe")";
-  ASSERT_NE(
-      CreateProcessW(nullptr, command, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &information),
-      0);
-  const KernelHandle process(information.hProcess);
-  const KernelHandle thread(information.hThread);
-  EXPECT_EQ(ServiceUnderTest::waitForExit(process), 0U);
+  EXPECT_EQ(runProgram(R"(C:\Program Files\Zarn Update Service\ZarnUpdateService.exe)", {}).exitCode, 0U);
   EXPECT_THAT(ServiceUnderTest::log(),
               AllOf(HasSubstr("Win32Service::runAsService() - StartServiceCtrlDispatcher() failed"),
                     HasSubstr("Win32 Error: 1063")));

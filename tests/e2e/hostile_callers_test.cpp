@@ -18,20 +18,7 @@ namespace {
 
 namespace wire = update_interface;
 
-std::string bundle(const std::string& name) {
-  return stageSettings().at("bundles") + "\\" + name;
-}
-
-class HostileCallers : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ServiceUnderTest::planInstaller("exit=1641\n");
-    ServiceUnderTest::forgetInstallerRuns();
-    service_.start();
-  }
-
-  ServiceUnderTest service_;
-};
+using HostileCallers = OnStage;
 
 TEST_F(HostileCallers, HardLinkAtTheStagingNameIsNotWrittenThrough) {
   const TempDirectory dir;
@@ -50,12 +37,11 @@ TEST_F(HostileCallers, SwappingTheStagedCopyNeverRunsTheIntruder) {
   const auto staged = FileUtils::toPath(ServiceUnderTest::stagedCopy());
   std::atomic<bool> done{false};
   std::atomic<int> rounds{0};
-  // Writes over it, renames something onto it, deletes it, as fast as it can.
+  // Renames something onto it, writes over it, deletes it, as fast as it can.
   std::thread swapper([&] {
-    while (!done) {
-      const auto own = FileUtils::toPath(dir / "own.exe");
+    for (; !done; ++rounds) {
       writeFile(dir / "own.exe", intruder);
-      MoveFileExW(own.c_str(), staged.c_str(), MOVEFILE_REPLACE_EXISTING);
+      MoveFileExW(FileUtils::toPath(dir / "own.exe").c_str(), staged.c_str(), MOVEFILE_REPLACE_EXISTING);
       const FileHandle file(CreateFileW(staged.c_str(), GENERIC_WRITE,
                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                         OPEN_EXISTING, 0, nullptr));
@@ -63,23 +49,16 @@ TEST_F(HostileCallers, SwappingTheStagedCopyNeverRunsTheIntruder) {
       if (file)
         WriteFile(file.get(), intruder.data(), static_cast<DWORD>(intruder.size()), &written, nullptr);
       if (rounds % 3 == 0) DeleteFileW(staged.c_str());
-      ++rounds;
     }
   });
-  int installs = 0;
-  int succeeded = 0;
-  while (installs < 100 && (rounds < 3000 || installs < 15)) {
-    ++installs;
-    succeeded += install(bundle("approved.exe")).status == 30001 ? 1 : 0;
+  for (int installs = 0; installs < 100 && (rounds < 3000 || installs < 15); ++installs) {
+    install(bundle("approved.exe"));  // which mostly fails
   }
   done = true;
   swapper.join();
-  RecordProperty("rounds", rounds.load());
-  RecordProperty("succeeded", succeeded);
   for (const auto& run : ServiceUnderTest::installerRuns()) EXPECT_EQ(run.who, "genuine");
   EXPECT_GE(rounds, 2000);
-  boost::system::error_code ignored;
-  boost::filesystem::remove(staged, ignored);
+  DeleteFileW(staged.c_str());
   EXPECT_EQ(install(bundle("approved.exe")).status, 30001);
 }
 
@@ -100,14 +79,9 @@ class RawCaller {
  public:
   RawCaller() {
     RPC_WSTR text = nullptr;
-    std::wstring sequence = wire::kProtocolSequence;
-    std::wstring endpoint = wire::kEndpoint;
-    const auto rpc = [](std::wstring& value) { return reinterpret_cast<RPC_WSTR>(value.data()); };
-    if (RpcStringBindingComposeW(nullptr, rpc(sequence), nullptr, rpc(endpoint), nullptr, &text) !=
-            RPC_S_OK ||
-        RpcBindingFromStringBindingW(text, &binding_) != RPC_S_OK) {
-      throw std::runtime_error("no binding");
-    }
+    RpcStringBindingComposeW(nullptr, wire::rpcText(wire::kProtocolSequence), nullptr,
+                             wire::rpcText(wire::kEndpoint), nullptr, &text);
+    if (RpcBindingFromStringBindingW(text, &binding_) != RPC_S_OK) throw std::runtime_error("no binding");
     RpcStringFreeW(&text);
   }
   RawCaller(const RawCaller&) = delete;
@@ -116,18 +90,12 @@ class RawCaller {
 
   /// Sends `request` to a procedure; the runtime's status.
   RPC_STATUS call(unsigned procedure, const std::string& request) {
-    RPC_CLIENT_INTERFACE description = {};
-    description.Length = sizeof(description);
-    const auto* const stub =
-        static_cast<const RPC_CLIENT_INTERFACE*>(wire::kClientStub.RpcInterfaceInformation);
-    description.InterfaceId = stub->InterfaceId;
-    description.TransferSyntax = stub->TransferSyntax;
     RPC_MESSAGE message = {};
     message.Handle = binding_;
     message.DataRepresentation = 0x10;
     message.BufferLength = static_cast<unsigned>(request.size());
     message.ProcNum = procedure;
-    message.RpcInterfaceInformation = &description;
+    message.RpcInterfaceInformation = wire::kClientStub.RpcInterfaceInformation;
     const RPC_STATUS ready = I_RpcGetBuffer(&message);
     if (ready != RPC_S_OK) return ready;
     std::memcpy(message.Buffer, request.data(), request.size());
@@ -142,19 +110,17 @@ class RawCaller {
 };
 
 std::string wireString(const std::u16string& text) {
-  const auto number = [](std::size_t value) {
-    const auto little = static_cast<std::uint32_t>(value);
-    return std::string(reinterpret_cast<const char*>(&little), sizeof(little));
-  };
-  const std::size_t count = text.size() + 1;
-  std::string bytes(reinterpret_cast<const char*>(text.c_str()), count * sizeof(char16_t));
-  return number(count) + number(0) + number(count) + bytes;
+  const std::uint32_t count = static_cast<std::uint32_t>(text.size()) + 1;
+  const std::uint32_t header[] = {count, 0, count};
+  return std::string(reinterpret_cast<const char*>(header), sizeof(header))
+      .append(reinterpret_cast<const char*>(text.c_str()), count * sizeof(char16_t));
 }
 
 TEST_F(HostileCallers, MalformedRequestsAreRefusedAndLeakNothing) {
   RawCaller caller;
   const std::string sound = wireString(u"C:\\no such folder\\missing.exe");
   ASSERT_EQ(caller.call(1, sound), RPC_S_OK) << "the unmutated request is understood";
+  EXPECT_NE(caller.call(2, ""), RPC_S_OK) << "a null string";
 
   const KernelHandle process = service_.process();
   const auto handles = [&] {
@@ -164,7 +130,6 @@ TEST_F(HostileCallers, MalformedRequestsAreRefusedAndLeakNothing) {
   };
   const DWORD before = handles();
   const auto seed = std::random_device{}();
-  RecordProperty("seed", std::to_string(seed));
   std::mt19937 random(seed);
   const auto below = [&](std::size_t limit) { return random() % static_cast<std::uint32_t>(limit); };
   int refused = 0;
@@ -184,12 +149,6 @@ TEST_F(HostileCallers, MalformedRequestsAreRefusedAndLeakNothing) {
   EXPECT_GT(refused, 1000);
   EXPECT_LE(handles(), before + 50);
   EXPECT_EQ(install(bundle("approved.exe")).status, 30001);
-}
-
-TEST_F(HostileCallers, ANullStringIsRefusedByTheStub) {
-  RawCaller caller;
-  EXPECT_NE(caller.call(2, ""), RPC_S_OK);
-  EXPECT_TRUE(service_.isRunning());
 }
 
 }  // namespace

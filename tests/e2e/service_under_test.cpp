@@ -1,6 +1,5 @@
 #include "e2e/service_under_test.h"
 
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -31,16 +30,31 @@ bool waitUntil(const std::function<bool()>& condition, std::chrono::seconds limi
   return true;
 }
 
-std::map<std::string, std::string> stageSettings() {
-  std::map<std::string, std::string> result;
+std::string stageSetting(const std::string& name) {
   std::istringstream lines(readFile(R"(C:\zarn-test\stage.txt)"));
-  for (std::string line; std::getline(lines, line);) {
-    while (!line.empty() && line.back() == '\r') line.pop_back();
-    if (const auto equals = line.find('='); equals != std::string::npos) {
-      result[line.substr(0, equals)] = line.substr(equals + 1);
-    }
+  for (std::string key, value; std::getline(lines, key, '=') && std::getline(lines, value);) {
+    if (key == name) return value;
   }
-  return result;
+  throw std::runtime_error("the stage has no " + name);
+}
+
+std::string bundle(const std::string& name) {
+  return stageSetting("bundles") + "\\" + name;
+}
+
+void setProfile(const std::string& text) {
+  writeFile(stageSetting("profile"), text);
+}
+
+void approveOnly(const std::string& digest) {
+  setProfile(R"({"certs": [")" + digest + R"("]})");
+}
+
+void OnStage::SetUp() {
+  approveOnly(stageSetting("approved_digest"));
+  ServiceUnderTest::planInstaller("exit=1641\n");  // succeeds without a restart
+  ServiceUnderTest::forgetInstallerRuns();
+  service_.start();
 }
 
 ServiceUnderTest::ServiceUnderTest() : manager_(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)) {
@@ -57,10 +71,9 @@ ServiceUnderTest::ServiceUnderTest() : manager_(OpenSCManagerW(nullptr, nullptr,
 SERVICE_STATUS_PROCESS ServiceUnderTest::status() const {
   SERVICE_STATUS_PROCESS result{};
   DWORD needed = 0;
-  if (QueryServiceStatusEx(service_.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&result),
-                           sizeof(result), &needed) == 0) {
-    fail("QueryServiceStatusEx");
-  }
+  const BOOL isRead = QueryServiceStatusEx(service_.get(), SC_STATUS_PROCESS_INFO,
+                                           reinterpret_cast<BYTE*>(&result), sizeof(result), &needed);
+  if (isRead == 0) fail("QueryServiceStatusEx");
   return result;
 }
 
@@ -126,30 +139,23 @@ std::string ServiceUnderTest::stagedCopy() {
 }
 
 std::vector<InstallerRun> ServiceUnderTest::installerRuns() {
-  std::map<std::string, InstallerRun> running;
-  std::vector<std::string> order;
+  std::vector<InstallerRun> runs;
   std::istringstream lines(readFile(kRuns));
   for (std::string line; std::getline(lines, line);) {
     std::istringstream fields(line);
     std::string event;
-    std::string who;
-    std::string process;
-    unsigned long long time = 0;
-    fields >> event >> who >> process >> time;
-    const std::string key = who + process;
+    InstallerRun run;
+    fields >> event >> run.who >> run.process >> run.startedMs;
+    std::getline(fields >> std::ws, run.commandLine);
     if (event == "start") {
-      order.push_back(key);
-      InstallerRun& run = running[key];
-      run.who = who;
-      run.startedMs = time;
-      std::getline(fields >> std::ws, run.commandLine);
-    } else {
-      running[key].endedMs = time;
+      runs.push_back(run);
+      continue;
+    }
+    for (InstallerRun& started : runs) {
+      if (started.process == run.process && started.endedMs == 0) started.endedMs = run.startedMs;
     }
   }
-  std::vector<InstallerRun> result;
-  for (const auto& key : order) result.push_back(running[key]);
-  return result;
+  return runs;
 }
 
 void ServiceUnderTest::forgetInstallerRuns() {

@@ -2,11 +2,11 @@
 // the service control manager, its files and its log.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <windows.h>
 
 #include <chrono>
 #include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -17,12 +17,18 @@ namespace zarn::testing {
 /// Polls until `condition` holds; false when `limit` has passed without it.
 bool waitUntil(const std::function<bool()>& condition, std::chrono::seconds limit = std::chrono::seconds(20));
 
-/// "name=value" lines that the stage wrote: where bundles and profile lie.
-std::map<std::string, std::string> stageSettings();
+/// What prepare.py wrote of the stage.
+std::string stageSetting(const std::string& name);
+/// Path of one of the stage's bundles.
+std::string bundle(const std::string& name);
+/// What the account service answers from here on.
+void setProfile(const std::string& text);
+void approveOnly(const std::string& digest);
 
 /// One run of the stand-in installer, from its record.
 struct InstallerRun {
   std::string who;  // "genuine" or "intruder"
+  std::string process;
   unsigned long long startedMs = 0;
   unsigned long long endedMs = 0;  // 0: still running, or cut
   std::string commandLine;
@@ -63,6 +69,14 @@ class ServiceUnderTest {
  private:
   ServiceHandle manager_;
   ServiceHandle service_;
+};
+
+/// Begins with a running service, an approved publisher, and installers that ask for a reboot.
+class OnStage : public ::testing::Test {
+ protected:
+  void SetUp() override;
+
+  ServiceUnderTest service_;
 };
 
 }  // namespace zarn::testing
