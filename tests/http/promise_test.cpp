@@ -33,6 +33,7 @@ TEST(Promise, SettlesOnceAndWakesEveryWaiter) {
     std::vector<std::string> seen(3);
     std::vector<std::thread> waiters;
     for (auto& text : seen) waiters.emplace_back([&] { text = outcome(*promise); });
+    EXPECT_THROW(promise->reject(nullptr), std::invalid_argument);
     rejects ? promise->reject(failure("first")) : promise->resolve("first");
     for (auto& waiter : waiters) waiter.join();
     EXPECT_THROW(promise->resolve("second"), TextPromise::ResolvedTwiceException);
