@@ -38,8 +38,6 @@ class IServerEventSink {
 };
 
 /// All operations may be called from any thread.
-// Final, so that nothing is ever deleted through a base.
-// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor)
 class ServerEventManager final {
  public:
   ServerEventManager() = default;

@@ -5,12 +5,15 @@
 namespace zarn::update_interface {
 namespace {
 
+// The RPC runtime owns what it unmarshals, by these two.
+// NOLINTBEGIN(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
 void* __RPC_USER allocate(std::size_t size) {
   return std::malloc(size);
 }
 void __RPC_USER release(void* memory) {
   std::free(memory);
 }
+// NOLINTEND(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
 
 constexpr RPC_SYNTAX_IDENTIFIER kInterfaceId = {
     {0x631c7d9c, 0x1797, 0x42f9, {0x8e, 0x96, 0x36, 0x7a, 0x9e, 0xe5, 0x88, 0x87}}, {1, 0}};
