@@ -2,7 +2,11 @@
 
 #include <windows.h>
 
+#include <rpc.h>
+
 #include <cstring>
+
+#include "util/system_error.h"
 
 // g++ has no __try; the assembler can still give a function a scope table, which
 // is all that __try compiles to on x86-64. In zarnCallGuarded the slot at
@@ -39,22 +43,29 @@ zarnCallGuarded:
 extern "C" {
 std::uint32_t zarnCallGuarded(void (*routine)(void*), void* context);
 long zarnRpcExceptionFilter(EXCEPTION_POINTERS* exception, void* frame);
+// The system's word on which exceptions are the process's own faults (an access
+// violation, say); in the import library but in no header.
+int RPC_ENTRY RpcExceptionFilter(unsigned long code);
 }
 
-/// RPC statuses are plain numbers; faults of the processor and exceptions of
-/// languages carry severity bits.
+/// Any code can be an RPC status: the runtime raises a fault of the server again
+/// in the client, with the server's code. Only faults of this process pass on,
+/// and C++ exceptions of g++ (0x20474343 and its kin), which belong to a catch.
 long zarnRpcExceptionFilter(EXCEPTION_POINTERS* exception, void* frame) {
-  constexpr DWORD severityBits = 0xC0000000;
+  constexpr DWORD compilerMask = 0xF0FFFFFF;
+  constexpr DWORD compilerCode = 0x20474343;
   constexpr std::size_t statusOffset = 32;
   const DWORD code = exception->ExceptionRecord->ExceptionCode;
-  if (code == 0 || (code & severityBits) != 0) return EXCEPTION_CONTINUE_SEARCH;
-  std::memcpy(static_cast<char*>(frame) + statusOffset, &code, sizeof(code));
+  const bool isCompilers = (code & compilerMask) == compilerCode;
+  if (isCompilers || RpcExceptionFilter(code) == EXCEPTION_CONTINUE_SEARCH) return EXCEPTION_CONTINUE_SEARCH;
+  const DWORD status = zarn::failureCode(code);
+  std::memcpy(static_cast<char*>(frame) + statusOffset, &status, sizeof(status));
   return EXCEPTION_EXECUTE_HANDLER;
 }
 
 namespace zarn::client {
 
-std::uint32_t callCatchingRpcExceptions(void (*routine)(void*), void* context) noexcept {
+std::uint32_t callCatchingRpcExceptions(void (*routine)(void*), void* context) {
   return zarnCallGuarded(routine, context);
 }
 

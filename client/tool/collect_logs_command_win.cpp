@@ -31,24 +31,43 @@ struct Collected {
   std::vector<std::pair<std::string, std::string>> missing;
 };
 
-/// What there is to collect. `error` of the Logs folder itself; a missing
-/// "Installer Logs" is usual.
-std::vector<Source> sourcesIn(const std::string& folder, std::uint32_t& error) {
+/// The two folders, held while they are read: any user may choose where they lie.
+struct LogFolders {
+  HeldFolder own;
+  HeldFolder installers;
+};
+
+LogFolders holdFolders(const std::string& folder) {
+  LogFolders result{holdFolder(folder, FileUtils::Links::Follow), {}};
+  if (result.own.error != 0) return result;
+  result.installers = holdFolder(FileUtils::join(result.own.path, kInstallerLogs), FileUtils::Links::Refuse);
+  return result;
+}
+
+/// What there is to collect. `error` of the Logs folder itself.
+std::vector<Source> sourcesIn(const LogFolders& folders, std::uint32_t& error) {
   std::vector<Source> sources;
-  const FolderFiles own = filesIn(folder);
+  error = folders.own.error;
+  if (error != 0) return sources;
+  const FolderFiles own = filesIn(folders.own.path);
   error = own.error;
   for (const std::string& name : own.names) {
-    if (isServiceLog(name)) sources.push_back({FileUtils::join(folder, name), name});
+    if (isServiceLog(name)) sources.push_back({FileUtils::join(folders.own.path, name), name});
   }
-  const std::string installers = FileUtils::join(folder, kInstallerLogs);
-  for (const std::string& name : filesIn(installers).names) {
-    sources.push_back({FileUtils::join(installers, name), std::string(kInstallerLogs) + "/" + name});
+  if (folders.installers.error != 0) return sources;
+  for (const std::string& name : filesIn(folders.installers.path).names) {
+    if (!isInstallerLog(name)) continue;
+    sources.push_back(
+        {FileUtils::join(folders.installers.path, name), std::string(kInstallerLogs) + "/" + name});
   }
   return sources;
 }
 
-Collected fill(Archive& archive, const std::vector<Source>& sources) {
+Collected fill(Archive& archive, const LogFolders& folders, const std::vector<Source>& sources) {
   Collected result;
+  const std::uint32_t error = folders.installers.error;
+  // That there is none is usual.
+  if (error != 0 && !isMissing(error)) result.missing.emplace_back(kInstallerLogs, systemErrorPhrase(error));
   for (const Source& source : sources) {
     // Never through a link: who runs this may read more than who planted one.
     auto file = FileUtils::safeOpen(source.path, "rb", true, FileUtils::Links::Refuse);
@@ -94,7 +113,8 @@ Answer runCollectLogs(const Arguments& arguments) {
   const std::string target = StringUtils::utf16to8(absolutePath(arguments.target));
   const std::string folder = serviceLogFolder(arguments.logs);
   std::uint32_t error = 0;
-  const std::vector<Source> sources = sourcesIn(folder, error);
+  const LogFolders folders = holdFolders(folder);
+  const std::vector<Source> sources = sourcesIn(folders, error);
   if (error != 0) {
     return failure(ExitCode::LocalFailure, sentence("The log folder " + printable(folder) +
                                                     " cannot be read: " + systemErrorPhrase(error)));
@@ -110,7 +130,7 @@ Answer runCollectLogs(const Arguments& arguments) {
 
   Arguments aboutFolder;
   aboutFolder.logs = folder;
-  const Collected collected = fill(archive, sources);
+  const Collected collected = fill(archive, folders, sources);
   const bool complete =
       archive.addText("status.json",
                       runStatus(aboutFolder).json.dump(2, ' ', false, Json::error_handler_t::replace)) &&

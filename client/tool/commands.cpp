@@ -30,7 +30,8 @@ constexpr Command kCommands[] = {
      runStatus},
     {"history", "List the install requests that the service has answered", nullptr, nullptr,
      Extra::LogsAndLast,
-     "Reads \"Update History.jsonl\" in the service's Logs folder; --json gives every recorded key.",
+     "Reads \"Update History.1.jsonl\" and \"Update History.jsonl\" in the service's Logs folder; --json "
+     "gives every recorded key.",
      runHistory},
     {"explain", "Say what a code means and what to do", "CODE",
      "Decimal, negative or hexadecimal: 30004, -2146762496, 0x800b0100", Extra::None,

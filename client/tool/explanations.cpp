@@ -205,6 +205,21 @@ constexpr Explanation kExplanations[] = {
     {ToolExit, 4, "", "something on this machine was in the way of the tool", "Its message names it"},
     {ToolExit, 5, "", "interrupted: no answer came, what the service does is unknown",
      "See zarn-update status and zarn-update history before trying again"},
+
+    {SetupExit, 0, "", "done", "Nothing"},
+    {SetupExit, 740, "", "setup needs an administrator", "Run it elevated or as SYSTEM"},
+    {SetupExit, 1053, "", "installed, but the service did not start",
+     "Read the service's log, and run setup again"},
+    {SetupExit, 1603, "", "setup failed; unless its log says otherwise, everything is as it was",
+     "Read the last line of setup's log"},
+    {SetupExit, 1605, "", "nothing to uninstall: the service is not installed", "Nothing"},
+    {SetupExit, 1618, "",
+     "busy: an update is being installed, the service does not stop, or another setup runs",
+     "Try again later"},
+    {SetupExit, 1633, "", "setup needs Windows 10 or later", "Use a newer Windows"},
+    {SetupExit, 1639, "", "an argument of setup is wrong; nothing was touched",
+     "Run setup with /?, which lists the arguments"},
+    {SetupExit, 3010, "", "uninstalled; files in use go with the next reboot", "Reboot when it suits"},
 };
 
 struct KindNames {
@@ -213,10 +228,11 @@ struct KindNames {
   std::string_view key;
 };
 
-constexpr std::array<KindNames, 7> kKinds = {{
+constexpr std::array<KindNames, 8> kKinds = {{
     {Status, "answer of the service", "status"},
     {ProcessExit, "exit code of ZarnUpdateService.exe", "service"},
     {ToolExit, "exit code of zarn-update", "tool"},
+    {SetupExit, "exit code of setup", "setup"},
     {Installer, "exit code of an installer", "installer"},
     {System, "Win32 error", "win32"},
     {Trust, "trust error", "trust"},

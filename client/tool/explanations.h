@@ -15,6 +15,7 @@ enum class CodeKind : std::uint8_t {
   Status,       // the service's answer to check and install
   ProcessExit,  // of ZarnUpdateService.exe
   ToolExit,     // of zarn-update.exe
+  SetupExit,    // of ZarnUpdateServiceSetup.exe
   Installer,    // an installer's exit code
   System,       // a Win32 error
   Trust,        // an error of the trust provider or the cryptography calls

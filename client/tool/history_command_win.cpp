@@ -2,7 +2,7 @@
 
 #include "client/tool/commands.h"
 #include "client/tool/files_win.h"
-#include "client/tool/history.h"
+#include "client/tool/history_files_win.h"
 #include "client/tool/service_setup_win.h"
 #include "util/file_utils.h"
 #include "util/printable.h"
@@ -18,15 +18,14 @@ constexpr std::int64_t kMaximumBytes = std::int64_t{64} << 20;
 }  // namespace
 
 Answer runHistory(const Arguments& arguments) {
-  const std::string file = FileUtils::join(serviceLogFolder(arguments.logs), kHistoryName);
-  const FileEnd read = readEnd(file, kMaximumBytes);
-  if (read.error != 0 && !(isMissing(read.error) && arguments.logs.empty())) {
+  const std::string folder = serviceLogFolder(arguments.logs);
+  const std::string file = FileUtils::join(folder, kHistoryName);
+  StoredHistory stored = readHistory(folder, kMaximumBytes);
+  if (stored.error != 0 && !(isMissing(stored.error) && arguments.logs.empty())) {
     return failure(ExitCode::LocalFailure, sentence("The history " + printable(file) +
-                                                    " cannot be read: " + systemErrorPhrase(read.error)));
+                                                    " cannot be read: " + systemErrorPhrase(stored.error)));
   }
-  History history = parseHistory(read.bytes);
-  // The first line of what was read may have lost its beginning.
-  if (read.cut && history.skipped > 0) --history.skipped;
+  History& history = stored.history;
   if (arguments.last != 0 && history.records.size() > arguments.last) {
     history.records.erase(history.records.begin(), history.records.end() - arguments.last);
   }
@@ -35,14 +34,13 @@ Answer runHistory(const Arguments& arguments) {
   answer.json["requests"] = Json::array();
   for (const UpdateRecord& record : history.records) answer.json["requests"].push_back(toJson(record));
   answer.json["skippedLines"] = history.skipped;
-  answer.json["olderOmitted"] = read.cut;
+  answer.json["olderOmitted"] = stored.cut;
   answer.text = history.records.empty() ? "No requests are recorded in " + printable(file) + "\n"
                                         : historyTable(history.records);
   if (history.skipped != 0) {
-    answer.text +=
-        std::to_string(history.skipped) + " line(s) of " + printable(file) + " could not be read.\n";
+    answer.text += std::to_string(history.skipped) + " line(s) of the history could not be read.\n";
   }
-  if (read.cut) answer.text += "Older requests are left out; the file is very large.\n";
+  if (stored.cut) answer.text += "Older requests are left out; the file is very large.\n";
   return answer;
 }
 

@@ -9,6 +9,10 @@ bool isServiceLog(std::string_view name) noexcept {
          name == "Startup Crash.log";
 }
 
+bool isInstallerLog(std::string_view name) noexcept {
+  return (name.starts_with("Zarn Media Server") || name.starts_with("dd_vcredist")) && name.ends_with(".log");
+}
+
 bool isZipName(std::string_view path) noexcept {
   constexpr std::string_view extension = ".zip";
   if (path.size() < extension.size()) return false;

@@ -30,12 +30,31 @@ struct LocalMemoryTraits {
   static void close(Handle memory) noexcept { LocalFree(memory); }
 };
 
+struct EnvironmentBlockTraits {
+  using Handle = LPWCH;
+  static Handle invalid() noexcept { return nullptr; }
+  static void close(Handle block) noexcept { FreeEnvironmentStringsW(block); }
+};
+using EnvironmentBlock = ScopedHandle<EnvironmentBlockTraits>;
+
 /// What decides on a bundle; not TEMP and its kin, which are the service's alone.
 bool concernsDecisions(std::wstring name) {
   std::transform(name.begin(), name.end(), name.begin(), [](wchar_t c) {
     return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
   });
   return name.starts_with(L"ZARN_MEDIA_SERVER_") || name.ends_with(L"_PROXY");
+}
+
+/// This user's variables must not stand in for those that the service has not.
+void forgetOwnVariables() {
+  const EnvironmentBlock block(GetEnvironmentStringsW());
+  std::vector<std::wstring> names;
+  for (const wchar_t* entry = block.get(); entry != nullptr && *entry != L'\0'; entry += wcslen(entry) + 1) {
+    const std::wstring assignment(entry);
+    const std::wstring name = assignment.substr(0, assignment.find(L'=', 1));
+    if (concernsDecisions(name)) names.push_back(name);
+  }
+  for (const std::wstring& name : names) SetEnvironmentVariableW(name.c_str(), nullptr);
 }
 
 void adopt(const std::wstring& assignment) {
@@ -89,6 +108,7 @@ std::uint64_t lastWritten(const std::string& folder) {
 
 void adoptServiceEnvironment() {
   if (!queryService().facts) return;
+  forgetOwnVariables();
   for (const std::wstring& assignment : registryAssignments(HKEY_LOCAL_MACHINE, kMachineEnvironmentKey)) {
     adopt(assignment);
   }

@@ -6,8 +6,9 @@
 namespace zarn::tool {
 
 /// Gives this process the product's and the proxies' variables of the machine and
-/// those set for the service alone, so that what the tool works out is what the
-/// service would. Does nothing on a machine without the service.
+/// those set for the service alone, in place of this user's, so that what the tool
+/// works out is what the service would. Does nothing on a machine without the
+/// service.
 void adoptServiceEnvironment();
 
 /// The service's Logs folder: the one of the account it runs as or of the current

@@ -11,11 +11,16 @@ Answer runSetAppData(const Arguments& arguments) {
   const bool isReset = arguments.target.empty();
   const std::wstring directory = isReset ? std::wstring() : absolutePath(arguments.target);
   const std::string shown = printable(StringUtils::utf16to8(directory));
-  const DWORD attributes =
-      directory.empty() ? INVALID_FILE_ATTRIBUTES : GetFileAttributesW(directory.c_str());
-  const bool isFolder = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-  if (!isReset && !isFolder) {
-    return failure(ExitCode::LocalFailure, "There is no such folder: " + shown + ".");
+  if (!isReset) {
+    const DWORD attributes = GetFileAttributesW(directory.c_str());
+    const DWORD error = GetLastError();
+    // The service may see a folder that its caller may not.
+    if (attributes == INVALID_FILE_ATTRIBUTES && error != ERROR_ACCESS_DENIED) {
+      return failure(ExitCode::LocalFailure, "There is no such folder: " + shown + ".");
+    }
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+      return failure(ExitCode::LocalFailure, "This is no folder: " + shown + ".");
+    }
   }
   const auto result = client::UpdateClient().setAppDataPath(directory);
   if (!result.ok()) return noAnswer(result.error());

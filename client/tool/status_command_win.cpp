@@ -1,11 +1,14 @@
 #include <windows.h>
 
+#include <ctime>
+#include <iomanip>
 #include <optional>
+#include <sstream>
 
 #include "client/tool/commands.h"
 #include "client/tool/explanations.h"
 #include "client/tool/files_win.h"
-#include "client/tool/history.h"
+#include "client/tool/history_files_win.h"
 #include "client/tool/log_outcome.h"
 #include "client/tool/service_query_win.h"
 #include "client/tool/service_setup_win.h"
@@ -39,9 +42,10 @@ std::string endOf(const std::string& folder, const std::string& name, std::int64
 }
 
 std::optional<Outcome> outcomeOfHistory(const std::string& folder, std::uint32_t& error) {
-  const History history = parseHistory(endOf(folder, kHistoryName, kHistoryBytes, error));
-  if (history.records.empty()) return std::nullopt;
-  const UpdateRecord& last = history.records.back();
+  const StoredHistory stored = readHistory(folder, kHistoryBytes);
+  if (stored.error != 0 && !isMissing(stored.error)) error = stored.error;
+  if (stored.history.records.empty()) return std::nullopt;
+  const UpdateRecord& last = stored.history.records.back();
   return Outcome{last.time, last.path, last.status, last.exitCode, "history"};
 }
 
@@ -54,6 +58,33 @@ std::optional<Outcome> outcomeOfLogs(const std::string& folder, std::uint32_t& e
     }
   }
   return std::nullopt;
+}
+
+/// Seconds since the epoch; nothing for a text of another form.
+std::optional<std::time_t> moment(const std::string& text, const char* form,
+                                  std::time_t (*convert)(std::tm*)) {
+  std::tm fields{};
+  fields.tm_isdst = -1;
+  std::istringstream stream(text);
+  stream >> std::get_time(&fields, form);
+  return stream ? std::optional(convert(&fields)) : std::nullopt;
+}
+
+/// Whether the log tells of a request after the history's last one, whose line
+/// could not be written then.
+bool isLater(const Outcome& log, const Outcome& history) {
+  // One request's two times are some milliseconds apart.
+  constexpr std::time_t slackSeconds = 2;
+  const auto logged = moment(log.time, "%b %d, %Y %H:%M:%S", std::mktime);
+  const auto recorded = moment(history.time, "%Y-%m-%dT%H:%M:%S", _mkgmtime);
+  return logged && recorded && *logged > *recorded + slackSeconds;
+}
+
+/// The outcome of the last install request.
+std::optional<Outcome> lastOutcomeIn(const std::string& folder, std::uint32_t& error) {
+  auto history = outcomeOfHistory(folder, error);
+  auto log = outcomeOfLogs(folder, error);
+  return log && (!history || isLater(*log, *history)) ? log : history;
 }
 
 std::string inWords(const Outcome& outcome) {
@@ -103,8 +134,7 @@ Answer runStatus(const Arguments& arguments) {
   const std::string folder = serviceLogFolder(arguments.logs);
   const bool folderIsThere = mayBeFolder(folder);
   std::uint32_t error = 0;
-  auto outcome = outcomeOfHistory(folder, error);
-  if (!outcome) outcome = outcomeOfLogs(folder, error);
+  const auto outcome = lastOutcomeIn(folder, error);
   const std::string noOutcome =
       error == 0 ? "none is recorded" : "cannot be read: " + sentence(systemErrorPhrase(error));
 

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "client/guarded_call.h"
 #include "client/tool/answer.h"
 #include "fake_service.h"
 #include "support/run_program.h"
@@ -63,6 +64,8 @@ struct Logs : TempDirectory {
     writeFile(*this / "Zarn Update Service.1.log", "");
     writeFile(*this / "Zarn Media Server.log", "not the service's");
     writeFile(*this / "Installer Logs\\Zarn Media Server \xC3\xA4.log", "setup");
+    writeFile(*this / "Installer Logs\\other.log", "of nobody we know");
+    writeFile(*this / "Update History.1.jsonl", "{\"time\":\"2026-11-20T10:15:00.123Z\",\"status\":0}\n");
     writeFile(*this / "Update History.jsonl",
               "{\"time\":\"2026-11-21T10:15:00.123Z\",\"path\":\"C:\\\\\xC3\xA4.exe\",\"status\":30004,"
               "\"checks\":[{\"name\":\"integrity\",\"verdict\":\"refused\",\"detail\":\"\"}]}\n{\"torn");
@@ -89,7 +92,8 @@ TEST(Tool, AnswersBadInputInOneSentence) {
     expectSentence({command, directory / "none.exe"}, 4, "no such file");
   }
   expectSentence({"check", directory.path()}, 4, "folder");
-  expectSentence({"set-app-data", directory / "file.exe"}, 4, "no such folder");
+  expectSentence({"set-app-data", directory / "none"}, 4, "no such folder");
+  expectSentence({"set-app-data", directory / "file.exe"}, 4, "no folder");
   expectSentence({"history", "--logs", directory / "none"}, 4, "cannot be read");
   expectSentence({"collect-logs", directory / "a.zip", "--logs", directory / "none"}, 4, "cannot be read");
   for (const char* command : {"check", "install"}) {
@@ -112,9 +116,19 @@ TEST(Tool, ReadsTheHistory) {
   EXPECT_THAT(run({"history", "--logs", logs.path()}).output,
               AllOf(HasSubstr("refused at integrity"), HasSubstr("1 line(s)"), HasSubstr("\xC3\xA4.exe")));
   const Json history = json({"history", "--last", "5", "--logs", logs.path()}, 0);
-  EXPECT_EQ(history["requests"][0]["path"], "C:\\\xC3\xA4.exe");
+  EXPECT_EQ(history["requests"][0]["time"], "2026-11-20T10:15:00.123Z");
+  EXPECT_EQ(history["requests"][1]["path"], "C:\\\xC3\xA4.exe");
   EXPECT_EQ(history["skippedLines"], 1);
   EXPECT_EQ(json({"status", "--logs", logs.path()}, 3)["lastOutcome"]["source"], "history");
+  for (const auto& [day, source] : {std::pair("20", "history"), std::pair("23", "log")}) {
+    const std::string line =
+        "Nov " + std::string(day) + ", 2026 10:15:00.123 [1] DEBUG - [UpdateService/Install] ";
+    writeFile(logs / "Zarn Update Service.log",
+              line + "bundlePath: C:\\b.exe\n" + line + "Provided bundle is too large.\n");
+    EXPECT_EQ(json({"status", "--logs", logs.path()}, 3)["lastOutcome"]["source"], source);
+  }
+  boost::filesystem::remove(FileUtils::toPath(logs / "Update History.jsonl"));
+  EXPECT_EQ(json({"history", "--logs", logs.path()}, 0)["requests"].size(), 1U) << "just moved away";
 }
 
 TEST(Tool, CollectsTheServicesLogsButNothingThroughAPlantedLink) {
@@ -133,7 +147,8 @@ TEST(Tool, CollectsTheServicesLogsButNothingThroughAPlantedLink) {
     EXPECT_EQ(inZip(zip, name), readFile(logs / name)) << name;
     EXPECT_EQ(readFile(FileUtils::join(target / "folder", name)), readFile(logs / name)) << name;
   }
-  for (const char* name : {"Zarn Media Server.log", "Zarn Update Service.2.log"}) {
+  for (const char* name :
+       {"Zarn Media Server.log", "Zarn Update Service.2.log", "Installer Logs/other.log"}) {
     EXPECT_EQ(inZip(zip, name), "not in it");
     EXPECT_FALSE(FileUtils::exists(FileUtils::join(target / "folder", name)));
   }
@@ -178,6 +193,14 @@ TEST(Tool, VerifiesWithoutAServiceAndStopsAtTheFirstRefusal) {
   const FileHandle writer(CreateFileW(FileUtils::toPath(directory / "unsigned.exe").c_str(), GENERIC_WRITE,
                                       FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
   EXPECT_EQ(verdicts("unsigned.exe"), "failed, not reached, not reached, not reached, not reached, 30002");
+}
+
+TEST(GuardedCall, ReturnsWhatAServerMayRaiseAndPassesOnWhatIsOurs) {
+  for (DWORD code : {0x6BAU, 0x80070005U, 0xC0020017U, 0xE06D7363U}) {
+    const auto raise = [](void* raised) { RaiseException(*static_cast<DWORD*>(raised), 0, 0, nullptr); };
+    EXPECT_EQ(client::callCatchingRpcExceptions(raise, &code), code);
+  }
+  EXPECT_THROW(client::callCatchingRpcExceptions([](void*) { throw 1; }, nullptr), int);
 }
 
 TEST(ToolAndService, AServiceThatDiesInTheCallLeavesTheOutcomeUnknown) {
