@@ -192,6 +192,18 @@ TEST_F(EndToEnd, AppDataPathMovesTheLogAndRotatesIt) {
   EXPECT_TRUE(ServiceUnderTest::waitForLogLine("Zarn Update Service v"));
 }
 
+TEST_F(EndToEnd, AnUnwritableLogFolderStopsNoUpdate) {
+  const TempDirectory dir;
+  boost::filesystem::create_directory(FileUtils::toPath(dir / "Zarn Media Server"));
+  const std::string inTheWay = FileUtils::join(dir / "Zarn Media Server", "Logs");
+  writeFile(inTheWay, "kept");
+  ASSERT_TRUE(setAppDataPath(dir.path()));
+  EXPECT_EQ(install(bundle("approved.exe")), (Answer{.status = 30001, .exitCode = 1641}));
+  EXPECT_EQ(readFile(inTheWay), "kept");
+  ASSERT_TRUE(setAppDataPath(""));
+  EXPECT_TRUE(ServiceUnderTest::waitForLogLine("Zarn Update Service v"));
+}
+
 TEST_F(EndToEnd, InstallsQueueAndChecksPassBesideThem) {
   ServiceUnderTest::planInstaller("exit=1641\nsleep_ms=700\n");
   std::vector<std::thread> callers;
