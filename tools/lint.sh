@@ -32,13 +32,13 @@ tidy() { # PRESET FILES...
     --extra-arg=-Wno-unknown-warning-option "${extra[@]}"
 }
 
-# FILES of this preset among those given (or all).
+# The C++ files that this preset compiles.
 of_preset() {
   python3 - "$build/$1/compile_commands.json" <<'PY'
 import json, sys
 root = __import__("os").getcwd()
 for entry in json.load(open(sys.argv[1])):
-    if entry["file"].startswith(root) and "/build/" not in entry["file"]:
+    if entry["file"].startswith(root) and entry["file"].endswith(".cpp") and "/build/" not in entry["file"]:
         print(entry["file"])
 PY
 }
