@@ -207,11 +207,10 @@ Section
     Call GiveUp
   ${EndIf}
   StrCpy $3 $Result
+  StrCpy $4 listed
   Call ListAmongPrograms
   ${If} ${Errors}
-    StrCpy $Code ${E_FAILED}
-    StrCpy $Sentence "The service is installed but cannot be listed among the programs: run setup again."
-    Call GiveUp
+    StrCpy $4 unlisted
   ${EndIf}
   ${If} $3 == start
     DetailPrint "Starting the service"
@@ -219,6 +218,11 @@ Section
     ${If} $Code != 0
       Call GiveUp
     ${EndIf}
+  ${EndIf}
+  ${If} $4 == unlisted
+    StrCpy $Code ${E_FAILED}
+    StrCpy $Sentence "The service is installed but cannot be listed among the programs: run setup again."
+    Call GiveUp
   ${EndIf}
   ${Step} 'Tidy "$INSTDIR"'
   !insertmacro Log "installed ${VERSION_TEXT}"

@@ -18,6 +18,19 @@ namespace {
 
 constexpr wchar_t kOneSetup[] = L"Global\\ZarnUpdateServiceSetup";
 
+/// The exception that is being handled, as one of setup's own.
+SetupError currentFailure() {
+  try {
+    throw;
+  } catch (const SetupError& error) {
+    return error;
+  } catch (const std::exception& error) {
+    return {ExitCode::Failed, L"Setup failed: " + StringUtils::utf8to16(error.what()) + L"."};
+  } catch (...) {
+    return {ExitCode::Failed, L"Setup failed for a reason it does not know."};
+  }
+}
+
 /// Runs a step and answers; nothing thrown reaches the script.
 template <typename Step>
 void guarded(NsisStack& stack, Step step) noexcept {
@@ -28,12 +41,9 @@ void guarded(NsisStack& stack, Step step) noexcept {
   };
   try {
     answer(ExitCode::Done, {}, step());
-  } catch (const SetupError& error) {
-    answer(error.code(), error.sentence(), {});
-  } catch (const std::exception& error) {
-    answer(ExitCode::Failed, L"Setup failed: " + StringUtils::utf8to16(error.what()) + L".", {});
   } catch (...) {
-    answer(ExitCode::Failed, L"Setup failed for a reason it does not know.", {});
+    const SetupError error = currentFailure();
+    answer(error.code(), error.sentence(), {});
   }
 }
 
@@ -78,13 +88,28 @@ std::wstring begin(Program program) {
   return program == Program::Setup ? L"install" : L"uninstall";
 }
 
-/// After a failure, which is what there is to report.
-void startAgain(const ServiceRegistration& service) noexcept {
+bool startAgain(const ServiceRegistration& service) {
   try {
     service.start();
-  } catch (const std::exception&) {
-    // The service control manager's log has it.
+    return true;
+  } catch (const SetupError&) {
+    return false;
   }
+}
+
+/// Puts everything back. The failure that made it necessary, with what could not
+/// be put back.
+SetupError undo(const SetupError& failure, Replacement& files, ServiceRegistration& service, bool ran) {
+  ExitCode code = failure.code();
+  std::wstring sentence = failure.sentence();
+  service.undo();
+  if (!files.undo()) {
+    code = ExitCode::Failed;
+    sentence += L" Not all old files could be put back; the others are in \"" + files.outgoing().native() +
+                L"\". Run setup again.";
+  }
+  if (ran && !startAgain(service)) sentence += L" The service could not be started again.";
+  return {code, sentence};
 }
 
 /// Replaces the files and registers the service, or leaves everything as it was.
@@ -94,17 +119,16 @@ std::wstring activate(const ProgramFolder& folder) {
   settleCaBundle(folder, options.caBundle ? &*options.caBundle : nullptr);
   ServiceRegistration service;
   const bool ran = service.isRunning();
-  service.stop(options.wait);
+  Replacement files(folder);
   try {
-    Replacement files(folder);
-    files.run();
+    service.stop(options.wait);
     service.apply({folder.program.native(), folder.temp.native(), options.start, options.accountHost});
+    files.run();
     // The service control manager may have restarted it after an update.
     service.stop(options.wait);
     files.keep();
   } catch (...) {
-    if (ran) startAgain(service);
-    throw;
+    throw undo(currentFailure(), files, service, ran);
   }
   return ran || service.startsAutomatically() ? L"start" : L"";
 }

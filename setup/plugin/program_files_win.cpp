@@ -5,12 +5,17 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#include <chrono>
 #include <cwchar>
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <optional>
+#include <thread>
+#include <utility>
 
 #include "plugin/setup_error.h"
+#include "util/windows_handles.h"
 
 namespace zarn::setup {
 namespace {
@@ -25,6 +30,14 @@ constexpr wchar_t kAdministratorsOnly[] = L"O:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;
 constexpr wchar_t kCaBundle[] = L"Resources\\cacert.pem";
 // Beside a CA bundle that the administrator chose.
 constexpr wchar_t kChosenMark[] = L"Resources\\cacert.chosen";
+
+constexpr wchar_t kOutgoing[] = L"Setup.old";
+// In an outgoing folder whose files may be the only ones there are.
+constexpr wchar_t kNeededMark[] = L"Still needed";
+
+// A scanner has a file open for some seconds.
+constexpr std::chrono::seconds kPutBackLimit(10);
+constexpr std::chrono::milliseconds kPutBackInterval(100);
 
 struct LocalFreeDeleter {
   void operator()(void* memory) const noexcept { LocalFree(memory); }
@@ -89,6 +102,23 @@ void removeOrSchedule(const fs::path& path) noexcept {
   }
 }
 
+std::vector<fs::path> outgoingFolders(const ProgramFolder& folder) {
+  std::vector<fs::path> result;
+  std::error_code error;
+  for (fs::directory_iterator entry(folder.root, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (entry->path().filename().native().starts_with(kOutgoing)) result.push_back(entry->path());
+  }
+  return result;
+}
+
+void removeOutgoing(const ProgramFolder& folder) {
+  for (const auto& outgoing : outgoingFolders(folder)) {
+    std::error_code ignored;
+    if (!fs::exists(outgoing / kNeededMark, ignored)) removeOrSchedule(outgoing);
+  }
+}
+
 void copyFile(const fs::path& from, const fs::path& to) {
   if (CopyFileW(from.c_str(), to.c_str(), FALSE) == 0)
     throw fileFailure(L"Cannot copy", from, GetLastError());
@@ -131,15 +161,76 @@ bool isOurLog(const std::wstring& name) {
          name == L"Startup Crash.log" || (name.starts_with(L"Update History.") && name.ends_with(L".jsonl"));
 }
 
-void removeFiles(const fs::path& folder, bool (*chosen)(const std::wstring&)) {
-  std::error_code error;
-  if (isReparsePoint(folder)) return;
-  std::vector<fs::path> files;
-  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
-    if (entry->is_regular_file(error) && chosen(entry->path().filename().native()))
-      files.push_back(entry->path());
+bool isInstallerLog(const std::wstring& name) {
+  return (name.starts_with(L"Zarn Media Server") || name.starts_with(L"dd_vcredist")) &&
+         name.ends_with(L".log");
+}
+
+/// Opens a folder so that, while it is open, nobody can put a link in its place or
+/// in that of a folder above; `folder` becomes its real path. Invalid when there is
+/// no such folder, and, with `failure` set, when it is a link or cannot be opened.
+FileHandle hold(fs::path& folder, std::optional<SetupError>& failure) {
+  constexpr DWORD kinds = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+  FileHandle handle(CreateFileW(folder.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                nullptr, OPEN_EXISTING,
+                                FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+  DWORD error = handle ? ERROR_SUCCESS : GetLastError();
+  if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return {};
+  BY_HANDLE_FILE_INFORMATION information{};
+  if (handle && GetFileInformationByHandle(handle.get(), &information) != 0) {
+    std::wstring real = finalPath(handle.get());
+    const bool plain = (information.dwFileAttributes & kinds) == FILE_ATTRIBUTE_DIRECTORY;
+    error = plain ? GetLastError() : ERROR_ACCESS_DENIED;
+    if (plain && !real.empty()) {
+      folder = std::move(real);
+      return handle;
+    }
   }
-  for (const auto& file : files) fs::remove(file, error);
+  if (!failure) failure = fileFailure(L"The service is removed, but not the logs in", folder, error);
+  return {};
+}
+
+struct SearchTraits {
+  using Handle = HANDLE;
+  static Handle invalid() noexcept { return INVALID_HANDLE_VALUE; }
+  static void close(Handle search) noexcept { FindClose(search); }
+};
+
+/// `folder` is held. `failure` keeps the first file that could not be deleted.
+void removeFiles(const fs::path& folder, bool (*chosen)(const std::wstring&),
+                 std::optional<SetupError>& failure) {
+  WIN32_FIND_DATAW entry{};
+  const ScopedHandle<SearchTraits> search(FindFirstFileW((folder / L"*").c_str(), &entry));
+  if (!search) return;
+  std::vector<fs::path> files;
+  do {
+    const bool isFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (!isFolder && chosen(entry.cFileName)) files.push_back(folder / entry.cFileName);
+  } while (FindNextFileW(search.get(), &entry) != 0);
+  for (const auto& file : files) {
+    const bool deleted = DeleteFileW(file.c_str()) != 0;
+    if (!deleted && !failure)
+      failure = fileFailure(L"The service is removed, but not the log", file, GetLastError());
+  }
+}
+
+void purgeLogsIn(const fs::path& applicationData, std::optional<SetupError>& failure) {
+  fs::path product = applicationData / L"Zarn Media Server";
+  FileHandle heldProduct = hold(product, failure);
+  if (!heldProduct) return;
+  fs::path logs = product / L"Logs";
+  if (FileHandle heldLogs = hold(logs, failure); heldLogs) {
+    fs::path installers = logs / L"Installer Logs";
+    if (const FileHandle held = hold(installers, failure); held)
+      removeFiles(installers, isInstallerLog, failure);
+    removeFiles(logs, isOurLog, failure);
+    // The media server may keep its own files there: only empty folders go.
+    RemoveDirectoryW(installers.c_str());
+    heldLogs.reset();
+    RemoveDirectoryW(logs.c_str());
+  }
+  heldProduct.reset();
+  RemoveDirectoryW(product.c_str());
 }
 
 }  // namespace
@@ -148,7 +239,6 @@ ProgramFolder::ProgramFolder(fs::path folder)
     : root(std::move(folder)),
       temp(root / L"Temp"),
       incoming(root / L"Setup.new"),
-      outgoing(root / L"Setup.old"),
       program(root / L"ZarnUpdateService.exe") {}
 
 void prepareFolders(const ProgramFolder& folder) {
@@ -164,7 +254,7 @@ void prepareFolders(const ProgramFolder& folder) {
 
 void tidyFolders(const ProgramFolder& folder) noexcept {
   removeOrSchedule(folder.incoming);
-  removeOrSchedule(folder.outgoing);
+  removeOutgoing(folder);
   std::error_code ignored;
   if (fs::exists(folder.program, ignored)) return;
   RemoveDirectoryW(folder.temp.c_str());
@@ -173,6 +263,7 @@ void tidyFolders(const ProgramFolder& folder) noexcept {
 
 void checkCaBundle(const std::wstring& file) {
   std::ifstream stream(fs::path(file), std::ios::binary);
+  if (!stream) throw SetupError(ExitCode::BadArguments, L"The file \"" + file + L"\" cannot be read.");
   const std::string text{std::istreambuf_iterator<char>(stream), {}};
   if (text.find("-----BEGIN CERTIFICATE-----") == std::string::npos) {
     throw SetupError(ExitCode::BadArguments, L"The file \"" + file + L"\" holds no certificate in PEM form.");
@@ -194,10 +285,20 @@ void settleCaBundle(const ProgramFolder& folder, const std::wstring* choice) {
   }
 }
 
-Replacement::~Replacement() {
+bool Replacement::undo() noexcept {
+  if (std::exchange(settled_, true)) return true;
+  const auto deadline = std::chrono::steady_clock::now() + kPutBackLimit;
+  bool whole = true;
   for (auto step = done_.rbegin(); step != done_.rend(); ++step) {
-    MoveFileExW(step->to.c_str(), step->from.c_str(), 0);
+    bool moved = false;
+    while (!(moved = MoveFileExW(step->to.c_str(), step->from.c_str(), 0) != 0) &&
+           std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(kPutBackInterval);
+    }
+    whole = whole && moved;
   }
+  if (whole && !outgoing_.empty()) freeOutgoing();
+  return whole;
 }
 
 void Replacement::move(const fs::path& from, const fs::path& to) {
@@ -208,33 +309,47 @@ void Replacement::move(const fs::path& from, const fs::path& to) {
 
 void Replacement::run() {
   std::error_code error;
-  removeOrSchedule(folder_.outgoing);
-  fs::create_directory(folder_.outgoing, error);
+  removeOutgoing(folder_);
+  outgoing_ = folder_.root / kOutgoing;
+  for (int number = 1; !fs::create_directory(outgoing_, error) && !error; ++number) {
+    outgoing_ = folder_.root / (kOutgoing + (L'.' + std::to_wstring(number)));
+  }
   if (error) {
-    throw fileFailure(L"Cannot make the folder", folder_.outgoing, static_cast<std::uint32_t>(error.value()));
+    throw fileFailure(L"Cannot make the folder", outgoing_, static_cast<std::uint32_t>(error.value()));
+  }
+  if (!std::ofstream(outgoing_ / kNeededMark)) {
+    throw fileFailure(L"Cannot write", outgoing_ / kNeededMark, ERROR_WRITE_FAULT);
   }
   std::vector<fs::path> names;
   for (const auto& entry : fs::directory_iterator(folder_.incoming)) names.push_back(entry.path().filename());
   for (const auto& name : names) {
-    if (fs::exists(folder_.root / name, error)) move(folder_.root / name, folder_.outgoing / name);
+    if (fs::exists(folder_.root / name, error)) move(folder_.root / name, outgoing_ / name);
     move(folder_.incoming / name, folder_.root / name);
   }
 }
 
+void Replacement::freeOutgoing() noexcept {
+  try {
+    DeleteFileW((outgoing_ / kNeededMark).c_str());
+  } catch (const std::exception&) {
+    // It stays, and a later run that succeeds removes it.
+  }
+}
+
 void Replacement::keep() noexcept {
-  done_.clear();
+  settled_ = true;
+  try {
+    // Nothing of earlier runs is needed any more either.
+    for (const auto& outgoing : outgoingFolders(folder_)) DeleteFileW((outgoing / kNeededMark).c_str());
+  } catch (const std::exception&) {
+    // They stay until a later run succeeds.
+  }
 }
 
 void purgeLogs() {
-  for (const auto& folder : applicationDataFolders()) {
-    const fs::path product = folder / L"Zarn Media Server";
-    const fs::path logs = product / L"Logs";
-    if (isReparsePoint(product) || isReparsePoint(logs)) continue;
-    removeFiles(logs / L"Installer Logs", [](const std::wstring& name) { return name.ends_with(L".log"); });
-    removeFiles(logs, isOurLog);
-    // The media server may keep its own files there: only empty folders go.
-    for (const auto& empty : {logs / L"Installer Logs", logs, product}) RemoveDirectoryW(empty.c_str());
-  }
+  std::optional<SetupError> failure;
+  for (const auto& folder : applicationDataFolders()) purgeLogsIn(folder, failure);
+  if (failure) throw *failure;
 }
 
 }  // namespace zarn::setup

@@ -4,11 +4,14 @@
 #include <windows.h>
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "plugin/options.h"
+#include "plugin/service_environment.h"
 #include "util/windows_handles.h"
 
 namespace zarn::setup {
@@ -37,17 +40,27 @@ class ServiceRegistration {
   void stop(std::chrono::seconds limit) const;
 
   /// Starts the service, if it does not run, and waits until it does (NotStarted).
+  /// One that is just stopping is given time to end first.
   void start() const;
 
-  /// Registers the service or renews its registration. What fails half-way is
-  /// put back to what it was.
+  /// Registers the service or renews its registration.
   void apply(const ServiceSettings& settings);
+
+  /// Puts the registration back to what it was before apply(), as far as that came.
+  void undo() noexcept;
 
   /// Stops the service, within `limit`, and removes its registration.
   void remove(std::chrono::seconds limit);
 
  private:
-  struct Configuration;
+  struct Configuration {
+    std::wstring commandLine;
+    std::wstring account;
+    DWORD startType = SERVICE_NO_CHANGE;
+    Environment environment;
+    /// Description and restarts, by their level, as the system gives and takes them.
+    std::vector<std::pair<DWORD, std::vector<std::uint64_t>>> more;
+  };
 
   [[nodiscard]] SERVICE_STATUS_PROCESS status() const;
   [[nodiscard]] std::optional<Configuration> configuration() const;
@@ -56,8 +69,11 @@ class ServiceRegistration {
   void change(const ServiceSettings& settings) const;
   void describe() const;
   void restartWhenEnded() const;
-  void restore(const Configuration& before) const noexcept;
+  void restore(Configuration& before) const noexcept;
 
+  /// What apply() found, which may be nothing.
+  std::optional<Configuration> before_;
+  bool applied_ = false;
   ServiceHandle manager_;
   ServiceHandle service_;
 };

@@ -2,7 +2,6 @@
 #include <array>
 #include <thread>
 
-#include "plugin/service_environment.h"
 #include "plugin/service_registration.h"
 #include "plugin/setup_error.h"
 #include "util/system_error.h"
@@ -65,10 +64,18 @@ KernelHandle processOf(const SERVICE_STATUS_PROCESS& status) {
   return KernelHandle(OpenProcess(SYNCHRONIZE, FALSE, status.dwProcessId));
 }
 
-/// Also when it never reported its end: its process is gone.
+bool hasLiveProcess(const SERVICE_STATUS_PROCESS& status) {
+  if (status.dwProcessId == 0) return false;
+  const KernelHandle process = processOf(status);
+  return process ? WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT
+                 : GetLastError() != ERROR_INVALID_PARAMETER;
+}
+
+/// Also when it never reported its end: its process is gone, as after an update. Not every
+/// service control manager draws that conclusion.
 bool hasEnded(const SERVICE_STATUS_PROCESS& status) {
   return status.dwCurrentState == SERVICE_STOPPED ||
-         (status.dwProcessId == 0 && status.dwCurrentState != SERVICE_START_PENDING);
+         (status.dwCurrentState != SERVICE_START_PENDING && !hasLiveProcess(status));
 }
 
 SetupError busy(const std::wstring& sentence) {
@@ -88,12 +95,6 @@ DWORD systemStartType(StartType start) {
 }
 
 }  // namespace
-
-struct ServiceRegistration::Configuration {
-  std::wstring commandLine;
-  DWORD startType = SERVICE_NO_CHANGE;
-  Environment environment;
-};
 
 ServiceRegistration::ServiceRegistration()
     : manager_(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE)) {
@@ -118,13 +119,28 @@ std::optional<ServiceRegistration::Configuration> ServiceRegistration::configura
   if (!exists()) return {};
   // The largest answer there is, by the system's own word.
   constexpr std::size_t largestBytes = 8192;
-  std::vector<std::uint64_t> buffer(largestBytes / sizeof(std::uint64_t));
+  using Buffer = std::vector<std::uint64_t>;
+  Buffer buffer(largestBytes / sizeof(std::uint64_t));
   auto* const answer = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer.data());
   DWORD needed = 0;
   if (QueryServiceConfigW(service_.get(), answer, static_cast<DWORD>(largestBytes), &needed) == 0) {
     throw systemFailure(L"The registration of the service cannot be read", GetLastError());
   }
-  return Configuration{answer->lpBinaryPathName, answer->dwStartType, readServiceEnvironment()};
+  Configuration result{answer->lpBinaryPathName,
+                       answer->lpServiceStartName,
+                       answer->dwStartType,
+                       readServiceEnvironment(),
+                       {}};
+  constexpr std::array<DWORD, 3> levels{SERVICE_CONFIG_DESCRIPTION, SERVICE_CONFIG_FAILURE_ACTIONS,
+                                        SERVICE_CONFIG_FAILURE_ACTIONS_FLAG};
+  for (const DWORD level : levels) {
+    // What a system does not tell is not put back.
+    if (QueryServiceConfig2W(service_.get(), level, reinterpret_cast<BYTE*>(buffer.data()),
+                             static_cast<DWORD>(largestBytes), &needed) != 0) {
+      result.more.emplace_back(level, std::exchange(buffer, Buffer(buffer.size())));
+    }
+  }
+  return result;
 }
 
 bool ServiceRegistration::isRunning() const {
@@ -174,6 +190,12 @@ void ServiceRegistration::stop(seconds limit) const {
 
 void ServiceRegistration::start() const {
   const std::wstring what = L"The service is installed but did not start";
+  const auto endDeadline = Clock::now() + kStopGrace;
+  for (auto now = status();
+       now.dwCurrentState == SERVICE_STOP_PENDING && !hasEnded(now) && Clock::now() < endDeadline;
+       now = status()) {
+    std::this_thread::sleep_for(kPollInterval);
+  }
   if (StartServiceW(service_.get(), 0, nullptr) == 0 && GetLastError() != ERROR_SERVICE_ALREADY_RUNNING) {
     throw SetupError(ExitCode::NotStarted, systemFailure(what, GetLastError()).sentence());
   }
@@ -190,28 +212,29 @@ void ServiceRegistration::start() const {
 }
 
 void ServiceRegistration::apply(const ServiceSettings& settings) {
-  const auto before = configuration();
-  try {
-    if (before) {
-      change(settings);
-    } else {
-      create(settings);
-    }
-    describe();
-    restartWhenEnded();
-    Environment environment = readServiceEnvironment();
-    setVariable(environment, L"TMP", settings.tempFolder);
-    setVariable(environment, L"TEMP", settings.tempFolder);
-    if (settings.accountHost) setVariable(environment, kHostVariable, *settings.accountHost);
-    writeServiceEnvironment(environment);
-  } catch (const SetupError&) {
-    if (before) {
-      restore(*before);
-    } else if (exists()) {
-      DeleteService(service_.get());
-      service_.reset();
-    }
-    throw;
+  before_ = configuration();
+  applied_ = true;
+  if (before_) {
+    change(settings);
+  } else {
+    create(settings);
+  }
+  describe();
+  restartWhenEnded();
+  Environment environment = readServiceEnvironment();
+  setVariable(environment, L"TMP", settings.tempFolder);
+  setVariable(environment, L"TEMP", settings.tempFolder);
+  if (settings.accountHost) setVariable(environment, kHostVariable, *settings.accountHost);
+  writeServiceEnvironment(environment);
+}
+
+void ServiceRegistration::undo() noexcept {
+  if (!std::exchange(applied_, false)) return;
+  if (before_) {
+    restore(*before_);
+  } else if (exists()) {
+    DeleteService(service_.get());
+    service_.reset();
   }
 }
 
@@ -260,7 +283,11 @@ void ServiceRegistration::restartWhenEnded() const {
   }
 }
 
-void ServiceRegistration::restore(const Configuration& before) const noexcept {
+void ServiceRegistration::restore(Configuration& before) const noexcept {
+  // By itself: some accounts cannot be set again without their password.
+  ChangeServiceConfigW(service_.get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, nullptr,
+                       nullptr, nullptr, nullptr, before.account.c_str(), nullptr, nullptr);
+  for (auto& [level, settings] : before.more) ChangeServiceConfig2W(service_.get(), level, settings.data());
   ChangeServiceConfigW(service_.get(), SERVICE_NO_CHANGE, before.startType, SERVICE_NO_CHANGE,
                        before.commandLine.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
   try {

@@ -233,13 +233,19 @@ class SetupTest(unittest.TestCase):
         self.have_nothing()
         self.have_first_version(start="demand")
         self.machine.wine("sc", "start", stage.SERVICE)
-        before = self.files()
+        before, registration = self.files(), self.values(SERVICE_KEY)
         with self.held_open(FOLDER + r"\ZarnUpdateService.cdx.json"):
-            self.assertEqual(self.setup(program=self.newer), FAILED)
+            self.assertEqual(self.setup("/START=auto", "/ACCOUNTHOST=new.example", program=self.newer), FAILED)
         self.assertIn("Cannot replace", self.said)
         self.assertEqual((self.files(), self.version(), self.is_running()), (before, "1.0.0", True))
+        self.assertEqual(self.values(SERVICE_KEY), registration)
         self.assertTrue(self.accepts("approved.exe"))
 
+        # A program of an earlier version that is still in use.
+        self.at(FOLDER + r"\Setup.old").mkdir()
+        shutil.copy(self.at(PROGRAM), self.at(FOLDER + r"\Setup.old"))
+        with self.held_open(FOLDER + r"\Setup.old\ZarnUpdateService.exe"):
+            self.assertEqual(self.setup(program=self.newer), DONE)
         self.assertEqual(self.setup(program=self.newer), DONE)
         self.assertEqual((self.files().keys(), self.version(), self.is_running()), (before.keys(), "1.0.1", True))
         self.assertEqual(self.values(SERVICE_KEY)["Start"], "0x3")
