@@ -10,17 +10,17 @@
 
 namespace zarn::testing {
 
-/// While it lives, the helper program ends with `exitCode` after `sleepMs` and records its command line.
+/// From now on the helper program ends with `exitCode` after `sleepMs` and records its command line.
 class HelperOrder {
  public:
-  explicit HelperOrder(std::uint32_t exitCode, unsigned sleepMs = 0)
-      : order_("ZARN_HELPER", std::to_string(exitCode) + " " + std::to_string(sleepMs)) {}
+  explicit HelperOrder(std::uint32_t exitCode, unsigned sleepMs = 0) {
+    setEnvironment("ZARN_HELPER", std::to_string(exitCode) + " " + std::to_string(sleepMs));
+    setEnvironment("ZARN_HELPER_RECORD", folder_ / "record");
+  }
   [[nodiscard]] std::string commandLine() const { return readFile(folder_ / "record"); }
 
  private:
   TempDirectory folder_;
-  ScopedVariable order_;
-  ScopedVariable record_{"ZARN_HELPER_RECORD", folder_ / "record"};
 };
 
 inline std::wstring wide(const std::string& text) {

@@ -90,14 +90,6 @@ TEST_F(InstallRequestTest, RunsNothingThatACheckRefuses) {
   EXPECT_FALSE(log_.contains("Create Process Success! Waiting for process to complete."));
 }
 
-TEST_F(InstallRequestTest, EndsWhenTheCopyCannotBeMade) {
-  FileUtils::createDirectories(staged_);
-  testing::writeFile(FileUtils::join(staged_, "in the way"), "");
-  EXPECT_EQ(install(), Status::Failed);
-  EXPECT_TRUE(log_.contains("Failed to copy bundle to temp directory."));
-  EXPECT_EQ(record_.status, Status::Failed);
-}
-
 TEST_F(InstallRequestTest, ChecksACallersFileOnlyWhenItIsOne) {
   std::vector<std::wstring> checked;
   collaborators_.checkIntegrity = [&](const std::wstring& path) {

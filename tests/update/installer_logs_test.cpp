@@ -7,9 +7,6 @@
 
 #include "support/recording_log.h"
 #include "update/temporary_folder.h"
-#ifdef _WIN32
-#include "util/windows_handles.h"
-#endif
 
 namespace zarn {
 namespace {
@@ -59,25 +56,6 @@ TEST_F(InstallerLogsTest, CopiesNoFileThatHasAnotherName) {
   EXPECT_EQ(collect(), Names{});
   EXPECT_TRUE(log_.contains("Not collecting Zarn Media Server.log, it is not a plain file with one name"));
 }
-
-TEST_F(InstallerLogsTest, SaysWhyItCannotStart) {
-  testing::writeFile(folder_.appData / "file", "");
-  FileUtils::setApplicationDataOverride(folder_.appData / "file");
-  collectInstallerLogs();
-  EXPECT_TRUE(
-      log_.texts().at(0).starts_with("Failed creating \"Installer Logs\" directory, create_directories: "));
-}
-
-#ifdef _WIN32
-TEST_F(InstallerLogsTest, GoesOnPastALogThatCannotBeRead) {
-  testing::writeFile(folder_.temp / "dd_vcredist.log", "");
-  const FileHandle exclusive(CreateFileW(FileUtils::toPath(folder_.temp / "Zarn Media Server.log").c_str(),
-                                         GENERIC_READ, 0, nullptr, CREATE_NEW, 0, nullptr));
-  EXPECT_EQ(collect(), Names{"dd_vcredist.log"});
-  EXPECT_TRUE(
-      log_.contains("Failed copying file Zarn Media Server.log, copy_file: 32, " + systemErrorPhrase(32)));
-}
-#endif
 
 }  // namespace
 }  // namespace zarn

@@ -39,9 +39,7 @@ TEST(WireTables, NameTheInterface) {
   const ServerInterface server({});
   const auto* const client = static_cast<const RPC_CLIENT_INTERFACE*>(kClientStub.RpcInterfaceInformation);
   EXPECT_EQ(name(server.description().InterfaceId), "631c7d9c-1797-42f9-8e96-367a9ee58887 1.0");
-  EXPECT_EQ(name(server.description().TransferSyntax), "8a885d04-1ceb-11c9-9fe8-08002b104860 2.0");
   EXPECT_EQ(name(client->InterfaceId), "631c7d9c-1797-42f9-8e96-367a9ee58887 1.0");
-  EXPECT_EQ(name(client->TransferSyntax), "8a885d04-1ceb-11c9-9fe8-08002b104860 2.0");
 }
 
 }  // namespace
