@@ -5,7 +5,6 @@
 
 #include "log/probe_log.h"
 #include "prefs/test_preferences.h"
-#include "support/environment.h"
 
 namespace zarn::testing {
 namespace {
@@ -54,31 +53,6 @@ TEST_F(ServiceLog, ScrubsAndAnnouncesLines) {
   preferences_.setBoolValue("LogTokensForDebug", true);
   log_.submit(LogLevel::Info, "auth_token=abc sentry_key=def");
   EXPECT_EQ(messages("first").back(), "auth_token=abc sentry_key=xxx");
-}
-
-TEST_F(ServiceLog, MovesToANewDirectoryAfterSayingSo) {
-  log_.setFileOpenedRoutine([this] { log_.submit(LogLevel::Info, "banner"); });
-  log_.start("Test");
-  log_.flush();
-  FileUtils::setApplicationDataOverride(dir_ / "second");
-  log_.moveToCurrentDirectory();
-  log_.submit(LogLevel::Info, "there");
-  EXPECT_THAT(messages("first"), ElementsAre("banner", "Log rotation requested."));
-  EXPECT_THAT(messages("second"), ElementsAre("banner", "there"));
-}
-
-TEST_F(ServiceLog, TakesTheCollectorFromTheEnvironment) {
-  log_.start("Test");
-  for (const auto& [collector, minutes] :
-       {std::pair{"no port", "5"}, {"127.0.0.1:9", "\n5"}, {"127.0.0.1:9", "5"}}) {
-    setEnvironment("ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR", collector);
-    setEnvironment("ZARN_MEDIA_SERVER_SYSLOG_MINUTES", minutes);
-    log_.configureNetworkLoggingFromEnvironment();
-  }
-  const std::string error = "Error enabling networked logging: ZARN_MEDIA_SERVER_SYSLOG_";
-  EXPECT_THAT(messages("first"), ElementsAre(error + "COLLECTOR is 'no port' and not host:port.",
-                                             error + "MINUTES is '\\x0a5' and not a positive number.",
-                                             "Enabling networked logging for 5 minutes."));
 }
 
 }  // namespace

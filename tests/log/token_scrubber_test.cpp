@@ -31,14 +31,6 @@ TEST(TokenScrubber, EveryMarkerAloneAndInALine) {
   }
 }
 
-TEST(TokenScrubber, Edges) {
-  EXPECT_EQ(scrubbed("/a?X-Zarn-Token=abc&x=1"), "/a?X-Zarn-Token=" + std::string(7, 'x'));
-  EXPECT_EQ(scrubbed("token=\"'abc"), "token=\"xxxx");  // one quote only
-  EXPECT_EQ(scrubbed("Token=abc TOKEN=abc oken=abc"), "Token=abc TOKEN=abc oken=abc");
-  EXPECT_EQ(scrubbed("token=xxxtoken=token=ABCDEFGHIJKLMNO"),
-            "token=" + std::string(20, 'x') + "FGHIJKLMNO");  // a marker under a mask is gone
-}
-
 /// Markers, ends and beginnings of markers, quotes and noise.
 std::string randomLine(std::mt19937_64& random) {
   static constexpr std::string_view noise = "abcxkKeEnNyYzZtT=> :%3D'\"(_-\0\xc3\xa4\xff\n";
