@@ -120,10 +120,6 @@ TEST_F(HttpClientTest, SendsWhatItIsGiven) {
   const TempDirectory dir;
   writeFile(dir / "upload", "from a file");
   const auto upload = FileUtils::safeOpen(dir / "upload", "rb", false);
-  std::string source = "streamed";
-  const curl_read_callback read = [](char* buffer, std::size_t size, std::size_t count, void* data) {
-    return std::exchange(*static_cast<std::string*>(data), {}).copy(buffer, size * count);
-  };
   const struct {
     const char* verb;
     std::function<void(HttpContext&)> configure;
@@ -144,12 +140,10 @@ TEST_F(HttpClientTest, SendsWhatItIsGiven) {
        [&](HttpContext& ctx) {
          ctx.formParts = {{"a", FormPart::Kind::Contents, "contents", ""},
                           {"b", FormPart::Kind::File, dir / "upload", ""},
-                          {"c", FormPart::Kind::Buffer, "buffered", "buffer.txt"},
-                          {"d", FormPart::Kind::Stream, "", ""}};
-         ctx.readCallback = read, ctx.readUserData = &source, ctx.uploadSize = 8;
+                          {"c", FormPart::Kind::Buffer, "buffered", "buffer.txt"}};
        },
        {R"("method": "POST")", R"(name=\"a\"\r\n\r\ncontents)", "from a file", R"(filename=\"buffer.txt\")",
-        "buffered", R"(name=\"d\"\r\n\r\nstreamed)"}},
+        "buffered"}},
   };
   for (const auto& [verb, configure, expected] : cases) {
     const auto ctx = request(servers_.url("echo", "/echo"), verb);
@@ -172,15 +166,6 @@ TEST_F(HttpClientTest, DownloadsIntoFiles) {
   }
   EXPECT_EQ(readFile(dir / "resume"), whole);
   EXPECT_LE(FileUtils::fileSize(dir / "endless"), 1U << 20);
-}
-
-TEST_F(HttpClientTest, QuietHostsLeaveNoLines) {
-  for (const auto* scenario : {"good", "other_ca", "silent", "announced"}) {
-    const auto ctx = get(scenario, "/?for=metrics.zarn.example");
-    ctx->timeout = 1;
-    EXPECT_TRUE(perform(ctx)->quiet);
-  }
-  EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
 }
 
 TEST_F(HttpClientTest, WhatCannotBeStartedIsRejected) {

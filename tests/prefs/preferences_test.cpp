@@ -8,7 +8,6 @@
 #include "prefs/preferences_fixture.h"
 #include "prefs/test_preferences.h"
 #include "prefs/value_text.h"
-#include "support/environment.h"
 #include "support/recording_log.h"
 #include "util/file_utils.h"
 
@@ -21,9 +20,9 @@ using ::testing::ElementsAre;
 [[maybe_unused]] const bool onTestStore = (Preferences::useTestStore(true), true);
 
 template <typename Default>
-Preference make(Default defaultValue, const std::string& overrides,
-                PreferenceFlags flags = PreferenceFlags::None) {
-  return {"Id", defaultValue, flags, "general", "feature", "extra", std::make_shared<QueryString>(overrides)};
+Preference make(Default defaultValue, const std::string& overrides) {
+  const auto query = std::make_shared<QueryString>(overrides);
+  return {"Id", defaultValue, PreferenceFlags::None, "general", "feature", "extra", query};
 }
 
 TEST(QueryString, DecodesKeysAndValues) {
@@ -74,19 +73,6 @@ TEST(Preference, OverridesOfTheRightKindReplaceTheDefault) {
   EXPECT_EQ(make(1.5, "Id=1e").defaultAsDouble(), 1.5);
   const std::string warning = "Preferences: invalid default value: Id=";
   EXPECT_THAT(log.texts(), ::testing::ElementsAre(warning + "yes", warning + "1\\x0a2", warning + "1e"));
-}
-
-TEST(Preference, DescribesItselfAsAnElement) {
-  TestPreferences store(nullptr);
-  store.setStringValue("Id", "a<\"&\n>");
-  auto text = make("compiled", "", PreferenceFlags::Hidden);
-  text.fillAttributes(store);
-  ElementWriter writer;
-  EXPECT_EQ(text.serialize(writer), "");
-  EXPECT_EQ(
-      writer.text(),
-      "<Setting advanced=\"0\" default=\"compiled\" group=\"general\" hidden=\"1\" id=\"Id\" label=\"\" "
-      "summary=\"\" type=\"text\" value=\"a&lt;&quot;&amp;&#10;&gt;\" />\n");
 }
 
 class PreferencesTest : public ::testing::Test {
@@ -155,16 +141,6 @@ TEST_F(PreferencesTest, EveryWriteIsAnnouncedOnce) {
   EXPECT_TRUE(store.removeValue("a"));
   EXPECT_FALSE(store.removeValue("a"));  // announced all the same
   EXPECT_THAT(bus.sink.ids, ElementsAre("a", "b", "a", "a"));
-}
-
-TEST(Preferences, OverridesComeFromTheEnvironment) {
-  constexpr char variable[] = "ZARN_MEDIA_SERVER_DEFAULT_PREFERENCES";
-  setEnvironment(variable, "LogNumFiles=9&LocalAppDataPath=C%3A%5CCaf%C3%A9");
-  TestPreferences store;
-  setEnvironment(variable, "");
-  store.registerCatalogue();
-  EXPECT_EQ(store.getInt("LogNumFiles"), 9);
-  EXPECT_EQ(store.getString("LocalAppDataPath"), "C:\\Caf\xC3\xA9");
 }
 
 TEST(Preferences, ListingFilters) {

@@ -28,8 +28,7 @@ TEST(FileUtils, LongPathPrefix) {
   }
 }
 
-TEST(FileUtils, OperationsReportAndLogFailures) {
-  const RecordingLog log;
+TEST(FileUtils, OperationsReportFailures) {
   const TempDirectory dir;
   const std::string missing = dir / "missing";
   writeFile(dir / "plain", "x");
@@ -37,18 +36,8 @@ TEST(FileUtils, OperationsReportAndLogFailures) {
   EXPECT_FALSE(FileUtils::move(missing, dir / "moved"));
   EXPECT_FALSE(FileUtils::copyDirectoryRecursively(missing, dir / "copy"));
   EXPECT_FALSE(FileUtils::createDirectories(FileUtils::join(dir / "plain", "below")));
+  EXPECT_FALSE(FileUtils::deleteFile(dir.path()));  // it holds something
   EXPECT_EQ(static_cast<std::int64_t>(FileUtils::fileSize(missing)), -1);
-  EXPECT_TRUE(FileUtils::deleteFile(missing));
-  // A directory that holds something cannot be removed as a file.
-  EXPECT_TRUE(FileUtils::createDirectories(FileUtils::join(dir / "full", "inner")));
-  EXPECT_FALSE(FileUtils::deleteFile(dir / "full", true));  // quietly
-  EXPECT_FALSE(FileUtils::deleteFile(dir / "full"));
-  EXPECT_THAT(log.texts(), ElementsAre(StartsWith("Couldn't copy file " + missing + " to "),
-                                       StartsWith("Couldn't copy file " + missing + " to "),
-                                       StartsWith("Error copying directory recursively: "),
-                                       StartsWith("Error creating directory "),
-                                       StartsWith("Couldn't get size of file " + missing + ": "),
-                                       StartsWith("Couldn't delete the file " + (dir / "full") + ": ")));
 }
 
 TEST(FileUtils, SafeOpenModes) {

@@ -37,10 +37,5 @@ TEST(Logging, Win32ErrorReportsTheErrorCurrentAtTheCall) {
   EXPECT_THAT(sink.texts, ElementsAre("Opening x failed", "    Win32 Error: 2 " + systemErrorText(2)));
 }
 
-TEST(Logging, FatalSurvivesAFormatThatDoesNotFit) {
-  const RecordingLog log;
-  EXPECT_THROW(logFatal(RuntimeFormat{"%d %d"}, 1), FatalLogged);
-}
-
 }  // namespace
 }  // namespace zarn::testing
