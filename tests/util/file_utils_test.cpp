@@ -18,14 +18,9 @@ using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
 TEST(FileUtils, LongPathPrefix) {
-  for (const auto& [start, length, prefixed] : {std::tuple{"C:\\", 250U, false},
-                                                {"C:\\", 251U, true},
-                                                {"\\\\server\\", 300U, false},
-                                                {"relative", 300U, false}}) {
-    std::string path = start;
-    path.resize(length, 'a');
-    EXPECT_EQ(FileUtils::withLongPathPrefix(path), (prefixed ? R"(\\?\)" : "") + path);
-  }
+  const std::string plain = "C:\\" + std::string(247, 'a');
+  EXPECT_EQ(FileUtils::withLongPathPrefix(plain), plain);
+  EXPECT_EQ(FileUtils::withLongPathPrefix(plain + "a"), R"(\\?\)" + plain + "a");
 }
 
 TEST(FileUtils, OperationsReportFailures) {
