@@ -23,7 +23,7 @@ void reportEach(Clock::time_point start, std::size_t repeat) {
 
 struct CountingSink final : LogSink {
   std::size_t lines = 0;
-  void submit(LogLevel /*level*/, std::string /*message*/) override { ++lines; }
+  void submit(LogLevel /*level*/, std::string_view /*message*/) override { ++lines; }
   [[noreturn]] void fatal(const std::string& /*message*/) override { std::abort(); }
 };
 

@@ -23,10 +23,10 @@ class CapturedLog final : public LogSink {
   CapturedLog& operator=(const CapturedLog&) = delete;
   ~CapturedLog() override { setLogSink(former_); }
 
-  void submit(LogLevel level, std::string message) override {
+  void submit(LogLevel level, std::string_view message) override {
     const MutexLock lock(mutex_);
-    (level == LogLevel::Error ? errors_ : lines_).push_back(message);
-    if (level == LogLevel::Error) lines_.push_back(std::move(message));
+    lines_.emplace_back(message);
+    if (level == LogLevel::Error) errors_.emplace_back(message);
   }
 
   [[noreturn]] void fatal(const std::string& message) override { throw FatalError(message); }

@@ -68,20 +68,21 @@ class FlagReset {
 };
 
 /// The calling thread's labels in front of `message`.
-void insertContextPrefix(std::string& message) {
+/// "[outer/inner] " of the calling thread; empty when it has no labels.
+std::string contextPrefix() {
   const auto& tags = logTags();
-  if (tags.empty()) return;
+  if (tags.empty()) return {};
   std::string prefix = "[";
   for (const std::string& tag : tags) {
     if (tag.empty()) continue;
     if (prefix.size() > 1) prefix += '/';
     prefix += tag;
   }
-  message.insert(0, prefix + "] ");
+  return prefix + "] ";
 }
 
-LogItem makeItem(LogLevel level, std::string message) {
-  return {level, currentThreadId(), platform::currentLogTime(), std::move(message)};
+LogStamp stampNow(LogLevel level) {
+  return {level, currentThreadId(), platform::currentLogTime()};
 }
 
 }  // namespace
@@ -152,13 +153,15 @@ void BaseLog::stopQuietly() noexcept {
 
 // ---- Lines come in ---------------------------------------------------------------
 
-void BaseLog::submit(LogLevel level, std::string message) {
-  insertContextPrefix(message);
-  LogItem item = makeItem(level, std::move(message));
-  if (!isQueueing() || state_->isWriter(item.threadId)) {
+void BaseLog::submit(LogLevel level, std::string_view message) {
+  std::string prefixed = contextPrefix();
+  if (!prefixed.empty()) message = prefixed.append(message);
+  const LogStamp stamp = stampNow(level);
+  if (!isQueueing() || state_->isWriter(stamp.threadId)) {
+    LogItem item{stamp, std::string(message)};
     writeLine(item);
   } else {
-    state_->queue.push(item);
+    state_->queue.push(stamp, message);
   }
 }
 
@@ -280,8 +283,7 @@ void BaseLog::sendToCollector(NetworkLog& network, const LogItem& item) {
   network.stop();
   // Queued even by the writer, whose own lines would be written, and so lost, here.
   if (!isQueueing() || !isEnabled(LogLevel::Debug)) return;
-  LogItem notice = makeItem(LogLevel::Debug, "Time is up, disabling networked logging.");
-  state_->queue.push(notice);
+  state_->queue.push(stampNow(LogLevel::Debug), "Time is up, disabling networked logging.");
 }
 
 void BaseLog::startNetworkLog(const std::string& host, std::uint16_t port, std::int64_t expiry) {

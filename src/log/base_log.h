@@ -60,7 +60,7 @@ class BaseLog : public LogSink {
   bool enableNetworkLogging(const std::string& host, std::uint16_t port, std::int32_t minutes);
   void disableNetworkLogging();
 
-  void submit(LogLevel level, std::string message) final;
+  void submit(LogLevel level, std::string_view message) final;
   [[noreturn]] void fatal(const std::string& message) final;
 
  protected:

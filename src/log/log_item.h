@@ -13,11 +13,14 @@ struct LogTime {
   std::uint16_t milliseconds = 0;
 };
 
-struct LogItem {
+struct LogStamp {
   LogLevel level = LogLevel::Info;
   std::uint32_t threadId = 0;  ///< of the thread that logged
   LogTime time;                ///< when it was logged, not when it is written
-  std::string message;         ///< UTF-8, formatted, context prefix included
+};
+
+struct LogItem : LogStamp {
+  std::string message;  ///< UTF-8, formatted, context prefix included
 };
 
 }  // namespace zarn

@@ -1,5 +1,6 @@
 #include "log/log_queue.h"
 
+#include <string>
 #include <utility>
 
 #include "log/log_platform.h"
@@ -15,15 +16,25 @@ constexpr std::size_t kKeptSlots = 1024;
 /// So is that of a message longer than these bytes.
 constexpr std::size_t kKeptMessageBytes = 4096;
 
+constexpr std::size_t kCopiedWhileLocked = 512;
+
 }  // namespace
 
-void LogQueue::push(LogItem& item) {
+void LogQueue::push(const LogStamp& stamp, std::string_view message) {
+  // A short message goes into memory that its slot kept from another; a long one
+  // must not make others wait while it is copied.
+  const bool isLong = message.size() > kCopiedWhileLocked;
+  std::string copy(isLong ? message : std::string_view());
+
   Lock lock(mutex_);
   if (isStopping()) return;
-  if (waiting_.count_ < waiting_.slots_.size()) {
-    std::swap(waiting_.slots_[waiting_.count_], item);
+  const bool isKept = waiting_.count_ < waiting_.slots_.size();
+  LogItem& slot = isKept ? waiting_.slots_[waiting_.count_] : waiting_.slots_.emplace_back();
+  static_cast<LogStamp&>(slot) = stamp;
+  if (isLong) {
+    slot.message.swap(copy);
   } else {
-    waiting_.slots_.push_back(std::move(item));
+    slot.message.assign(message);
   }
   ++waiting_.count_;
   const bool wake = std::exchange(writerSleeps_, false);

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string_view>
 #include <vector>
 
 #include "log/log_item.h"
@@ -35,9 +36,8 @@ class LogQueue {
   LogQueue(const LogQueue&) = delete;
   LogQueue& operator=(const LogQueue&) = delete;
 
-  /// Takes the item's content and leaves an old one in its place. While stopping,
-  /// the item is dropped without notice.
-  void push(LogItem& item) ZARN_EXCLUDES(mutex_);
+  /// Copies the message. While stopping, it is dropped without notice.
+  void push(const LogStamp& stamp, std::string_view message) ZARN_EXCLUDES(mutex_);
 
   /// Returns when every item pushed before is written, or the writer has finished.
   /// Not for the writer's thread.

@@ -4,36 +4,43 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <limits>
+
+#include "util/mutex.h"
 
 namespace zarn {
 
 namespace detail {
 
+namespace {
+constexpr std::int32_t kNothingPasses = std::numeric_limits<std::int32_t>::min();
+/// Held while sink or threshold change: the two copies of the threshold stay the same.
+Mutex changeMutex;
+}  // namespace
+
 std::atomic<LogSink*> currentLogSink{nullptr};
+std::atomic<std::int32_t> currentThreshold{kNothingPasses};
 
 std::string formatPrintf(std::string_view format, fmt::printf_args args) {
   return fmt::vsprintf(fmt::string_view(format.data(), format.size()), args);
 }
 
-void PlainArgument::appendTo(std::string& result) const {
+void PlainArgument::appendTo(TextBuffer& result) const {
   result.append(text_);
   if (!isNumber_) return;
   const fmt::format_int digits(magnitude_);
-  result.append(digits.data(), digits.size());
+  result.append(digits.data(), digits.data() + digits.size());
 }
 
-std::string formatPlain(std::string_view format, std::initializer_list<PlainArgument> arguments) {
-  std::size_t size = format.size();
-  for (const PlainArgument& argument : arguments) size += argument.expectedSize();
-  std::string result;
-  result.reserve(size);
+void formatPlain(TextBuffer& result, std::string_view format,
+                 std::initializer_list<PlainArgument> arguments) {
   const PlainArgument* argument = arguments.begin();
   for (;;) {
     const std::size_t sign = format.find('%');
     result.append(format.substr(0, sign));
-    if (sign == std::string_view::npos) return result;
+    if (sign == std::string_view::npos) return;
     if (format[sign + 1] == '%') {
-      result += '%';
+      result.push_back('%');
     } else {
       argument->appendTo(result);
       ++argument;
@@ -58,7 +65,19 @@ void logFatalMessage(const std::string& message) {
 }  // namespace detail
 
 LogSink* setLogSink(LogSink* sink) noexcept {
-  return detail::currentLogSink.exchange(sink, std::memory_order_acq_rel);
+  const MutexLock lock(detail::changeMutex);
+  LogSink* const former = detail::currentLogSink.exchange(sink, std::memory_order_acq_rel);
+  detail::currentThreshold.store(
+      sink != nullptr ? static_cast<std::int32_t>(sink->threshold()) : detail::kNothingPasses,
+      std::memory_order_relaxed);
+  return former;
+}
+
+LogLevel LogSink::setThreshold(LogLevel level) noexcept {
+  const MutexLock lock(detail::changeMutex);
+  const auto value = static_cast<std::int32_t>(level);
+  if (logSink() == this) detail::currentThreshold.store(value, std::memory_order_relaxed);
+  return static_cast<LogLevel>(threshold_.exchange(value));
 }
 
 namespace {

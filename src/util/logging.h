@@ -44,12 +44,10 @@ class LogSink {
     return static_cast<LogLevel>(threshold_.load(std::memory_order_relaxed));
   }
   /// Returns the threshold that was in force.
-  LogLevel setThreshold(LogLevel level) noexcept {
-    return static_cast<LogLevel>(threshold_.exchange(static_cast<std::int32_t>(level)));
-  }
+  LogLevel setThreshold(LogLevel level) noexcept;
 
   /// Takes one formatted message (no context prefix, no time), whose level has passed.
-  virtual void submit(LogLevel level, std::string message) = 0;
+  virtual void submit(LogLevel level, std::string_view message) = 0;
 
   /// Writes "FATAL ERROR: " and the message, waits until every line so far is on
   /// disk and ends the process.
@@ -62,6 +60,12 @@ class LogSink {
 namespace detail {
 
 extern std::atomic<LogSink*> currentLogSink;
+/// That sink's threshold; lower than every level when there is none. A suppressed
+/// line costs no more than reading it.
+extern std::atomic<std::int32_t> currentThreshold;
+
+/// Most messages fit into it without memory of their own.
+using TextBuffer = fmt::basic_memory_buffer<char, 500>;
 
 std::string formatPrintf(std::string_view format, fmt::printf_args args);
 
@@ -141,9 +145,7 @@ class PlainArgument {
   template <std::unsigned_integral T>
   explicit PlainArgument(T number) noexcept : magnitude_(number), isNumber_(true) {}
 
-  void appendTo(std::string& result) const;
-  /// For memory: numbers are seldom longer.
-  [[nodiscard]] std::size_t expectedSize() const noexcept { return isNumber_ ? 8 : text_.size(); }
+  void appendTo(TextBuffer& result) const;
 
  private:
   std::string_view text_;  ///< of a number: its sign
@@ -151,8 +153,21 @@ class PlainArgument {
   bool isNumber_ = false;
 };
 
-/// What formatPrintf answers, for a format that isPlainFormat() with these arguments.
-std::string formatPlain(std::string_view format, std::initializer_list<PlainArgument> arguments);
+/// Appends what formatPrintf answers, for a format that isPlainFormat() with these arguments.
+void formatPlain(TextBuffer& result, std::string_view format, std::initializer_list<PlainArgument> arguments);
+
+/// Appends the formatted text; `isPlain` is what isPlainFormat() says of the format.
+/// Throws fmt::format_error when the format does not fit.
+template <typename... Args>
+void formatTo(TextBuffer& result, std::string_view format, bool isPlain, const Args&... args) {
+  if constexpr (((plainConversion<Args>() != '\0') && ...)) {
+    if (isPlain) {
+      formatPlain(result, format, {PlainArgument(args)...});
+      return;
+    }
+  }
+  result.append(formatPrintf(format, fmt::make_printf_args(args...)));
+}
 
 }  // namespace detail
 
@@ -176,13 +191,7 @@ class PrintfFormat {
 
   [[nodiscard]] constexpr std::string_view text() const { return text_; }
 
-  /// Throws fmt::format_error when a RuntimeFormat does not fit.
-  [[nodiscard]] std::string format(const Args&... args) const {
-    if constexpr (((detail::plainConversion<Args>() != '\0') && ...)) {
-      if (isPlain_) return detail::formatPlain(text_, {detail::PlainArgument(args)...});
-    }
-    return detail::formatPrintf(text_, fmt::make_printf_args(args...));
-  }
+  [[nodiscard]] constexpr bool isPlain() const { return isPlain_; }
 
  private:
   consteval void check() const {
@@ -229,16 +238,34 @@ LogSink* setLogSink(LogSink* sink) noexcept;
 /// Formats with the printf rules. Throws fmt::format_error on a format that does not fit.
 template <typename... Args>
 std::string formatPrintf(PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
-  return format.format(args...);
+  detail::TextBuffer text;
+  detail::formatTo(text, format.text(), format.isPlain(), args...);
+  return {text.data(), text.size()};
 }
+
+namespace detail {
+/// Numbers go by value: what has its address taken cannot stay in a register.
+template <typename T>
+using Passed = std::conditional_t<std::is_scalar_v<T>, T, const T&>;
+
+/// Apart from logLine, and given the format in pieces, so that a suppressed line pays for none of it.
+template <typename... Args>
+[[gnu::noinline]] void submitLine(LogLevel level, std::string_view format, bool isPlain,
+                                  Passed<Args>... args) {
+  LogSink* const sink = logSink();
+  if (sink == nullptr || !sink->isEnabled(level)) return;
+  TextBuffer text;
+  formatTo<Args...>(text, format, isPlain, args...);
+  sink->submit(level, {text.data(), text.size()});
+}
+}  // namespace detail
 
 /// Writes one line. A line above the threshold costs an atomic load; its
 /// arguments are not formatted.
 template <typename... Args>
 void logLine(LogLevel level, PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
-  LogSink* const sink = logSink();
-  if (sink == nullptr || !sink->isEnabled(level)) return;
-  sink->submit(level, format.format(args...));
+  if (static_cast<std::int32_t>(level) > detail::currentThreshold.load(std::memory_order_relaxed)) return;
+  detail::submitLine<Args...>(level, format.text(), format.isPlain(), args...);
 }
 
 namespace detail {
@@ -266,7 +293,7 @@ template <typename... Args>
 [[noreturn]] void logFatal(PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
   std::string message;
   try {
-    message = format.format(args...);
+    message = formatPrintf<Args...>(format, args...);
   } catch (const std::exception& error) {
     message = formatPrintf("Log: Error handling format string '%s': %s", format.text(),
                            std::string_view(error.what()));

@@ -35,9 +35,9 @@ class RecordingLog final : public LogSink {
   RecordingLog& operator=(const RecordingLog&) = delete;
   ~RecordingLog() override { setLogSink(former_); }
 
-  void submit(LogLevel level, std::string message) override {
+  void submit(LogLevel level, std::string_view message) override {
     const MutexLock lock(mutex_);
-    lines_.push_back({level, std::move(message)});
+    lines_.push_back({level, std::string(message)});
   }
   [[noreturn]] void fatal(const std::string& message) override { throw FatalLogged(message); }
 

@@ -24,8 +24,8 @@ TEST(Logging, Win32ErrorReportsTheErrorCurrentAtTheCall) {
   // A sink that disturbs the last error, as writing a file does.
   struct Disturbing final : LogSink {
     std::vector<std::string> texts;
-    void submit(LogLevel, std::string message) override {
-      texts.push_back(std::move(message));
+    void submit(LogLevel, std::string_view message) override {
+      texts.emplace_back(message);
       setLastSystemError(0);
     }
     void fatal [[noreturn]] (const std::string&) override { std::abort(); }
