@@ -34,10 +34,16 @@ def fixed(name, answer):
     SCENARIOS[name] = reply
 
 
-fixed("status500", response(500))
+for code in (500, 404, 304, 204):
+    fixed(f"status{code}", response(code))
 for name in ("other_ca", "wrong_host", "plain_http"):
     fixed(name, response(200, PROFILE))
 fixed("garbage", response(200, b"\x00\xff<html>this is no JSON"))
+fixed("no_certs", response(200, b"{}"))
+fixed("upper_case", response(200, PROFILE.upper().replace(b"CERTS", b"certs")))
+fixed("certs_object", response(200, json.dumps({"certs": {"a": "0123456789abcdef" * 4}}).encode()))
+fixed("brackets", response(200, b'{"certs":' + b"[" * 200_000 + b"]" * 200_000 + b"}"))
+fixed("redirect_loop", response(302, b"", f"Location: {PROFILE_PATH}"))
 fixed("gzip", response(200, gzip.compress(PROFILE), "Content-Encoding: gzip"))
 fixed("gzip_bomb", response(200, gzip.compress(bytes(32 << 20), 1), "Content-Encoding: gzip"))
 fixed("announced", response(200, b"x" * 2_000_000))
