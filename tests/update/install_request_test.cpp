@@ -59,8 +59,7 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
   collaborators_.checkIdentity = [&](const std::wstring& path, auto&) { return check("identity")(path); };
   collaborators_.runOptions.readExitCode = [](void* process, std::uint32_t& code) {
     // The installer has ended; until now its file could not be changed either.
-    EXPECT_FALSE(
-        canBeChanged(StringUtils::utf16to8(wide(std::getenv("TMP")) + L"\\ZarnMediaServerUpdate.exe")));
+    EXPECT_FALSE(canBeChanged(StringUtils::utf16to8(stagedInstallerPath())));
     return readExitCode(process, code);
   };
   EXPECT_EQ(install(), Status::Failed);
