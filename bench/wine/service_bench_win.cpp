@@ -181,7 +181,7 @@ void registry(const Options& options) {
     const LSTATUS status = RegQueryValueExW(key, L"ZarnOnlineUsername", nullptr, nullptr,
                                             reinterpret_cast<BYTE*>(text.data()), &bytes);
     RegCloseKey(key);
-    require(status == ERROR_SUCCESS && bytes == sizeof(kValue) * sizeof(wchar_t), "a wrong value");
+    require(status == ERROR_SUCCESS && bytes / sizeof(wchar_t) == sizeof(kValue), "a wrong value");
   }
   reportReads(start, reads);
 }

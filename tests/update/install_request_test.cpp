@@ -5,6 +5,7 @@
 
 #include "support/recording_log.h"
 #include "update/helper.h"
+#include "update/staged_installer.h"
 #include "util/windows_handles.h"
 
 namespace zarn {
