@@ -25,28 +25,36 @@ std::string formatPrintf(std::string_view format, fmt::printf_args args) {
   return fmt::vsprintf(fmt::string_view(format.data(), format.size()), args);
 }
 
-void PlainArgument::appendTo(TextBuffer& result) const {
-  result.append(text_);
-  if (!isNumber_) return;
+char* PlainArgument::writeTo(char* end) const noexcept {
+  end = std::copy(text_.begin(), text_.end(), end);
+  if (!isNumber_) return end;
   const fmt::format_int digits(magnitude_);
-  result.append(digits.data(), digits.data() + digits.size());
+  return std::copy_n(digits.data(), digits.size(), end);
 }
 
 void formatPlain(TextBuffer& result, std::string_view format,
                  std::initializer_list<PlainArgument> arguments) {
+  // With the room made once, each piece is a copy and nothing else.
+  const std::size_t before = result.size();
+  std::size_t room = before + format.size();
+  for (const PlainArgument& argument : arguments) room += argument.longest();
+  result.resize(room);
+  char* end = result.data() + before;
   const PlainArgument* argument = arguments.begin();
   for (;;) {
     const std::size_t sign = format.find('%');
-    result.append(format.substr(0, sign));
-    if (sign == std::string_view::npos) return;
+    const std::string_view literal = format.substr(0, sign);
+    end = std::copy(literal.begin(), literal.end(), end);
+    if (sign == std::string_view::npos) break;
     if (format[sign + 1] == '%') {
-      result.push_back('%');
+      *end++ = '%';
     } else {
-      argument->appendTo(result);
+      end = argument->writeTo(end);
       ++argument;
     }
     format.remove_prefix(sign + 2);
   }
+  result.resize(static_cast<std::size_t>(end - result.data()));
 }
 
 void logSystemError(LogLevel level, std::uint32_t code) {

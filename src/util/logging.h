@@ -145,9 +145,14 @@ class PlainArgument {
   template <std::unsigned_integral T>
   explicit PlainArgument(T number) noexcept : magnitude_(number), isNumber_(true) {}
 
-  void appendTo(TextBuffer& result) const;
+  /// No more characters than these are written.
+  [[nodiscard]] std::size_t longest() const noexcept { return text_.size() + (isNumber_ ? kMostDigits : 0); }
+  /// Writes the text and returns its end.
+  char* writeTo(char* end) const noexcept;
 
  private:
+  static constexpr std::size_t kMostDigits = 20;
+
   std::string_view text_;  ///< of a number: its sign
   std::uint64_t magnitude_ = 0;
   bool isNumber_ = false;

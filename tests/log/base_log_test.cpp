@@ -5,7 +5,9 @@
 
 #include <boost/filesystem/operations.hpp>
 #include <csignal>
+#include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "log/probe_log.h"
 #include "support/environment.h"
@@ -115,7 +117,10 @@ TEST_F(LogInDirectory, ManyProducersLoseNothingAndKeepTheirOrder) {
 }
 
 TEST_F(LogInDirectory, AFailedStartLeavesOneLineBehind) {
-  LogFiles::writeStartupCrash(dir_.path(), "no\nroom");
+  log_.whileMakingDirectories = [first = true]() mutable {
+    if (std::exchange(first, false)) throw std::runtime_error("no\nroom");
+  };
+  EXPECT_THROW(log_.start("Test"), std::runtime_error);
   EXPECT_THAT(readFile(dir_ / "Startup Crash.log"), ::testing::EndsWith("logging: no\\x0aroom"));
 }
 

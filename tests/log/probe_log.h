@@ -30,11 +30,15 @@ class ProbeLog final : public BaseLog {
 
   std::string directory;
   std::int32_t keptFiles = 5;
+  std::function<void()> whileMakingDirectories = [] {};
   std::function<void()> whileWriting = [] {};
   std::function<void()> whenOpened = [] {};
 
  protected:
-  void createLogDirectories() override { FileUtils::createDirectories(directory); }
+  void createLogDirectories() override {
+    whileMakingDirectories();
+    FileUtils::createDirectories(directory);
+  }
   void onLineWritten() override { whileWriting(); }
   std::string logDirectory() override { return directory; }
   std::int32_t rotatedFileCount() override { return keptFiles; }
