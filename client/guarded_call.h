@@ -7,8 +7,9 @@ namespace zarn::client {
 
 /// Calls `routine(context)`. Returns 0 when it returned, and the code when it
 /// raised a structured exception, which is how the RPC runtime reports a failed
-/// call, and a fault of the server with the server's code. Faults of this process
-/// (an access violation, say) and C++ exceptions pass on. The frames between here
+/// call, and a fault of the server with the server's code. C++ exceptions pass on,
+/// and so do the codes that RpcExceptionFilter calls fatal (an access violation,
+/// say). The frames between here
 /// and the raise are unwound without running C++ destructors: `routine` must have
 /// none on its stack.
 std::uint32_t callCatchingRpcExceptions(void (*routine)(void*), void* context);

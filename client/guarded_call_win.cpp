@@ -49,7 +49,9 @@ int RPC_ENTRY RpcExceptionFilter(unsigned long code);
 }
 
 /// Any code can be an RPC status: the runtime raises a fault of the server again
-/// in the client, with the server's code. Only faults of this process pass on,
+/// in the client, with the server's code. What passes on is the system's list of
+/// faults that no program should live through (an access violation, say, also
+/// one that a server's answer names: the two cannot be told apart by the code),
 /// and C++ exceptions of g++ (0x20474343 and its kin), which belong to a catch.
 long zarnRpcExceptionFilter(EXCEPTION_POINTERS* exception, void* frame) {
   constexpr DWORD compilerMask = 0xF0FFFFFF;

@@ -67,7 +67,6 @@ class FlagReset {
   std::atomic<bool>& flag_;
 };
 
-/// The calling thread's labels in front of `message`.
 /// "[outer/inner] " of the calling thread; empty when it has no labels.
 std::string contextPrefix() {
   const auto& tags = logTags();

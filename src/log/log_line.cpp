@@ -57,7 +57,7 @@ std::string_view LogLineRenderer::render(const LogItem& item) {
     timeText_ = logTimeText(item.time.seconds);
     renderedSeconds_ = item.time.seconds;
   }
-  if (line_.capacity() > kKeptLineBytes) line_ = {};
+  if (line_.capacity() > kKeptLineBytes) std::string().swap(line_);
   line_.clear();
   line_ += timeText_;
   line_ += '.';

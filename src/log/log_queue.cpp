@@ -64,9 +64,10 @@ void LogQueue::finish() {
 
 bool LogQueue::take(Batch& batch) {
   for (LogItem& item : batch.items()) {
-    if (item.message.capacity() > kKeptMessageBytes) item.message = {};
+    if (item.message.capacity() > kKeptMessageBytes)
+      std::string().swap(item.message);  // assigning would keep it
   }
-  if (batch.slots_.size() > kKeptSlots) batch.slots_ = {};
+  if (batch.slots_.size() > kKeptSlots) std::vector<LogItem>().swap(batch.slots_);
   batch.count_ = 0;
 
   Lock lock(mutex_);

@@ -23,9 +23,7 @@ using ProfileSource = std::function<std::set<std::string>()>;
 /// signature, as 64 lower-case hexadecimal digits, is an approved one. Refused
 /// with kIdentityRefused when it is not, else with the Win32 error of the step
 /// that failed. Says nothing about the signature itself: that is
-/// CheckCertificateIntegrity(). The first form fetches the certificate profile
-/// and blocks until it is there.
-TrustResult CheckCertificateIdentity(const std::wstring& path);
+/// CheckCertificateIntegrity().
 TrustResult CheckCertificateIdentity(TrustApi& api, const std::wstring& path,
                                      const ProfileSource& fetchProfile);
 

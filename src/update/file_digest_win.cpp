@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 
 #include <array>
@@ -43,6 +44,7 @@ BackgroundDigest::BackgroundDigest(HANDLE file) noexcept {
       } catch (const std::exception&) {  // out of memory: there is no digest
         digest_.clear();
       }
+      OPENSSL_thread_stop();  // which would not learn by itself that the thread ends
     });
   } catch (const std::exception&) {
     digest_.clear();

@@ -5,7 +5,7 @@
 
 namespace zarn {
 
-/// Makes an open file `bytes` long again; what it was kept of in memory is forgotten first.
+/// Makes an open file `bytes` long again; what its buffer holds is thrown away first.
 void cutFile(std::FILE* file, long bytes) noexcept;
 
 }  // namespace zarn

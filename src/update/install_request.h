@@ -46,10 +46,8 @@ class InstallRequest {
   /// collaborators throw, after the request has been recorded.
   Status Install(const std::wstring& bundlePath, std::int32_t& exitCode) const;
 
-  /// Installed stands for "trusted" here; else SignatureRefused or SignerRefused.
-  [[nodiscard]] Status CheckBundle(const std::wstring& path) const;
-
-  /// CheckBundle for a caller's own file, which may be anything.
+  /// The checks alone, for a caller's own file, which may be anything. Installed
+  /// stands for "trusted" here; else SignatureRefused or SignerRefused.
   [[nodiscard]] Status checkCallersBundle(const std::wstring& path) const;
 
  private:
@@ -61,6 +59,7 @@ class InstallRequest {
   Outcome installRecorded(const std::wstring& bundlePath, std::int32_t& exitCode) const;
   Outcome install(const std::wstring& bundlePath, std::int32_t& exitCode, InstallRecord& record) const;
   Outcome installStaged(const std::wstring& stagedPath, std::int32_t& exitCode, InstallRecord& record) const;
+  [[nodiscard]] Status CheckBundle(const std::wstring& path, InstallRecord& record) const;
   [[nodiscard]] Status runChecks(const std::wstring& path, InstallRecord& record) const;
 
   InstallCollaborators collaborators_;

@@ -160,8 +160,7 @@ InstallRequest::Outcome InstallRequest::installStaged(const std::wstring& staged
   }
   record.note(Check::Copy, Verdict::Passed);
   BackgroundDigest digest(copy.get());
-  logCheck(stagedPath);
-  const Status judged = runChecks(stagedPath, record);
+  const Status judged = CheckBundle(stagedPath, record);
   if (judged != Status::Installed) {
     record.sha256 = digest.finish();
     return {judged};
@@ -179,10 +178,9 @@ InstallRequest::Outcome InstallRequest::installStaged(const std::wstring& staged
   return {judgement.status, judgement.restartsService};
 }
 
-Status InstallRequest::CheckBundle(const std::wstring& path) const {
-  InstallRecord unused;
+Status InstallRequest::CheckBundle(const std::wstring& path, InstallRecord& record) const {
   logCheck(path);
-  return runChecks(path, unused);
+  return runChecks(path, record);
 }
 
 Status InstallRequest::checkCallersBundle(const std::wstring& path) const {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <ctime>
 #include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
@@ -51,6 +52,7 @@ long endOf(std::FILE* file, bool& isTorn) {
   if (end <= 0) return end;
   if (std::fseek(file, end - 1, SEEK_SET) != 0) return -1;
   isTorn = std::fgetc(file) != '\n';
+  if (std::ferror(file) != 0) return -1;
   return std::fseek(file, 0, SEEK_END) == 0 ? end : -1;
 }
 

@@ -1,6 +1,7 @@
 #include <windows.h>
 
 #include <rpc.h>
+
 #include <optional>
 
 #include "service/end_process.h"

@@ -293,15 +293,30 @@ class SetupTest(unittest.TestCase):
         self.assertIn("Cannot make the folder", self.said)
         self.assertEqual(self.values(SERVICE_KEY), {})
 
+    def on_a_full_disk(self, *arguments):
+        """Runs a program whose files cannot grow beyond 4 MiB: its exit code and what it said."""
+        limit = 4 << 20
+        said = self.work / "said.txt"
+        with said.open("w") as output:
+            code = subprocess.run([str(ROOT / "tools" / "wine"), *map(str, arguments)], env=self.machine.environment,
+                                  stdout=output, stderr=output, restore_signals=False, preexec_fn=lambda:
+                                  resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))).returncode
+        return code, said.read_text()
+
     def test_a_full_disk_leaves_nothing(self):
         self.have_nothing()
-        # No file may grow beyond 4 MiB, which the service's program does.
-        limit = 4 * 1024 * 1024
-        command = [str(ROOT / "tools" / "wine"), str(self.first.result()), "/S", r"/LOG=C:\full.log"]
-        subprocess.run(command, env=self.machine.environment, restore_signals=False,
-                       preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)))
+        self.on_a_full_disk(self.first.result(), "/S", r"/LOG=C:\full.log")
         self.assertIn(f"exit code {FAILED}: The files cannot be written", self.at(r"C:\full.log").read_text())
         self.assert_nothing_installed()
+
+    def test_logs_are_collected_whole_or_not_at_all(self):
+        self.have_first_version()
+        logs = stage.fresh(self.at(r"C:\logs"))
+        (logs / "Zarn Update Service.log").write_bytes(os.urandom(8 << 20))
+        code, said = self.on_a_full_disk(TOOL, "collect-logs", r"C:\full.zip", "--logs", r"C:\logs")
+        self.assertEqual(code, 4)
+        self.assertRegex(said, r"\Azarn-update: [^\n]+ could not be written: [^\n]+\.\s*\Z")
+        self.assertEqual(list(self.at("C:\\").glob("full.zip*")), [])
 
     def test_a_service_that_cannot_be_registered(self):
         self.have_nothing()
