@@ -11,7 +11,8 @@ namespace {
 /// After a line the writer looks again so many times before it sleeps: 10 ms in all.
 constexpr int kPolls = 100;
 
-/// After a flood the memory of more slots than these is given back.
+/// The memory of more slots than these is given back by the first batch after a
+/// flood that can do without.
 constexpr std::size_t kKeptSlots = 1024;
 /// So is that of a message longer than these bytes.
 constexpr std::size_t kKeptMessageBytes = 4096;
@@ -67,7 +68,9 @@ bool LogQueue::take(Batch& batch) {
     if (item.message.capacity() > kKeptMessageBytes)
       std::string().swap(item.message);  // assigning would keep it
   }
-  if (batch.slots_.size() > kKeptSlots) std::vector<LogItem>().swap(batch.slots_);
+  if (batch.slots_.size() > kKeptSlots && batch.count_ <= kKeptSlots) {
+    std::vector<LogItem>().swap(batch.slots_);
+  }
   batch.count_ = 0;
 
   Lock lock(mutex_);
