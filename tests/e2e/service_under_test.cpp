@@ -81,10 +81,16 @@ void ServiceUnderTest::start() {
   // Wine's control manager shows a process that ended without a stopped report as
   // running until it is asked to start it again; Windows' sees the end by itself.
   if (isRunning()) return;
+  const std::string lastRunsLog = log();
   if (StartServiceW(service_.get(), 0, nullptr) == 0) fail("StartServiceW");
   if (!waitUntil([&] { return isRunning(); })) fail("waiting for the start");
-  // The state is reported just before the listener is up.
-  if (!waitForLogLine("Listening for remote procedure calls...")) fail("waiting for the listener");
+  // The state is reported just before the listener is up, and before or after the
+  // log is rotated.
+  const auto listens = [&] {
+    const std::string now = log();
+    return now != lastRunsLog && now.find("Listening for remote procedure calls...") != std::string::npos;
+  };
+  if (!waitUntil(listens)) fail("waiting for the listener");
 }
 
 bool ServiceUnderTest::isRunning() const {
