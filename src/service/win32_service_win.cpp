@@ -18,6 +18,9 @@ namespace {
 constexpr DWORD kStartWaitHintMs = 1000;
 
 Mutex registrationMutex;
+/// Held from the stopped report to the line after it. The report lets the dispatcher
+/// return, which ends the process; the line would be lost.
+Mutex lastLineMutex;
 // Read by the dispatcher's threads while the mutex is held by runAsService().
 std::atomic<Win32Service*> registered{nullptr};
 
@@ -65,7 +68,10 @@ std::uint32_t Win32Service::runAsService(std::string_view name) {
   std::array<wchar_t, 1> noName = {L'\0'};
   const std::array<SERVICE_TABLE_ENTRYW, 2> services = {
       {{noName.data(), serviceMainRoutine}, {nullptr, nullptr}}};
-  if (ServiceControl::current().startDispatcher(services.data())) return 0;
+  if (ServiceControl::current().startDispatcher(services.data())) {
+    const MutexLock lastLineIsWritten(lastLineMutex);
+    return 0;
+  }
   return failureCode(
       logWin32Error(LogLevel::Error, "Win32Service::runAsService() - StartServiceCtrlDispatcher() failed"));
 }
@@ -91,6 +97,7 @@ void Win32Service::serviceMain() {
     return;
   }
   const std::uint32_t exitCode = runGuarded();
+  const MutexLock lastLine(lastLineMutex);
   sendServiceStopped(exitCode);
   logLine(LogLevel::Debug, "Win32Service::serviceMain: Service stopped with exitcode %d", shown(exitCode));
 }

@@ -4,7 +4,9 @@
 
 #include <boost/algorithm/string/replace.hpp>
 #include <functional>
+#include <semaphore>
 #include <stdexcept>
+#include <thread>
 
 #include "service/service_control.h"
 #include "support/recording_log.h"
@@ -26,7 +28,11 @@ class RecordingServiceControl final : public ServiceControl {
   bool startDispatcher(const SERVICE_TABLE_ENTRYW* services) override {
     EXPECT_STREQ(services[0].lpServiceName, L"");
     EXPECT_EQ(services[1].lpServiceProc, nullptr);
-    services[0].lpServiceProc(0, nullptr);
+    serviceThread_ = std::jthread([this, serviceMain = services[0].lpServiceProc] {
+      serviceMain(0, nullptr);
+      over_.release();
+    });
+    over_.acquire();
     return true;
   }
   SERVICE_STATUS_HANDLE registerHandler(const wchar_t* name, LPHANDLER_FUNCTION_EX given) override {
@@ -39,6 +45,10 @@ class RecordingServiceControl final : public ServiceControl {
     EXPECT_EQ(status.dwServiceType, 0x10U);
     logLine(LogLevel::Debug, "report %d controls %d exit %d point %d hint %d", status.dwCurrentState,
             status.dwControlsAccepted, status.dwWin32ExitCode, status.dwCheckPoint, status.dwWaitHint);
+    if (status.dwCurrentState == SERVICE_STOPPED) {
+      over_.release();  // the dispatcher returns at once, while the service thread goes on
+      Sleep(50);
+    }
     return !fails("report " + std::to_string(status.dwCurrentState));
   }
 
@@ -51,6 +61,9 @@ class RecordingServiceControl final : public ServiceControl {
     SetLastError(kFailure);
     return call == failing;
   }
+
+  std::counting_semaphore<2> over_{0};
+  std::jthread serviceThread_;
 };
 
 using Step = std::function<std::uint32_t()>;
