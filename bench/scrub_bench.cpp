@@ -1,4 +1,4 @@
-// scrub_bench candidate=NAME corpus=typical|stress milliseconds=N
+// scrub_bench candidate=NAME corpus=typical|stress|pairs milliseconds=N
 //
 // Scrubs the same lines again and again (masking is idempotent) and reports the
 // bytes looked at per second. Afterwards they must equal what rule after rule makes
@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <random>
+#include <span>
 
 #include "log/scrub_rules.h"
 #include "log/token_scrubber.h"
@@ -53,14 +54,23 @@ constexpr std::array kTypicalWords = {"request",
 constexpr std::array kNearMisses = {"key",    "token",    "socket", "monkey", "keyboard", "broken",
                                     "tokens", "keystore", "taken",  "Token",  "keys",     "kernel"};
 
-/// The stress corpus has a near miss as every second word.
-Lines makeCorpus(bool stress) {
+/// Words with the byte pairs that the filter looks for, and no marker.
+constexpr std::array kPairWords = {"for",   "found",     "info",    "none", "version=3", "n/a",
+                                   "known", "section=2", "on-deck", "x=>y", "my_file",   "main=1"};
+
+/// The stress corpus has a near miss as every second word, the pairs corpus a word
+/// that the filter cannot pass over.
+Lines makeCorpus(const std::string& name) {
+  static constexpr std::array<const char*, 0> kNone{};
+  const std::span<const char* const> seeded = name == "stress"  ? std::span<const char* const>(kNearMisses)
+                                              : name == "pairs" ? std::span<const char* const>(kPairWords)
+                                                                : kNone;
   std::minstd_rand random(1);
   Lines lines(kLines);
   for (std::size_t i = 0; i < kLines; ++i) {
     while (lines[i].size() < kLineBytes) {
       lines[i].append(kTypicalWords[random() % kTypicalWords.size()]).append(" ");
-      if (stress) lines[i].append(kNearMisses[random() % kNearMisses.size()]).append(" ");
+      if (!seeded.empty()) lines[i].append(seeded[random() % seeded.size()]).append(" ");
     }
     lines[i].resize(kLineBytes);
     if (i % kOneMarkedLineIn != 0) continue;
@@ -169,7 +179,7 @@ constexpr std::array<Candidate, 4> kCandidates = {{{"zarn", scrubAll<scrubZarn>,
 
 void measure(const Options& options) {
   const Candidate& candidate = byName(kCandidates, options.text("candidate"));
-  const Lines original = makeCorpus(options.text("corpus") == "stress");
+  const Lines original = makeCorpus(options.text("corpus"));
   Lines lines = original;
   candidate.scrubAll(lines);  // makes what is made once
 
