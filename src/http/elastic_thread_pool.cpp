@@ -69,16 +69,16 @@ void ElasticThreadPool::addWorker() {
 void ElasticThreadPool::work() {
   const auto queue = workQueue_;
   for (;;) {
-    if (queue->poll_one() != 0) continue;  // spares the clock while there is work
-    if (waitAndRunOne(*queue)) continue;
+    queue->poll();  // spares the clock while there is work
+    if (waitAndRun(*queue)) continue;
     if (!mustStay(threadCount_) && leave()) return;
   }
 }
 
-bool ElasticThreadPool::waitAndRunOne(boost::asio::io_context& queue) {
-  // Who would stay anyway sleeps without a deadline: nothing wakes an idle process.
-  // When the pool has grown meanwhile, it is the others that leave.
-  if (threadCount_ <= lowerBound_ && inService_) return queue.run_one() != 0;
+bool ElasticThreadPool::waitAndRun(boost::asio::io_context& queue) {
+  // Who would stay anyway does so without a deadline, until the queue ends: nothing
+  // wakes an idle process. When the pool has grown meanwhile, it is the others that leave.
+  if (threadCount_ <= lowerBound_ && inService_) return queue.run() != 0;
   return queue.run_one_until(std::chrono::steady_clock::now() + idleTime_) != 0;
 }
 

@@ -44,8 +44,9 @@ class ElasticThreadPool {
   void growIfNeeded(std::size_t demand) ZARN_EXCLUDES(mutex_);
   void addWorker() ZARN_REQUIRES(mutex_);
   void work();
-  /// Runs one task when one comes before the calling worker has been idle for long.
-  bool waitAndRunOne(boost::asio::io_context& queue);
+  /// Runs what comes. False when nothing came before the calling worker has been idle
+  /// for long.
+  bool waitAndRun(boost::asio::io_context& queue);
   /// Whether an idle worker stays in a pool of `threads`.
   [[nodiscard]] bool mustStay(std::size_t threads) const noexcept;
   /// Takes the calling worker out of the pool, if it may still leave.
