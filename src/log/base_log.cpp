@@ -67,19 +67,6 @@ class FlagReset {
   std::atomic<bool>& flag_;
 };
 
-/// "[outer/inner] " of the calling thread; empty when it has no labels.
-std::string contextPrefix() {
-  const auto& tags = logTags();
-  if (tags.empty()) return {};
-  std::string prefix = "[";
-  for (const std::string& tag : tags) {
-    if (tag.empty()) continue;
-    if (prefix.size() > 1) prefix += '/';
-    prefix += tag;
-  }
-  return prefix + "] ";
-}
-
 LogStamp stampNow(LogLevel level) {
   return {level, currentThreadId(), platform::currentLogTime()};
 }
@@ -153,14 +140,13 @@ void BaseLog::stopQuietly() noexcept {
 // ---- Lines come in ---------------------------------------------------------------
 
 void BaseLog::submit(LogLevel level, std::string_view message) {
-  std::string prefixed = contextPrefix();
-  if (!prefixed.empty()) message = prefixed.append(message);
+  const std::string_view prefix = logTagPrefix();
   const LogStamp stamp = stampNow(level);
   if (!isQueueing() || state_->isWriter(stamp.threadId)) {
-    LogItem item{stamp, std::string(message)};
+    LogItem item{stamp, std::string(prefix).append(message)};
     writeLine(item);
   } else {
-    state_->queue.push(stamp, message);
+    state_->queue.push(stamp, prefix, message);
   }
 }
 
@@ -282,7 +268,7 @@ void BaseLog::sendToCollector(NetworkLog& network, const LogItem& item) {
   network.stop();
   // Queued even by the writer, whose own lines would be written, and so lost, here.
   if (!isQueueing() || !isEnabled(LogLevel::Debug)) return;
-  state_->queue.push(stampNow(LogLevel::Debug), "Time is up, disabling networked logging.");
+  state_->queue.push(stampNow(LogLevel::Debug), {}, "Time is up, disabling networked logging.");
 }
 
 void BaseLog::startNetworkLog(const std::string& host, std::uint16_t port, std::int64_t expiry) {

@@ -5,9 +5,11 @@
 
 namespace zarn::platform {
 
+// The time of the system's last tick, as the product's clock tells it. The time in
+// between would cost a third of the whole call.
 LogTime currentLogTime() noexcept {
   std::timespec now{};
-  ::clock_gettime(CLOCK_REALTIME, &now);
+  ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
   return {now.tv_sec, static_cast<std::uint16_t>(now.tv_nsec / 1'000'000)};
 }
 

@@ -21,11 +21,12 @@ constexpr std::size_t kCopiedWhileLocked = 512;
 
 }  // namespace
 
-void LogQueue::push(const LogStamp& stamp, std::string_view message) {
+void LogQueue::push(const LogStamp& stamp, std::string_view prefix, std::string_view message) {
   // A short message goes into memory that its slot kept from another; a long one
   // must not make others wait while it is copied.
   const bool isLong = message.size() > kCopiedWhileLocked;
-  std::string copy(isLong ? message : std::string_view());
+  std::string copy;
+  if (isLong) copy.append(prefix).append(message);
 
   Lock lock(mutex_);
   if (isStopping()) return;
@@ -35,7 +36,7 @@ void LogQueue::push(const LogStamp& stamp, std::string_view message) {
   if (isLong) {
     slot.message.swap(copy);
   } else {
-    slot.message.assign(message);
+    slot.message.assign(prefix).append(message);
   }
   ++waiting_.count_;
   const bool wake = std::exchange(writerSleeps_, false);

@@ -36,8 +36,8 @@ class LogQueue {
   LogQueue(const LogQueue&) = delete;
   LogQueue& operator=(const LogQueue&) = delete;
 
-  /// Copies the message. While stopping, it is dropped without notice.
-  void push(const LogStamp& stamp, std::string_view message) ZARN_EXCLUDES(mutex_);
+  /// Copies prefix and message into one text. While stopping, it is dropped without notice.
+  void push(const LogStamp& stamp, std::string_view prefix, std::string_view message) ZARN_EXCLUDES(mutex_);
 
   /// Returns when every item pushed before is written, or the writer has finished.
   /// Not for the writer's thread.

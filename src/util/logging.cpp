@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <limits>
 
@@ -25,36 +26,14 @@ std::string formatPrintf(std::string_view format, fmt::printf_args args) {
   return fmt::vsprintf(fmt::string_view(format.data(), format.size()), args);
 }
 
-char* PlainArgument::writeTo(char* end) const noexcept {
-  end = std::copy(text_.begin(), text_.end(), end);
-  if (!isNumber_) return end;
-  const fmt::format_int digits(magnitude_);
-  return std::copy_n(digits.data(), digits.size(), end);
+void PlainWriter::text(std::string_view text) noexcept {
+  end_ = std::copy(text.begin(), text.end(), end_);
 }
 
-void formatPlain(TextBuffer& result, std::string_view format,
-                 std::initializer_list<PlainArgument> arguments) {
-  // With the room made once, each piece is a copy and nothing else.
-  const std::size_t before = result.size();
-  std::size_t room = before + format.size();
-  for (const PlainArgument& argument : arguments) room += argument.longest();
-  result.resize(room);
-  char* end = result.data() + before;
-  const PlainArgument* argument = arguments.begin();
-  for (;;) {
-    const std::size_t sign = format.find('%');
-    const std::string_view literal = format.substr(0, sign);
-    end = std::copy(literal.begin(), literal.end(), end);
-    if (sign == std::string_view::npos) break;
-    if (format[sign + 1] == '%') {
-      *end++ = '%';
-    } else {
-      end = argument->writeTo(end);
-      ++argument;
-    }
-    format.remove_prefix(sign + 2);
-  }
-  result.resize(static_cast<std::size_t>(end - result.data()));
+void PlainWriter::number(std::uint64_t magnitude, bool isNegative) noexcept {
+  *end_ = '-';
+  if (isNegative) ++end_;
+  end_ = std::to_chars(end_, end_ + kMostDigits, magnitude).ptr;
 }
 
 void logSystemError(LogLevel level, std::uint32_t code) {
@@ -95,17 +74,19 @@ namespace {
 thread_local LogTag* newestTag = nullptr;
 }  // namespace
 
-std::vector<std::string> logTags() {
-  std::vector<std::string> labels;
-  for (const LogTag* tag = newestTag; tag != nullptr; tag = tag->outer_) labels.push_back(tag->label_);
-  std::reverse(labels.begin(), labels.end());
-  return labels;
+std::string_view logTagPrefix() noexcept {
+  return newestTag != nullptr ? std::string_view(newestTag->prefix_) : std::string_view();
 }
 
 LogTag::LogTag(std::string_view label) : outer_(newestTag) {
   bool known = false;
   for (const LogTag* tag = outer_; tag != nullptr; tag = tag->outer_) known = known || tag->label_ == label;
   if (!known) label_ = label;
+  // The prefix is made once, for all the lines of the scope.
+  std::string_view labels = logTagPrefix();
+  if (!labels.empty()) labels = labels.substr(1, labels.size() - 3);  // without "[" and "] "
+  const char* const separator = labels.empty() || label_.empty() ? "" : "/";
+  prefix_.append("[").append(labels).append(separator).append(label_).append("] ");
   newestTag = this;
 }
 

@@ -17,13 +17,12 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <exception>
-#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "util/system_error.h"
 
@@ -115,59 +114,100 @@ consteval char plainConversion() {
   return kIsAnyOf<U, char> ? 'c' : '\0';
 }
 
-/// Whether each conversion is its argument's plain one, without flags, width,
-/// precision and length. Most formats are; they need no printf machinery.
+/// What a plain format is made of: the lengths of the texts between its conversions,
+/// a byte each, the first one lowest. A format is plain when each conversion is its
+/// argument's plain one, without flags, width, precision and length. Most are; they
+/// need no printf machinery.
+using FormatPieces = std::uint64_t;
+inline constexpr FormatPieces kNotPlain = ~FormatPieces{0};
+inline constexpr std::size_t kBitsOfPiece = 8;
+inline constexpr FormatPieces kLongestPiece = 0xFE;
+
 template <typename... Args>
-consteval bool isPlainFormat(std::string_view text) {
+consteval FormatPieces formatPieces(std::string_view text) {
   constexpr char wanted[] = {plainConversion<Args>()..., '\0'};
+  if (sizeof...(Args) >= sizeof(FormatPieces)) return kNotPlain;
+  FormatPieces pieces = 0;
   std::size_t used = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') continue;
-    if (++i == text.size()) return false;
-    if (text[i] == '%') continue;
-    if (wanted[used] == '\0' || text[i] != wanted[used]) return false;
+  std::size_t begin = 0;
+  for (std::size_t end = 0;; end = begin) {
+    end = text.find('%', end);
+    const bool isLast = end == text.npos;
+    const FormatPieces length = (isLast ? text.size() : end) - begin;
+    if (length > kLongestPiece) return kNotPlain;
+    pieces |= length << (used * kBitsOfPiece);
+    if (isLast) return used == sizeof...(Args) ? pieces : kNotPlain;
+    if (end + 1 == text.size() || wanted[used] == '\0' || text[end + 1] != wanted[used]) return kNotPlain;
     ++used;
+    begin = end + 2;
   }
-  return used == sizeof...(Args);
 }
 
-/// One argument of a plain format. Refers to texts and characters, which must outlive it.
-class PlainArgument {
+/// Writes a plain format and its arguments to a place with room for them.
+class PlainWriter {
  public:
-  explicit PlainArgument(std::string_view text) noexcept : text_(text) {}
-  explicit PlainArgument(const char* text) noexcept : text_(text != nullptr ? text : "(null)") {}
-  explicit PlainArgument(const char& character) noexcept : text_(&character, 1) {}
-  template <std::signed_integral T>
-  explicit PlainArgument(T number) noexcept
-      : text_(number < 0 ? "-" : ""),
-        magnitude_(number < 0 ? 0 - static_cast<std::uint64_t>(number) : static_cast<std::uint64_t>(number)),
-        isNumber_(true) {}
-  template <std::unsigned_integral T>
-  explicit PlainArgument(T number) noexcept : magnitude_(number), isNumber_(true) {}
+  PlainWriter(char* place, const char* format, FormatPieces pieces) noexcept
+      : end_(place), format_(format), pieces_(pieces) {}
 
-  /// No more characters than these are written.
-  [[nodiscard]] std::size_t longest() const noexcept { return text_.size() + (isNumber_ ? kMostDigits : 0); }
-  /// Writes the text and returns its end.
-  char* writeTo(char* end) const noexcept;
+  /// The text before the next conversion, or behind the last one.
+  void literal() noexcept {
+    std::size_t length = pieces_ & 0xFF;
+    pieces_ >>= kBitsOfPiece;
+    // In place, since calling memcpy costs more than most literals take.
+    constexpr std::size_t word = sizeof(std::uint64_t);
+    for (; length >= word; length -= word, end_ += word, format_ += word) std::memcpy(end_, format_, word);
+    for (; length > 0; --length) *end_++ = *format_++;
+  }
+  template <typename T>
+  void argument(const T& value) noexcept {
+    format_ += 2;  // past its conversion
+    if constexpr (std::is_same_v<T, char>) {
+      *end_++ = value;
+    } else if constexpr (std::is_integral_v<T>) {
+      number(value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value),
+             value < 0);
+    } else {
+      text(textOf(value));
+    }
+  }
+  [[nodiscard]] const char* end() const noexcept { return end_; }
+
+  /// No more characters than these are written for a value.
+  template <typename T>
+  [[nodiscard]] static std::size_t longest(const T& value) noexcept {
+    if constexpr (std::is_integral_v<T>) {
+      return kMostDigits + 1;
+    } else {
+      return textOf(value).size();
+    }
+  }
 
  private:
   static constexpr std::size_t kMostDigits = 20;
 
-  std::string_view text_;  ///< of a number: its sign
-  std::uint64_t magnitude_ = 0;
-  bool isNumber_ = false;
+  static std::string_view textOf(std::string_view text) noexcept { return text; }
+  static std::string_view textOf(const char* text) noexcept { return text != nullptr ? text : "(null)"; }
+
+  void text(std::string_view text) noexcept;
+  void number(std::uint64_t magnitude, bool isNegative) noexcept;
+
+  char* end_;
+  const char* format_;
+  FormatPieces pieces_;
 };
 
-/// Appends what formatPrintf answers, for a format that isPlainFormat() with these arguments.
-void formatPlain(TextBuffer& result, std::string_view format, std::initializer_list<PlainArgument> arguments);
-
-/// Appends the formatted text; `isPlain` is what isPlainFormat() says of the format.
+/// Appends the formatted text; `pieces` is what formatPieces() says of the format.
 /// Throws fmt::format_error when the format does not fit.
 template <typename... Args>
-void formatTo(TextBuffer& result, std::string_view format, bool isPlain, const Args&... args) {
+void formatTo(TextBuffer& result, std::string_view format, FormatPieces pieces, const Args&... args) {
   if constexpr (((plainConversion<Args>() != '\0') && ...)) {
-    if (isPlain) {
-      formatPlain(result, format, {PlainArgument(args)...});
+    if (pieces != kNotPlain) {
+      const std::size_t before = result.size();
+      result.resize(before + (format.size() + ... + PlainWriter::longest(args)));
+      PlainWriter writer(result.data() + before, format.data(), pieces);
+      ((writer.literal(), writer.argument(args)), ...);
+      writer.literal();
+      result.resize(static_cast<std::size_t>(writer.end() - result.data()));
       return;
     }
   }
@@ -189,14 +229,14 @@ class PrintfFormat {
   template <typename T>
   requires std::convertible_to<const T&, std::string_view>
   consteval PrintfFormat(const T& text)  // NOLINT(google-explicit-constructor)
-      : text_(text), isPlain_(detail::isPlainFormat<Args...>(text_)) {
+      : text_(text), pieces_(detail::formatPieces<Args...>(text_)) {
     check();
   }
   PrintfFormat(RuntimeFormat format) : text_(format.text) {}  // NOLINT(google-explicit-constructor)
 
   [[nodiscard]] constexpr std::string_view text() const { return text_; }
 
-  [[nodiscard]] constexpr bool isPlain() const { return isPlain_; }
+  [[nodiscard]] constexpr detail::FormatPieces pieces() const { return pieces_; }
 
  private:
   consteval void check() const {
@@ -229,7 +269,7 @@ class PrintfFormat {
   }
 
   std::string_view text_;
-  bool isPlain_ = false;
+  detail::FormatPieces pieces_ = detail::kNotPlain;
 };
 
 /// Makes `sink` the destination of all lines from here on (null: nowhere) and
@@ -244,7 +284,7 @@ LogSink* setLogSink(LogSink* sink) noexcept;
 template <typename... Args>
 std::string formatPrintf(PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
   detail::TextBuffer text;
-  detail::formatTo(text, format.text(), format.isPlain(), args...);
+  detail::formatTo(text, format.text(), format.pieces(), args...);
   return {text.data(), text.size()};
 }
 
@@ -255,12 +295,12 @@ using Passed = std::conditional_t<std::is_scalar_v<T>, T, const T&>;
 
 /// Apart from logLine, and given the format in pieces, so that a suppressed line pays for none of it.
 template <typename... Args>
-[[gnu::noinline]] void submitLine(LogLevel level, std::string_view format, bool isPlain,
+[[gnu::noinline]] void submitLine(LogLevel level, std::string_view format, FormatPieces pieces,
                                   Passed<Args>... args) {
   LogSink* const sink = logSink();
   if (sink == nullptr || !sink->isEnabled(level)) return;
   TextBuffer text;
-  formatTo<Args...>(text, format, isPlain, args...);
+  formatTo<Args...>(text, format, pieces, args...);
   sink->submit(level, {text.data(), text.size()});
 }
 }  // namespace detail
@@ -270,7 +310,7 @@ template <typename... Args>
 template <typename... Args>
 void logLine(LogLevel level, PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
   if (static_cast<std::int32_t>(level) > detail::currentThreshold.load(std::memory_order_relaxed)) return;
-  detail::submitLine<Args...>(level, format.text(), format.isPlain(), args...);
+  detail::submitLine<Args...>(level, format.text(), format.pieces(), args...);
 }
 
 namespace detail {
@@ -306,8 +346,9 @@ template <typename... Args>
   detail::logFatalMessage(message);
 }
 
-/// The calling thread's context labels, oldest first; empty ones are skipped in lines.
-[[nodiscard]] std::vector<std::string> logTags();
+/// The calling thread's labels as they begin its lines, "[outer/inner] "; empty when
+/// it has none. Valid until the newest label's scope ends.
+[[nodiscard]] std::string_view logTagPrefix() noexcept;
 
 /// Appends a label to the calling thread's list for a scope. A label that the
 /// list already holds is not repeated: an empty one takes its place. Only for
@@ -320,10 +361,11 @@ class LogTag {
   ~LogTag();
 
  private:
-  friend std::vector<std::string> logTags();
+  friend std::string_view logTagPrefix() noexcept;
 
   std::string label_;
   LogTag* const outer_;
+  std::string prefix_;
 };
 
 }  // namespace zarn

@@ -49,7 +49,7 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
   const auto check = [this](const char* name) {
     return [this, name](const std::wstring& path) {
       EXPECT_EQ(path, wide(staged_));
-      EXPECT_EQ(logTags(), (Lines{"UpdateService", "Install"}));
+      EXPECT_EQ(logTagPrefix(), "[UpdateService/Install] ");
       EXPECT_FALSE(canBeChanged(staged_));
       EXPECT_FALSE(canBeChanged(bundle_));
       log_.submit(LogLevel::Debug, name);
@@ -69,7 +69,7 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
             (Lines{"bundlePath: " + bundle_, "CheckBundle() from UpdateInterface: " + staged_, "integrity",
                    "identity", "Create Process Success! Waiting for process to complete.",
                    "Installer exit code:  1 - " + systemErrorPhrase(1), "Copying installer logs"}));
-  EXPECT_TRUE(logTags().empty());
+  EXPECT_EQ(logTagPrefix(), "");
   EXPECT_FALSE(FileUtils::exists(staged_));
   EXPECT_EQ(testing::readFile(folder_.installerLog("dd_vcredist.log")), "kept");
 }
