@@ -30,15 +30,15 @@ step() {
   fi
 }
 
-# The command prefix that makes a command run as root, or a clear refusal.
+# Ends with a clear sentence when as_root cannot work. Asks for sudo's password,
+# if there is one, before the output of steps goes to their logs.
+#   require_root_for WHAT
+require_root_for() {
+  [ "$(id -u)" != 0 ] || return 0
+  command -v sudo >/dev/null || die "$1; run this as root or install sudo."
+  sudo -n true 2>/dev/null || { [ -t 0 ] && sudo -v; } || die "$1; run this as root: sudo refuses you."
+}
+
 as_root() {
-  if [ "$(id -u)" = 0 ]; then
-    "$@"
-  elif command -v sudo >/dev/null && sudo -n true 2>/dev/null; then
-    sudo "$@"
-  elif command -v sudo >/dev/null && [ -t 0 ]; then
-    sudo "$@"
-  else
-    die "Debian packages are missing (${missing[*]:-}); run this as root or install sudo."
-  fi
+  if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
 }

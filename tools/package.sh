@@ -54,7 +54,7 @@ cp "$out/ZarnUpdateService.cdx.json" "$work/tree/"
   printf 'File "%s"\n' "$work/tree/$file"
 done >"$work/files.nsh"
 
-makensis -V2 -WX -DVERSION="$version" -DVERSION_TEXT="$version_text" -DOUTPUT="$out/ZarnUpdateServiceSetup.exe" \
+makensis -NOCD -V2 -WX -DVERSION="$version" -DVERSION_TEXT="$version_text" -DOUTPUT="$out/ZarnUpdateServiceSetup.exe" \
   -DPLUGINS="$work/plugins" -DFILES="$work/files.nsh" "${sign[@]}" ${ZARN_QUICK_PACKAGE:+-DQUICK} \
   -DINSTALLED_KIB="$(find "$work/tree" -type f -printf '%s\n' | awk '{ n += $1 } END { print int(n / 1024) + 1 }')" "$root/setup/setup.nsi"
 rm -rf "$work"

@@ -23,6 +23,7 @@ install_packages() {
     dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null | grep -qx installed || missing+=("$name")
   done
   [ ${#missing[@]} -gt 0 ] || return 0
+  require_root_for "${#missing[@]} Debian packages are missing: ${missing[*]}"
   say "Installing ${#missing[@]} Debian packages: ${missing[*]}"
   step "package lists" "$build/logs/apt-update.log" as_root env DEBIAN_FRONTEND=noninteractive apt-get update
   step "packages" "$build/logs/apt-install.log" \
