@@ -2,6 +2,7 @@
 
 #include <boost/asio/post.hpp>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 
 #include "util/logging.h"
@@ -27,6 +28,15 @@ ElasticThreadPool::~ElasticThreadPool() {
   joinWorkers();
   workQueue_->run();  // what was posted while the system made no threads
   joinWorkers();
+}
+
+void ElasticThreadPool::makeLowerBound() {
+  const MutexLock lock(mutex_);
+  while (threadCount_ < lowerBound_) {
+    const std::size_t before = threadCount_;
+    addWorker();
+    if (threadCount_ == before) throw std::runtime_error("the pool has no thread");
+  }
 }
 
 void ElasticThreadPool::post(Task task) {

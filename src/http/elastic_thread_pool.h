@@ -34,6 +34,11 @@ class ElasticThreadPool {
   /// Finishes every task that was posted and joins all workers. Not to be called by one.
   ~ElasticThreadPool();  // NOLINT(bugprone-exception-escape)
 
+  /// Makes the workers up to the lower bound, of which none ever leaves: every task
+  /// posted from then on has somebody to run it. Throws std::runtime_error when the
+  /// system makes no thread.
+  void makeLowerBound() ZARN_EXCLUDES(mutex_);
+
   /// Runs `task` on a worker, some time. What it throws is logged. Throws
   /// std::bad_alloc only.
   void post(Task task);

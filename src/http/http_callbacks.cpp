@@ -2,6 +2,7 @@
 
 #include <openssl/ssl.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
@@ -120,7 +121,9 @@ int ProgressCallback(void* context, double downloadTotal, double downloadNow, do
                      double uploadNow) {
   const HttpContext& ctx = contextOf(context);
   try {
-    const auto whole = [](double amount) { return static_cast<std::int64_t>(amount); };
+    // A server may announce any length; beyond this one a number cannot be converted.
+    constexpr double most = 9e18;
+    const auto whole = [most](double amount) { return static_cast<std::int64_t>(std::min(amount, most)); };
     const bool goOn =
         ctx.progressHandler(whole(downloadTotal), whole(downloadNow), whole(uploadTotal), whole(uploadNow));
     return goOn ? 0 : 1;

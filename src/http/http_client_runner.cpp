@@ -43,6 +43,15 @@ Handle required(Handle handle) {
   return handle;
 }
 
+/// For places that must go on without memory for a line.
+void logQuietly(PrintfFormat<std::string> format, const char* reason) noexcept {
+  try {
+    logLine<std::string>(LogLevel::Error, format, printable(reason));
+  } catch (const std::exception&) {
+    // Nowhere left to report it.
+  }
+}
+
 }  // namespace
 
 HttpClientRunner& HttpClientRunner::instance() {
@@ -56,6 +65,7 @@ HttpClientRunner::HttpClientRunner(std::size_t maxPending, Idle /*threadNotStart
   multi_ = required(MultiHandle(curl_multi_init()));
   share_ = required(ShareHandle(curl_share_init()));
   pool_ = std::make_unique<ElasticThreadPool>(kPoolLowerBound, kPoolMaxThreads);
+  pool_->makeLowerBound();  // a completion that nobody runs would let its requester wait for ever
 }
 
 // From here on the destructor runs, and stops the thread, should anything throw.
@@ -84,7 +94,8 @@ void HttpClientRunner::submit(std::shared_ptr<HttpContext> ctx) {
     pending_.push_back(std::move(ctx));
   }
   const CURLMcode code = curl_multi_wakeup(multi_.get());
-  if (code != CURLM_OK) logLine(LogLevel::Error, "Failed to trigger wake: %s", curl_multi_strerror(code));
+  // The runner has the request by now: a throw would tell the caller that it has not.
+  if (code != CURLM_OK) logQuietly("Failed to trigger wake: %s", curl_multi_strerror(code));
 }
 
 void HttpClientRunner::run() {
@@ -125,22 +136,37 @@ void HttpClientRunner::waitForWork() {
 }
 
 void HttpClientRunner::addPending() {
-  std::list<std::pair<Holder, std::exception_ptr>> failed;
+  struct Taken {
+    Holder ctx;
+    std::exception_ptr failure;
+  };
+  std::list<Taken> failed;
   {
     const MutexLock lock(mutex_);
     while (!pending_.empty()) {
-      const Holder ctx = std::move(pending_.front());
+      // The memory for a failure comes first: a context that is dropped unsettled would
+      // let its requester wait for ever.
+      std::list<Taken> next(1);
+      Taken& taken = next.front();
+      taken.ctx = std::move(pending_.front());
       pending_.pop_front();
       try {
-        add(ctx);
+        add(taken.ctx);
       } catch (const std::exception& error) {
-        logLine(LogLevel::Error, "Failed to add handle: %s", printable(error.what()));
-        failed.emplace_back(ctx, std::current_exception());
+        taken.failure = std::current_exception();
+        failed.splice(failed.end(), next);
+        logQuietly("Failed to add handle: %s", error.what());
       }
     }
   }
-  for (auto& [ctx, reason] : failed) {
-    pool_->post([ctx = std::move(ctx), reason = std::move(reason)] { rejectTransfer(ctx, reason); });
+  for (const Taken& taken : failed) reject(taken.ctx, taken.failure);
+}
+
+void HttpClientRunner::reject(const Holder& ctx, const std::exception_ptr& reason) {
+  try {
+    pool_->post([ctx, reason] { rejectTransfer(ctx, reason); });
+  } catch (const std::exception&) {
+    rejectTransfer(ctx, reason);  // better settled on this thread than never
   }
 }
 

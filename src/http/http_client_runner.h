@@ -58,6 +58,7 @@ class HttpClientRunner {
   void abandonTransfers();
 
   void add(const Holder& ctx);
+  void reject(const Holder& ctx, const std::exception_ptr& reason);
   void finish(CURL* handle, CURLcode result);
   /// Hands the completion of a transfer to the pool.
   void complete(Holder ctx, CURLcode result);

@@ -1,6 +1,7 @@
 #include "http/tls_key_log.h"
 
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -24,9 +25,13 @@ std::FILE* keyLog() {
 }
 
 void writeKeyLine(const SSL* /*connection*/, const char* line) {
-  // One call, so that lines of several threads stay whole.
-  const std::string text = std::string(line) + "\n";
-  static_cast<void>(std::fwrite(text.data(), 1, text.size(), keyLog()));  // a help for debugging only
+  try {
+    // One call, so that lines of several threads stay whole.
+    const std::string text = std::string(line) + "\n";
+    static_cast<void>(std::fwrite(text.data(), 1, text.size(), keyLog()));  // a help for debugging only
+  } catch (const std::exception&) {
+    // No memory, and OpenSSL, which called, knows no exceptions.
+  }
 }
 
 }  // namespace
