@@ -12,11 +12,11 @@
 #include "util/file_utils.h"
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/product_names.h"
 
 namespace zarn {
 namespace {
 
-constexpr char kOverridesVariable[] = "ZARN_MEDIA_SERVER_DEFAULT_PREFERENCES";
 constexpr std::string_view kTokenField = "X-Zarn-Token";
 constexpr std::string_view kUpdateChannel = "ButlerUpdateChannel";
 
@@ -68,7 +68,7 @@ void Preferences::useTestStore(bool use) noexcept {
 }
 
 Preference::Overrides Preferences::overridesFromEnvironment() {
-  const auto text = environmentVariable(kOverridesVariable);
+  const auto text = environmentVariable(names::kDefaultPreferencesVariable.narrow);
   return text ? std::make_shared<const QueryString>(*text) : nullptr;
 }
 
@@ -184,13 +184,16 @@ void Preferences::resolveTexts(std::span<const std::string> identifiers) {
   PreferenceTexts labels;
   PreferenceTexts summaries;
   provideTexts(labels, summaries);
-  const MutexLock lock(lock_);
   for (const std::string& id : identifiers) {
-    if (Preference* const preference = lookUp(id)) {
-      preference->setDisplayTexts(textOf(labels, id), textOf(summaries, id), joinChoices(choices(id)));
-    } else {
-      logLine(LogLevel::Warn, "Invalid preference '%s' referenced.", printable(id));
+    const std::string values = joinChoices(choices(id));
+    bool known = false;
+    {
+      const MutexLock lock(lock_);  // not while logging: a log line may need the store
+      Preference* const preference = lookUp(id);
+      known = preference != nullptr;
+      if (known) preference->setDisplayTexts(textOf(labels, id), textOf(summaries, id), values);
     }
+    if (!known) logLine(LogLevel::Warn, "Invalid preference '%s' referenced.", printable(id));
   }
 }
 

@@ -8,13 +8,12 @@
 
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/product_names.h"
 #include "util/string_utils.h"
 #include "util/windows_handles.h"
 
 namespace zarn {
 namespace {
-
-constexpr wchar_t kKeyPath[] = L"Software\\Zarn, Inc.\\Zarn Media Server";
 
 /// The UTF-16 form; nothing for a text that has none, which must not become the
 /// empty name (the key's unnamed value) or an empty value.
@@ -38,7 +37,8 @@ OpenedValue openForReading(std::string_view id) {
     return value;
   }
   value.name = *name;
-  value.error = RegOpenKeyExW(HKEY_CURRENT_USER, kKeyPath, 0, KEY_READ, value.key.receive());
+  value.error =
+      RegOpenKeyExW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, 0, KEY_READ, value.key.receive());
   return value;
 }
 
@@ -89,8 +89,10 @@ LSTATUS changeValue(std::string_view id, const Change& change) {
   const auto name = wide(id);
   if (!name) return ERROR_NO_UNICODE_TRANSLATION;
   RegistryKey key;
-  LSTATUS error = RegOpenKeyExW(HKEY_CURRENT_USER, kKeyPath, 0, KEY_SET_VALUE, key.receive());
-  if (error == ERROR_FILE_NOT_FOUND) error = RegCreateKeyW(HKEY_CURRENT_USER, kKeyPath, key.receive());
+  LSTATUS error =
+      RegOpenKeyExW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, 0, KEY_SET_VALUE, key.receive());
+  if (error == ERROR_FILE_NOT_FOUND)
+    error = RegCreateKeyW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, key.receive());
   if (error != ERROR_SUCCESS) return error;
   return change(key.get(), name->c_str());
 }

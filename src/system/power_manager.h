@@ -32,12 +32,12 @@ struct PowerManagerCalls {
 [[nodiscard]] PowerManagerState& powerManagerState() noexcept;
 
 /// Creates the event and starts the thread "WindowsPowerManagerThread", which is
-/// never joined and ends with the process. Failures are logged; without an event
-/// the thread runs all the same. Once per process.
+/// never joined and ends with the process. Failures are logged, if there is a log
+/// yet; without an event the thread runs all the same. Once per process.
 void startPowerManager(const PowerManagerCalls& calls = PowerManagerCalls::system());
 
 /// One round of the thread: waits for the event, then sets the execution state.
-/// Every failure is logged and ends the round.
-void runPowerManagerRound(const PowerManagerState& state, const PowerManagerCalls& calls);
+/// Every failure is logged and ends the round. False when the wait failed.
+bool runPowerManagerRound(const PowerManagerState& state, const PowerManagerCalls& calls);
 
 }  // namespace zarn

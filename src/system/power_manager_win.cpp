@@ -13,14 +13,21 @@ namespace {
 
 constexpr char kThreadName[] = "WindowsPowerManagerThread";
 
+/// A failed wait returns at once; without a pause its log lines would fill the disk.
+constexpr DWORD kPauseAfterFailedWaitMs = 100;
+
 DWORD WINAPI powerManagerThread(void* argument) {
   const auto* const state = static_cast<const PowerManagerState*>(argument);
   for (;;) {
     // An exception must not leave the thread, and no failure ends it.
     try {
-      runPowerManagerRound(*state, PowerManagerCalls::system());
-    } catch (const std::exception& error) {
-      logLine(LogLevel::Error, "%s: %s, type: %s", kThreadName, printable(error.what()), typeName(error));
+      try {
+        if (!runPowerManagerRound(*state, PowerManagerCalls::system())) Sleep(kPauseAfterFailedWaitMs);
+      } catch (const std::exception& error) {
+        logLine(LogLevel::Error, "%s: %s, type: %s", kThreadName, printable(error.what()), typeName(error));
+      }
+    } catch (const std::exception&) {
+      Sleep(kPauseAfterFailedWaitMs);  // no memory for the line
     }
   }
 }
@@ -56,10 +63,10 @@ void startPowerManager(const PowerManagerCalls& calls) {
   if (!thread) logStartFailure();
 }
 
-void runPowerManagerRound(const PowerManagerState& state, const PowerManagerCalls& calls) {
+bool runPowerManagerRound(const PowerManagerState& state, const PowerManagerCalls& calls) {
   if (calls.waitFor(state.wakeEvent) != WAIT_OBJECT_0) {
     logLine(LogLevel::Error, "WaitForSingleObject failed: 0x%x", GetLastError());
-    return;
+    return false;
   }
   EXECUTION_STATE flags = ES_CONTINUOUS;
   if (!state.idle) {
@@ -70,6 +77,7 @@ void runPowerManagerRound(const PowerManagerState& state, const PowerManagerCall
     logLine(LogLevel::Error, "SetThreadExecutionState(%d) failed: 0x%x", static_cast<std::int32_t>(flags),
             GetLastError());
   }
+  return true;
 }
 
 }  // namespace zarn
