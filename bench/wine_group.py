@@ -12,7 +12,8 @@ from group import Growth, Table, Target
 
 TITLE = "The service, under Wine"
 NULL_SERVICE = "ZarnNullService"
-SERVICES = {"zarn": stage.SERVICE, "null": NULL_SERVICE}
+FOLDER_SERVICE = "ZarnFolderService"
+SERVICES = {"zarn": stage.SERVICE, "null": NULL_SERVICE, "null and data folder": FOLDER_SERVICE}
 PROGRAMS = {"zarn": "ZarnUpdateService.exe", "null": "null_service.exe"}
 MIB = 1 << 20
 BUNDLE_MIB = 256
@@ -36,7 +37,7 @@ TABLES = (
         ("of that private", "{}", "private_MiB"), ("threads", "{}", "threads"))),
     Table(f"Install of {BUNDLE_MIB} MiB", ("zarn install", "bare install"), (
         ("all but the installer", "{}", "own_ms"), ("copy", "{}", "copy_ms"), ("WinVerifyTrust", "{}", "verify_ms"))),
-    Table("Start", ("zarn start", "null start"), (("to running", "{}", "start_ms"),)),
+    Table("Start", ("zarn start", "null start", "null and data folder start"), (("to running", "{}", "start_ms"),)),
 )
 GROWTH = (
     Growth("install-size", "Install without the installer, by size of the bundle", "MiB", "ms",
@@ -112,8 +113,10 @@ class Bench(group.Bench):
         self.machine.wine(tools / "trust_root.exe", self.machine.windows(publisher.root.with_suffix(".der")))
         self.machine.path(r"C:\zarn-test\plan.txt").write_text("exit=1641\n")
         null_service = self.machine.windows(self.options.windows / "bench/wine/null_service.exe")
-        for name, path in ((stage.SERVICE, stage.INSTALL_DIR + r"\ZarnUpdateService.exe"), (NULL_SERVICE, null_service)):
-            self.machine.wine("sc", "create", name, "binPath=", f'"{path}"', "type=", "own", "start=", "demand")
+        programs = {stage.SERVICE: f'"{stage.INSTALL_DIR}\\ZarnUpdateService.exe"', NULL_SERVICE: f'"{null_service}"',
+                    FOLDER_SERVICE: f'"{null_service}" folder'}
+        for name, program in programs.items():
+            self.machine.wine("sc", "create", name, "binPath=", program, "type=", "own", "start=", "demand")
         self.bundles = stage.fresh(self.options.work / "bundles")
         for mib in {1, self.mib, *self.growing_mib}:
             unsigned = self.bundles / "unsigned.tmp"
@@ -165,7 +168,7 @@ class Bench(group.Bench):
         return self.program.cell(name, cell="bare", path=self._bundle(mib), target=COPY, small=self._bundle(1))
 
     def cells(self):
-        return [self._start_cell("zarn"), self._start_cell("null"), self._install_cell("zarn install", self.mib),
+        return [*(self._start_cell(who) for who in SERVICES), self._install_cell("zarn install", self.mib),
                 self._bare_cell("bare install", self.mib)]
 
     def growth_cells(self):

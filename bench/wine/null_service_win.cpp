@@ -1,5 +1,8 @@
-// A service that does nothing: what any service costs.
+// A service that does nothing: what any service costs. With an argument it asks for
+// the user's application-data folder first, as every service must that logs there.
 #include <windows.h>
+
+#include <shlobj.h>
 
 namespace {
 
@@ -28,9 +31,20 @@ void WINAPI serviceMain(DWORD /*count*/, wchar_t** /*arguments*/) {
   reportState(SERVICE_STOPPED);
 }
 
+/// The library is loaded here, so that the service without the argument has no part of it.
+void findApplicationData() {
+  using Find = decltype(&SHGetSpecialFolderPathW);
+  const HMODULE shell = LoadLibraryW(L"shell32.dll");
+  const auto find =
+      reinterpret_cast<Find>(reinterpret_cast<void*>(GetProcAddress(shell, "SHGetSpecialFolderPathW")));
+  wchar_t folder[MAX_PATH] = {};
+  if (find(nullptr, folder, CSIDL_LOCAL_APPDATA, TRUE) == 0) ExitProcess(1);
+}
+
 }  // namespace
 
-int main() {
+int main(int count, char** /*arguments*/) {
+  if (count > 1) findApplicationData();
   stopped = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   wchar_t name[] = L"ZarnNullService";
   const SERVICE_TABLE_ENTRYW table[] = {{name, serviceMain}, {nullptr, nullptr}};

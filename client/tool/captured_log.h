@@ -7,26 +7,28 @@
 #include <utility>
 #include <vector>
 
+#include "log/token_scrubber.h"
 #include "util/logging.h"
 #include "util/mutex.h"
 
 namespace zarn::tool {
 
-/// The process's log while it lives.
+/// The process's log from here on. Must outlive every thread that logs.
 class CapturedLog final : public LogSink {
  public:
   CapturedLog() {
     setThreshold(LogLevel::Debug);
-    former_ = setLogSink(this);
+    setLogSink(this);
   }
   CapturedLog(const CapturedLog&) = delete;
   CapturedLog& operator=(const CapturedLog&) = delete;
-  ~CapturedLog() override { setLogSink(former_); }
 
   void submit(LogLevel level, std::string_view message) override {
+    std::string line(message);
+    scrubTokens(line, false);  // as the service's own log would show it
     const MutexLock lock(mutex_);
-    lines_.emplace_back(message);
-    if (level == LogLevel::Error) errors_.emplace_back(message);
+    if (level == LogLevel::Error) errors_.push_back(line);
+    lines_.push_back(std::move(line));
   }
 
   [[noreturn]] void fatal(const std::string& message) override { throw FatalError(message); }
@@ -50,7 +52,6 @@ class CapturedLog final : public LogSink {
   mutable Mutex mutex_;
   std::vector<std::string> lines_ ZARN_GUARDED_BY(mutex_);
   std::vector<std::string> errors_ ZARN_GUARDED_BY(mutex_);
-  LogSink* former_ = nullptr;
 };
 
 }  // namespace zarn::tool

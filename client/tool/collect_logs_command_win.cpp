@@ -1,24 +1,26 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <boost/algorithm/string/predicate.hpp>
+#include <locale>
+#include <string_view>
 #include <vector>
 
 #include "client/tool/archive.h"
 #include "client/tool/commands.h"
 #include "client/tool/files_win.h"
-#include "client/tool/log_names.h"
 #include "client/tool/service_call_win.h"
 #include "client/tool/service_setup_win.h"
 #include "client/tool/text.h"
 #include "util/file_utils.h"
+#include "util/log_names.h"
 #include "util/printable.h"
+#include "util/product_names.h"
 #include "util/string_utils.h"
 #include "util/system_error.h"
 
 namespace zarn::tool {
 namespace {
-
-constexpr char kInstallerLogs[] = "Installer Logs";
 
 struct Source {
   std::string path;
@@ -33,14 +35,17 @@ struct Collected {
 
 /// The two folders, held while they are read: any user may choose where they lie.
 struct LogFolders {
-  HeldFolder own;
-  HeldFolder installers;
+  FileUtils::HeldFolder own;
+  FileUtils::HeldFolder installers;
 };
 
 LogFolders holdFolders(const std::string& folder) {
-  LogFolders result{holdFolder(folder, FileUtils::Links::Follow), {}};
+  using FileUtils::HoldFor;
+  using FileUtils::Links;
+  LogFolders result{FileUtils::holdFolder(folder, Links::Follow, HoldFor::Reading), {}};
   if (result.own.error != 0) return result;
-  result.installers = holdFolder(FileUtils::join(result.own.path, kInstallerLogs), FileUtils::Links::Refuse);
+  result.installers = FileUtils::holdFolder(FileUtils::join(result.own.path, names::kInstallerLogs.narrow),
+                                            Links::Refuse, HoldFor::Reading);
   return result;
 }
 
@@ -52,13 +57,13 @@ std::vector<Source> sourcesIn(const LogFolders& folders, std::uint32_t& error) {
   const FolderFiles own = filesIn(folders.own.path);
   error = own.error;
   for (const std::string& name : own.names) {
-    if (isServiceLog(name)) sources.push_back({FileUtils::join(folders.own.path, name), name});
+    if (isServiceLogName<char>(name)) sources.push_back({FileUtils::join(folders.own.path, name), name});
   }
   if (folders.installers.error != 0) return sources;
   for (const std::string& name : filesIn(folders.installers.path).names) {
-    if (!isInstallerLog(name)) continue;
-    sources.push_back(
-        {FileUtils::join(folders.installers.path, name), std::string(kInstallerLogs) + "/" + name});
+    if (!isInstallerLogName<char>(name)) continue;
+    sources.push_back({FileUtils::join(folders.installers.path, name),
+                       std::string(names::kInstallerLogs.narrow) + "/" + name});
   }
   return sources;
 }
@@ -67,7 +72,8 @@ Collected fill(Archive& archive, const LogFolders& folders, const std::vector<So
   Collected result;
   const std::uint32_t error = folders.installers.error;
   // That there is none is usual.
-  if (error != 0 && !isMissing(error)) result.missing.emplace_back(kInstallerLogs, systemErrorPhrase(error));
+  if (error != 0 && !isMissing(error))
+    result.missing.emplace_back(names::kInstallerLogs.narrow, systemErrorPhrase(error));
   for (const Source& source : sources) {
     // Never through a link: who runs this may read more than who planted one.
     auto file = FileUtils::safeOpen(source.path, "rb", true, FileUtils::Links::Refuse);
@@ -105,6 +111,11 @@ Answer describe(const Collected& collected, const std::string& target, const std
 Answer notWritten(const std::string& target, const std::string& reason) {
   return failure(ExitCode::LocalFailure,
                  sentence(printable(target) + " could not be written: " + printable(reason)));
+}
+
+/// Whether a path asks for a zip file: it ends in ".zip", in any letters.
+bool isZipName(std::string_view path) {
+  return boost::algorithm::iends_with(path, ".zip", std::locale::classic());
 }
 
 }  // namespace

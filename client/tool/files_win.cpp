@@ -6,7 +6,7 @@
 #include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
 
-#include "util/string_utils.h"
+#include "util/file_utils.h"
 #include "util/system_error.h"
 
 namespace zarn::tool {
@@ -42,26 +42,6 @@ FolderFiles filesIn(const std::string& folder) {
   if (error) result.error = failureCode(static_cast<std::uint32_t>(error.value()));
   std::sort(result.names.begin(), result.names.end());
   return result;
-}
-
-HeldFolder holdFolder(const std::string& path, FileUtils::Links links) {
-  HeldFolder folder;
-  const bool refuse = links == FileUtils::Links::Refuse;
-  const DWORD flags = FILE_FLAG_BACKUP_SEMANTICS | (refuse ? FILE_FLAG_OPEN_REPARSE_POINT : 0U) |
-                      SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS;
-  folder.handle.reset(CreateFileW(FileUtils::toPath(path).c_str(), FILE_LIST_DIRECTORY,
-                                  FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, flags,
-                                  nullptr));
-  BY_HANDLE_FILE_INFORMATION information{};
-  if (folder.handle && GetFileInformationByHandle(folder.handle.get(), &information) != 0) {
-    folder.path = StringUtils::utf16to8(finalPath(folder.handle.get()));
-  }
-  if (folder.path.empty()) {
-    folder.error = failureCode(lastSystemError());
-  } else if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-    folder.error = ERROR_ACCESS_DENIED;
-  }
-  return folder;
 }
 
 bool mayBeFolder(const std::string& path) {

@@ -1,12 +1,9 @@
-// Reading what the service wrote. Includes windows.h.
+// Reading what the service wrote.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include "util/file_utils.h"
-#include "util/windows_handles.h"
 
 namespace zarn::tool {
 
@@ -28,19 +25,6 @@ struct FolderFiles {
   std::uint32_t error = 0;
 };
 [[nodiscard]] FolderFiles filesIn(const std::string& folder);
-
-/// A folder that stays where it is while this lives: no link planted later leads
-/// those who use `path` elsewhere.
-struct HeldFolder {
-  FileHandle handle;
-  /// The name it really has, every link on the way followed.
-  std::string path;
-  /// 0, or the Win32 error for which it is not held.
-  std::uint32_t error = 0;
-};
-
-/// With Links::Refuse a folder that is itself a link is not held (ERROR_ACCESS_DENIED).
-[[nodiscard]] HeldFolder holdFolder(const std::string& path, FileUtils::Links links);
 
 /// Whether a folder is there; true also when this user may not look.
 [[nodiscard]] bool mayBeFolder(const std::string& path);

@@ -13,8 +13,6 @@
 
 namespace zarn::tool {
 
-inline constexpr char kHistoryName[] = "Update History.jsonl";
-
 struct CheckRecord {
   std::string name;     // open, size, extension, copy, integrity, identity
   std::string verdict;  // passed, refused, failed, not reached

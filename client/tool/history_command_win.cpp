@@ -9,6 +9,7 @@
 #include "util/system_error.h"
 
 #include "client/tool/text.h"
+#include "util/product_names.h"
 
 namespace zarn::tool {
 namespace {
@@ -19,7 +20,7 @@ constexpr std::int64_t kMaximumBytes = std::int64_t{64} << 20;
 
 Answer runHistory(const Arguments& arguments) {
   const std::string folder = serviceLogFolder(arguments.logs);
-  const std::string file = FileUtils::join(folder, kHistoryName);
+  const std::string file = FileUtils::join(folder, names::kHistory.narrow);
   StoredHistory stored = readHistory(folder, kMaximumBytes);
   if (stored.error != 0 && !(isMissing(stored.error) && arguments.logs.empty())) {
     return failure(ExitCode::LocalFailure, sentence("The history " + printable(file) +

@@ -7,11 +7,10 @@
 
 #include "client/tool/files_win.h"
 #include "util/file_utils.h"
+#include "util/product_names.h"
 
 namespace zarn::tool {
 namespace {
-
-constexpr char kEarlierHistoryName[] = "Update History.1.jsonl";
 
 /// True when the file is there and could be read.
 bool add(StoredHistory& stored, const std::string& path, std::int64_t maximumBytes) {
@@ -31,8 +30,8 @@ bool add(StoredHistory& stored, const std::string& path, std::int64_t maximumByt
 
 StoredHistory readHistory(const std::string& folder, std::int64_t maximumBytes) {
   StoredHistory stored;
-  const bool hasEarlier = add(stored, FileUtils::join(folder, kEarlierHistoryName), maximumBytes);
-  const bool hasCurrent = add(stored, FileUtils::join(folder, kHistoryName), maximumBytes);
+  const bool hasEarlier = add(stored, FileUtils::join(folder, names::kEarlierHistory.narrow), maximumBytes);
+  const bool hasCurrent = add(stored, FileUtils::join(folder, names::kHistory.narrow), maximumBytes);
   if (!hasEarlier && !hasCurrent && stored.error == 0) stored.error = ERROR_FILE_NOT_FOUND;
   return stored;
 }

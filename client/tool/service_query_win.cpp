@@ -6,13 +6,12 @@
 #include <cstddef>
 #include <vector>
 
+#include "util/product_names.h"
 #include "util/string_utils.h"
 #include "util/windows_handles.h"
 
 namespace zarn::tool {
 namespace {
-
-constexpr wchar_t kServiceName[] = L"ZarnUpdateService";
 
 std::string stateName(DWORD state) {
   switch (state) {
@@ -53,7 +52,7 @@ ServiceQuery queryService() {
   const ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
   if (!manager) return {std::nullopt, failureCode(lastSystemError())};
   const ServiceHandle service(
-      OpenServiceW(manager.get(), kServiceName, SERVICE_QUERY_STATUS | SERVICE_QUERY_CONFIG));
+      OpenServiceW(manager.get(), names::kService.wide, SERVICE_QUERY_STATUS | SERVICE_QUERY_CONFIG));
   if (!service) return {std::nullopt, failureCode(lastSystemError())};
   SERVICE_STATUS_PROCESS status{};
   DWORD size = 0;

@@ -13,6 +13,7 @@
 #include "prefs/query_string.h"
 #include "util/environment.h"
 #include "util/file_utils.h"
+#include "util/product_names.h"
 #include "util/scoped_handle.h"
 #include "util/string_utils.h"
 
@@ -21,7 +22,6 @@ namespace {
 
 constexpr char kServiceKey[] = R"(SYSTEM\CurrentControlSet\Services\ZarnUpdateService)";
 constexpr char kMachineEnvironmentKey[] = R"(SYSTEM\CurrentControlSet\Control\Session Manager\Environment)";
-constexpr char kPreferencesKey[] = R"(Software\Zarn, Inc.\Zarn Media Server)";
 constexpr char kFoldersKey[] = R"(Software\Microsoft\Windows\CurrentVersion\Explorer\Shell Folders)";
 
 struct LocalMemoryTraits {
@@ -83,23 +83,26 @@ std::string identifierOf(std::string account) {
 }
 
 std::string defaultAppDataPath() {
-  const QueryString overrides(environmentVariable("ZARN_MEDIA_SERVER_DEFAULT_PREFERENCES").value_or(""));
+  const QueryString overrides(environmentVariable(names::kDefaultPreferencesVariable.narrow).value_or(""));
   const std::string* const path = overrides.find("LocalAppDataPath");
   return path == nullptr ? std::string() : *path;
 }
 
 /// As the service derives it, from its account's part of the registry.
 std::string logFolder(HKEY root, const std::string& prefix, const std::string& localAppData) {
-  std::string base = registryText(root, prefix + kPreferencesKey, "LocalAppDataPath").value_or("");
-  if (base.empty()) base = defaultAppDataPath();
+  // A stored value wins over the override, an empty one too.
+  const auto stored = registryText(root, prefix + names::kPreferencesKey.narrow, "LocalAppDataPath");
+  std::string base = stored ? *stored : defaultAppDataPath();
   if (base.empty()) base = localAppData;
-  return base.empty() ? base : FileUtils::join(FileUtils::join(base, "Zarn Media Server"), "Logs");
+  return base.empty()
+             ? base
+             : FileUtils::join(FileUtils::join(base, names::kProductFolder.narrow), names::kLogs.narrow);
 }
 
 /// When the service last wrote its log there; 0 for never.
 std::uint64_t lastWritten(const std::string& folder) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  const auto log = FileUtils::toPath(FileUtils::join(folder, "Zarn Update Service.log"));
+  const auto log = FileUtils::toPath(FileUtils::join(folder, names::kCurrentLog.narrow));
   if (GetFileAttributesExW(log.c_str(), GetFileExInfoStandard, &data) == 0) return 0;
   return std::uint64_t{data.ftLastWriteTime.dwHighDateTime} << 32U | data.ftLastWriteTime.dwLowDateTime;
 }

@@ -16,6 +16,7 @@
 #include "util/file_utils.h"
 #include "util/file_version.h"
 #include "util/printable.h"
+#include "util/product_names.h"
 #include "util/system_error.h"
 
 namespace zarn::tool {
@@ -51,8 +52,9 @@ std::optional<Outcome> outcomeOfHistory(const std::string& folder, std::uint32_t
 
 std::optional<Outcome> outcomeOfLogs(const std::string& folder, std::uint32_t& error) {
   for (int number = 0; number < kLogFiles; ++number) {
-    const std::string name =
-        number == 0 ? "Zarn Update Service.log" : "Zarn Update Service." + std::to_string(number) + ".log";
+    const std::string name = number == 0
+                                 ? names::kCurrentLog.narrow
+                                 : std::string(names::kLog.narrow) + "." + std::to_string(number) + ".log";
     if (auto last = lastOutcome(endOf(folder, name, kLogBytes, error))) {
       return Outcome{last->time, last->bundle, last->status, last->installerExitCode, "log"};
     }

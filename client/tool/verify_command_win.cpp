@@ -184,7 +184,8 @@ Answer runVerify(const Arguments& arguments) {
   adoptServiceEnvironment();
   // The service's settings are its account's; this user's must not steer what is worked out here.
   Preferences::useTestStore(true);
-  const CapturedLog log;
+  // Never destroyed: the HTTP client's threads may log as long as the process lives.
+  const CapturedLog& log = *std::make_unique<CapturedLog>().release();
   Verification verification(bundle, log);
   const std::int32_t status = verification.run();
 

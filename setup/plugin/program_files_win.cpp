@@ -11,10 +11,15 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <thread>
 #include <utility>
 
 #include "plugin/setup_error.h"
+#include "util/file_utils.h"
+#include "util/log_names.h"
+#include "util/product_names.h"
+#include "util/string_utils.h"
 #include "util/windows_handles.h"
 
 namespace zarn::setup {
@@ -126,11 +131,12 @@ void copyFile(const fs::path& from, const fs::path& to) {
 
 // ---- Logs ---------------------------------------------------------------------
 
-constexpr wchar_t kPreferences[] = L"Software\\Zarn, Inc.\\Zarn Media Server";
-
 std::wstring registryText(HKEY root, const std::wstring& key, const wchar_t* value) {
-  std::wstring text(1024, L'\0');
-  auto bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));
+  DWORD bytes = 0;
+  if (RegGetValueW(root, key.c_str(), value, RRF_RT_REG_SZ, nullptr, nullptr, &bytes) != ERROR_SUCCESS) {
+    return {};
+  }
+  std::wstring text(bytes / sizeof(wchar_t) + 1, L'\0');
   if (RegGetValueW(root, key.c_str(), value, RRF_RT_REG_SZ, nullptr, text.data(), &bytes) != ERROR_SUCCESS) {
     return {};
   }
@@ -147,8 +153,9 @@ std::vector<fs::path> applicationDataFolders() {
   std::wstring system(MAX_PATH, L'\0');
   system.resize(GetSystemDirectoryW(system.data(), MAX_PATH));
   add(system + L"\\config\\systemprofile\\AppData\\Local");
-  add(registryText(HKEY_USERS, std::wstring(L"S-1-5-18\\") + kPreferences, L"LocalAppDataPath"));
-  add(registryText(HKEY_CURRENT_USER, kPreferences, L"LocalAppDataPath"));
+  add(registryText(HKEY_USERS, std::wstring(L"S-1-5-18\\") + names::kPreferencesKey.wide,
+                   L"LocalAppDataPath"));
+  add(registryText(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath"));
   std::wstring own(MAX_PATH, L'\0');
   const DWORD length = GetEnvironmentVariableW(L"LOCALAPPDATA", own.data(), MAX_PATH);
   own.resize(length < MAX_PATH ? length : 0);
@@ -156,38 +163,17 @@ std::vector<fs::path> applicationDataFolders() {
   return result;
 }
 
-bool isOurLog(const std::wstring& name) {
-  return (name.starts_with(L"Zarn Update Service.") && name.ends_with(L".log")) ||
-         name == L"Startup Crash.log" || (name.starts_with(L"Update History.") && name.ends_with(L".jsonl"));
-}
-
-bool isInstallerLog(const std::wstring& name) {
-  return (name.starts_with(L"Zarn Media Server") || name.starts_with(L"dd_vcredist")) &&
-         name.ends_with(L".log");
-}
-
-/// Opens a folder so that, while it is open, nobody can put a link in its place or
-/// in that of a folder above; `folder` becomes its real path. Invalid when there is
-/// no such folder, and, with `failure` set, when it is a link or cannot be opened.
-FileHandle hold(fs::path& folder, std::optional<SetupError>& failure) {
-  constexpr DWORD kinds = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
-  FileHandle handle(CreateFileW(folder.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                nullptr, OPEN_EXISTING,
-                                FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-  DWORD error = handle ? ERROR_SUCCESS : GetLastError();
-  if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return {};
-  BY_HANDLE_FILE_INFORMATION information{};
-  if (handle && GetFileInformationByHandle(handle.get(), &information) != 0) {
-    std::wstring real = finalPath(handle.get());
-    const bool plain = (information.dwFileAttributes & kinds) == FILE_ATTRIBUTE_DIRECTORY;
-    error = plain ? GetLastError() : ERROR_ACCESS_DENIED;
-    if (plain && !real.empty()) {
-      folder = std::move(real);
-      return handle;
-    }
+/// `folder` becomes its real path. Null when there is no such folder, and, with
+/// `failure` set, when it is a link or cannot be held.
+std::shared_ptr<void> hold(fs::path& folder, std::optional<SetupError>& failure) {
+  const FileUtils::HeldFolder held = FileUtils::holdFolder(
+      StringUtils::utf16to8(folder.native()), FileUtils::Links::Refuse, FileUtils::HoldFor::Changes);
+  if (held.error == 0) {
+    folder = StringUtils::utf8to16(held.path);
+  } else if (held.error != ERROR_FILE_NOT_FOUND && held.error != ERROR_PATH_NOT_FOUND && !failure) {
+    failure = fileFailure(L"The service is removed, but not the logs in", folder, held.error);
   }
-  if (!failure) failure = fileFailure(L"The service is removed, but not the logs in", folder, error);
-  return {};
+  return held.handle;
 }
 
 struct SearchTraits {
@@ -197,7 +183,7 @@ struct SearchTraits {
 };
 
 /// `folder` is held. `failure` keeps the first file that could not be deleted.
-void removeFiles(const fs::path& folder, bool (*chosen)(const std::wstring&),
+void removeFiles(const fs::path& folder, bool (*chosen)(std::wstring_view),
                  std::optional<SetupError>& failure) {
   WIN32_FIND_DATAW entry{};
   const ScopedHandle<SearchTraits> search(FindFirstFileW((folder / L"*").c_str(), &entry));
@@ -215,15 +201,15 @@ void removeFiles(const fs::path& folder, bool (*chosen)(const std::wstring&),
 }
 
 void purgeLogsIn(const fs::path& applicationData, std::optional<SetupError>& failure) {
-  fs::path product = applicationData / L"Zarn Media Server";
-  FileHandle heldProduct = hold(product, failure);
+  fs::path product = applicationData / names::kProductFolder.wide;
+  auto heldProduct = hold(product, failure);
   if (!heldProduct) return;
-  fs::path logs = product / L"Logs";
-  if (FileHandle heldLogs = hold(logs, failure); heldLogs) {
-    fs::path installers = logs / L"Installer Logs";
-    if (const FileHandle held = hold(installers, failure); held)
-      removeFiles(installers, isInstallerLog, failure);
-    removeFiles(logs, isOurLog, failure);
+  fs::path logs = product / names::kLogs.wide;
+  if (auto heldLogs = hold(logs, failure)) {
+    fs::path installers = logs / names::kInstallerLogs.wide;
+    if (const auto held = hold(installers, failure))
+      removeFiles(installers, isInstallerLogName<wchar_t>, failure);
+    removeFiles(logs, isServiceLogName<wchar_t>, failure);
     // The media server may keep its own files there: only empty folders go.
     RemoveDirectoryW(installers.c_str());
     heldLogs.reset();

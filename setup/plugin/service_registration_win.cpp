@@ -4,6 +4,7 @@
 
 #include "plugin/service_registration.h"
 #include "plugin/setup_error.h"
+#include "util/product_names.h"
 #include "util/system_error.h"
 
 namespace zarn::setup {
@@ -13,12 +14,8 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr wchar_t kName[] = L"ZarnUpdateService";
-constexpr wchar_t kDisplayName[] = L"Zarn Update Service";
 constexpr wchar_t kDescription[] = L"Installs signed updates of the Zarn Media Server.";
 constexpr wchar_t kAccount[] = L"LocalSystem";
-constexpr wchar_t kStagedInstaller[] = L"ZarnMediaServerUpdate.exe";
-constexpr wchar_t kHostVariable[] = L"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST";
 constexpr wchar_t kMachineEnvironment[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
 
 constexpr milliseconds kPollInterval(200);
@@ -99,7 +96,7 @@ DWORD systemStartType(StartType start) {
 ServiceRegistration::ServiceRegistration()
     : manager_(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE)) {
   if (!manager_) throw systemFailure(L"The service control manager cannot be reached", GetLastError());
-  service_.reset(OpenServiceW(manager_.get(), kName, SERVICE_ALL_ACCESS));
+  service_.reset(OpenServiceW(manager_.get(), names::kService.wide, SERVICE_ALL_ACCESS));
   if (!service_ && GetLastError() != ERROR_SERVICE_DOES_NOT_EXIST) {
     throw systemFailure(L"The service cannot be opened", GetLastError());
   }
@@ -158,7 +155,7 @@ bool ServiceRegistration::isInstalling() const {
   const Environment own = readServiceEnvironment();
   const std::array folders{variable(own, L"TMP"), machineTempFolder(), ownTempFolder()};
   return std::ranges::any_of(folders, [](const std::wstring& folder) {
-    return !folder.empty() && isHeldOpen(folder + L"\\" + kStagedInstaller);
+    return !folder.empty() && isHeldOpen(folder + L"\\" + names::kStagedInstaller.wide);
   });
 }
 
@@ -224,7 +221,8 @@ void ServiceRegistration::apply(const ServiceSettings& settings) {
   Environment environment = readServiceEnvironment();
   setVariable(environment, L"TMP", settings.tempFolder);
   setVariable(environment, L"TEMP", settings.tempFolder);
-  if (settings.accountHost) setVariable(environment, kHostVariable, *settings.accountHost);
+  if (settings.accountHost)
+    setVariable(environment, names::kAccountServiceHostVariable.wide, *settings.accountHost);
   writeServiceEnvironment(environment);
 }
 
@@ -239,10 +237,10 @@ void ServiceRegistration::undo() noexcept {
 }
 
 void ServiceRegistration::create(const ServiceSettings& settings) {
-  service_.reset(
-      CreateServiceW(manager_.get(), kName, kDisplayName, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
-                     systemStartType(settings.start.value_or(StartType::Automatic)), SERVICE_ERROR_NORMAL,
-                     quoted(settings.program).c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
+  service_.reset(CreateServiceW(
+      manager_.get(), names::kService.wide, names::kDisplayName.wide, SERVICE_ALL_ACCESS,
+      SERVICE_WIN32_OWN_PROCESS, systemStartType(settings.start.value_or(StartType::Automatic)),
+      SERVICE_ERROR_NORMAL, quoted(settings.program).c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
   if (!service_) throw registrationFailure(L"The service cannot be registered", GetLastError());
 }
 
@@ -250,7 +248,7 @@ void ServiceRegistration::change(const ServiceSettings& settings) const {
   const DWORD start = settings.start ? systemStartType(*settings.start) : SERVICE_NO_CHANGE;
   if (ChangeServiceConfigW(service_.get(), SERVICE_WIN32_OWN_PROCESS, start, SERVICE_ERROR_NORMAL,
                            quoted(settings.program).c_str(), nullptr, nullptr, nullptr, kAccount, nullptr,
-                           kDisplayName) == 0) {
+                           names::kDisplayName.wide) == 0) {
     throw registrationFailure(L"The service's registration cannot be changed", GetLastError());
   }
 }

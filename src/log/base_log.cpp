@@ -245,9 +245,15 @@ void BaseLog::rotateAndReopen() {
   // Before the directory is looked up: a request that comes with a new directory
   // while this rotation runs must not be forgotten.
   state.bytesWritten.store(0, std::memory_order_relaxed);
-  const std::string directory = logDirectory();
+  std::string directory = logDirectory();
   const std::string baseName = state.name();
-  LogFiles::rotate(directory, baseName, rotatedFileCount());
+  // Callers may choose the directory: nothing in it is renamed or deleted unless the
+  // directory is known to be one and to stay one.
+  const auto held = FileUtils::holdFolder(directory, FileUtils::Links::Follow, FileUtils::HoldFor::Changes);
+  if (held.error == 0) {
+    directory = held.path;
+    LogFiles::rotate(directory, baseName, rotatedFileCount());
+  }
   FileUtils::ScopedFile file = LogFiles::openNew(LogFiles::path(directory, baseName, 0));
   if (!file) return;
   {

@@ -51,10 +51,14 @@ void Log::setFileOpenedRoutine(std::function<void()> routine) {
   fileOpenedRoutine_ = std::move(routine);
 }
 
+bool Log::isNetworkLoggingConfigured() {
+  return environmentVariable(kCollectorVariable) || environmentVariable(kMinutesVariable);
+}
+
 void Log::configureNetworkLoggingFromEnvironment() {
   const auto collectorText = environmentVariable(kCollectorVariable);
   const auto minutesText = environmentVariable(kMinutesVariable);
-  if (!collectorText && !minutesText) return;
+  if (!isNetworkLoggingConfigured()) return;
 
   const auto refuse = [this](const char* variable, const std::string& text, const char* wanted) {
     log(LogLevel::Error, "Error enabling networked logging: %s.",
@@ -82,8 +86,9 @@ ServerEventManager& Log::events() const {
 void Log::createLogDirectories() {
   // The store must be there: the directories depend on the preference LocalAppDataPath.
   static_cast<void>(preferences());
-  static_cast<void>(FileUtils::createDirectories(FileUtils::applicationDataDirectory()) &&
-                    FileUtils::createDirectories(logDirectory()));
+  const std::string directory = FileUtils::applicationDataDirectory();
+  if (FileUtils::namesDevice(directory)) return;
+  static_cast<void>(FileUtils::createDirectories(directory) && FileUtils::createDirectories(logDirectory()));
 }
 
 void Log::initializePreferences() {

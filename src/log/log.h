@@ -46,6 +46,8 @@ class Log final : public BaseLog, public IServerEventSink {
   /// brackets) for ZARN_MEDIA_SERVER_SYSLOG_MINUTES minutes. With neither set
   /// nothing happens; a bad value is logged.
   void configureNetworkLoggingFromEnvironment();
+  /// Whether one of the two variables is set.
+  [[nodiscard]] static bool isNetworkLoggingConfigured();
 
   void onPreferenceModified(const std::string& id) override;
 

@@ -7,6 +7,7 @@
 #include "log/log_line.h"
 #include "log/log_platform.h"
 #include "log/token_scrubber.h"
+#include "util/log_names.h"
 #include "util/logging.h"
 #include "util/printable.h"
 
@@ -33,7 +34,7 @@ FileUtils::ScopedFile openNew(std::string_view path) {
 }
 
 void writeStartupCrash(std::string_view directory, std::string_view reason) {
-  const FileUtils::ScopedFile file = openNew(FileUtils::join(directory, "Startup Crash.log"));
+  const FileUtils::ScopedFile file = openNew(FileUtils::join(directory, kStartupCrashLog));
   if (!file) return;
   std::string text = logTimeText(platform::currentLogTime().seconds) +
                      formatPrintf(": Failed to initialize logging: %s", printable(reason));

@@ -125,8 +125,8 @@ void NetworkLog::send(LogLevel level, std::string_view baseName, std::string_vie
                       std::string_view message) {
   try {
     socket_->send(syslogRecord(level, sendingTime(), baseName, userName, message));
-  } catch (const boost::system::system_error&) {
-    // Not sent, and not tried again.
+  } catch (const std::exception&) {
+    // Not sent, and not tried again; the line still goes to the file.
   }
 }
 

@@ -13,6 +13,7 @@
 #include "update/update_service.h"
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/product_names.h"
 #include "util/string_utils.h"
 #include "util/type_name.h"
 #include "util/version.h"
@@ -20,8 +21,6 @@
 namespace zarn {
 namespace {
 
-constexpr char kLogName[] = "Zarn Update Service";
-constexpr char kServiceName[] = "ZarnUpdateService";
 constexpr char kBuildPlatform[] = "windows-x86_64";
 
 /// DLLs that are loaded from here on come from the system directory only. What
@@ -44,12 +43,29 @@ void writeBanner() {
   logLine(LogLevel::Debug, "%s", printable(StringUtils::utf16to8(GetCommandLineW())));
 }
 
+/// Looking up the collector's name may take longer than the control manager waits
+/// for this process to connect, so it has a thread of its own.
+void startNetworkLogging(Log& log) noexcept {
+  const auto configure = [&log]() noexcept {
+    try {
+      log.configureNetworkLoggingFromEnvironment();
+    } catch (const std::exception&) {
+      // Out of memory: the service works without the collector.
+    }
+  };
+  try {
+    if (Log::isNetworkLoggingConfigured()) std::thread(configure).detach();
+  } catch (const std::exception& error) {
+    logLine(LogLevel::Error, "Error enabling networked logging: %s.", printable(error.what()));
+  }
+}
+
 /// Ends the process with 0 after a clean stop and after a standard exception
 /// alike; lets any other exception end it in the runtime's way.
 [[noreturn]] void runService() {
   try {
     logLine(LogLevel::Debug, "Creating UpdateService singleton");
-    UpdateService::instance().runAsService(kServiceName);
+    UpdateService::instance().runAsService(names::kService.narrow);
   } catch (const std::exception& error) {
     logLine(LogLevel::Error, "Error: Shutting down due to exception: %s, type: %s", printable(error.what()),
             typeName(error));
@@ -73,14 +89,12 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
 
   zarn::Log& log = zarn::Log::instance();
   log.setFileOpenedRoutine(zarn::writeBanner);
-  log.start(zarn::kLogName);
+  log.start(zarn::names::kLog.narrow);
   zarn::logLine(zarn::LogLevel::Debug, "Main Thread");
   if (!dllSearchIsRestricted) {
     SetLastError(dllSearchError);
     zarn::logWin32Error(zarn::LogLevel::Error, "The DLL search could not be restricted.");
   }
-  // Looking up the collector's name may take longer than the control manager
-  // waits for this process to connect.
-  std::thread([&log] { log.configureNetworkLoggingFromEnvironment(); }).detach();
+  zarn::startNetworkLogging(log);
   zarn::runService();
 }

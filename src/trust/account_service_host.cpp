@@ -5,11 +5,11 @@
 #include <cstdint>
 
 #include "util/environment.h"
+#include "util/product_names.h"
 
 namespace zarn {
 namespace {
 
-constexpr char kHostVariable[] = "ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST";
 constexpr std::size_t kLongestHostBytes = 253;
 constexpr std::string_view kDigits = "0123456789";
 constexpr std::string_view kAddressCharacters = "0123456789abcdefABCDEF:.";
@@ -29,7 +29,7 @@ bool isPort(std::string_view text) {
 }  // namespace
 
 std::string accountServiceHost() {
-  const auto chosen = environmentVariable(kHostVariable);
+  const auto chosen = environmentVariable(names::kAccountServiceHostVariable.narrow);
   return chosen && !chosen->empty() ? *chosen : ZARN_ACCOUNT_SERVICE_HOST;
 }
 

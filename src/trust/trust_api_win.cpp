@@ -16,7 +16,8 @@
 namespace zarn {
 namespace {
 
-// The numbers that the checks rest on, whatever the headers call them.
+// The numbers that the checks rest on, whatever the headers call them. The file is
+// opened with these and, against pipes, with the anonymous level.
 constexpr DWORD kOpenFlags = FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_NORMAL;
 static_assert(kOpenFlags == 0x10000080);
 static_assert(CERT_QUERY_CONTENT_FLAG_PKCS7_SIGNED_EMBED == 0x400 && CERT_QUERY_FORMAT_FLAG_BINARY == 2);
@@ -140,6 +141,10 @@ class WindowsTrustApi final : public TrustApi {
     FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                 kOpenFlags | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS, nullptr));
     if (!file) return nullptr;
+    if (GetFileType(file.get()) != FILE_TYPE_DISK) {
+      SetLastError(ERROR_BAD_FILE_TYPE);
+      return nullptr;
+    }
     return std::make_unique<WindowsSignedFile>(std::move(file));
   }
 

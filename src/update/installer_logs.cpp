@@ -1,17 +1,16 @@
 #include "update/installer_logs.h"
 
-#include <algorithm>
-#include <array>
 #include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <exception>
 #include <string>
-#include <string_view>
 
 #include "update/log_source.h"
 #include "util/file_utils.h"
+#include "util/log_names.h"
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/product_names.h"
 #include "util/system_error.h"
 
 namespace zarn {
@@ -20,22 +19,14 @@ namespace {
 namespace fs = boost::filesystem;
 using boost::system::error_code;
 
-constexpr std::array<std::string_view, 2> kStemPrefixes = {"Zarn Media Server", "dd_vcredist"};
-
-bool hasInstallerLogName(const fs::path& name) {
-  if (name.extension() != fs::path(".log")) return false;
-  const std::string stem = FileUtils::toUtf8(name.stem());
-  return std::any_of(kStemPrefixes.begin(), kStemPrefixes.end(),
-                     [&](std::string_view prefix) { return stem.starts_with(prefix); });
-}
-
 bool isRegularFile(const fs::directory_entry& entry) {
   error_code error;
   return entry.symlink_status(error).type() == fs::regular_file;
 }
 
 fs::path makeDestination(error_code& error) {
-  fs::path destination = FileUtils::toPath(FileUtils::join(FileUtils::logDirectory(), "Installer Logs"));
+  fs::path destination =
+      FileUtils::toPath(FileUtils::join(FileUtils::logDirectory(), names::kInstallerLogs.narrow));
   fs::create_directories(destination, error);
   return destination;
 }
@@ -58,7 +49,7 @@ void copyLog(const fs::path& from, const fs::path& to) {
 void copyLogs(fs::directory_iterator entries, const fs::path& destination) {
   for (; entries != fs::directory_iterator(); ++entries) {
     const fs::path& file = entries->path();
-    if (isRegularFile(*entries) && hasInstallerLogName(file.filename()))
+    if (isRegularFile(*entries) && isInstallerLogName<fs::path::value_type>(file.filename().native()))
       copyLog(file, destination / file.filename());
   }
 }
@@ -68,7 +59,15 @@ void copyLogs(fs::directory_iterator entries, const fs::path& destination) {
 void collectInstallerLogs() {
   error_code error;
   fs::path destination = makeDestination(error);
-  const auto held = error ? nullptr : holdLogDestination(destination, error);
+  // Below what callers choose: a link in its place is refused, and one planted later
+  // leads no copy elsewhere.
+  FileUtils::HeldFolder held;
+  if (!error) {
+    held = FileUtils::holdFolder(FileUtils::toUtf8(destination), FileUtils::Links::Refuse,
+                                 FileUtils::HoldFor::Changes);
+    if (held.error != 0) error.assign(static_cast<int>(held.error), boost::system::system_category());
+    destination = FileUtils::toPath(held.path);
+  }
   if (error) {
     logLine(LogLevel::Error, "Failed creating \"Installer Logs\" directory, create_directories: %d, %s",
             error.value(), systemErrorPhrase(error));

@@ -32,14 +32,4 @@ std::shared_ptr<void> holdLogSource(const boost::filesystem::path& path, boost::
   return file;
 }
 
-std::shared_ptr<void> holdLogDestination(boost::filesystem::path& path, boost::system::error_code& error) {
-  error.clear();
-  auto directory = std::make_shared<Descriptor>(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!*directory) {
-    error.assign(errno, boost::system::system_category());
-    return nullptr;
-  }
-  return directory;
-}
-
 }  // namespace zarn

@@ -19,19 +19,4 @@ std::shared_ptr<void> holdLogSource(const boost::filesystem::path& path, boost::
   return file;
 }
 
-std::shared_ptr<void> holdLogDestination(boost::filesystem::path& path, boost::system::error_code& error) {
-  error.clear();
-  auto directory = std::make_shared<FileHandle>(CreateFileW(
-      path.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-      FILE_FLAG_BACKUP_SEMANTICS | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS, nullptr));
-  if (*directory) {
-    if (std::wstring real = finalPath(directory->get()); !real.empty()) {
-      path = std::move(real);
-      return directory;
-    }
-  }
-  error.assign(static_cast<int>(failureCode(GetLastError())), boost::system::system_category());
-  return nullptr;
-}
-
 }  // namespace zarn

@@ -4,13 +4,12 @@
 #include <boost/filesystem/path.hpp>
 
 #include "util/file_utils.h"
+#include "util/product_names.h"
 #include "util/string_utils.h"
 #include "util/system_error.h"
 
 namespace zarn {
 namespace {
-
-constexpr wchar_t kStagedName[] = L"ZarnMediaServerUpdate.exe";
 
 // A pipe's server learns nothing about us and cannot impersonate us.
 constexpr DWORD kAnonymous = SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS;
@@ -36,7 +35,7 @@ std::wstring stagedInstallerPath() {
   boost::system::error_code error;
   const auto directory = boost::filesystem::temp_directory_path(error);
   if (error) return {};
-  return (directory / kStagedName).native();
+  return (directory / names::kStagedInstaller.wide).native();
 }
 
 FileHandle openBundle(const std::wstring& path) {
@@ -59,7 +58,7 @@ bool copyBundle(const std::wstring& from, const std::wstring& to, std::int64_t m
     return false;
   }
   // Not every system calls the progress routine.
-  if (static_cast<std::int64_t>(FileUtils::fileSize(target)) <= maximumBytes) return true;
+  if (FileUtils::fileSize(target) <= static_cast<std::uint64_t>(maximumBytes)) return true;
   FileUtils::deleteFile(target, true);
   SetLastError(ERROR_REQUEST_ABORTED);
   return false;

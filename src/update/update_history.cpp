@@ -11,13 +11,12 @@
 #include "update/file_end.h"
 #include "util/file_utils.h"
 #include "util/logging.h"
+#include "util/product_names.h"
 #include "util/time_utils.h"
 
 namespace zarn {
 namespace {
 
-constexpr char kName[] = "Update History.jsonl";
-constexpr char kEarlierName[] = "Update History.1.jsonl";
 constexpr std::array<const char*, kCheckCount> kCheckNames = {"open", "size",      "extension",
                                                               "copy", "integrity", "identity"};
 constexpr std::array<const char*, 4> kVerdictNames = {"not reached", "passed", "refused", "failed"};
@@ -41,7 +40,7 @@ void beginAnewWhenLarge(const std::string& path, std::string_view directory, std
   constexpr std::uint64_t unknown = ~std::uint64_t{0};
   const std::uint64_t bytes = FileUtils::exists(path) ? FileUtils::fileSize(path) : 0;
   if (bytes >= maximumBytes && bytes != unknown) {
-    FileUtils::move(path, FileUtils::join(directory, kEarlierName));
+    FileUtils::move(path, FileUtils::join(directory, names::kEarlierHistory.narrow));
   }
 }
 
@@ -66,6 +65,16 @@ bool append(std::FILE* file, std::string_view line) {
   // A full disk takes the first half of a line gladly.
   if (!written) cutFile(file, end);
   return written;
+}
+
+bool appendTo(const std::string& directory, std::string_view line, std::uint64_t maximumBytes) {
+  const std::string path = FileUtils::join(directory, names::kHistory.narrow);
+  beginAnewWhenLarge(path, directory, maximumBytes);
+  // Large enough that the line leaves in a single write; outlives the file that uses it.
+  std::vector<char> buffer(line.size() + 2);
+  const FileUtils::ScopedFile file = FileUtils::safeOpen(path, "a+b", true, FileUtils::Links::Refuse);
+  return file && std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size()) == 0 &&
+         append(file.get(), line);
 }
 
 }  // namespace
@@ -94,15 +103,9 @@ std::string historyLine(const InstallRecord& record) {
 }
 
 bool appendToHistory(std::string_view directory, std::string_view line, std::uint64_t maximumBytes) {
-  const std::string path = FileUtils::join(directory, kName);
-  beginAnewWhenLarge(path, directory, maximumBytes);
-  // Large enough that the line leaves in a single write; outlives the file that uses it.
-  std::vector<char> buffer(line.size() + 2);
-  const FileUtils::ScopedFile file = FileUtils::safeOpen(path, "a+b", true, FileUtils::Links::Refuse);
-  if (file && std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size()) == 0 &&
-      append(file.get(), line)) {
-    return true;
-  }
+  // Callers may choose the directory; see where the log is rotated.
+  const auto held = FileUtils::holdFolder(directory, FileUtils::Links::Follow, FileUtils::HoldFor::Changes);
+  if (held.error == 0 && appendTo(held.path, line, maximumBytes)) return true;
   logLine(LogLevel::Warn, "The update history could not be written.");
   return false;
 }

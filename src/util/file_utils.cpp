@@ -11,6 +11,7 @@
 #include "util/logging.h"
 #include "util/mutex.h"
 #include "util/printable.h"
+#include "util/product_names.h"
 
 namespace zarn::FileUtils {
 namespace {
@@ -18,7 +19,6 @@ namespace {
 namespace fs = boost::filesystem;
 using boost::system::error_code;
 
-constexpr char kProductDirectory[] = "Zarn Media Server";
 constexpr std::size_t kLongPathBytes = 250;
 
 std::atomic<std::string (*)()> localAppDataPathReader{nullptr};
@@ -173,11 +173,11 @@ std::string applicationDataDirectory(bool withProduct, bool allowPreference) {
   if (auto* const reader = localAppDataPathReader.load(); allowPreference && reader != nullptr)
     base = reader();
   if (base.empty()) base = platform::userApplicationDataFolder();
-  return withProduct ? join(base, kProductDirectory) : base;
+  return withProduct ? join(base, names::kProductFolder.narrow) : base;
 }
 
 std::string logDirectory(bool withProduct, bool allowPreference) {
-  return join(applicationDataDirectory(withProduct, allowPreference), "Logs");
+  return join(applicationDataDirectory(withProduct, allowPreference), names::kLogs.narrow);
 }
 
 std::string databasesDirectory() {

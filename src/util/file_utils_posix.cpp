@@ -4,11 +4,13 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <utility>
 
 #include "util/file_utils.h"
 #include "util/file_utils_platform.h"
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/scoped_handle.h"
 
 namespace zarn::FileUtils {
 
@@ -62,7 +64,24 @@ bool isPlainFileWithOneName(int descriptor) {
   return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
 }
 
+struct DescriptorTraits {
+  using Handle = int;
+  static Handle invalid() noexcept { return -1; }
+  static void close(Handle handle) noexcept { ::close(handle); }
+};
+
 }  // namespace
+
+HeldFolder holdFolder(std::string_view path, Links links, HoldFor /*use*/) {
+  const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (links == Links::Refuse ? O_NOFOLLOW : 0);
+  auto folder = std::make_shared<ScopedHandle<DescriptorTraits>>(::open(std::string(path).c_str(), flags));
+  if (!*folder) return {{}, {}, failureCode(lastSystemError())};
+  return {std::move(folder), std::string(path), 0};
+}
+
+bool namesDevice(std::string_view /*path*/) noexcept {
+  return false;
+}
 
 ScopedFile safeOpen(std::string_view path, const char* mode, bool /*shareDelete*/, Links links) {
   if (*mode == '\0') mode = "r";

@@ -3,8 +3,10 @@
 #include <windows.h>
 
 #include <shlobj.h>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "util/file_utils.h"
 #include "util/file_utils_platform.h"
@@ -58,6 +60,9 @@ std::string executablePath() {
 
 namespace {
 
+// A pipe's server learns nothing about us and cannot impersonate us.
+constexpr DWORD kAnonymous = SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS;
+
 struct OpenMode {
   DWORD access = GENERIC_READ;
   DWORD disposition = OPEN_EXISTING;
@@ -109,7 +114,7 @@ bool hasRequestedName(HANDLE file, const std::wstring& path) {
 FileHandle openHandle(const std::wstring& path, const OpenMode& mode, DWORD sharing, Links links) {
   const bool refuse = links == Links::Refuse;
   const bool truncateLater = refuse && mode.disposition == CREATE_ALWAYS;
-  constexpr DWORD cautious = FILE_FLAG_OPEN_REPARSE_POINT | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS;
+  constexpr DWORD cautious = FILE_FLAG_OPEN_REPARSE_POINT | kAnonymous;
   const DWORD flags = FILE_ATTRIBUTE_NORMAL | (refuse ? cautious : 0U);
   FileHandle handle(CreateFileW(path.c_str(), mode.access, sharing, nullptr,
                                 truncateLater ? OPEN_ALWAYS : mode.disposition, flags, nullptr));
@@ -119,7 +124,62 @@ FileHandle openHandle(const std::wstring& path, const OpenMode& mode, DWORD shar
   return handle;
 }
 
+/// An empty file in `folder` that goes when it is closed. Invalid, with the last error
+/// set, when it cannot be made or the folder's name leads elsewhere by now.
+FileHandle makeMarker(const std::wstring& folder) {
+  static std::atomic<unsigned> number{0};
+  const std::wstring path = folder + L"\\~held-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                            std::to_wstring(GetTickCount64()) + L"-" + std::to_wstring(++number);
+  FileHandle marker(CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, CREATE_NEW,
+                                FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT | kAnonymous,
+                                nullptr));
+  if (marker && _wcsicmp(finalPath(marker.get()).c_str(), path.c_str()) != 0) {
+    marker.reset();
+    SetLastError(ERROR_ACCESS_DENIED);
+  }
+  return marker;
+}
+
+struct FolderHandles {
+  FileHandle folder;
+  FileHandle marker;
+};
+
+/// The folder's real name; empty, with the last error set, when it is no folder to hold.
+std::wstring realFolderName(HANDLE folder) {
+  BY_HANDLE_FILE_INFORMATION information{};
+  if (GetFileInformationByHandle(folder, &information) == 0) return {};
+  constexpr DWORD kinds = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+  if ((information.dwFileAttributes & kinds) != FILE_ATTRIBUTE_DIRECTORY) {
+    SetLastError(ERROR_ACCESS_DENIED);
+    return {};
+  }
+  return finalPath(folder);
+}
+
 }  // namespace
+
+HeldFolder holdFolder(std::string_view path, Links links, HoldFor use) {
+  const auto handles = std::make_shared<FolderHandles>();
+  const DWORD flags =
+      FILE_FLAG_BACKUP_SEMANTICS | kAnonymous | (links == Links::Refuse ? FILE_FLAG_OPEN_REPARSE_POINT : 0U);
+  handles->folder.reset(CreateFileW(toPath(path).c_str(), FILE_LIST_DIRECTORY,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, flags,
+                                    nullptr));
+  const std::wstring real = handles->folder ? realFolderName(handles->folder.get()) : std::wstring();
+  const bool wantsMarker = !real.empty() && use == HoldFor::Changes;
+  if (wantsMarker) handles->marker = makeMarker(real);
+  if (real.empty() || (wantsMarker && !handles->marker)) return {{}, {}, failureCode(lastSystemError())};
+  return {handles, StringUtils::utf16to8(real), 0};
+}
+
+bool namesDevice(std::string_view path) noexcept {
+  const auto isSeparatorAt = [&](std::size_t i) { return path[i] == '\\' || path[i] == '/'; };
+  if (path.size() < 4 || !isSeparatorAt(0) || !isSeparatorAt(1) || !isSeparatorAt(3)) return false;
+  if (path[2] == '.') return true;
+  const bool isOnDrive = path.size() > 5 && path[5] == ':';
+  return path[2] == '?' && !isOnDrive && !path.substr(4).starts_with("UNC\\");
+}
 
 ScopedFile safeOpen(std::string_view path, const char* mode, bool shareDelete, Links links) {
   if (*mode == '\0') mode = "r";

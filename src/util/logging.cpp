@@ -1,7 +1,5 @@
 #include "util/logging.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>

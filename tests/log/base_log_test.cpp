@@ -45,11 +45,13 @@ TEST_F(LogInDirectory, LinesAreCompleteAndScreenedAgainWhenWritten) {
     const LogTag inner("Verify");
     const LogTag again("Install");
     log_.submit(LogLevel::Warn, "tagged");
+    log_.submit(LogLevel::Warn, std::string(600, 'l'));
   }
   log_.submit(LogLevel::Debug, "screened");
   log_.write({"broken off\r\n"});
-  EXPECT_THAT(readFile(file(0)), MatchesRegex("... .., .... ..:..:..\\.... \\[.+\\] WARN - .*\n.*\n"));
-  EXPECT_THAT(messages(0), ElementsAre("[Install/Verify] tagged", "broken off\r"));
+  EXPECT_THAT(readFile(file(0)), MatchesRegex("... .., .... ..:..:..\\.... \\[.+\\] WARN - .*\n.*\n.*\n"));
+  EXPECT_THAT(messages(0), ElementsAre("[Install/Verify] tagged", "[Install/Verify] " + std::string(600, 'l'),
+                                       "broken off\r"));
 }
 
 TEST_F(LogInDirectory, EveryRunBeginsAFileAndTheOldestGoes) {

@@ -5,7 +5,6 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "update/helper.h"
-#include "update/log_source.h"
 
 namespace zarn {
 namespace {
@@ -45,23 +44,6 @@ TEST_F(StagedInstallerTest, CopiesUpToTheLimit) {
   EXPECT_FALSE(copyBundle(wide(bundle_), wide(staged_), bytes - 1));
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_REQUEST_ABORTED));
   EXPECT_FALSE(FileUtils::exists(staged_));
-}
-
-TEST(LogDestination, CannotBeReplacedWhileItIsHeld) {
-  namespace fs = boost::filesystem;
-  const testing::TempDirectory folder;
-  fs::path logs = FileUtils::toPath(folder / "Installer Logs");
-  const fs::path elsewhere = FileUtils::toPath(folder / "elsewhere");
-  fs::create_directory(logs);
-  boost::system::error_code error;
-  auto held = holdLogDestination(logs, error);
-  ASSERT_NE(held, nullptr);
-  EXPECT_FALSE(fs::remove(logs, error));
-  fs::rename(logs, elsewhere, error);
-  EXPECT_TRUE(error);
-  held.reset();
-  fs::rename(logs, elsewhere, error);
-  EXPECT_FALSE(error);
 }
 
 TEST_F(StagedInstallerTest, OpensFilesOnDiskOnly) {

@@ -23,6 +23,10 @@ TEST(TimeUtils, ConvertsAndRefusesWhatIsNoTime) {
   EXPECT_FALSE(TimeUtils::epochToUtc(std::numeric_limits<std::int64_t>::max(), out));
   EXPECT_EQ(text(out), text(std::tm{}));
   EXPECT_FALSE(TimeUtils::epochToLocal(2069000000000, out));  // a valid year modulo 2^16
+  for (const std::int64_t none : {0, -1}) {
+    EXPECT_FALSE(TimeUtils::epochToUtc(none, out));
+    EXPECT_FALSE(TimeUtils::epochToLocal(none, out));
+  }
 }
 
 }  // namespace

@@ -1,0 +1,41 @@
+// Names that the service, zarn-update and the setup program must agree on, each as
+// UTF-8 and as UTF-16: names::kService.narrow, names::kService.wide.
+#pragma once
+
+#include <cstddef>
+
+namespace zarn::names {
+
+template <std::size_t size>
+struct Name {
+  char narrow[size]{};
+  wchar_t wide[size]{};
+
+  consteval explicit Name(const char (&text)[size]) {
+    for (std::size_t i = 0; i < size; ++i) {
+      narrow[i] = text[i];
+      wide[i] = static_cast<wchar_t>(text[i]);
+    }
+  }
+};
+
+inline constexpr Name kService("ZarnUpdateService");
+inline constexpr Name kDisplayName("Zarn Update Service");
+/// The service's private copy of a bundle, in its temp folder.
+inline constexpr Name kStagedInstaller("ZarnMediaServerUpdate.exe");
+
+/// The service's part of the registry, below the root of its account.
+inline constexpr Name kPreferencesKey("Software\\Zarn, Inc.\\Zarn Media Server");
+inline constexpr Name kDefaultPreferencesVariable("ZARN_MEDIA_SERVER_DEFAULT_PREFERENCES");
+inline constexpr Name kAccountServiceHostVariable("ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST");
+
+/// Where the logs lie: LOCAL-APPLICATION-DATA\\Zarn Media Server\\Logs.
+inline constexpr Name kProductFolder("Zarn Media Server");
+inline constexpr Name kLogs("Logs");
+inline constexpr Name kInstallerLogs("Installer Logs");
+inline constexpr Name kLog("Zarn Update Service");
+inline constexpr Name kCurrentLog("Zarn Update Service.log");
+inline constexpr Name kHistory("Update History.jsonl");
+inline constexpr Name kEarlierHistory("Update History.1.jsonl");
+
+}  // namespace zarn::names
