@@ -9,6 +9,18 @@
 namespace zarn::tool {
 namespace {
 
+/// The client's header stands alone, so it has the statuses a second time.
+constexpr bool isSame(std::int32_t ours, Status services) {
+  return ours == static_cast<std::int32_t>(services);
+}
+static_assert(isSame(client::kInstalled, Status::Installed));
+static_assert(isSame(client::kInstalledRebootRequired, Status::RebootRequired));
+static_assert(isSame(client::kRebootInitiated, Status::RebootInitiated));
+static_assert(isSame(client::kFailed, Status::Failed));
+static_assert(isSame(client::kExitCodeUnknown, Status::ExitCodeUnknown));
+static_assert(isSame(client::kSignatureRefused, Status::SignatureRefused));
+static_assert(isSame(client::kSignerRefused, Status::SignerRefused));
+
 /// How lines of an install request begin, after time, thread and level.
 constexpr std::string_view kRequestTag = "[UpdateService/Install] ";
 constexpr std::string_view kBegin = "bundlePath: ";

@@ -19,6 +19,15 @@ constexpr char kLocation[] = "0a348865-4f87-46dc-8bb2-f37637975724";
 
 constexpr std::int32_t kMiB = 1024 * 1024;
 
+// Addresses of the vendor's services, as defaults; the media server may set others.
+constexpr char kConfigurationUrl[] = "https://app.zarn.example/setup";
+constexpr char kOnlineUrl[] = "https://online.zarn.example";
+constexpr char kWebDesktopUrl[] = "https://app.zarn.example/desktop";
+constexpr char kWebAuthUrl[] = "https://app.zarn.example/auth";
+constexpr char kPubSubServer[] = "pubsub.zarn.example";
+constexpr char kUniversalMetadataUrl[] = "https://metadata.zarn.example/universal";
+constexpr char kMetadataUrl[] = "https://metadata.zarn.example";
+
 // clang-format off
 constexpr Row kRows[] = {
     {"FriendlyName", "", kNone, "general"},
@@ -45,7 +54,7 @@ constexpr Row kRows[] = {
     {"disableCapabilityChecking", false, kHidden, "channels"},
     {"MachineIdentifier", "", kPrivate, ""},
     {"AllowHighOutputBitrates", false, kHidden, "transcoder"},
-    {"ConfigurationUrl", "https://app.zarn.example/setup", kHidden, ""},
+    {"ConfigurationUrl", kConfigurationUrl, kHidden, ""},
     {"AnonymousMachineIdentifier", "", kPrivate, ""},
     {"ProcessedMachineIdentifier", "", kPrivate, ""},
     {"OldestPreviousVersion", "", kHidden, ""},
@@ -75,9 +84,9 @@ constexpr Row kRows[] = {
     {"ZarnOnlineToken", "", kPrivate, ""},
     {"ZarnOnlineHome", false, kHidden, ""},
     {"ZarnOnlineUsername", "", kPrivate, ""},
-    {"ZarnOnlineUrl", "https://online.zarn.example", kHidden, ""},
-    {"ZarnWebDesktopUrl", "https://app.zarn.example/desktop", kHidden, ""},
-    {"ZarnWebAuthUrl", "https://app.zarn.example/auth", kHidden, ""},
+    {"ZarnOnlineUrl", kOnlineUrl, kHidden, ""},
+    {"ZarnWebDesktopUrl", kWebDesktopUrl, kHidden, ""},
+    {"ZarnWebAuthUrl", kWebAuthUrl, kHidden, ""},
     {"EnablePinAuth", true, kHidden, ""},
     {"ManualPortMappingMode", false, kHidden, ""},
     {"ManualPortMappingPort", port(0)},
@@ -174,14 +183,14 @@ constexpr Row kRows[] = {
     {"AutoTagIndexThreshold", 0.5, kHidden, ""},
     {"AutoTagIndexSearchThreshold", 0.5, kHidden, ""},
     {"MetricsEpoch", 1, kHidden, ""},
-    {"PubSubServer", "pubsub.zarn.example", kPrivate, ""},
+    {"PubSubServer", kPubSubServer, kPrivate, ""},
     {"PubSubServerPing", 0, kPrivate, ""},
     {"PubSubServerRegion", "", kPrivate, ""},
     {"allowLocalhostOnly", false, kHidden, ""},
     {"enableLocalSecurity", false, kHidden, ""},
     {"TunerServicePort", port(0)},
-    {"UniveralMetadataProviderUrl", "https://metadata.zarn.example/universal", kHidden, ""},
-    {"MetadataProviderUrl", "https://metadata.zarn.example", kHidden, ""},
+    {"UniveralMetadataProviderUrl", kUniversalMetadataUrl, kHidden, ""},
+    {"MetadataProviderUrl", kMetadataUrl, kHidden, ""},
     {"EyeQUser", "", kPrivate, ""},
     {"DvrShowUnsupportedDevices", false, kHidden, ""},
     {"DvrComskipRemoveIntermediates", true, kHidden, ""},

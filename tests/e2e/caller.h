@@ -14,8 +14,6 @@ namespace zarn::testing {
 struct Answer {
   std::optional<long> status;
   std::optional<long> exitCode;
-
-  [[nodiscard]] bool failed() const { return !status.has_value(); }
   friend bool operator==(const Answer&, const Answer&) = default;
   friend std::ostream& operator<<(std::ostream& out, const Answer& answer) {
     return out << "status " << answer.status.value_or(-1) << ", exit code " << answer.exitCode.value_or(-1);

@@ -4,7 +4,8 @@
 
 #include <boost/algorithm/string/replace.hpp>
 #include <functional>
-#include <semaphore>
+#include <future>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 
@@ -30,9 +31,9 @@ class RecordingServiceControl final : public ServiceControl {
     EXPECT_EQ(services[1].lpServiceProc, nullptr);
     serviceThread_ = std::jthread([this, serviceMain = services[0].lpServiceProc] {
       serviceMain(0, nullptr);
-      over_.release();
+      letDispatcherReturn();
     });
-    over_.acquire();
+    over_.get_future().wait();
     return true;
   }
   SERVICE_STATUS_HANDLE registerHandler(const wchar_t* name, LPHANDLER_FUNCTION_EX given) override {
@@ -46,7 +47,7 @@ class RecordingServiceControl final : public ServiceControl {
     logLine(LogLevel::Debug, "report %d controls %d exit %d point %d hint %d", status.dwCurrentState,
             status.dwControlsAccepted, status.dwWin32ExitCode, status.dwCheckPoint, status.dwWaitHint);
     if (status.dwCurrentState == SERVICE_STOPPED) {
-      over_.release();  // the dispatcher returns at once, while the service thread goes on
+      letDispatcherReturn();  // at once, while the service thread goes on
       Sleep(50);
     }
     return !fails("report " + std::to_string(status.dwCurrentState));
@@ -62,7 +63,12 @@ class RecordingServiceControl final : public ServiceControl {
     return call == failing;
   }
 
-  std::counting_semaphore<2> over_{0};
+  void letDispatcherReturn() {
+    std::call_once(returned_, [this] { over_.set_value(); });
+  }
+
+  std::promise<void> over_;
+  std::once_flag returned_;
   std::jthread serviceThread_;
 };
 

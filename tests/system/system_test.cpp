@@ -21,7 +21,8 @@ TEST(SystemInfo, TheEnvironmentReplacesThePlatformInfo) {
   expectInfo("Microsoft", "PC", "x64-x64");
   setEnvironment("ZARN_MEDIA_SERVER_INFO_VENDOR", "Vendor");
   setEnvironment("ZARN_MEDIA_SERVER_INFO_DEVICE", "Box");
-  expectInfo("Vendor", "Box", "x64-x64");
+  SetEnvironmentVariableW(L"ZARN_MEDIA_SERVER_INFO_MODEL", L"");
+  expectInfo("Vendor", "Box", "");
 }
 
 TEST(SystemInfo, OSVersionAndLocaleNames) {
@@ -65,6 +66,19 @@ TEST(PowerManager, FollowsTheStateAndThePreference) {
   round(false);
   round(true);
   EXPECT_THAT(statesSet, ElementsAre(0x80000041U, 0x80000000U, 0x80000001U, 0x80000000U));
+}
+
+TEST(PowerManager, ReportsEachFailureAndGoesOn) {
+  const RecordingLog log;
+  PowerManagerCalls calls = PowerManagerCalls::system();
+  calls.waitFor = [](HANDLE) -> DWORD { return WAIT_FAILED; };
+  calls.setExecutionState = [](EXECUTION_STATE) { return EXECUTION_STATE{0}; };
+  SetLastError(5);
+  EXPECT_FALSE(runPowerManagerRound({}, calls));
+  calls.waitFor = [](HANDLE) -> DWORD { return WAIT_OBJECT_0; };
+  EXPECT_TRUE(runPowerManagerRound({.idle = true}, calls));
+  EXPECT_THAT(log.texts(), ElementsAre("WaitForSingleObject failed: 0x5",
+                                       "SetThreadExecutionState(-2147483648) failed: 0x5"));
 }
 
 TEST(PowerManager, RunsBeforeMain) {

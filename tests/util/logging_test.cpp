@@ -19,9 +19,9 @@ TEST(Logging, FormatsWhatPassesAndNothingElse) {
   EXPECT_THROW(logLine(LogLevel::Info, RuntimeFormat{"%d"}), fmt::format_error);
   logLine(LogLevel::Warn, "%04d|%d|%x|%.1f|%zu|%s|100%%", 7, std::uint32_t{0x800b0100}, 255U, 1.25,
           std::size_t{9}, std::string("text"));
-  const char* const nothing = nullptr;
   logLine(LogLevel::Warn, "%s=%d|%d|%u|%c|a longer piece of text|%s", std::string_view("plain"),
-          std::numeric_limits<int>::min(), 0L, std::numeric_limits<unsigned>::max(), 'c', nothing);
+          std::numeric_limits<int>::min(), 0L, std::numeric_limits<unsigned>::max(), 'c',
+          static_cast<const char*>(nullptr));
   EXPECT_THAT(log.texts(), ElementsAre("0007|-2146762496|ff|1.2|9|text|100%",
                                        "plain=-2147483648|0|4294967295|c|a longer piece of text|(null)"));
 }

@@ -29,5 +29,20 @@ TEST(TimeUtils, ConvertsAndRefusesWhatIsNoTime) {
   }
 }
 
+TEST(TimeUtils, ValidFields) {
+  std::tm good{};
+  good.tm_mday = 1;  // 1 January 1900
+  good.tm_min = 75;  // has no upper bound
+  EXPECT_TRUE(TimeUtils::validFields(good));
+  const std::pair<int std::tm::*, int> changes[] = {{&std::tm::tm_sec, 60},   {&std::tm::tm_hour, 24},
+                                                    {&std::tm::tm_mday, 2},   {&std::tm::tm_mon, 12},
+                                                    {&std::tm::tm_yday, 366}, {&std::tm::tm_year, 8100}};
+  for (const auto& [field, value] : changes) {
+    std::tm changed = good;
+    changed.*field = value;
+    EXPECT_FALSE(TimeUtils::validFields(changed)) << value;
+  }
+}
+
 }  // namespace
 }  // namespace zarn::testing
