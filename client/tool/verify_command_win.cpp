@@ -32,8 +32,8 @@ struct Step {
   std::string detail = {};
 };
 
-/// The checks of an install request on one file, in its order, each by the same
-/// function; nothing is copied or run. The first that is not passed decides.
+/// The checks of an install request on one file, in its order, each but the size by
+/// the same function; nothing is copied or run. The first that is not passed decides.
 class Verification {
  public:
   /// `log` is the process's log and outlives the object.

@@ -55,6 +55,13 @@ TEST_F(InstallerLogsTest, CopiesNoFileThatHasAnotherName) {
 #endif
   EXPECT_EQ(collect(), Names{});
   EXPECT_TRUE(log_.contains("Not collecting Zarn Media Server.log, it is not a plain file with one name"));
+#ifndef _WIN32
+  testing::writeFile(folder_.temp / "dd_vcredist_x64.log", "genuine");
+  const fs::path installerLogs = FileUtils::join(FileUtils::logDirectory(), "Installer Logs");
+  fs::remove(installerLogs);
+  fs::create_directory_symlink(folder_.appData.path(), installerLogs);
+  EXPECT_FALSE(collect().contains("dd_vcredist_x64.log")) << "copied through a link";
+#endif
 }
 
 }  // namespace
