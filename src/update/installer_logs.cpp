@@ -25,9 +25,13 @@ bool isRegularFile(const fs::directory_entry& entry) {
 }
 
 fs::path makeDestination(error_code& error) {
-  fs::path destination =
-      FileUtils::toPath(FileUtils::join(FileUtils::logDirectory(), names::kInstallerLogs.narrow));
-  fs::create_directories(destination, error);
+  const std::string path = FileUtils::join(FileUtils::logDirectory(), names::kInstallerLogs.narrow);
+  fs::path destination = FileUtils::toPath(path);
+  if (FileUtils::namesDevice(path)) {
+    error = make_error_code(boost::system::errc::not_a_directory);
+  } else {
+    fs::create_directories(destination, error);
+  }
   return destination;
 }
 

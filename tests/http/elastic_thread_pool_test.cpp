@@ -95,5 +95,18 @@ TEST(ElasticThreadPool, LosesNoTaskWhileWorkersComeAndGo) {
   EXPECT_LE(pool.threadCount(), 3U);
 }
 
+TEST(ElasticThreadPool, ATaskThatBlocksHoldsNoOtherUpWhileAWorkerSleeps) {
+  ElasticThreadPool pool(2, 2);
+  for (int round = 0; round < 3000; ++round) {
+    std::promise<void> first;
+    std::promise<void> second;
+    pool.post([&] { second.get_future().wait(), first.set_value(); });
+    if (round % 3 == 0)
+      std::this_thread::yield();  // sometimes the first worker is on its way, sometimes there
+    pool.post([&] { second.set_value(); });
+    ASSERT_EQ(first.get_future().wait_for(10s), std::future_status::ready) << round;
+  }
+}
+
 }  // namespace
 }  // namespace zarn::testing
