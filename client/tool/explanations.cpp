@@ -222,6 +222,13 @@ constexpr Explanation kExplanations[] = {
     {SetupExit, 3010, "", "uninstalled; files in use go with the next reboot", "Reboot when it suits"},
 };
 
+constexpr bool isExplained(std::uint32_t status) {
+  return std::any_of(std::begin(kExplanations), std::end(kExplanations),
+                     [status](const Explanation& row) { return row.kind == Status && row.code == status; });
+}
+static_assert(isExplained(0) && isExplained(30000) && isExplained(30001) && isExplained(30002) &&
+              isExplained(30003) && isExplained(30004) && isExplained(30005));
+
 struct KindNames {
   CodeKind kind;
   std::string_view name;

@@ -36,7 +36,8 @@ void LogQueue::push(const LogStamp& stamp, std::string_view prefix, std::string_
   if (isLong) {
     slot.message.swap(copy);
   } else {
-    slot.message.assign(prefix).append(message);
+    slot.message.assign(prefix.empty() ? message : prefix);
+    if (!prefix.empty()) slot.message.append(message);
   }
   ++waiting_.count_;
   const bool wake = std::exchange(writerSleeps_, false);

@@ -6,7 +6,6 @@
 #include "client/tool/explanations.h"
 #include "client/tool/history.h"
 #include "client/tool/log_outcome.h"
-#include "client/tool/text.h"
 
 namespace zarn::tool {
 namespace {
@@ -21,12 +20,6 @@ TEST(Codes, AreReadInEveryWriting) {
   EXPECT_EQ(parseCode("0"), 0U);
   for (const char* text : {"-2147483649", "4294967296", "-0x1", "0x", "", "-", "5 ", "+5", "five"}) {
     EXPECT_EQ(parseCode(text), std::nullopt) << text;
-  }
-}
-
-TEST(Codes, AreExplained) {
-  for (const std::uint32_t status : {0U, 30000U, 30001U, 30002U, 30003U, 30004U, 30005U}) {
-    EXPECT_NE(explain(CodeKind::Status, status), nullptr) << status;
   }
 }
 
@@ -91,15 +84,6 @@ TEST(LogOutcome, IsThatOfTheLastRequestThatEnded) {
   EXPECT_EQ(last->bundle, "C:\\b.exe");
   EXPECT_EQ(last->time, "Nov 15, 2026 22:42:15.123");
   EXPECT_EQ(last->installerExitCode, 0U);
-}
-
-TEST(Text, IsShapedForPeople) {
-  EXPECT_EQ(sentence(" a\r\nb  c \n"), "a b c.");
-  EXPECT_EQ(sentence("a."), "a.");
-  EXPECT_EQ(table({"A", "BB"}, {{"\xC3\xA4\xC3\xB6", "1"}, {"x", ""}}), "A   BB\n\xC3\xA4\xC3\xB6  1\nx\n");
-  EXPECT_EQ(fields({{"Name", "a\nb"}}), "Name:           a\n                b\n");
-  EXPECT_EQ(duration(605'000), "10 min 05 s");
-  EXPECT_EQ(fileSize(std::uint64_t{5} << 40), "5120.0 GiB");
 }
 
 TEST(CommandLine, IsReadOrRefusedInOneSentence) {

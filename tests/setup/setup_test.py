@@ -53,7 +53,6 @@ class SetupTest(unittest.TestCase):
         cls.first = packers.submit(cls.package, "first")
         cls.newer = packers.submit(cls.package, "newer", version="1.0.1")
         cls.broken = packers.submit(cls.package, "broken", dist=broken)
-        cls.again = packers.submit(cls.package, "a folder of another name")
 
         publisher = stage.Publisher(cls.work / "publisher")
         cls.bundles = stage.make_bundles(publisher, programs / "genuine_installer.exe",
@@ -332,9 +331,6 @@ class SetupTest(unittest.TestCase):
         self.assertIn("did not start", self.said)
 
     # ---- The package --------------------------------------------------------------
-
-    def test_the_same_input_gives_the_same_bytes(self):
-        self.assertEqual(self.again.result().read_bytes(), self.first.result().read_bytes())
 
     def test_the_bill_of_materials_names_what_is_built_in(self):
         bill = json.loads((self.first.result().parent / "ZarnUpdateService.cdx.json").read_text())

@@ -9,9 +9,7 @@ namespace zarn::testing {
 namespace {
 
 namespace fs = boost::filesystem;
-using FileUtils::holdFolder;
-using FileUtils::HoldFor;
-using FileUtils::Links;
+using namespace FileUtils;
 
 TEST(HeldFolder, CannotBeReplacedNorMadeALinkWhileItIsHeld) {
   const TempDirectory dir;
