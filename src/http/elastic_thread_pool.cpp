@@ -25,6 +25,7 @@ ElasticThreadPool::ElasticThreadPool(std::size_t lowerBound, std::size_t maxThre
 ElasticThreadPool::~ElasticThreadPool() {
   inService_ = false;
   keepOpen_.reset();  // from here on the queue ends when it is empty
+  calls_.close();
   joinWorkers();
   workQueue_->run();  // what was posted while the system made no threads
   joinWorkers();
@@ -41,16 +42,20 @@ void ElasticThreadPool::makeLowerBound() {
 
 void ElasticThreadPool::post(Task task) {
   const std::size_t demand = ++outstanding_;
+  calls_.announce();
   try {
     growIfNeeded(demand);
     boost::asio::post(*workQueue_, [this, task = std::move(task), poster = currentThreadId()] {
+      calls_.begin();
       runTask(task, poster);
       --outstanding_;
     });
   } catch (...) {
+    calls_.withdraw();
     --outstanding_;
     throw;
   }
+  calls_.call();
 }
 
 void ElasticThreadPool::growIfNeeded(std::size_t demand) {
@@ -79,17 +84,14 @@ void ElasticThreadPool::addWorker() {
 void ElasticThreadPool::work() {
   const auto queue = workQueue_;
   for (;;) {
-    queue->poll();  // spares the clock while there is work
-    if (waitAndRun(*queue)) continue;
+    while (queue->poll_one() != 0) {
+    }
+    // Who would stay anyway sleeps without a deadline: nothing wakes an idle process.
+    // When the pool has grown meanwhile, it is the others that leave.
+    const bool stays = threadCount_ <= lowerBound_ && inService_;
+    if (calls_.sleep(stays ? std::nullopt : std::optional(idleTime_))) continue;
     if (!mustStay(threadCount_) && leave()) return;
   }
-}
-
-bool ElasticThreadPool::waitAndRun(boost::asio::io_context& queue) {
-  // Who would stay anyway does so without a deadline, until the queue ends: nothing
-  // wakes an idle process. When the pool has grown meanwhile, it is the others that leave.
-  if (threadCount_ <= lowerBound_ && inService_) return queue.run() != 0;
-  return queue.run_one_until(std::chrono::steady_clock::now() + idleTime_) != 0;
 }
 
 bool ElasticThreadPool::mustStay(std::size_t threads) const noexcept {

@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 
+#include "http/worker_calls.h"
 #include "util/mutex.h"
 
 namespace zarn {
@@ -49,9 +50,6 @@ class ElasticThreadPool {
   void growIfNeeded(std::size_t demand) ZARN_EXCLUDES(mutex_);
   void addWorker() ZARN_REQUIRES(mutex_);
   void work();
-  /// Runs what comes. False when nothing came before the calling worker has been idle
-  /// for long.
-  bool waitAndRun(boost::asio::io_context& queue);
   /// Whether an idle worker stays in a pool of `threads`.
   [[nodiscard]] bool mustStay(std::size_t threads) const noexcept;
   /// Takes the calling worker out of the pool, if it may still leave.
@@ -66,6 +64,7 @@ class ElasticThreadPool {
 
   std::shared_ptr<boost::asio::io_context> workQueue_;
   boost::asio::executor_work_guard<boost::asio::io_context::executor_type> keepOpen_;
+  WorkerCalls calls_;
   Mutex mutex_;
   std::atomic<std::size_t> outstanding_{0};  ///< posted and not finished
   std::atomic<std::size_t> threadCount_{0};
