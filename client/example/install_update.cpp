@@ -41,7 +41,7 @@ int report(const InstallAnswer& answer) {
       return 0;
     case kSignatureRefused:
     case kSignerRefused:
-      std::puts("refused: download it again");
+      std::puts("refused: not shown to be the vendor's (zarn-update verify tells why)");
       return 1;
     default:
       std::printf("not installed: status %ld, installer's exit code %ld\n", static_cast<long>(answer.status),

@@ -245,16 +245,18 @@ void BaseLog::rotateAndReopen() {
   // Before the directory is looked up: a request that comes with a new directory
   // while this rotation runs must not be forgotten.
   state.bytesWritten.store(0, std::memory_order_relaxed);
-  std::string directory = logDirectory();
+  const std::string directory = logDirectory();
   const std::string baseName = state.name();
   // Callers may choose the directory: nothing in it is renamed or deleted unless the
   // directory is known to be one and to stay one.
   const auto held = FileUtils::holdFolder(directory, FileUtils::Links::Follow, FileUtils::HoldFor::Changes);
+  FileUtils::ScopedFile file;
   if (held.error == 0) {
-    directory = held.path;
-    LogFiles::rotate(directory, baseName, rotatedFileCount());
+    LogFiles::rotate(held.path, baseName, rotatedFileCount());
+    file = LogFiles::openNew(LogFiles::path(held.path, baseName, 0));
+  } else {
+    file = LogFiles::openAgain(LogFiles::path(directory, baseName, 0));  // what was not moved is not lost
   }
-  FileUtils::ScopedFile file = LogFiles::openNew(LogFiles::path(directory, baseName, 0));
   if (!file) return;
   {
     const MutexLock lock(state.fileMutex);

@@ -33,6 +33,10 @@ FileUtils::ScopedFile openNew(std::string_view path) {
   return FileUtils::safeOpen(path, "w", true, FileUtils::Links::Refuse);
 }
 
+FileUtils::ScopedFile openAgain(std::string_view path) {
+  return FileUtils::safeOpen(path, "a", true, FileUtils::Links::Refuse);
+}
+
 void writeStartupCrash(std::string_view directory, std::string_view reason) {
   const FileUtils::ScopedFile file = openNew(FileUtils::join(directory, kStartupCrashLog));
   if (!file) return;

@@ -24,6 +24,9 @@ void rotate(std::string_view directory, std::string_view baseName, std::int32_t 
 /// name or a link stands there.
 [[nodiscard]] FileUtils::ScopedFile openNew(std::string_view path);
 
+/// The same, but goes on with a file that is there.
+[[nodiscard]] FileUtils::ScopedFile openAgain(std::string_view path);
+
 /// Writes "Startup Crash.log", one line that says why the logger could not start.
 void writeStartupCrash(std::string_view directory, std::string_view reason);
 
