@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "update/caller.h"
 #include "update/status.h"
 
 namespace zarn {
@@ -29,6 +30,7 @@ struct CheckOutcome {
 /// Texts are UTF-8. Path, signer and product are what others chose: not yet fit to be shown.
 struct InstallRecord {
   std::chrono::system_clock::time_point began;
+  Caller caller;
   std::string path;
   std::optional<std::uint64_t> size;
   /// SHA-256 of the private copy, the file that was judged; empty when there was none.

@@ -1,0 +1,48 @@
+// A FIFO that nobody opens stands for everything that blocks an open for ever.
+#include <gtest/gtest.h>
+
+#include "util/io_deadline.h"
+
+#ifndef _WIN32
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "support/temp_directory.h"
+
+namespace zarn {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(IoDeadline, EndsWhatBlocksAndNothingAfterItIsDisarmed) {
+  const testing::TempDirectory dir;
+  const std::string fifo = dir / "fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  const auto start = std::chrono::steady_clock::now();
+  {
+    const IoDeadline deadline(200ms);
+    for (int again = 0; again < 2; ++again) {
+      EXPECT_EQ(::open(fifo.c_str(), O_RDONLY | O_CLOEXEC), -1);
+      EXPECT_EQ(errno, EINTR);
+    }
+  }
+  const auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(took, 200ms);
+  EXPECT_LT(took, 5s);
+  EXPECT_EQ(::usleep(300'000), 0) << "nothing interrupts the thread any more";
+}
+
+TEST(IoDeadline, ProgressPutsItOff) {
+  IoDeadline deadline(200ms);
+  for (int step = 0; step < 6; ++step) {
+    EXPECT_EQ(::usleep(100'000), 0);
+    deadline.renew();
+  }
+}
+
+}  // namespace
+}  // namespace zarn
+#endif
