@@ -1,0 +1,161 @@
+#include "update/call_queue.h"
+
+#include <iterator>
+#include <tuple>
+
+namespace zarn {
+
+CallQueue::Turn CallQueue::enter(std::string owner, IsGone isGone) {
+  Turn turn(owner);
+  Waiter self{.owner = std::move(owner), .isGone = std::move(isGone)};
+  MutexLock lock(mutex_);
+  if (isClosed_) {
+    self.refusal = Refusal::Stopping;
+  } else if (running_ < limits_.running && waiters_.empty()) {
+    begin(shares_[self.owner]);
+  } else if (makeRoomFor(self.owner)) {
+    wait(self, lock);
+  } else {
+    self.refusal = Refusal::Full;
+  }
+  turn.refusal_ = self.refusal;
+  if (self.refusal == Refusal::None) turn.queue_ = this;
+  return turn;
+}
+
+void CallQueue::wait(Waiter& self, MutexLock<Mutex>& lock) {
+  Waiters place{&self};  // before the share: what may throw comes first
+  ++shares_[self.owner].waiting;
+  waiters_.splice(waiters_.end(), place);
+  while (!self.isSettled) lock.wait(self.settled);
+}
+
+std::size_t CallQueue::waitingOf(const std::string& owner) const {
+  const auto share = shares_.find(owner);
+  return share == shares_.end() ? 0 : share->second.waiting;
+}
+
+/// Whether a further call of `owner` may wait.
+bool CallQueue::makeRoomFor(const std::string& owner) {
+  const std::size_t half = limits_.waiting / 2;
+  if (waiters_.size() >= limits_.waiting || waitingOf(owner) >= half) refuseGone();
+  const std::size_t own = waitingOf(owner);
+  const bool othersWait = own < waiters_.size();
+  if (othersWait && own >= half) return false;
+  if (waiters_.size() < limits_.waiting) return true;
+  for (auto waiter = waiters_.end(); waiter != waiters_.begin();) {
+    --waiter;  // from the newest on
+    if ((*waiter)->owner == owner || waitingOf((*waiter)->owner) <= half) continue;
+    refuse(waiter, Refusal::Full);
+    return true;
+  }
+  return false;
+}
+
+void CallQueue::refuseGone() {
+  for (auto waiter = waiters_.begin(); waiter != waiters_.end();) {
+    const auto following = std::next(waiter);
+    if ((*waiter)->isGone && (*waiter)->isGone()) refuse(waiter, Refusal::CallerGone);
+    waiter = following;
+  }
+}
+
+void CallQueue::refuse(Waiters::iterator waiter, Refusal reason) {
+  (*waiter)->refusal = reason;
+  const std::string& owner = (*waiter)->owner;
+  --shares_.at(owner).waiting;
+  forgetIfIdle(owner);
+  settle(waiter);
+}
+
+/// The waiter's thread may leave, and its object with it, as soon as the lock is free.
+void CallQueue::settle(Waiters::iterator waiter) {
+  (*waiter)->isSettled = true;
+  (*waiter)->settled.notify_one();
+  waiters_.erase(waiter);
+}
+
+void CallQueue::begin(Share& share) {
+  ++running_;
+  ++share.running;
+  share.servedAt = ++served_;
+}
+
+void CallQueue::serveNext() {
+  while (running_ < limits_.running && !waiters_.empty()) {
+    const auto waiter = next();
+    if ((*waiter)->isGone && (*waiter)->isGone()) {
+      refuse(waiter, Refusal::CallerGone);
+      continue;
+    }
+    Share& share = shares_.at((*waiter)->owner);
+    --share.waiting;
+    begin(share);
+    settle(waiter);
+  }
+}
+
+CallQueue::Waiters::iterator CallQueue::next() {
+  auto best = waiters_.begin();
+  for (auto waiter = waiters_.begin(); waiter != waiters_.end(); ++waiter) {
+    const Share& share = shares_.at((*waiter)->owner);
+    const Share& bestShare = shares_.at((*best)->owner);
+    // Of equals the oldest, which was seen first.
+    if (std::tie(share.running, share.servedAt) < std::tie(bestShare.running, bestShare.servedAt))
+      best = waiter;
+  }
+  return best;
+}
+
+void CallQueue::forgetIfIdle(const std::string& owner) {
+  const auto share = shares_.find(owner);
+  if (share != shares_.end() && share->second.running == 0 && share->second.waiting == 0)
+    shares_.erase(share);
+}
+
+void CallQueue::leave(const std::string& owner) noexcept {
+  const MutexLock lock(mutex_);
+  --running_;
+  --shares_.at(owner).running;
+  serveNext();
+  forgetIfIdle(owner);
+  if (running_ == 0) idle_.notify_all();
+}
+
+void CallQueue::close() noexcept {
+  const MutexLock lock(mutex_);
+  isClosed_ = true;
+  while (!waiters_.empty()) refuse(waiters_.begin(), Refusal::Stopping);
+}
+
+bool CallQueue::waitUntilIdle(std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  MutexLock lock(mutex_);
+  while (running_ != 0) {
+    const auto left = deadline - std::chrono::steady_clock::now();
+    if (left <= left.zero()) return false;
+    lock.waitFor(idle_, left);
+  }
+  return true;
+}
+
+std::size_t CallQueue::waiting() const {
+  const MutexLock lock(mutex_);
+  return waiters_.size();
+}
+
+const char* inWords(CallQueue::Refusal refusal) noexcept {
+  switch (refusal) {
+    case CallQueue::Refusal::Full:
+      return "too many requests wait";
+    case CallQueue::Refusal::CallerGone:
+      return "its caller is gone";
+    case CallQueue::Refusal::Stopping:
+      return "the service is stopping";
+    case CallQueue::Refusal::None:
+      break;
+  }
+  return "";
+}
+
+}  // namespace zarn
