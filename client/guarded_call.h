@@ -1,4 +1,4 @@
-// Structured exceptions as return values, for a compiler without __try.
+// RPC's structured exceptions as return values.
 #pragma once
 
 #include <cstdint>
@@ -9,9 +9,8 @@ namespace zarn::client {
 /// raised a structured exception, which is how the RPC runtime reports a failed
 /// call, and a fault of the server with the server's code. C++ exceptions pass on,
 /// and so do the codes that RpcExceptionFilter calls fatal (an access violation,
-/// say). The frames between here
-/// and the raise are unwound without running C++ destructors: `routine` must have
-/// none on its stack.
+/// say). `routine` must have no object with a destructor on its stack: see
+/// util/structured_exception.h.
 std::uint32_t callCatchingRpcExceptions(void (*routine)(void*), void* context);
 
 }  // namespace zarn::client
