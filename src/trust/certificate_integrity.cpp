@@ -3,18 +3,34 @@
 #include "trust/wide_text.h"
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/system_error.h"
 
 namespace zarn {
+namespace {
+
+/// The first line of every check; the text that stands for the file in it and in others.
+std::string announceCheck(const std::wstring& shownAs) {
+  std::string shown = printable(utf8FromWide(shownAs));
+  logLine(LogLevel::Debug, "Checking Certificate of installer: %s", shown);
+  return shown;
+}
+
+/// For the thread's last error.
+TrustResult refuseUnopened(const std::string& shown) {
+  return TrustResult::refused(logWin32Error(LogLevel::Debug, "Failed CreateFile() of %s", shown));
+}
+
+}  // namespace
 
 TrustResult CheckCertificateIntegrity(TrustApi& api, const std::wstring& path) {
-  const std::string shownPath = printable(utf8FromWide(path));
-  logLine(LogLevel::Debug, "Checking Certificate of installer: %s", shownPath);
+  return CheckCertificateIntegrity(api, path, path);
+}
 
+TrustResult CheckCertificateIntegrity(TrustApi& api, const std::wstring& path, const std::wstring& shownAs) {
+  const std::string shown = announceCheck(shownAs);
   // Open until the end: what the provider reads by name cannot be written meanwhile.
   const auto file = api.openFile(path);
-  if (!file) {
-    return TrustResult::refused(logWin32Error(LogLevel::Debug, "Failed CreateFile() of %s", shownPath));
-  }
+  if (!file) return refuseUnopened(shown);
   const auto length = file->certificateLength();
   if (!length) {
     return TrustResult::refused(logWin32Error(LogLevel::Debug, "ImageGetCertificateHeader() failed"));
@@ -30,6 +46,12 @@ TrustResult CheckCertificateIntegrity(TrustApi& api, const std::wstring& path) {
   }
   logLine(LogLevel::Debug, "Certificate integrity verified");
   return TrustResult::verified();
+}
+
+TrustResult integrityOfUnopened(const std::wstring& path, std::uint32_t error) {
+  const std::string shown = announceCheck(path);
+  setLastSystemError(error);
+  return refuseUnopened(shown);
 }
 
 }  // namespace zarn

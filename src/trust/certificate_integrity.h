@@ -1,6 +1,7 @@
 // Whether the system accepts a file's embedded Authenticode signature.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "trust/trust_api.h"
@@ -15,5 +16,13 @@ namespace zarn {
 /// against writing while it is checked. May block on the network for revocation.
 TrustResult CheckCertificateIntegrity(const std::wstring& path);
 TrustResult CheckCertificateIntegrity(TrustApi& api, const std::wstring& path);
+
+/// The same for who has another name for the file than the caller used: the log
+/// shows `shownAs` in the place of `path`.
+TrustResult CheckCertificateIntegrity(TrustApi& api, const std::wstring& path, const std::wstring& shownAs);
+
+/// What the check logs and answers for a file that it cannot open, for who has tried
+/// to open it in another way and failed with the Win32 error `error`.
+TrustResult integrityOfUnopened(const std::wstring& path, std::uint32_t error);
 
 }  // namespace zarn

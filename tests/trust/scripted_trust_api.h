@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,7 @@ struct ScriptedTrustApi final : TrustApi {
   std::string signerOfMessage = "CN=Zarn, 1";  // issuer and serial number of signer 0
   std::vector<CarriedCertificate> carried;     // certificates in the signature
   std::vector<std::string> calls;              // what happened
+  std::set<std::wstring> paths;                // what it was asked for
 
   bool succeeds(const std::string& call) {
     calls.push_back(call);
@@ -35,13 +37,16 @@ struct ScriptedTrustApi final : TrustApi {
   bool succeeds(const std::string& call, const void* buffer) {
     return succeeds(buffer == nullptr ? call + " (size)" : call);
   }
-  std::unique_ptr<SignedFile> openFile(const std::wstring& /*path*/) override {
+  std::unique_ptr<SignedFile> openFile(const std::wstring& path) override {
+    paths.insert(path);
     return succeeds("CreateFileW") ? std::make_unique<File>(*this) : nullptr;
   }
-  std::int32_t verifyTrust(const std::wstring& /*path*/) override {
+  std::int32_t verifyTrust(const std::wstring& path) override {
+    paths.insert(path);
     return succeeds("WinVerifyTrust") ? 0 : trustStatus;
   }
-  std::unique_ptr<EmbeddedSignature> querySignature(const std::wstring& /*path*/) override {
+  std::unique_ptr<EmbeddedSignature> querySignature(const std::wstring& path) override {
+    paths.insert(path);
     return succeeds("CryptQueryObject") ? std::make_unique<Signature>(*this) : nullptr;
   }
 

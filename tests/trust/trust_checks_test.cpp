@@ -91,6 +91,25 @@ TEST_F(TrustChecks, AnyFailedCallRefusesWhateverTheLastErrorIs) {
   }
 }
 
+TEST_F(TrustChecks, TheLogShowsTheCallersWordsWhateverTheFileIsCalled) {
+  const auto announced = [&] { return log_.contains("Checking Certificate of installer: words\\x0a"); };
+  EXPECT_TRUE(CheckCertificateIntegrity(api_, L"real.exe", L"words\n").isVerified());
+  EXPECT_EQ(api_.paths, std::set<std::wstring>{L"real.exe"});
+  EXPECT_TRUE(announced());
+  std::vector<std::vector<std::string>> failures;
+  for (const std::uint32_t error : {2U, 0U}) {
+    startFailing("CreateFileW", error);
+    EXPECT_EQ(CheckCertificateIntegrity(api_, L"real.exe", L"words\n").code(), error == 0 ? 31 : 2);
+    failures.push_back(log_.texts());
+    startFailing("");
+    EXPECT_EQ(integrityOfUnopened(L"words\n", error).code(), error == 0 ? 31 : 2);
+    EXPECT_TRUE(announced());
+    EXPECT_EQ(log_.texts(), failures.back());
+    EXPECT_TRUE(log_.contains("Failed CreateFile() of words\\x0a"));
+    EXPECT_THAT(api_.calls, ElementsAre());
+  }
+}
+
 TEST_F(TrustChecks, TheProvidersStatusIsTheResultAndAnError) {
   startFailing("WinVerifyTrust");
   api_.trustStatus = static_cast<std::int32_t>(0x800b010cU);  // a certificate was revoked
