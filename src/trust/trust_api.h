@@ -23,11 +23,12 @@ class SignedFile {
   virtual ~SignedFile() = default;
 
   /// ImageGetCertificateHeader of the first entry in the file's certificate
-  /// table: the length in bytes that the entry claims to have.
+  /// table: the length in bytes that the entry claims to have; 0 for a table that
+  /// certificate_table.h refuses, which no parser is shown.
   [[nodiscard]] virtual std::optional<std::uint32_t> certificateLength() = 0;
 
-  /// ImageGetCertificateData of the same entry, which claims `length` bytes. The
-  /// data is kept as long as this object.
+  /// ImageGetCertificateData of the same entry, which claims `length` bytes; fails
+  /// for a refused table. The data is kept as long as this object.
   [[nodiscard]] virtual bool readCertificate(std::uint32_t length) = 0;
 };
 
@@ -67,14 +68,15 @@ class TrustApi {
  public:
   virtual ~TrustApi() = default;
 
-  /// CreateFileW.
+  /// CreateFileW, with a limit on the time that it may take.
   [[nodiscard]] virtual std::unique_ptr<SignedFile> openFile(const std::wstring& path) = 0;
 
   /// WinVerifyTrust: whole chain, revocation included, no user interface. 0 means
   /// trusted; any other status is the provider's reason.
   [[nodiscard]] virtual std::int32_t verifyTrust(const std::wstring& path) = 0;
 
-  /// CryptQueryObject for the file's embedded signature.
+  /// CryptQueryObject for the file's embedded signature, with a limit on the time.
+  /// A file whose certificate table is missing or refused is not shown to it.
   [[nodiscard]] virtual std::unique_ptr<EmbeddedSignature> querySignature(const std::wstring& path) = 0;
 };
 

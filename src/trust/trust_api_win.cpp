@@ -6,11 +6,15 @@
 #include <softpub.h>
 #include <wincrypt.h>
 
+#include <chrono>
 #include <cstring>
+#include <span>
 #include <utility>
 #include <vector>
 
+#include "trust/certificate_table.h"
 #include "trust/wintrust_call_win.h"
+#include "util/io_deadline.h"
 #include "util/windows_handles.h"
 
 namespace zarn {
@@ -48,35 +52,84 @@ struct CertificateTraits {
   static void close(Handle handle) noexcept { CertFreeCertificateContext(handle); }
 };
 
+/// Does `operation`, which reads a file that others chose, under a deadline, and
+/// keeps the last error that it leaves.
+template <typename Operation>
+auto within(std::chrono::milliseconds limit, const Operation& operation) {
+  DWORD error = ERROR_SUCCESS;
+  auto result = [&] {
+    const IoDeadline deadline(limit);
+    auto answer = operation();
+    error = GetLastError();
+    return answer;
+  }();
+  SetLastError(error);
+  return result;
+}
+
+FileHandle openForChecks(const std::wstring& path) {
+  FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              kOpenFlags | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS, nullptr));
+  if (file && GetFileType(file.get()) != FILE_TYPE_DISK) {
+    file.reset();
+    SetLastError(ERROR_BAD_FILE_TYPE);
+  }
+  return file;
+}
+
+bool readAt(HANDLE file, std::uint64_t offset, std::span<std::byte> bytes) {
+  OVERLAPPED place{};
+  place.Offset = static_cast<DWORD>(offset);
+  place.OffsetHigh = static_cast<DWORD>(offset >> 32U);
+  DWORD read = 0;
+  return ReadFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &read, &place) != FALSE &&
+         read == bytes.size();
+}
+
+CertificateTable judgeTableOf(HANDLE file) {
+  LARGE_INTEGER size{};
+  if (GetFileSizeEx(file, &size) == FALSE) return {};
+  return judgeCertificateTable(
+      static_cast<std::uint64_t>(size.QuadPart),
+      [file](std::uint64_t offset, std::span<std::byte> bytes) { return readAt(file, offset, bytes); });
+}
+
 class WindowsSignedFile final : public SignedFile {
  public:
   explicit WindowsSignedFile(FileHandle file) noexcept : file_(std::move(file)) {}
 
   std::optional<std::uint32_t> certificateLength() override {
-    WIN_CERTIFICATE header;
-    std::memset(&header, 0, sizeof(header));  // with the four bytes of bCertificate and its padding
-    header.wRevision = WIN_CERT_REVISION_1_0;
-    if (ImageGetCertificateHeader(file_.get(), kFirstCertificate, &header) == FALSE) return std::nullopt;
-    return header.dwLength;
+    return within(kOpenLimit, [&]() -> std::optional<std::uint32_t> {
+      table_ = judgeTableOf(file_.get());
+      // What is refused is seen by no parser; readCertificate() says so.
+      if (table_.verdict == CertificateTable::Verdict::Refused) return 0;
+      WIN_CERTIFICATE header;
+      std::memset(&header, 0, sizeof(header));  // with the four bytes of bCertificate and its padding
+      header.wRevision = WIN_CERT_REVISION_1_0;
+      if (ImageGetCertificateHeader(file_.get(), kFirstCertificate, &header) == FALSE) return std::nullopt;
+      return header.dwLength;
+    });
   }
 
   bool readCertificate(std::uint32_t length) override {
-    LARGE_INTEGER fileBytes{};
-    if (GetFileSizeEx(file_.get(), &fileBytes) == FALSE) return false;
-    if (static_cast<LONGLONG>(length) > fileBytes.QuadPart) {
-      // The length is the file author's; memory is not given for a lie.
+    // When the system finds another entry than was judged, or one where none was
+    // found, then it is not known what its parsers would see.
+    if (!table_.isAcceptable() || length != table_.firstEntryBytes) {
       SetLastError(ERROR_INVALID_DATA);
       return false;
     }
     certificate_.resize(std::size_t{length} + kCertificateHeadroomBytes);
-    DWORD required = length;
-    return ImageGetCertificateData(file_.get(), kFirstCertificate,
-                                   reinterpret_cast<WIN_CERTIFICATE*>(certificate_.data()),
-                                   &required) != FALSE;
+    return within(kOpenLimit, [&] {
+      DWORD required = length;
+      return ImageGetCertificateData(file_.get(), kFirstCertificate,
+                                     reinterpret_cast<WIN_CERTIFICATE*>(certificate_.data()),
+                                     &required) != FALSE;
+    });
   }
 
  private:
   FileHandle file_;
+  CertificateTable table_;
   std::vector<std::byte> certificate_;
 };
 
@@ -138,23 +191,35 @@ class WindowsEmbeddedSignature final : public EmbeddedSignature {
 class WindowsTrustApi final : public TrustApi {
  public:
   std::unique_ptr<SignedFile> openFile(const std::wstring& path) override {
-    FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                kOpenFlags | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS, nullptr));
-    if (!file) return nullptr;
-    if (GetFileType(file.get()) != FILE_TYPE_DISK) {
-      SetLastError(ERROR_BAD_FILE_TYPE);
-      return nullptr;
-    }
-    return std::make_unique<WindowsSignedFile>(std::move(file));
+    FileHandle file = within(kOpenLimit, [&] { return openForChecks(path); });
+    return file ? std::make_unique<WindowsSignedFile>(std::move(file)) : nullptr;
   }
 
   std::int32_t verifyTrust(const std::wstring& path) override {
     WinTrustCall call(path.c_str());
     GUID action = WINTRUST_ACTION_GENERIC_VERIFY_V2;
-    return WinVerifyTrust(static_cast<HWND>(INVALID_HANDLE_VALUE), &action, call.data());
+    // The provider reads the whole file, as a copy does.
+    return within(kCopyLimit, [&] {
+      return WinVerifyTrust(static_cast<HWND>(INVALID_HANDLE_VALUE), &action, call.data());
+    });
   }
 
   std::unique_ptr<EmbeddedSignature> querySignature(const std::wstring& path) override {
+    return within(kOpenLimit, [&] { return judgedSignature(path); });
+  }
+
+ private:
+  /// Judges the table here, too: who only wants to know the signer asks without
+  /// CheckCertificateIntegrity() or after it has refused.
+  static std::unique_ptr<EmbeddedSignature> judgedSignature(const std::wstring& path) {
+    const FileHandle held = openForChecks(path);
+    if (!held) return nullptr;
+    const CertificateTable table = judgeTableOf(held.get());
+    if (!table.isAcceptable()) {
+      const bool isMissing = table.verdict == CertificateTable::Verdict::Missing;
+      SetLastError(isMissing ? static_cast<DWORD>(CRYPT_E_NO_MATCH) : ERROR_INVALID_DATA);
+      return nullptr;
+    }
     DWORD encoding = 0;
     DWORD content = 0;
     DWORD format = 0;

@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <psapi.h>
+
 #include <cstddef>
 
+#include "program_image.h"
 #include "support/recording_log.h"
 #include "support/temp_directory.h"
 #include "trust/certificate_identity.h"
@@ -16,27 +19,19 @@
 namespace zarn::testing {
 namespace {
 
-/// A program of nothing but headers and a signature of zeros that claims to be `length` bytes long.
-std::string programSignedWithZeros(DWORD length) {
-  struct Image {
-    IMAGE_DOS_HEADER dos;
-    IMAGE_NT_HEADERS64 headers;
-    WIN_CERTIFICATE certificate;
-    char signature[64];
-  } image{};
-  image.dos.e_magic = IMAGE_DOS_SIGNATURE;
-  image.dos.e_lfanew = offsetof(Image, headers);
-  image.headers.Signature = IMAGE_NT_SIGNATURE;
-  image.headers.FileHeader.Machine = IMAGE_FILE_MACHINE_AMD64;
-  image.headers.FileHeader.SizeOfOptionalHeader = sizeof(IMAGE_OPTIONAL_HEADER64);
-  image.headers.OptionalHeader.Magic = IMAGE_NT_OPTIONAL_HDR64_MAGIC;
-  image.headers.OptionalHeader.NumberOfRvaAndSizes = IMAGE_NUMBEROF_DIRECTORY_ENTRIES;
-  image.headers.OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_SECURITY] = {offsetof(Image, certificate),
-                                                                                length};
-  image.certificate.dwLength = length;
-  image.certificate.wRevision = WIN_CERT_REVISION_2_0;
-  image.certificate.wCertificateType = WIN_CERT_TYPE_PKCS_SIGNED_DATA;
-  return {reinterpret_cast<const char*>(&image), sizeof(image)};
+/// A program with a signature of zeros that claims to be `length` bytes long.
+std::string signedWithZeros(std::uint64_t length) {
+  ProgramImage image(true);
+  image.claim(image.table(), length);
+  put(image.bytes, image.table(), length, 4);
+  return image.bytes;
+}
+
+/// The most memory that this process ever had at once.
+std::size_t peakMemory() {
+  PROCESS_MEMORY_COUNTERS counters{};
+  EXPECT_TRUE(GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof(counters)));
+  return counters.PeakWorkingSetSize;
 }
 
 class SystemTrustApi : public ::testing::Test {
@@ -52,15 +47,22 @@ class SystemTrustApi : public ::testing::Test {
 
 TEST_F(SystemTrustApi, RefusesWhatNobodySignedAndKeepsNothingOpen) {
   constexpr std::int32_t any = -1;  // the number is the system's affair
+  const std::string tableRefused = "ImageGetCertificateData() failed";
   const struct {
     std::string content;
     std::int32_t code;
     std::string line;
   } table[] = {
       {"no program", any, "ImageGetCertificateHeader() failed"},
-      {programSignedWithZeros(0), any, "ImageGetCertificateHeader() failed"},
-      {programSignedWithZeros(0x04000000), ERROR_INVALID_DATA, "ImageGetCertificateData() failed"},
-      {programSignedWithZeros(72), any, "Certificate couldn't be verified with the following error:"},
+      {signedWithZeros(0), any, "ImageGetCertificateHeader() failed"},
+      {ProgramImage(false, {}).bytes, any, "ImageGetCertificateHeader() failed"},
+      {signedWithZeros(0x04000000), ERROR_INVALID_DATA, tableRefused},
+      // The trust provider of Wine faults on the first two, and Windows' is not asked either.
+      {ProgramImage(true, {{72, 1}}).bytes, ERROR_INVALID_DATA, tableRefused},
+      {ProgramImage(false, {{72, 1}, {72}}).bytes, ERROR_INVALID_DATA, tableRefused},
+      {ProgramImage(true, {{72}, {72, 1}}).bytes, ERROR_INVALID_DATA, tableRefused},
+      {ProgramImage(false, {{7}}).bytes, ERROR_INVALID_DATA, tableRefused},
+      {signedWithZeros(72), any, "Certificate couldn't be verified with the following error:"},
   };
   for (const auto& [content, code, line] : table) {
     const RecordingLog log;
@@ -74,6 +76,22 @@ TEST_F(SystemTrustApi, RefusesWhatNobodySignedAndKeepsNothingOpen) {
     EXPECT_TRUE(log.contains("CryptQueryObject() failed"));
     EXPECT_TRUE(open(GENERIC_READ, 0));
   }
+}
+
+TEST_F(SystemTrustApi, NoMemoryIsGivenForWhatAFileClaims) {
+  constexpr DWORD claim = 200U << 20U;
+  writeFile(folder_ / "bundle.exe", signedWithZeros(claim));
+  {
+    const FileHandle file = open(GENERIC_WRITE, 0);
+    ASSERT_NE(SetFilePointer(file.get(), claim + 4096, nullptr, FILE_BEGIN), INVALID_SET_FILE_POINTER);
+    ASSERT_TRUE(SetEndOfFile(file.get()));  // the claim does lie in the file
+  }
+  const RecordingLog log;
+  const std::size_t before = peakMemory();
+  EXPECT_EQ(integrity().code(), ERROR_INVALID_DATA);
+  EXPECT_TRUE(log.contains("ImageGetCertificateData() failed"));
+  EXPECT_EQ(systemTrustApi().querySignature(file_), nullptr);
+  EXPECT_LT(peakMemory() - before, claim / 10);
 }
 
 TEST_F(SystemTrustApi, ACheckKeepsWritersOutAndNeedsReaders) {
