@@ -13,4 +13,10 @@ void shutLoggerDown();
 /// anywhere, holding any lock, so nothing of the process runs on.
 [[noreturn]] void endProcess(std::uint32_t exitCode);
 
+/// Ends the process after a fault of the calling thread, with the fault's code, once a
+/// line about it has been written or five seconds have passed. The thread may hold any
+/// lock, so that nothing else is done on it. After logFatal(), whose code this is for,
+/// there has been a line.
+[[noreturn]] void endProcessAfterFault(std::uint32_t code) noexcept;
+
 }  // namespace zarn

@@ -5,6 +5,9 @@
 #include <cstdlib>
 
 #include "log/log.h"
+#include "util/logging.h"
+#include "util/quietly.h"
+#include "util/windows_handles.h"
 
 namespace zarn {
 
@@ -19,6 +22,31 @@ void endProcess(std::uint32_t exitCode) {
   shutLoggerDown();
   TerminateProcess(GetCurrentProcess(), exitCode);
   std::_Exit(static_cast<int>(exitCode));
+}
+
+namespace {
+
+constexpr std::uint32_t kFatalErrorCode = 0xC0DEDEAD;
+constexpr DWORD kLastLineMilliseconds = 5000;
+
+DWORD WINAPI writeLastLine(void* code) {
+  quietly([code] {
+    logLine(LogLevel::Error, "Error: Structured exception 0x%08x in a call, exiting",
+            *static_cast<const std::uint32_t*>(code));
+    Log::instance().flush();
+  });
+  return 0;
+}
+
+}  // namespace
+
+void endProcessAfterFault(std::uint32_t code) noexcept {
+  if (code != kFatalErrorCode) {
+    const KernelHandle thread(CreateThread(nullptr, 0, writeLastLine, &code, 0, nullptr));
+    if (thread) WaitForSingleObject(thread.get(), kLastLineMilliseconds);
+  }
+  TerminateProcess(GetCurrentProcess(), code);
+  std::_Exit(static_cast<int>(code));
 }
 
 }  // namespace zarn

@@ -9,6 +9,7 @@
 
 #include "log/log.h"
 #include "service/end_process.h"
+#include "service/mitigations.h"
 #include "system/system_info.h"
 #include "update/update_service.h"
 #include "util/logging.h"
@@ -95,6 +96,7 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
     SetLastError(dllSearchError);
     zarn::logWin32Error(zarn::LogLevel::Error, "The DLL search could not be restricted.");
   }
+  zarn::applyMitigations();
   zarn::startNetworkLogging(log);
   zarn::runService();
 }

@@ -8,7 +8,9 @@
 
 #include "trust/signer_observer.h"
 #include "trust/trust_result.h"
+#include "update/requester.h"
 #include "update/run_installer.h"
+#include "update/staged_installer.h"
 #include "update/status.h"
 #include "update/update_history.h"
 
@@ -23,8 +25,10 @@ struct IdentityFacts {
 
 /// What an install request needs of the rest of the service.
 struct InstallCollaborators {
-  /// Whether the system trusts the signature of the file at a path.
-  std::function<TrustResult(const std::wstring&)> checkIntegrity;
+  /// Opens a bundle for whoever asks, as zarn::openBundle() does.
+  std::function<FileHandle(const std::wstring&)> openBundle = zarn::openBundle;
+  /// Whether the system trusts the signature of the file at a path; the log shows the second text.
+  std::function<TrustResult(const std::wstring&, const std::wstring&)> checkIntegrity;
   /// Whether its signer is approved.
   std::function<TrustResult(const std::wstring&, IdentityFacts&)> checkIdentity;
   /// Keeps the record of a request that has ended, before its caller has the
@@ -43,12 +47,16 @@ class InstallRequest {
   /// Copies the bundle, checks the copy, runs it and collects its logs; under a
   /// lock of the whole process, so one install runs at a time. `exitCode` is
   /// written only when the copy got past all checks. Throws what the
-  /// collaborators throw, after the request has been recorded.
-  Status Install(const std::wstring& bundlePath, std::int32_t& exitCode) const;
+  /// collaborators throw before an installer runs, after the request has been
+  /// recorded; once one has run, nothing that fails changes the answer.
+  Status Install(const Requester& requester, const std::wstring& bundlePath, std::int32_t& exitCode) const;
 
   /// The checks alone, for a caller's own file, which may be anything. Installed
   /// stands for "trusted" here; else SignatureRefused or SignerRefused.
   [[nodiscard]] Status checkCallersBundle(const std::wstring& path) const;
+
+  /// Records and logs an install that is not even begun. `reason` is the end of a sentence.
+  void refuse(const Requester& requester, const std::wstring& bundlePath, const char* reason) const;
 
  private:
   struct Outcome {
@@ -56,11 +64,13 @@ class InstallRequest {
     bool restartsService = false;
   };
 
-  Outcome installRecorded(const std::wstring& bundlePath, std::int32_t& exitCode) const;
+  Outcome installRecorded(const Requester& requester, const std::wstring& bundlePath,
+                          std::int32_t& exitCode) const;
   Outcome install(const std::wstring& bundlePath, std::int32_t& exitCode, InstallRecord& record) const;
   Outcome installStaged(const std::wstring& stagedPath, std::int32_t& exitCode, InstallRecord& record) const;
   [[nodiscard]] Status CheckBundle(const std::wstring& path, InstallRecord& record) const;
-  [[nodiscard]] Status runChecks(const std::wstring& path, InstallRecord& record) const;
+  [[nodiscard]] Status runChecks(const std::wstring& path, const std::wstring& shownAs,
+                                 InstallRecord& record) const;
 
   InstallCollaborators collaborators_;
 };

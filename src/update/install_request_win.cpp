@@ -1,6 +1,7 @@
 #include <chrono>
 #include <utility>
 
+#include "trust/certificate_integrity.h"
 #include "update/file_digest.h"
 #include "update/install_request.h"
 #include "update/installer_logs.h"
@@ -10,6 +11,7 @@
 #include "util/logging.h"
 #include "util/mutex.h"
 #include "util/printable.h"
+#include "util/quietly.h"
 #include "util/string_utils.h"
 #include "util/system_error.h"
 
@@ -26,8 +28,17 @@ void logCheck(const std::wstring& path) {
   logLine(LogLevel::Debug, "CheckBundle() from UpdateInterface: %s", shown(path));
 }
 
-bool isAcceptableBundle(const std::wstring& path, InstallRecord& record) {
-  const auto bytes = static_cast<std::int64_t>(FileUtils::fileSize(StringUtils::utf16to8(path)));
+/// -1 when it cannot be read.
+std::int64_t sizeOf(HANDLE file, const std::wstring& path) {
+  LARGE_INTEGER bytes{};
+  if (GetFileSizeEx(file, &bytes) != 0) return bytes.QuadPart;
+  const DWORD error = failureCode(GetLastError());
+  logLine(LogLevel::Error, "Couldn't get size of file %s: %s", shown(path), systemErrorPhrase(error));
+  return -1;
+}
+
+bool isAcceptableBundle(HANDLE bundle, const std::wstring& path, InstallRecord& record) {
+  const std::int64_t bytes = sizeOf(bundle, path);
   if (bytes >= 0) record.size = static_cast<std::uint64_t>(bytes);
   if (!isAcceptableBundleSize(bytes)) {
     logLine(LogLevel::Error, "Provided bundle is too large.");
@@ -53,36 +64,34 @@ bool noteAnswer(InstallRecord& record, Check check, const TrustResult& result, V
   return record.note(check, refusal, describeSystemError(static_cast<std::uint32_t>(result.code())));
 }
 
-/// What is known once the installer has ended. From there on only the record may suffer.
+/// What is known once the installer has ended.
 void noteInstalled(InstallRecord& record, std::uint32_t exitCode, const std::string& digest,
-                   const std::wstring& stagedPath) noexcept {
-  try {
-    record.exitCode = exitCode;
-    record.sha256 = digest;
-    const FileVersion version = readFileVersion(StringUtils::utf16to8(stagedPath));
-    record.product = version.product;
-    record.productVersion = version.productVersion;
-  } catch (...) {  // NOLINT(bugprone-empty-catch): no update depends on its record
-  }
+                   const std::wstring& stagedPath) {
+  record.exitCode = exitCode;
+  record.sha256 = digest;
+  const FileVersion version = readFileVersion(StringUtils::utf16to8(stagedPath));
+  record.product = version.product;
+  record.productVersion = version.productVersion;
 }
 
 /// Hands the record over when the request ends, in whichever way.
 class Recording {
  public:
-  Recording(const InstallCollaborators& collaborators, const std::wstring& bundlePath)
+  Recording(const InstallCollaborators& collaborators, const Requester& requester,
+            const std::wstring& bundlePath)
       : collaborators_(collaborators) {
     record_.began = std::chrono::system_clock::now();
+    record_.caller = requester.caller;
     record_.path = StringUtils::utf16to8(bundlePath);
   }
   Recording(const Recording&) = delete;
   Recording& operator=(const Recording&) = delete;
   ~Recording() {
-    try {
-      record_.duration =
-          std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_);
+    record_.duration =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_);
+    quietly([this] {  // no update depends on its record
       if (collaborators_.record) collaborators_.record(record_);
-    } catch (...) {  // NOLINT(bugprone-empty-catch): no update depends on its record
-    }
+    });
   }
 
   InstallRecord& record() noexcept { return record_; }
@@ -93,11 +102,12 @@ class Recording {
   InstallRecord record_;
 };
 
-/// "\\server\...", "\\.\pipe\...", "\??\pipe\..." and their like, which may lead to a file of another
-/// process's making.
-bool leavesTheDrives(const std::wstring& path) {
-  const auto isSeparator = [](wchar_t c) { return c == L'\\' || c == L'/'; };
-  return path.size() >= 2 && isSeparator(path[0]) && (isSeparator(path[1]) || path[1] == L'?');
+void tidyUp(const std::wstring& stagedPath) {
+  if (!FileUtils::deleteFile(StringUtils::utf16to8(stagedPath))) {
+    logLine(LogLevel::Warn, "Failed to delete bundle from temp directory.");
+  }
+  logLine(LogLevel::Debug, "Copying installer logs");
+  collectInstallerLogs();
 }
 
 }  // namespace
@@ -105,20 +115,30 @@ bool leavesTheDrives(const std::wstring& path) {
 InstallRequest::InstallRequest(InstallCollaborators collaborators)
     : collaborators_(std::move(collaborators)) {}
 
-Status InstallRequest::Install(const std::wstring& bundlePath, std::int32_t& exitCode) const {
+Status InstallRequest::Install(const Requester& requester, const std::wstring& bundlePath,
+                               std::int32_t& exitCode) const {
   const MutexLock lock(installMutex);
   const LogTag serviceTag("UpdateService");
   const LogTag installTag("Install");
   logLine(LogLevel::Debug, "bundlePath: %s", shown(bundlePath));
 
-  const Outcome outcome = installRecorded(bundlePath, exitCode);
-  if (outcome.restartsService) collaborators_.restart();
+  const Outcome outcome = installRecorded(requester, bundlePath, exitCode);
+  if (outcome.restartsService) quietly([this] { collaborators_.restart(); });
   return outcome.status;
 }
 
-InstallRequest::Outcome InstallRequest::installRecorded(const std::wstring& bundlePath,
+void InstallRequest::refuse(const Requester& requester, const std::wstring& bundlePath,
+                            const char* reason) const {
+  Recording recording(collaborators_, requester, bundlePath);
+  recording.record().note(Check::Open, Verdict::NotReached, reason);
+  logLine(LogLevel::Error, "Install: the request for %s is refused, %s.", shown(bundlePath),
+          std::string_view(reason));
+}
+
+InstallRequest::Outcome InstallRequest::installRecorded(const Requester& requester,
+                                                        const std::wstring& bundlePath,
                                                         std::int32_t& exitCode) const {
-  Recording recording(collaborators_, bundlePath);
+  Recording recording(collaborators_, requester, bundlePath);
   const Outcome outcome = install(bundlePath, exitCode, recording.record());
   recording.record().status = outcome.status;
   return outcome;
@@ -127,19 +147,19 @@ InstallRequest::Outcome InstallRequest::installRecorded(const std::wstring& bund
 InstallRequest::Outcome InstallRequest::install(const std::wstring& bundlePath, std::int32_t& exitCode,
                                                 InstallRecord& record) const {
   // Open until the request ends, so that nobody changes what is examined here.
-  const FileHandle bundle = openBundle(bundlePath);
+  const FileHandle bundle = collaborators_.openBundle(bundlePath);
   if (!bundle) {
     noteFailure(record, Check::Open);
     logWin32Error(LogLevel::Error, "CreateFileW() failed.");
     return {Status::Failed};
   }
   record.note(Check::Open, Verdict::Passed);
-  if (!isAcceptableBundle(bundlePath, record)) return {Status::Failed};
+  if (!isAcceptableBundle(bundle.get(), bundlePath, record)) return {Status::Failed};
   const std::wstring stagedPath = stagedInstallerPath();
-  // By its real name, which the open handle pins: a link on the caller's path could
-  // lead somewhere else by now.
+  // By its real name, which the open handle pins: what the caller's name leads to may
+  // be something else by now.
   const std::wstring pinnedPath = finalPath(bundle.get());
-  if (!copyBundle(pinnedPath.empty() ? bundlePath : pinnedPath, stagedPath)) {
+  if (pinnedPath.empty() || !copyBundle(pinnedPath, stagedPath)) {
     noteFailure(record, Check::Copy);
     logWin32Error(LogLevel::Error, "Failed to copy bundle to temp directory.");
     return {Status::Failed};
@@ -167,38 +187,36 @@ InstallRequest::Outcome InstallRequest::installStaged(const std::wstring& staged
   }
   const std::uint32_t installerExit = RunInstaller(stagedPath, collaborators_.runOptions);
   exitCode = static_cast<std::int32_t>(installerExit);
-  noteInstalled(record, installerExit, digest.finish(), stagedPath);
+  // From here on nothing that fails may change the answer or keep the service from restarting.
+  quietly([&] { noteInstalled(record, installerExit, digest.finish(), stagedPath); });
   copy.reset();
-  if (!FileUtils::deleteFile(StringUtils::utf16to8(stagedPath))) {
-    logLine(LogLevel::Warn, "Failed to delete bundle from temp directory.");
-  }
-  logLine(LogLevel::Debug, "Copying installer logs");
-  collectInstallerLogs();
+  quietly([&] { tidyUp(stagedPath); });
   const InstallerExit judgement = judgeExitCode(installerExit);
   return {judgement.status, judgement.restartsService};
 }
 
 Status InstallRequest::CheckBundle(const std::wstring& path, InstallRecord& record) const {
   logCheck(path);
-  return runChecks(path, record);
+  return runChecks(path, path, record);
 }
 
 Status InstallRequest::checkCallersBundle(const std::wstring& path) const {
   logCheck(path);
-  // Keeps a pipe's server from meeting the checks, which open the path by name.
-  // An ordinary file that cannot be opened is left to the checks to report.
-  const FileHandle file = openBundle(path);
-  const bool isDiskFile = file || (GetLastError() != ERROR_BAD_FILE_TYPE && !leavesTheDrives(path));
-  if (!isDiskFile) {
-    logWin32Error(LogLevel::Error, "CreateFileW() failed.");
+  // Held while it is checked by its real name, so that what the caller's name leads to
+  // does not matter any more.
+  const FileHandle file = collaborators_.openBundle(path);
+  const std::wstring pinnedPath = file ? finalPath(file.get()) : std::wstring();
+  if (pinnedPath.empty()) {
+    static_cast<void>(integrityOfUnopened(path, GetLastError()));
     return Status::SignatureRefused;
   }
   InstallRecord unused;
-  return runChecks(path, unused);
+  return runChecks(pinnedPath, path, unused);
 }
 
-Status InstallRequest::runChecks(const std::wstring& path, InstallRecord& record) const {
-  const TrustResult integrity = collaborators_.checkIntegrity(path);
+Status InstallRequest::runChecks(const std::wstring& path, const std::wstring& shownAs,
+                                 InstallRecord& record) const {
+  const TrustResult integrity = collaborators_.checkIntegrity(path, shownAs);
   if (!noteAnswer(record, Check::Integrity, integrity, Verdict::Refused)) return Status::SignatureRefused;
   IdentityFacts facts;
   const TrustResult identity = collaborators_.checkIdentity(path, facts);

@@ -3,6 +3,7 @@
 #include "update/run_installer.h"
 #include "update/status.h"
 #include "util/logging.h"
+#include "util/quietly.h"
 #include "util/system_error.h"
 #include "util/windows_handles.h"
 
@@ -43,31 +44,37 @@ std::uint32_t RunInstaller(const std::wstring& installerPath, const RunInstaller
   if (!installer.process) {
     return failureCode(logWin32Error(LogLevel::Error, "UpdateService::RunInstaller: CreateProcess failed"));
   }
-  logLine(LogLevel::Debug, "Create Process Success! Waiting for process to complete.");
+  // While an installer runs and after it has, a line that cannot be had changes nothing.
+  quietly([] { logLine(LogLevel::Debug, "Create Process Success! Waiting for process to complete."); });
   const DWORD waited = WaitForSingleObject(installer.process.get(), options.waitMilliseconds);
   if (waited == WAIT_TIMEOUT) {
-    logLine(LogLevel::Error, "Wait for installer timed out.");
+    quietly([] { logLine(LogLevel::Error, "Wait for installer timed out."); });
   } else if (waited == WAIT_FAILED) {
     // As after a time-out, the exit code of an installer that still runs is no success.
-    logWin32Error(LogLevel::Error, "UpdateService::RunInstaller: WaitForSingleObject failed");
+    quietly(
+        [] { logWin32Error(LogLevel::Error, "UpdateService::RunInstaller: WaitForSingleObject failed"); });
   }
 
   std::uint32_t exitCode = 0;
   if (!options.readExitCode(installer.process.get(), exitCode)) {
     {
       const LastErrorKeeper keeper;
-      logLine(LogLevel::Error, "Failed to get exit code");
+      quietly([] { logLine(LogLevel::Error, "Failed to get exit code"); });
     }
-    logWin32Error(LogLevel::Error,
-                  "UpdateService::RunInstaller: GetExitCodeProcess failed while retrieving exit code from "
-                  "installer.");
+    quietly([] {
+      logWin32Error(LogLevel::Error,
+                    "UpdateService::RunInstaller: GetExitCodeProcess failed while retrieving exit code from "
+                    "installer.");
+    });
     // Handles in doubt are not closed: they could be somebody else's by now.
     static_cast<void>(installer.process.release());
     static_cast<void>(installer.thread.release());
     return kExitCodeUnknown;
   }
-  logLine(LogLevel::Debug, "Installer exit code:  %d - %s", static_cast<std::int32_t>(exitCode),
-          systemErrorPhrase(exitCode));
+  quietly([exitCode] {
+    logLine(LogLevel::Debug, "Installer exit code:  %d - %s", static_cast<std::int32_t>(exitCode),
+            systemErrorPhrase(exitCode));
+  });
   return exitCode;
 }
 

@@ -24,16 +24,23 @@ inline constexpr std::int64_t kMaximumBundleBytes = 0x40000000;
 /// is no such directory, so that every operation on it fails.
 [[nodiscard]] std::wstring stagedInstallerPath();
 
+/// Whether a bundle's path leads, as it stands, to a drive of this machine and not to
+/// a share, a device or a pipe. Opens nothing.
+[[nodiscard]] bool isOnThisMachine(const std::wstring& path);
+
 /// Opens a caller's file for reading; nobody can write, rename or delete it while
-/// the handle is open. Only files on disk: a pipe or device is let go at once,
-/// without its owner being able to act in our name. Invalid on failure, with the
-/// last error set.
+/// the handle is open. Only files on disks of this machine, and, where shares are
+/// allowed, on shares; a pipe or device is let go at once, without its owner being able
+/// to act in our name. Invalid on failure, with the last error set.
+[[nodiscard]] FileHandle openDiskFile(const std::wstring& path);
+
+/// The same, given up after kOpenLimit.
 [[nodiscard]] FileHandle openBundle(const std::wstring& path);
 
 /// Copies `from` to `to`, replacing what is there without writing through it: a
 /// hard link planted at `to` loses its name and its file stays as it was. Ends
-/// as soon as more than `maximumBytes` have been copied. Sets the last error on
-/// failure.
+/// as soon as more than `maximumBytes` have been copied, or after kCopyLimit. Sets
+/// the last error on failure.
 [[nodiscard]] bool copyBundle(const std::wstring& from, const std::wstring& to,
                               std::int64_t maximumBytes = kMaximumBundleBytes);
 

@@ -4,6 +4,7 @@
 #include <boost/filesystem/path.hpp>
 
 #include "util/file_utils.h"
+#include "util/io_deadline.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"
 #include "util/system_error.h"
@@ -38,7 +39,12 @@ std::wstring stagedInstallerPath() {
   return (directory / names::kStagedInstaller.wide).native();
 }
 
-FileHandle openBundle(const std::wstring& path) {
+bool isOnThisMachine(const std::wstring& path) {
+  const bool onDrive = path.size() > 2 && path[1] == L':' && (path[2] == L'\\' || path[2] == L'/');
+  return onDrive && GetDriveTypeW((path.substr(0, 2) + L'\\').c_str()) != DRIVE_REMOTE;
+}
+
+FileHandle openDiskFile(const std::wstring& path) {
   FileHandle file = openForExamination(path, kAnonymous);
   if (file && GetFileType(file.get()) != FILE_TYPE_DISK) {
     file.reset();
@@ -47,7 +53,13 @@ FileHandle openBundle(const std::wstring& path) {
   return file;
 }
 
+FileHandle openBundle(const std::wstring& path) {
+  const IoDeadline deadline(kOpenLimit);
+  return openDiskFile(path);
+}
+
 bool copyBundle(const std::wstring& from, const std::wstring& to, std::int64_t maximumBytes) {
+  const IoDeadline deadline(kCopyLimit);
   const std::string target = StringUtils::utf16to8(to);
   // What cannot be deleted (a running installer, a directory with files) makes
   // the copy fail, and so does anything that somebody puts there in between.

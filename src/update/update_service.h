@@ -6,6 +6,9 @@
 #include <string>
 
 #include "service/win32_service.h"
+#include "update/bounded_listener.h"
+#include "update/call_queue.h"
+#include "update/requester.h"
 #include "update/status.h"
 
 namespace zarn {
@@ -16,11 +19,17 @@ inline constexpr std::uint32_t kRestartCode = 1467;
 
 class UpdateService final : public Win32Service {
  public:
-  UpdateService() = default;
+  // How many calls run at once, and how many may wait behind them.
+  static constexpr CallQueue::Limits kInstalls{.running = 1, .waiting = 16};
+  static constexpr CallQueue::Limits kChecks{.running = 8, .waiting = 512};
+
+  UpdateService();
 
   /// The one that the process runs and that calls reach. Made on first use.
   [[nodiscard]] static UpdateService& instance();
 
+  /// Tries for kEndpointSeconds when somebody else holds the endpoint: the process
+  /// that was here before may still be ending.
   std::uint32_t initialize() override;
   /// Does not return after requestRestart(): the process ends with kRestartCode
   /// and without a stopped report, which the control manager takes for a failure
@@ -31,12 +40,18 @@ class UpdateService final : public Win32Service {
   /// Ends listening; run() then ends the process when all calls are answered.
   void requestRestart();
 
-  // ---- The procedures' work, on a thread of the RPC runtime.
+  // ---- The procedures' work, on a thread of the RPC runtime. Each waits for its turn,
+  // and fails when there is none: too many wait, the caller is gone, the service stops.
 
-  Status Install(const std::wstring& bundlePath, std::int32_t& exitCode);
-  [[nodiscard]] Status CheckBundle(const std::wstring& bundlePath);
+  Status Install(const Requester& requester, const std::wstring& bundlePath, std::int32_t& exitCode);
+  [[nodiscard]] Status CheckBundle(const Requester& requester, const std::wstring& bundlePath);
 
  private:
+  std::uint32_t stopListening();
+
+  CallQueue installs_{kInstalls};
+  CallQueue checks_{kChecks};
+  BoundedListener listener_;
   std::atomic<std::uint32_t> restartCode_{0};
   std::atomic<bool> stopped_{false};  ///< listening has ended, or is told to
 };

@@ -10,12 +10,14 @@
 #include "trust/certificate_profile.h"
 #include "trust/signer_observer.h"
 #include "update/install_request.h"
+#include "update/rpc_caller_win.h"
 #include "update/rpc_server.h"
 #include "update/staged_installer.h"
 #include "update/update_history.h"
 #include "update/update_service.h"
 #include "util/file_utils.h"
 #include "util/logging.h"
+#include "util/printable.h"
 #include "util/string_utils.h"
 #include "util/system_error.h"
 
@@ -24,10 +26,16 @@ namespace {
 
 constexpr int kStopTries = 100;
 constexpr DWORD kStopRetryMilliseconds = 20;
+constexpr int kEndpointTries = 40;
+constexpr DWORD kEndpointRetryMilliseconds = 250;
 
 const InstallRequest& installRequest() {
   static const InstallRequest request({
-      .checkIntegrity = [](const std::wstring& path) { return CheckCertificateIntegrity(path); },
+      .openBundle = openBundleAsCaller,
+      .checkIntegrity =
+          [](const std::wstring& path, const std::wstring& shownAs) {
+            return CheckCertificateIntegrity(systemTrustApi(), path, shownAs);
+          },
       .checkIdentity =
           [](const std::wstring& path, IdentityFacts& facts) {
             SignerObserver observer(systemTrustApi());
@@ -49,7 +57,29 @@ const InstallRequest& installRequest() {
   return request;
 }
 
+/// Whoever holds the endpoint keeps us from it: the process before this one, which may
+/// still be ending, or somebody who means to.
+std::uint32_t openEndpoint() {
+  std::uint32_t status = rpc_server::openEndpoint();
+  for (int tries = 1; status == RPC_S_DUPLICATE_ENDPOINT && tries < kEndpointTries; ++tries) {
+    Sleep(kEndpointRetryMilliseconds);
+    status = rpc_server::openEndpoint();
+  }
+  return status;
+}
+
 }  // namespace
+
+UpdateService::UpdateService()
+    : listener_({.listen =
+                     [this] {
+                       const std::uint32_t status = rpc_server::listen();
+                       stopped_ = true;
+                       return status;
+                     },
+                 .stopListening = [this] { return stopListening(); },
+                 .waitUntilIdle =
+                     [this](std::chrono::milliseconds limit) { return installs_.waitUntilIdle(limit); }}) {}
 
 UpdateService& UpdateService::instance() {
   static UpdateService service;
@@ -58,7 +88,7 @@ UpdateService& UpdateService::instance() {
 
 std::uint32_t UpdateService::initialize() {
   logLine(LogLevel::Debug, "UpdateService::initialize: Zarn Update Service");
-  if (const std::uint32_t status = rpc_server::openEndpoint(); status != 0) {
+  if (const std::uint32_t status = openEndpoint(); status != 0) {
     logWin32Error(LogLevel::Error, "UpdateService::initialize: RpcServerUseProtSeqEp failed.");
     return status;
   }
@@ -76,8 +106,7 @@ std::uint32_t UpdateService::run() {
     logLine(LogLevel::Debug, "Failed to delete bundle from temp directory.");
   }
   logLine(LogLevel::Debug, "Listening for remote procedure calls...");
-  const std::uint32_t listened = rpc_server::listen();
-  stopped_ = true;
+  const std::uint32_t listened = listener_.run();
   if (listened != 0) {
     logWin32Error(LogLevel::Error, "UpdateService::run: RpcServerListen failed.");
     return listened;
@@ -92,6 +121,18 @@ std::uint32_t UpdateService::run() {
 
 std::uint32_t UpdateService::stop() {
   logLine(LogLevel::Debug, "Stopping Zarn Update Service");
+  // Who still waits has the answer now; who runs is not cut short.
+  installs_.close();
+  checks_.close();
+  const std::uint32_t status = listener_.stop();
+  if (status != 0) {
+    logLine(LogLevel::Error, "UpdateService::stop: RpcMgmtStopServerListening failed  %d,  %s",
+            static_cast<std::int32_t>(status), systemErrorPhrase(status));
+  }
+  return status;
+}
+
+std::uint32_t UpdateService::stopListening() {
   std::uint32_t status = rpc_server::stopListening();
   // The service is reported as running a moment before it listens. A stop that
   // comes in between would be the last one that the control manager sends.
@@ -99,12 +140,7 @@ std::uint32_t UpdateService::stop() {
     Sleep(kStopRetryMilliseconds);
     status = rpc_server::stopListening();
   }
-  if (status == 0) {
-    stopped_ = true;
-  } else {
-    logLine(LogLevel::Error, "UpdateService::stop: RpcMgmtStopServerListening failed  %d,  %s",
-            static_cast<std::int32_t>(status), systemErrorPhrase(status));
-  }
+  if (status == 0) stopped_ = true;
   return status;
 }
 
@@ -113,12 +149,20 @@ void UpdateService::requestRestart() {
   stop();
 }
 
-Status UpdateService::Install(const std::wstring& bundlePath, std::int32_t& exitCode) {
-  return installRequest().Install(bundlePath, exitCode);
+Status UpdateService::Install(const Requester& requester, const std::wstring& bundlePath,
+                              std::int32_t& exitCode) {
+  const auto turn = installs_.enter(requester.caller.sid, requester.isGone);
+  if (turn) return installRequest().Install(requester, bundlePath, exitCode);
+  installRequest().refuse(requester, bundlePath, inWords(turn.refusal()));
+  return Status::Failed;
 }
 
-Status UpdateService::CheckBundle(const std::wstring& bundlePath) {
-  return installRequest().checkCallersBundle(bundlePath);
+Status UpdateService::CheckBundle(const Requester& requester, const std::wstring& bundlePath) {
+  const auto turn = checks_.enter(requester.caller.sid, requester.isGone);
+  if (turn) return installRequest().checkCallersBundle(bundlePath);
+  logLine(LogLevel::Error, "CheckBundle: the request for %s is refused, %s.",
+          printable(StringUtils::utf16to8(bundlePath)), std::string_view(inWords(turn.refusal())));
+  return Status::SignatureRefused;
 }
 
 }  // namespace zarn

@@ -28,6 +28,7 @@ inline constexpr Name kStagedInstaller("ZarnMediaServerUpdate.exe");
 inline constexpr Name kPreferencesKey("Software\\Zarn, Inc.\\Zarn Media Server");
 inline constexpr Name kDefaultPreferencesVariable("ZARN_MEDIA_SERVER_DEFAULT_PREFERENCES");
 inline constexpr Name kAccountServiceHostVariable("ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST");
+inline constexpr Name kEnforceRedirectionTrustVariable("ZARN_MEDIA_SERVER_ENFORCE_REDIRECTION_TRUST");
 
 /// Where the logs lie: LOCAL-APPLICATION-DATA\\Zarn Media Server\\Logs.
 inline constexpr Name kProductFolder("Zarn Media Server");

@@ -1,15 +1,20 @@
 // What a local user may try against the running service.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <windows.h>
 
+#include <psapi.h>
 #include <atomic>
 #include <cstring>
+#include <map>
+#include <mutex>
 #include <random>
 #include <thread>
 
 #include "e2e/caller.h"
 #include "e2e/service_under_test.h"
 #include "support/temp_directory.h"
+#include "trust/program_image.h"
 #include "update/interface/update_interface.h"
 #include "util/file_utils.h"
 
@@ -75,6 +80,175 @@ TEST_F(HostileCallers, ForgedLineBreaksStayInsideTheirLine) {
   for (int file = 0; file < 3; ++file) {
     EXPECT_EQ(ServiceUnderTest::log(file).find("\nNov 15, 2026 22:42:15.123"), std::string::npos);
   }
+}
+
+/// What is stored of the last app-data path.
+std::string storedAppDataPath() {
+  wchar_t stored[1024] = {};
+  DWORD size = sizeof(stored);
+  RegGetValueW(HKEY_CURRENT_USER, LR"(Software\Zarn, Inc.\Zarn Media Server)", L"LocalAppDataPath",
+               RRF_RT_REG_SZ, nullptr, stored, &size);
+  return StringUtils::utf16to8(stored);
+}
+
+TEST_F(HostileCallers, AppDataPathsThatAreNoLocalFoldersAreStoredAndNotUsed) {
+  const std::string staged = ServiceUnderTest::stagedCopy();
+  boost::filesystem::remove_all(FileUtils::toPath(staged));
+  const std::string temp = staged.substr(0, staged.rfind('\\'));
+  const std::string paths[] = {staged,
+                               temp,
+                               temp + R"(\..\)" + temp.substr(temp.rfind('\\') + 1),
+                               R"(C:\Program Files\Zarn Update Service)",
+                               R"(c:/program files/zarn update service/x)",
+                               R"(\\.\pipe\zarn)",
+                               R"(\??\C:\x)",
+                               R"(\\?\unc\host\pipe\x)",
+                               R"(\\host\pipe\x)",
+                               "//host/share/x",
+                               "nul",
+                               R"(C:\x\con\y)",
+                               "C:",
+                               R"(relative\path)"};
+  for (const std::string& path : paths) {
+    SCOPED_TRACE(path);
+    const std::size_t before = ServiceUnderTest::log().size();
+    ASSERT_TRUE(setAppDataPath(path));
+    EXPECT_EQ(storedAppDataPath(), path);
+    // The log rotates where it is.
+    EXPECT_TRUE(waitUntil([&] { return ServiceUnderTest::log().size() < before; })) << "the log has moved";
+    EXPECT_TRUE(ServiceUnderTest::waitForLogLine("is not used", 1));
+    EXPECT_EQ(install(bundle("approved.exe")).status, 30001);
+  }
+  ASSERT_TRUE(setAppDataPath(staged));
+  EXPECT_EQ(service_.stop(), 0U);
+  service_.start();
+  EXPECT_TRUE(ServiceUnderTest::waitForLogLine("is not used"));
+  EXPECT_FALSE(FileUtils::exists(staged));
+  EXPECT_EQ(install(bundle("approved.exe")).status, 30001) << "and after a restart";
+  EXPECT_TRUE(setAppDataPath(""));
+  EXPECT_TRUE(ServiceUnderTest::waitForLogLine("Zarn Update Service v"));
+}
+
+TEST_F(HostileCallers, AFolderAtTheStagingNameIsRemoved) {
+  const auto staged = FileUtils::toPath(ServiceUnderTest::stagedCopy());
+  const auto plant = [&] {
+    boost::filesystem::create_directories(staged / "deep" / "deeper");
+    writeFile(FileUtils::toUtf8(staged / "deep" / "file"), "in the way");
+  };
+  plant();
+  EXPECT_EQ(install(bundle("approved.exe")).status, 30001);
+  plant();
+  EXPECT_EQ(service_.stop(), 0U);
+  service_.start();
+  EXPECT_FALSE(boost::filesystem::exists(staged));
+}
+
+/// Peak of the memory that the service had to itself, in bytes.
+std::size_t peakMemory(const KernelHandle& process) {
+  PROCESS_MEMORY_COUNTERS counters{};
+  counters.cb = sizeof(counters);
+  GetProcessMemoryInfo(process.get(), &counters, sizeof(counters));
+  return counters.PeakPagefileUsage;
+}
+
+TEST_F(HostileCallers, ClaimedSizesOfCertificatesCostNoMemory) {
+  const TempDirectory dir;
+  const KernelHandle process = service_.process();
+  const std::size_t before = peakMemory(process);
+  for (const std::uint64_t claim : {0x11000000ULL, 0x48000000ULL, 0xFFFFFF00ULL}) {
+    const std::string path = dir / (std::to_string(claim) + ".exe");
+    ProgramImage image(true);
+    put(image.bytes, image.table(), claim, 4);
+    image.claim(image.table(), claim);
+    writeFile(path, image.bytes);
+    boost::filesystem::resize_file(FileUtils::toPath(path), image.table() + claim);
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 3; ++i) callers.emplace_back([&] { EXPECT_EQ(check(path).status, 30004); });
+    for (auto& caller : callers) caller.join();
+  }
+  EXPECT_LT(peakMemory(process) - before, 64U << 20U);
+  EXPECT_EQ(check(bundle("approved.exe")).status, 0);
+}
+
+/// A really signed program whose certificate table begins with an entry of another type.
+std::string withForeignEntry(std::string program, bool beforeTheGoodOne) {
+  const auto number = [&](std::size_t offset) {
+    std::uint32_t value = 0;
+    std::memcpy(&value, program.data() + offset, sizeof(value));
+    return value;
+  };
+  const std::size_t directory = number(0x3C) + 24 + 112 + 4 * 8;
+  const std::uint32_t table = number(directory);
+  if (beforeTheGoodOne) {
+    program.insert(table, std::string(16, '\0'));
+    put(program, table, 16, 4);
+    put(program, table + 4, 0x0200, 2);
+    put(program, directory + 4, number(directory + 4) + 16, 4);
+  }
+  put(program, table + 6, 1, 2);
+  return program;
+}
+
+TEST_F(HostileCallers, CertificateEntriesOfOtherKindsReachNoParser) {
+  const TempDirectory dir;
+  const std::string approved = readFile(bundle("approved.exe"));
+  const std::map<std::string, std::string> programs = {
+      {"alone.exe", withForeignEntry(approved, false)},
+      {"before.exe", withForeignEntry(approved, true)},
+      {"alone32.exe", ProgramImage(false, {{.length = 72, .type = 1}}).bytes},
+      {"before32.exe", ProgramImage(false, {{.length = 72, .type = 1}, {}}).bytes},
+      {"short32.exe", ProgramImage(false, {{.length = 7}}).bytes},
+      {"nothing64.exe", ProgramImage(true, {{.length = 0}}).bytes}};
+  const KernelHandle process = service_.process();
+  const auto handles = [&] {
+    DWORD count = 0;
+    GetProcessHandleCount(process.get(), &count);
+    return count;
+  };
+  const DWORD before = handles();
+  for (int round = 0; round < 5; ++round) {
+    for (const auto& [name, program] : programs) {
+      SCOPED_TRACE(name);
+      writeFile(dir / name, program);
+      EXPECT_EQ(check(dir / name).status, 30004);
+      EXPECT_EQ(install(dir / name).status, 30004);
+    }
+  }
+  EXPECT_LE(handles(), before + 20);
+  EXPECT_EQ(install(bundle("approved.exe")).status, 30001);
+  EXPECT_EQ(service_.stop(), 0U);
+  EXPECT_EQ(ServiceUnderTest::waitForExit(process), 0U);
+}
+
+TEST_F(HostileCallers, AStopEndsAllThatWaitAndNotTheInstallerThatRuns) {
+  constexpr int calls = 20;
+  ServiceUnderTest::planInstaller("exit=1641\nsleep_ms=3000\n");
+  const KernelHandle process = service_.process();
+  std::mutex mutex;
+  std::map<long, int> answers;
+  std::vector<std::thread> callers;
+  for (int i = 0; i < calls; ++i) {
+    callers.emplace_back([&] {
+      const long status = install(bundle("approved.exe")).status.value_or(-1);
+      const std::lock_guard lock(mutex);
+      ++answers[status];
+    });
+  }
+  ASSERT_TRUE(waitUntil([] { return !ServiceUnderTest::installerRuns().empty(); }));
+  // One runs, sixteen wait, the others have no place.
+  EXPECT_TRUE(waitUntil([&] {
+    const std::lock_guard lock(mutex);
+    return answers[30002] == calls - 17;
+  }));
+  const auto asked = GetTickCount64();
+  service_.requestStop();
+  for (auto& caller : callers) caller.join();
+  EXPECT_EQ(ServiceUnderTest::waitForExit(process), 0U);
+  EXPECT_LT(GetTickCount64() - asked, 15'000U);
+  EXPECT_EQ(answers, (std::map<long, int>{{30001, 1}, {30002, calls - 1}}));
+  const auto runs = ServiceUnderTest::installerRuns();
+  ASSERT_EQ(runs.size(), 1U);
+  EXPECT_NE(runs[0].endedMs, 0U) << "the installer was cut";
 }
 
 /// A connection that sends what no client library would.

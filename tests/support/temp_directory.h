@@ -13,9 +13,9 @@ namespace zarn::testing {
 
 class TempDirectory {
  public:
-  TempDirectory()
-      : path_(boost::filesystem::temp_directory_path() /
-              boost::filesystem::unique_path("zarn-%%%%-%%%%-%%%%")) {
+  TempDirectory() : TempDirectory(boost::filesystem::temp_directory_path()) {}
+  explicit TempDirectory(const boost::filesystem::path& parent)
+      : path_(parent / boost::filesystem::unique_path("zarn-%%%%-%%%%-%%%%")) {
     boost::filesystem::create_directories(path_);
   }
   TempDirectory(const TempDirectory&) = delete;

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+#include <stdexcept>
+
 #include "support/recording_log.h"
 #include "update/helper.h"
 #include "update/staged_installer.h"
@@ -27,12 +30,14 @@ class InstallRequestTest : public ::testing::Test {
  protected:
   InstallRequestTest() {
     FileUtils::copyFile(ZARN_TEST_HELPER, bundle_);
-    collaborators_.checkIntegrity = [](const std::wstring&) { return TrustResult::verified(); };
+    collaborators_.checkIntegrity = [](const std::wstring&, const std::wstring&) {
+      return TrustResult::verified();
+    };
     collaborators_.checkIdentity = [](const std::wstring&, auto&) { return TrustResult::verified(); };
     collaborators_.record = [this](const InstallRecord& record) { record_ = record; };
   }
 
-  Status install() { return InstallRequest(collaborators_).Install(wide(bundle_), exitCode_); }
+  Status install() { return InstallRequest(collaborators_).Install({}, wide(bundle_), exitCode_); }
 
   testing::RecordingLog log_;
   testing::TemporaryFolder folder_;
@@ -56,7 +61,7 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
       return TrustResult::verified();
     };
   };
-  collaborators_.checkIntegrity = check("integrity");
+  collaborators_.checkIntegrity = [&](const std::wstring& path, auto&) { return check("integrity")(path); };
   collaborators_.checkIdentity = [&](const std::wstring& path, auto&) { return check("identity")(path); };
   collaborators_.runOptions.readExitCode = [](void* process, std::uint32_t& code) {
     // The installer has ended; until now its file could not be changed either.
@@ -83,27 +88,55 @@ TEST_F(InstallRequestTest, RunsNothingThatACheckRefuses) {
   };
   EXPECT_EQ(install(), Status::SignerRefused);
   EXPECT_EQ(record_.signerSubject, "CN=Somebody");
-  collaborators_.checkIntegrity = [](const std::wstring&) { return TrustResult::refused(0); };
+  collaborators_.checkIntegrity = [](const std::wstring&, const std::wstring&) {
+    return TrustResult::refused(0);
+  };
   EXPECT_EQ(install(), Status::SignatureRefused);
   EXPECT_EQ(identityChecks, 1);
   EXPECT_EQ(exitCode_, kUnset);
   EXPECT_FALSE(log_.contains("Create Process Success! Waiting for process to complete."));
 }
 
-TEST_F(InstallRequestTest, ChecksACallersFileOnlyWhenItIsOne) {
+TEST_F(InstallRequestTest, ChecksACallersFileByTheNameThatItsHandleHas) {
+  const FileHandle file = openBundle(wide(bundle_));
   std::vector<std::wstring> checked;
-  collaborators_.checkIntegrity = [&](const std::wstring& path) {
-    checked.push_back(path);
+  collaborators_.checkIntegrity = [&](const std::wstring& path, const std::wstring& shownAs) {
+    checked.insert(checked.end(), {path, shownAs});
+    EXPECT_FALSE(canBeChanged(bundle_));
     return TrustResult::verified();
   };
   const InstallRequest request(collaborators_);
   EXPECT_EQ(request.checkCallersBundle(wide(bundle_)), Status::Installed);
-  EXPECT_EQ(request.checkCallersBundle(L"C:\\missing.exe"), Status::Installed);
   for (const wchar_t* path :
-       {LR"(\\.\NUL)", LR"(\\.\pipe\zarn-nobody.exe)", LR"(//./pipe/zarn-nobody.exe)"}) {
+       {LR"(C:\missing.exe)", LR"(\\.\NUL)", LR"(\\.\pipe\zarn-nobody.exe)", LR"(//./pipe/zarn-nobody.exe)",
+        LR"(\\nobody\share\bundle.exe)", L"bundle.exe"}) {
     EXPECT_EQ(request.checkCallersBundle(path), Status::SignatureRefused);
+    EXPECT_TRUE(log_.contains("Failed CreateFile() of " + StringUtils::utf16to8(path)));
   }
-  EXPECT_EQ(checked, (std::vector<std::wstring>{wide(bundle_), L"C:\\missing.exe"}));
+  EXPECT_EQ(checked, (std::vector<std::wstring>{finalPath(file.get()), wide(bundle_)}));
+}
+
+TEST_F(InstallRequestTest, NothingThatFailsAfterTheInstallerChangesTheAnswer) {
+  const testing::HelperOrder order(3010);
+  bool restarted = false;
+  collaborators_.record = [](const InstallRecord&) { throw std::bad_alloc(); };
+  collaborators_.restart = [&] {
+    restarted = true;
+    throw std::runtime_error("the listener is gone");
+  };
+  EXPECT_EQ(install(), Status::RebootRequired);
+  EXPECT_EQ(exitCode_, 3010);
+  EXPECT_TRUE(restarted);
+}
+
+TEST_F(InstallRequestTest, RecordsWhoAskedAndWhatWasNotEvenBegun) {
+  const Requester requester{.caller = {.sid = "S-1-5-7", .processId = 7, .image = "C:\\caller.exe"},
+                            .isGone = {}};
+  InstallRequest(collaborators_).refuse(requester, wide(bundle_), "too many requests wait");
+  EXPECT_EQ(record_.caller.sid, "S-1-5-7");
+  EXPECT_EQ(record_.path, bundle_);
+  EXPECT_EQ(record_.status, Status::Failed);
+  EXPECT_FALSE(record_.exitCode);
 }
 
 }  // namespace
