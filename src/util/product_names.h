@@ -29,6 +29,8 @@ inline constexpr Name kPreferencesKey("Software\\Zarn, Inc.\\Zarn Media Server")
 inline constexpr Name kDefaultPreferencesVariable("ZARN_MEDIA_SERVER_DEFAULT_PREFERENCES");
 inline constexpr Name kAccountServiceHostVariable("ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST");
 inline constexpr Name kEnforceRedirectionTrustVariable("ZARN_MEDIA_SERVER_ENFORCE_REDIRECTION_TRUST");
+/// "1": the application data may lie on a share.
+inline constexpr Name kAllowSharesVariable("ZARN_MEDIA_SERVER_ALLOW_SHARES");
 
 /// Where the logs lie: LOCAL-APPLICATION-DATA\\Zarn Media Server\\Logs.
 inline constexpr Name kProductFolder("Zarn Media Server");
@@ -38,5 +40,8 @@ inline constexpr Name kLog("Zarn Update Service");
 inline constexpr Name kCurrentLog("Zarn Update Service.log");
 inline constexpr Name kHistory("Update History.jsonl");
 inline constexpr Name kEarlierHistory("Update History.1.jsonl");
+
+/// Below the machine's application data: what the service keeps for itself.
+inline constexpr Name kRecordFolder("Zarn Update Service");
 
 }  // namespace zarn::names

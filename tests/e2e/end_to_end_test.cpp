@@ -21,9 +21,6 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-/// Where media servers have their data; the temp folder is the service's own.
-constexpr char kDrive[] = R"(C:\)";
-
 class EndToEnd : public OnStage {
  protected:
   /// The part of the log that `action` adds, once it holds `last`.
@@ -175,7 +172,7 @@ TEST_F(EndToEnd, StaleCopyIsRemovedAtTheNextStart) {
 }
 
 TEST_F(EndToEnd, AppDataPathMovesTheLogAndRotatesIt) {
-  const TempDirectory dir(kDrive);
+  const TempDirectory dir;
   ASSERT_TRUE(setAppDataPath(dir.path()));
   wchar_t stored[MAX_PATH] = {};
   DWORD size = sizeof(stored);
@@ -197,7 +194,7 @@ TEST_F(EndToEnd, AppDataPathMovesTheLogAndRotatesIt) {
 }
 
 TEST_F(EndToEnd, AnUnwritableLogFolderStopsNoUpdate) {
-  const TempDirectory dir(kDrive);
+  const TempDirectory dir;
   boost::filesystem::create_directory(FileUtils::toPath(dir / "Zarn Media Server"));
   const std::string inTheWay = FileUtils::join(dir / "Zarn Media Server", "Logs");
   writeFile(inTheWay, "kept");

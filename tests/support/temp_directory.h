@@ -7,15 +7,15 @@
 #include <string>
 #include <string_view>
 
+#include "util/environment.h"
 #include "util/file_utils.h"
 
 namespace zarn::testing {
 
 class TempDirectory {
  public:
-  TempDirectory() : TempDirectory(boost::filesystem::temp_directory_path()) {}
-  explicit TempDirectory(const boost::filesystem::path& parent)
-      : path_(parent / boost::filesystem::unique_path("zarn-%%%%-%%%%-%%%%")) {
+  TempDirectory()
+      : path_(parent() / boost::filesystem::unique_path("zarn-%%%%-%%%%-%%%%")) {
     boost::filesystem::create_directories(path_);
   }
   TempDirectory(const TempDirectory&) = delete;
@@ -32,6 +32,12 @@ class TempDirectory {
   }
 
  private:
+  /// On Windows not the temporary directory, which is a place of the service's own.
+  static boost::filesystem::path parent() {
+    const auto data = environmentVariable("LOCALAPPDATA");
+    return data ? FileUtils::toPath(*data) : boost::filesystem::temp_directory_path();
+  }
+
   boost::filesystem::path path_;
 };
 
