@@ -237,6 +237,10 @@ std::string partOf(const Url& url, CURLUPart part) {
 /// certificate directory beside the CA bundle; a size limit that holds while
 /// receiving, since libcurl's own checks announced lengths only.
 ///
+/// Time-outs hold while a name is resolved, too: a transfer that ends then leaves the
+/// thread that asks the system's resolver behind, which ends when it is answered.
+/// Otherwise libcurl joins it, on the one thread of all transfers.
+///
 /// Proxies named in the environment are honoured: only an administrator sets the
 /// environment of a service, and TLS is verified through a proxy all the same.
 void setSafety(const Options& options, const Context& ctx) {
@@ -248,6 +252,7 @@ void setSafety(const Options& options, const Context& ctx) {
     const char* const none = nullptr;
     options.require(ZARN_OPTION(CURLOPT_CAPATH, none));
   }
+  options.require(ZARN_OPTION(CURLOPT_QUICK_EXIT, 1));
   if (ctx->maxDownloadSize > 0) {
     options.require(ZARN_OPTION(CURLOPT_WRITEDATA, ctx.get()));
     options.require(ZARN_OPTION(CURLOPT_WRITEFUNCTION, boundedWriteCallback));

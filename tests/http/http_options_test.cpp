@@ -37,6 +37,7 @@ TEST(HttpOptions, BoundAndSecureARequest) {
                                     {"PROTOCOLS_STR", "http,https"},
                                     {"REDIR_PROTOCOLS_STR", "https"},
                                     {"SSLVERSION", "6"},
+                                    {"QUICK_EXIT", "1"},
                                     {"CAPATH", "null"}}) {
     EXPECT_EQ(settings[name], value) << name;
   }
@@ -48,8 +49,8 @@ TEST(HttpOptions, BoundAndSecureARequest) {
 
 TEST(HttpOptions, ARequestThatCannotBeMadeSafeIsNotSent) {
   const RecordingLog log;
-  for (const CURLoption unsafe :
-       {CURLOPT_PROTOCOLS_STR, CURLOPT_REDIR_PROTOCOLS_STR, CURLOPT_SSLVERSION, CURLOPT_CAPATH}) {
+  for (const CURLoption unsafe : {CURLOPT_PROTOCOLS_STR, CURLOPT_REDIR_PROTOCOLS_STR, CURLOPT_SSLVERSION,
+                                  CURLOPT_QUICK_EXIT, CURLOPT_CAPATH}) {
     const auto refuse = [&](CURL*, CURLoption option, const OptionValue&) {
       return option == unsafe ? CURLE_NOT_BUILT_IN : CURLE_OK;
     };

@@ -1,0 +1,64 @@
+// Time-outs while the system's resolver does not answer. Stands in for it in the whole
+// test program; that libcurl really asks it is part of the test.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <netdb.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#include "http/http_client.h"
+#include "support/recording_log.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr char kUnanswered[] = "unanswered.zarn.example";
+std::atomic<int> unanswered{0};
+std::atomic<bool> isAnswering{false};
+
+}  // namespace
+
+/// Before the C library's, which it calls for every other name.
+extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** result) {
+  using Resolver = int(const char*, const char*, const addrinfo*, addrinfo**);
+  static auto* const next = reinterpret_cast<Resolver*>(dlsym(RTLD_NEXT, "getaddrinfo"));
+  if (name == nullptr || std::strcmp(name, kUnanswered) != 0) return next(name, service, hints, result);
+  ++unanswered;
+  while (!isAnswering) std::this_thread::sleep_for(10ms);
+  --unanswered;
+  return EAI_AGAIN;
+}
+
+namespace zarn::testing {
+namespace {
+
+TEST(HttpTimeouts, HoldWhileANameIsResolved) {
+  const RecordingLog log;
+  HttpClientRunner runner;
+  // Answers in the end, so that a client that waits for it fails instead of hanging.
+  std::thread answer([] {
+    for (int i = 0; i < 600 && !isAnswering; ++i) std::this_thread::sleep_for(10ms);
+    isAnswering = true;
+  });
+  for (const bool whole : {true, false}) {
+    const auto ctx = HttpContext::create("https://" + std::string(kUnanswered) + "/", "GET");
+    ctx->timeout = whole ? 1 : 60;
+    ctx->connectTimeout = whole ? 60 : 1;
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(HttpClient::submit(ctx, runner)->wait()->httpCode, 408);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
+    EXPECT_GT(unanswered, 0);
+  }
+  isAnswering = true;
+  answer.join();
+  for (int i = 0; i < 300 && unanswered != 0; ++i) std::this_thread::sleep_for(10ms);
+  EXPECT_EQ(unanswered, 0);
+  std::this_thread::sleep_for(100ms);  // libcurl's threads end behind it
+}
+
+}  // namespace
+}  // namespace zarn::testing
