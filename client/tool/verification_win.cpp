@@ -1,0 +1,116 @@
+#include "client/tool/verification_win.h"
+
+#include <windows.h>
+
+#include <utility>
+
+#include "client/tool/explanations.h"
+#include "client/tool/text.h"
+#include "client/update_client.h"
+#include "trust/certificate_identity.h"
+#include "trust/certificate_integrity.h"
+#include "trust/certificate_profile.h"
+#include "update/staged_installer.h"
+#include "util/structured_exception.h"
+#include "util/system_error.h"
+
+namespace zarn::tool {
+
+Verification::Verification(std::wstring path, const CapturedLog& log, TrustApi& api)
+    : path_(std::move(path)), log_(log), observer_(api) {}
+
+std::int32_t Verification::run() {
+  if (!open() || !size() || !extension()) return client::kFailed;
+  signatureHolds_ = integrity();
+  if (!signatureHolds_) return observeSigner(), client::kSignatureRefused;
+  return identity() ? client::kInstalled : client::kSignerRefused;
+}
+
+bool Verification::open() {
+  file_ = openBundle(path_);
+  if (file_) return pass(kOpen, "plain file, held against writing");
+  return stop(kOpen, "failed", failureCode(lastSystemError()));
+}
+
+bool Verification::size() {
+  LARGE_INTEGER size{};
+  if (GetFileSizeEx(file_.get(), &size) != 0) bytes_ = size.QuadPart;
+  if (!isAcceptableBundleSize(bytes_)) {
+    return stop(kSize, "refused", "more than 1 GiB", "Use a bundle of at most 1 GiB");
+  }
+  return pass(kSize, bytes_ < 0 ? "unknown" : fileSize(static_cast<std::uint64_t>(bytes_)));
+}
+
+bool Verification::extension() {
+  if (hasBundleExtension(path_)) return pass(kExtension, ".exe");
+  return stop(kExtension, "refused", "not \".exe\" in these letters",
+              "Rename the file so that it ends in \".exe\"");
+}
+
+bool Verification::integrity() {
+  std::optional<TrustResult> result;
+  const std::uint32_t exception =
+      callCatching([&] { result = CheckCertificateIntegrity(observer_, path_); }, catchEvery);
+  if (!result) return stopForException(kIntegrity, exception);
+  // Not what the system compared: providers differ in that, and none says.
+  if (result->isVerified()) return pass(kIntegrity, "accepted by the system");
+  return stop(kIntegrity, "refused", static_cast<std::uint32_t>(result->code()));
+}
+
+bool Verification::identity() {
+  const std::size_t errorsBefore = log_.errors().size();
+  std::optional<TrustResult> result;
+  const auto check = [&] {
+    result = CheckCertificateIdentity(observer_, path_, [this] {
+      profile_ = FetchCertificateProfile();
+      return *profile_;
+    });
+  };
+  const std::uint32_t exception = callCatching(check, catchEvery);
+  if (!result) return stopForException(kIdentity, exception);
+  if (result->isVerified()) return pass(kIdentity, "the signer's digest is approved");
+  if (!profile_) return stop(kIdentity, "failed", static_cast<std::uint32_t>(result->code()));
+  if (profile_->empty()) {
+    return stop(kIdentity, "failed", "no approved digests to be had: " + log_.errors().at(errorsBefore),
+                "Check the way to the account service, and Resources\\cacert.pem beside this program");
+  }
+  return stop(kIdentity, "refused", "the signer's digest is not approved",
+              "Use a bundle that an approved certificate signed, or have the digest approved");
+}
+
+/// Who signed is worth knowing also when the signature is refused. The answer of
+/// this check is of no account: nobody is approved in it.
+void Verification::observeSigner() {
+  const auto observe = [this] {
+    static_cast<void>(CheckCertificateIdentity(observer_, path_, [] { return std::set<std::string>(); }));
+  };
+  static_cast<void>(callCatching(observe, catchEvery));
+}
+
+bool Verification::pass(StepIndex step, std::string detail) {
+  steps_.at(step).verdict = "passed";
+  steps_.at(step).detail = std::move(detail);
+  return true;
+}
+
+bool Verification::stop(StepIndex step, const char* verdict, std::string detail, std::string advice) {
+  steps_.at(step).verdict = verdict;
+  steps_.at(step).detail = std::move(detail);
+  advice_ = std::move(advice);
+  return false;
+}
+
+bool Verification::stop(StepIndex step, const char* verdict, std::uint32_t code) {
+  const Explanation* row = explain(CodeKind::Trust, code);
+  if (row == nullptr) row = explain(CodeKind::System, code);
+  if (row == nullptr) return stop(step, verdict, describeSystemError(code), "");
+  return stop(step, verdict, codeText(code) + ", " + std::string(row->meaning), std::string(row->advice));
+}
+
+/// The check broke off in the middle: what it held stays open as long as this process.
+bool Verification::stopForException(StepIndex step, std::uint32_t exception) {
+  return stop(step, "failed", "the check failed inside the system: " + codeText(exception),
+              "Do not run the bundle; download it again");
+}
+
+}  // namespace zarn::tool

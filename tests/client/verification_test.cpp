@@ -1,0 +1,65 @@
+#include "client/tool/verification_win.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "client/update_client.h"
+#include "support/temp_directory.h"
+
+namespace zarn::tool {
+namespace {
+
+using ::testing::Contains;
+using ::testing::HasSubstr;
+
+enum class Where : std::uint8_t { TrustProvider, SignatureQuery };
+
+/// A system whose libraries fault on what the file holds.
+struct FaultingApi final : TrustApi {
+  struct File final : SignedFile {
+    std::optional<std::uint32_t> certificateLength() override { return 8; }
+    bool readCertificate(std::uint32_t /*length*/) override { return true; }
+  };
+  explicit FaultingApi(Where place) : where(place) {}
+  static void writeNull() {
+    static int* volatile nowhere = nullptr;
+    *nowhere = 1;
+  }
+  std::unique_ptr<SignedFile> openFile(const std::wstring& /*path*/) override {
+    return std::make_unique<File>();
+  }
+  std::int32_t verifyTrust(const std::wstring& /*path*/) override {
+    if (where == Where::TrustProvider) writeNull();
+    return 0;
+  }
+  std::unique_ptr<EmbeddedSignature> querySignature(const std::wstring& /*path*/) override {
+    writeNull();
+    return nullptr;
+  }
+  Where where;
+};
+
+TEST(Verification, AFaultInsideTheSystemIsAFailureOfItsCheck) {
+  static const CapturedLog log;  // stays the process's log
+  const testing::TempDirectory directory;
+  testing::writeFile(directory / "a.exe", "x");
+  const struct {
+    Where where;
+    std::size_t step;
+    std::int32_t status;
+  } cases[] = {{Where::TrustProvider, 3, client::kSignatureRefused},
+               {Where::SignatureQuery, 4, client::kSignerRefused}};
+  for (const auto& one : cases) {
+    FaultingApi api(one.where);
+    Verification verification(FileUtils::toPath(directory / "a.exe").native(), log, api);
+    EXPECT_EQ(verification.run(), one.status);
+    const Step& step = verification.steps().at(one.step);
+    EXPECT_STREQ(step.verdict, "failed");
+    EXPECT_EQ(step.detail, "the check failed inside the system: 0xc0000005");
+    EXPECT_FALSE(verification.signer());
+  }
+  EXPECT_THAT(log.lines(), Contains(HasSubstr("Checking Certificate of installer"))) << "kept";
+}
+
+}  // namespace
+}  // namespace zarn::tool
