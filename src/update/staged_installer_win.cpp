@@ -5,6 +5,7 @@
 
 #include "util/file_utils.h"
 #include "util/io_deadline.h"
+#include "util/path_judge.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"
 #include "util/system_error.h"
@@ -40,11 +41,20 @@ std::wstring stagedInstallerPath() {
 }
 
 bool isOnThisMachine(const std::wstring& path) {
-  const bool onDrive = path.size() > 2 && path[1] == L':' && (path[2] == L'\\' || path[2] == L'/');
-  return onDrive && GetDriveTypeW((path.substr(0, 2) + L'\\').c_str()) != DRIVE_REMOTE;
+  const std::string text = StringUtils::utf16to8(path);
+  if (judgePath(text) != PathKind::LocalFolder) return false;
+  const std::string_view rest(text.starts_with(R"(\\?\)") ? std::string_view(text).substr(4) : text);
+  const std::wstring drive = {static_cast<wchar_t>(rest[0]), L':', L'\\'};
+  return GetDriveTypeW(drive.c_str()) != DRIVE_REMOTE;
 }
 
 FileHandle openDiskFile(const std::wstring& path) {
+  const PathKind kind = judgePath(StringUtils::utf16to8(path));
+  const bool isShare = kind == PathKind::Share || (kind == PathKind::LocalFolder && !isOnThisMachine(path));
+  if (isShare ? !isUsable(PathKind::Share) : kind != PathKind::LocalFolder) {
+    SetLastError(isShare ? ERROR_NETWORK_ACCESS_DENIED : ERROR_BAD_PATHNAME);
+    return {};
+  }
   FileHandle file = openForExamination(path, kAnonymous);
   if (file && GetFileType(file.get()) != FILE_TYPE_DISK) {
     file.reset();
