@@ -13,6 +13,7 @@
 #include "prefs/query_string.h"
 #include "util/environment.h"
 #include "util/file_utils.h"
+#include "util/path_judge.h"
 #include "util/product_names.h"
 #include "util/scoped_handle.h"
 #include "util/string_utils.h"
@@ -88,12 +89,19 @@ std::string defaultAppDataPath() {
   return path == nullptr ? std::string() : *path;
 }
 
+/// Whether the service would use the path. What only this user may not look at counts.
+bool isUsed(const std::string& path, const std::vector<std::string>& ownFolders) {
+  const PathKind kind = judgeAppDataPath(path, ownFolders);
+  return kind == PathKind::Unreachable || isUsable(kind);
+}
+
 /// As the service derives it, from its account's part of the registry.
-std::string logFolder(HKEY root, const std::string& prefix, const std::string& localAppData) {
+std::string logFolder(HKEY root, const std::string& prefix, const std::string& localAppData,
+                      const std::vector<std::string>& ownFolders) {
   // A stored value wins over the override, an empty one too.
   const auto stored = registryText(root, prefix + names::kPreferencesKey.narrow, "LocalAppDataPath");
   std::string base = stored ? *stored : defaultAppDataPath();
-  if (base.empty()) base = localAppData;
+  if (base.empty() || !isUsed(base, ownFolders)) base = localAppData;
   return base.empty()
              ? base
              : FileUtils::join(FileUtils::join(base, names::kProductFolder.narrow), names::kLogs.narrow);
@@ -125,10 +133,11 @@ std::string serviceLogFolder(const std::string& given) {
   adoptServiceEnvironment();
   const ServiceQuery query = queryService();
   const std::string user = identifierOf(query.facts ? query.facts->account : "") + "\\";
-  const std::string ofService =
-      logFolder(HKEY_USERS, user, registryText(HKEY_USERS, user + kFoldersKey, "Local AppData").value_or(""));
+  const auto own = query.facts ? ownFoldersOf(query.facts->program) : ownFolders();
+  const std::string ofService = logFolder(
+      HKEY_USERS, user, registryText(HKEY_USERS, user + kFoldersKey, "Local AppData").value_or(""), own);
   const std::string ofUser =
-      logFolder(HKEY_CURRENT_USER, "", FileUtils::applicationDataDirectory(false, false));
+      logFolder(HKEY_CURRENT_USER, "", FileUtils::applicationDataDirectory(false, false), own);
   return ofService.empty() || lastWritten(ofUser) > lastWritten(ofService) ? ofUser : ofService;
 }
 

@@ -18,6 +18,7 @@
 #include "plugin/setup_error.h"
 #include "util/file_utils.h"
 #include "util/log_names.h"
+#include "util/path_judge.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"
 #include "util/windows_handles.h"
@@ -153,9 +154,12 @@ std::vector<fs::path> applicationDataFolders() {
   std::wstring system(MAX_PATH, L'\0');
   system.resize(GetSystemDirectoryW(system.data(), MAX_PATH));
   add(system + L"\\config\\systemprofile\\AppData\\Local");
-  add(registryText(HKEY_USERS, std::wstring(L"S-1-5-18\\") + names::kPreferencesKey.wide,
-                   L"LocalAppDataPath"));
-  add(registryText(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath"));
+  const auto addStored = [&](const std::wstring& folder) {
+    if (isUsable(judgeAppDataPath(StringUtils::utf16to8(folder), {}))) add(folder);
+  };
+  addStored(registryText(HKEY_USERS, std::wstring(L"S-1-5-18\\") + names::kPreferencesKey.wide,
+                         L"LocalAppDataPath"));
+  addStored(registryText(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath"));
   std::wstring own(MAX_PATH, L'\0');
   const DWORD length = GetEnvironmentVariableW(L"LOCALAPPDATA", own.data(), MAX_PATH);
   own.resize(length < MAX_PATH ? length : 0);

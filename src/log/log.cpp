@@ -10,6 +10,7 @@
 #include "log/token_scrubber.h"
 #include "util/environment.h"
 #include "util/file_utils.h"
+#include "util/io_deadline.h"
 #include "util/printable.h"
 
 namespace zarn {
@@ -87,7 +88,7 @@ void Log::createLogDirectories() {
   // The store must be there: the directories depend on the preference LocalAppDataPath.
   static_cast<void>(preferences());
   const std::string directory = FileUtils::applicationDataDirectory();
-  if (FileUtils::namesDevice(directory)) return;
+  const IoDeadline deadline(kOpenLimit);
   static_cast<void>(FileUtils::createDirectories(directory) && FileUtils::createDirectories(logDirectory()));
 }
 
@@ -141,6 +142,9 @@ void Log::onFileOpened() {
     routine = fileOpenedRoutine_;
   }
   if (routine) routine();
+  // Only here: a path may be refused before there is a file to say so in.
+  const std::string refusal = FileUtils::takeRefusalOfAppDataPath();
+  if (!refusal.empty()) log(LogLevel::Error, "%s", refusal);
 }
 
 void Log::scrubMessage(std::string& message) {

@@ -27,11 +27,7 @@ bool isRegularFile(const fs::directory_entry& entry) {
 fs::path makeDestination(error_code& error) {
   const std::string path = FileUtils::join(FileUtils::logDirectory(), names::kInstallerLogs.narrow);
   fs::path destination = FileUtils::toPath(path);
-  if (FileUtils::namesDevice(path)) {
-    error = make_error_code(boost::system::errc::not_a_directory);
-  } else {
-    fs::create_directories(destination, error);
-  }
+  fs::create_directories(destination, error);
   return destination;
 }
 

@@ -6,10 +6,12 @@
 #include <boost/system/error_code.hpp>
 #include <exception>
 #include <utility>
+#include <vector>
 
 #include "util/file_utils_platform.h"
 #include "util/logging.h"
 #include "util/mutex.h"
+#include "util/path_judge.h"
 #include "util/printable.h"
 #include "util/product_names.h"
 
@@ -37,6 +39,52 @@ std::string overridePath() {
   auto& current = applicationDataOverride();
   const MutexLock lock(current.mutex);
   return current.path;
+}
+
+/// What became of the preference LocalAppDataPath.
+struct ChosenPath {
+  Mutex mutex;
+  std::string lastUsed ZARN_GUARDED_BY(mutex);
+  std::string refused ZARN_GUARDED_BY(mutex);  ///< the last text, when it was
+  std::string refusal ZARN_GUARDED_BY(mutex);  ///< not yet taken
+};
+
+ChosenPath& chosenPath() {
+  static ChosenPath& instance = *std::make_unique<ChosenPath>().release();  // lives as long as the process
+  return instance;
+}
+
+void noteUsed(const std::string& path) {
+  auto& chosen = chosenPath();
+  const MutexLock lock(chosen.mutex);
+  chosen.lastUsed = path;
+  chosen.refused.clear();
+  chosen.refusal.clear();
+}
+
+/// The path that was used before.
+std::string noteRefused(const std::string& path, PathKind kind) {
+  auto& chosen = chosenPath();
+  const MutexLock lock(chosen.mutex);
+  if (chosen.refused != path) {
+    chosen.refused = path;
+    chosen.refusal =
+        formatPrintf("The application data path %s is not used: it is %s.", printable(path), describe(kind));
+  }
+  return chosen.lastUsed;
+}
+
+/// The preference's text, or what is used in its place; empty for the service's own folder.
+std::string usableBase(const std::string& path) {
+  const auto own = path.empty() ? std::vector<std::string>() : ownFolders();
+  const PathKind kind = path.empty() ? PathKind::LocalFolder : judgeAppDataPath(path, own);
+  if (isUsable(kind)) {
+    noteUsed(path);
+    return path;
+  }
+  std::string former = noteRefused(path, kind);
+  // What was good may lead elsewhere by now.
+  return former.empty() || isUsable(judgeAppDataPath(former, own)) ? former : std::string();
 }
 
 }  // namespace
@@ -171,9 +219,15 @@ std::string applicationDataDirectory(bool withProduct, bool allowPreference) {
   }
   std::string base;
   if (auto* const reader = localAppDataPathReader.load(); allowPreference && reader != nullptr)
-    base = reader();
+    base = usableBase(reader());
   if (base.empty()) base = platform::userApplicationDataFolder();
   return withProduct ? join(base, names::kProductFolder.narrow) : base;
+}
+
+std::string takeRefusalOfAppDataPath() {
+  auto& chosen = chosenPath();
+  const MutexLock lock(chosen.mutex);
+  return std::exchange(chosen.refusal, {});
 }
 
 std::string logDirectory(bool withProduct, bool allowPreference) {

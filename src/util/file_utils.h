@@ -80,10 +80,6 @@ struct HeldFolder {
 /// Links::Refuse a folder that is itself a link is not held. Logs nothing.
 [[nodiscard]] HeldFolder holdFolder(std::string_view path, Links links, HoldFor use);
 
-/// Whether the path names a device, a pipe or another object that is no file on a
-/// drive or a share: even asking for its attributes may call whoever serves it.
-[[nodiscard]] bool namesDevice(std::string_view path) noexcept;
-
 // ---- Directories ---------------------------------------------------------------
 
 /// The process-wide application-data directory that replaces every other
@@ -97,8 +93,16 @@ void setLocalAppDataPathReader(std::string (*reader)()) noexcept;
 /// The override; else the preference (when `allowPreference`), else the user's
 /// local application-data folder, the last two followed by "Zarn Media Server"
 /// when `withProduct`. Without a home folder the process ends (logFatal).
+///
+/// A preference that names no folder on a drive of this machine, or a place of the
+/// service's own (util/path_judge.h), is not used, and nothing on it is opened: the
+/// last one that was used in this process stands in for it, if there is one.
 [[nodiscard]] std::string applicationDataDirectory(bool withProduct = true, bool allowPreference = true);
 [[nodiscard]] std::string logDirectory(bool withProduct = true, bool allowPreference = true);
+
+/// Why the preference was not used, as a sentence for the log; once for each text
+/// that it had, and empty when there is nothing new to say.
+[[nodiscard]] std::string takeRefusalOfAppDataPath();
 
 /// Created when missing.
 [[nodiscard]] std::string databasesDirectory();

@@ -79,10 +79,6 @@ HeldFolder holdFolder(std::string_view path, Links links, HoldFor /*use*/) {
   return {std::move(folder), std::string(path), 0};
 }
 
-bool namesDevice(std::string_view /*path*/) noexcept {
-  return false;
-}
-
 ScopedFile safeOpen(std::string_view path, const char* mode, bool /*shareDelete*/, Links links) {
   if (*mode == '\0') mode = "r";
   const bool refuse = links == Links::Refuse;

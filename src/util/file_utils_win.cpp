@@ -173,14 +173,6 @@ HeldFolder holdFolder(std::string_view path, Links links, HoldFor use) {
   return {handles, StringUtils::utf16to8(real), 0};
 }
 
-bool namesDevice(std::string_view path) noexcept {
-  const auto isSeparatorAt = [&](std::size_t i) { return path[i] == '\\' || path[i] == '/'; };
-  if (path.size() < 4 || !isSeparatorAt(0) || !isSeparatorAt(1) || !isSeparatorAt(3)) return false;
-  if (path[2] == '.') return true;
-  const bool isOnDrive = path.size() > 5 && path[5] == ':';
-  return path[2] == '?' && !isOnDrive && !path.substr(4).starts_with("UNC\\");
-}
-
 ScopedFile safeOpen(std::string_view path, const char* mode, bool shareDelete, Links links) {
   if (*mode == '\0') mode = "r";
   const OpenMode parsed = parseMode(mode);

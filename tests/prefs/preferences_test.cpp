@@ -189,8 +189,8 @@ TEST(Preferences, TheInstanceIsMadeOnceAndServesAllThreads) {
   EXPECT_THAT(seen, ::testing::Each(seen[0]));
   EXPECT_NE(dynamic_cast<const TestPreferences*>(seen[0]), nullptr);
   // The directories follow the preference from now on.
-  seen[0]->setStringValue("LocalAppDataPath", "elsewhere");
-  EXPECT_EQ(FileUtils::applicationDataDirectory(), FileUtils::join("elsewhere", "Zarn Media Server"));
+  seen[0]->setStringValue("LocalAppDataPath", R"(C:\)");
+  EXPECT_EQ(FileUtils::applicationDataDirectory(), FileUtils::join(R"(C:\)", "Zarn Media Server"));
 }
 
 }  // namespace

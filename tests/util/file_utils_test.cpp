@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/environment.h"
 #include "support/recording_log.h"
 #include "support/temp_directory.h"
 #ifdef _WIN32
@@ -85,6 +86,22 @@ TEST(FileUtils, ApplicationDataDirectoryPrecedence) {
   EXPECT_EQ(FileUtils::applicationDataDirectory(true, false), FileUtils::join(home, "Zarn Media Server"));
   EXPECT_TRUE(FileUtils::isDirectory(FileUtils::databasesDirectory()));
 
+#ifdef _WIN32
+  // What is refused changes nothing, not even when it is what was good before.
+  const std::string temp = FileUtils::toUtf8(fs::temp_directory_path());
+  for (const std::string& refused : {std::string(R"(\\nowhere\share)"), temp, std::string("C:")}) {
+    preferredPath = refused;
+    for (const char* said : {refused.c_str(), ""}) {
+      EXPECT_EQ(FileUtils::applicationDataDirectory(), dir / "Zarn Media Server");
+      EXPECT_THAT(FileUtils::takeRefusalOfAppDataPath(), ::testing::HasSubstr(said));
+    }
+    EXPECT_EQ(FileUtils::takeRefusalOfAppDataPath(), "");
+  }
+  setEnvironment("TMP", dir.path());
+  EXPECT_EQ(FileUtils::applicationDataDirectory(false), home);
+  setEnvironment("TMP", temp);
+  preferredPath = dir.path();
+#endif
   FileUtils::setApplicationDataOverride(dir / "override");
   EXPECT_EQ(FileUtils::logDirectory(), FileUtils::join(dir / "override", "Logs"));
   EXPECT_EQ(FileUtils::applicationDataDirectory(false), dir.path());  // the override is a product directory

@@ -42,14 +42,5 @@ TEST(HeldFolder, IsAFolderOnADisk) {
   }
 }
 
-TEST(FileUtils, TellsDevicesFromFiles) {
-  for (const char* device : {R"(\\.\pipe\x)", "//./pipe/x", R"(\\?\GLOBALROOT\Device\x)", R"(\\?\pipe\x)"}) {
-    EXPECT_TRUE(FileUtils::namesDevice(device)) << device;
-  }
-  for (const char* file : {R"(C:\x)", R"(\\server\share)", R"(\\?\C:\x)", R"(\\?\UNC\server\share)", ""}) {
-    EXPECT_FALSE(FileUtils::namesDevice(file)) << file;
-  }
-}
-
 }  // namespace
 }  // namespace zarn::testing
