@@ -4,6 +4,7 @@
 #include <boost/thread/thread.hpp>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -15,6 +16,7 @@
 #include "log/network_log.h"
 #include "util/mutex.h"
 #include "util/printable.h"
+#include "util/quietly.h"
 #include "util/type_name.h"
 
 namespace zarn {
@@ -39,11 +41,13 @@ struct BaseLog::State {
   RecursiveMutex writeMutex;  ///< held while one line is written
   NetworkLog network ZARN_GUARDED_BY(writeMutex);
 
+  LogLineRenderer renderer ZARN_GUARDED_BY(writeMutex);
+
   // Rotation does not hold the write mutex: a line that comes meanwhile finds no
-  // file. Held inside the write mutex, never while files are moved.
+  // file. Held to take or change the file, never while it is written or files are
+  // moved, so that a write that does not return holds up nobody else.
   Mutex fileMutex;
-  FileUtils::ScopedFile file ZARN_GUARDED_BY(fileMutex);
-  LogLineRenderer renderer ZARN_GUARDED_BY(fileMutex);
+  std::shared_ptr<std::FILE> file ZARN_GUARDED_BY(fileMutex);
 
   /// Empty before the start.
   [[nodiscard]] std::string name() const {
@@ -51,6 +55,15 @@ struct BaseLog::State {
   }
   [[nodiscard]] bool isWriter(std::uint32_t threadId) const noexcept {
     return threadId == writerThreadId.load(std::memory_order_relaxed);
+  }
+
+  [[nodiscard]] std::shared_ptr<std::FILE> currentFile() ZARN_EXCLUDES(fileMutex) {
+    const MutexLock lock(fileMutex);
+    return file;
+  }
+  void closeFile() ZARN_EXCLUDES(fileMutex) {
+    const MutexLock lock(fileMutex);
+    file.reset();
   }
 };
 
@@ -69,6 +82,10 @@ class FlagReset {
 
 LogStamp stampNow(LogLevel level) {
   return {level, currentThreadId(), platform::currentLogTime()};
+}
+
+LogQueue::Clock::time_point endOf(std::chrono::milliseconds limit) {
+  return limit == kNoLimit ? LogQueue::Clock::time_point::max() : LogQueue::Clock::now() + limit;
 }
 
 }  // namespace
@@ -119,22 +136,20 @@ void BaseLog::writeStartupCrashLog(const std::string& reason) noexcept {
   }
 }
 
-void BaseLog::stop() {
+bool BaseLog::stop(std::chrono::milliseconds limit) {
   state_->queue.stop();
-  {
-    const MutexLock lock(state_->threadMutex);
-    if (state_->thread.joinable()) state_->thread.join();
-  }
-  const MutexLock lock(state_->fileMutex);
-  state_->file.reset();
+  if (state_->isWriter(currentThreadId())) return false;
+  if (!state_->hasWriter.load(std::memory_order_acquire)) return true;
+  if (!state_->queue.waitForWriter(endOf(limit))) return false;
+  // The system may hold up a thread's end, too, which no limit could bound.
+  if (limit != kNoLimit) return true;
+  const MutexLock lock(state_->threadMutex);
+  if (state_->thread.joinable()) state_->thread.join();
+  return true;
 }
 
 void BaseLog::stopQuietly() noexcept {
-  try {
-    stop();
-  } catch (const std::exception&) {
-    // Only a broken mutex gets here.
-  }
+  quietly([this] { stop(); });
 }
 
 // ---- Lines come in ---------------------------------------------------------------
@@ -154,18 +169,16 @@ bool BaseLog::isQueueing() const noexcept {
   return !isSynchronous() && state_->hasWriter.load(std::memory_order_acquire);
 }
 
-void BaseLog::flush() {
-  if (!state_->hasWriter.load(std::memory_order_acquire) || state_->isWriter(currentThreadId())) return;
-  state_->queue.flush();
+bool BaseLog::flush(std::chrono::milliseconds limit) {
+  if (!state_->hasWriter.load(std::memory_order_acquire) || state_->isWriter(currentThreadId())) return true;
+  return state_->queue.flush(endOf(limit));
 }
 
 void BaseLog::fatal(const std::string& message) {
-  try {
-    submit(LogLevel::Error, "FATAL ERROR: " + message);
-    flush();
-  } catch (...) {
-    // The process ends all the same.
-  }
+  // The process ends all the same, and the lines before this one are written even
+  // when there is no memory for it.
+  quietly([&] { submit(LogLevel::Error, "FATAL ERROR: " + message); });
+  quietly([this] { flush(kLastLinesLimit); });
   platform::endAfterFatalError();
 }
 
@@ -197,6 +210,7 @@ void BaseLog::writerMain() {
       if (full && !state.queue.isStopping()) guarded([this] { rotateAndReopen(); });
     }
   }
+  state.closeFile();
   state.writerThreadId.store(0);
   state.queue.finish();
 }
@@ -228,11 +242,11 @@ void BaseLog::writeLine(LogItem& item) {
   sendToCollector(state.network, item);
   onLineWritten();
 
-  const MutexLock fileLock(state.fileMutex);
-  if (!state.file) return;
+  const std::shared_ptr<std::FILE> file = state.currentFile();
+  if (!file) return;
   const std::string_view line = state.renderer.render(item);
-  const std::size_t written = std::fwrite(line.data(), 1, line.size(), state.file.get());
-  static_cast<void>(std::fflush(state.file.get()));  // a full disk is nothing to log
+  const std::size_t written = std::fwrite(line.data(), 1, line.size(), file.get());
+  static_cast<void>(std::fflush(file.get()));  // a full disk is nothing to log
   state.bytesWritten.fetch_add(written, std::memory_order_relaxed);
 }
 

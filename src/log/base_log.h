@@ -4,6 +4,7 @@
 // operations; log.h has the logger that the service uses.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -18,6 +19,10 @@ class NetworkLog;
 /// A file that has reached this size is rotated after the line that did it. Bytes
 /// as handed to the C library: a line feed is one.
 inline constexpr std::uint64_t kMaximumLogFileBytes = 10'485'760;
+
+inline constexpr std::chrono::milliseconds kNoLimit = std::chrono::milliseconds::max();
+/// How long the end of the process waits for the last lines, and then for the writer.
+inline constexpr std::chrono::seconds kLastLinesLimit{5};
 
 /// Before start(), and while synchronous, a line is written by the thread that
 /// logs it; otherwise by the writer thread. A written line is complete in the
@@ -39,14 +44,17 @@ class BaseLog : public LogSink {
   /// on the way is passed on, with its text left in "Startup Crash.log".
   void start(const std::string& baseName);
 
-  /// Ends the writer after the line that it is writing and closes the file. Lines
-  /// still queued, and those logged later, are dropped. May be repeated. Not for
-  /// the writer's thread.
-  void stop();
+  /// Has the writer end after the line that it is writing and close the file. Lines
+  /// still queued, and those logged later, are dropped. May be repeated. Returns
+  /// whether the writer has ended, which a writer that something holds up does not
+  /// within the limit, and which its own thread cannot wait for. With a limit the
+  /// thread is never joined: the destructor does that, and so a logger whose writer
+  /// may not end must not be destroyed before the process ends.
+  bool stop(std::chrono::milliseconds limit = kNoLimit);
 
   /// Returns when every line logged so far is in the file, at once when there is
-  /// no writer to do it.
-  void flush();
+  /// no writer to do it. False when that has not come within the limit.
+  bool flush(std::chrono::milliseconds limit = kNoLimit);
 
   /// The files rotate right after the next line that goes through the queue.
   void requestRotation() noexcept;
@@ -61,6 +69,7 @@ class BaseLog : public LogSink {
   void disableNetworkLogging();
 
   void submit(LogLevel level, std::string_view message) final;
+  /// Waits no longer than kLastLinesLimit for the lines.
   [[noreturn]] void fatal(const std::string& message) final;
 
  protected:

@@ -1,5 +1,6 @@
 #include "log/log_queue.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -18,6 +19,8 @@ constexpr std::size_t kKeptSlots = 1024;
 constexpr std::size_t kKeptMessageBytes = 4096;
 
 constexpr std::size_t kCopiedWhileLocked = 512;
+
+constexpr std::chrono::hours kLongestWait{1};
 
 }  // namespace
 
@@ -45,12 +48,31 @@ void LogQueue::push(const LogStamp& stamp, std::string_view prefix, std::string_
   if (wake) work_.notify_one();
 }
 
-void LogQueue::flush() {
+bool LogQueue::flush(Clock::time_point end) {
   Lock lock(mutex_);
-  if (finished_) return;
+  if (finished_) return true;
   const std::uint64_t ticket = ++flushesAsked_;
   work_.notify_one();
-  while (!finished_ && flushesAnswered_ < ticket) lock.wait(drained_);
+  while (!finished_ && flushesAnswered_ < ticket) {
+    if (!waitForNews(lock, end)) return false;
+  }
+  return true;
+}
+
+bool LogQueue::waitForWriter(Clock::time_point end) {
+  Lock lock(mutex_);
+  while (!finished_) {
+    if (!waitForNews(lock, end)) return false;
+  }
+  return true;
+}
+
+bool LogQueue::waitForNews(Lock& lock, Clock::time_point end) {
+  const auto now = Clock::now();
+  if (now >= end) return false;
+  // The C library computes with the time at which a wait ends: one without end would overflow it.
+  lock.waitFor(drained_, std::min<Clock::duration>(end - now, kLongestWait));
+  return true;
 }
 
 void LogQueue::stop() {

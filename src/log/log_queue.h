@@ -7,6 +7,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -39,12 +40,16 @@ class LogQueue {
   /// Copies prefix and message into one text. While stopping, it is dropped without notice.
   void push(const LogStamp& stamp, std::string_view prefix, std::string_view message) ZARN_EXCLUDES(mutex_);
 
-  /// Returns when every item pushed before is written, or the writer has finished.
-  /// Not for the writer's thread.
-  void flush() ZARN_EXCLUDES(mutex_);
+  using Clock = std::chrono::steady_clock;
+
+  /// Returns when every item pushed before is written or the writer has finished:
+  /// true. False when neither has come by `end`. Not for the writer's thread.
+  bool flush(Clock::time_point end) ZARN_EXCLUDES(mutex_);
 
   /// From here on nothing is pushed or taken; the writer wakes up.
   void stop() ZARN_EXCLUDES(mutex_);
+  /// Returns when the writer has finished: true, or at `end`.
+  bool waitForWriter(Clock::time_point end) ZARN_EXCLUDES(mutex_);
   [[nodiscard]] bool isStopping() const noexcept { return stopping_.load(std::memory_order_acquire); }
 
   // ---- The writer's side ----
@@ -60,6 +65,8 @@ class LogQueue {
   using Lock = MutexLock<Mutex>;
 
   void waitForWork(Lock& lock) ZARN_REQUIRES(mutex_);
+  /// A wait for the writer. May end early; false when `end` has come.
+  bool waitForNews(Lock& lock, Clock::time_point end) ZARN_REQUIRES(mutex_);
   void answerFlushes(std::uint64_t upTo) ZARN_REQUIRES(mutex_);
 
   Mutex mutex_;

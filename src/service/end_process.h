@@ -6,15 +6,18 @@
 namespace zarn {
 
 /// Has every line so far written, then shuts the logger down; later lines are dropped.
-void shutLoggerDown();
+/// A disk that stands still holds this up for twice kLastLinesLimit, no longer: the
+/// writer is then left behind in its write.
+void shutLoggerDown() noexcept;
 
 /// Shuts the logger down and ends the process with `exitCode`: no static
 /// destructors, no atexit handlers, no DLL's detach routine. Other threads may be
-/// anywhere, holding any lock, so nothing of the process runs on.
-[[noreturn]] void endProcess(std::uint32_t exitCode);
+/// anywhere, holding any lock, so nothing of the process runs on. Whatever fails on
+/// the way, the process ends.
+[[noreturn]] void endProcess(std::uint32_t exitCode) noexcept;
 
 /// Ends the process after a fault of the calling thread, with the fault's code, once a
-/// line about it has been written or five seconds have passed. The thread may hold any
+/// line about it has been written or kLastLinesLimit has passed. The thread may hold any
 /// lock, so that nothing else is done on it. After logFatal(), whose code this is for,
 /// there has been a line.
 [[noreturn]] void endProcessAfterFault(std::uint32_t code) noexcept;

@@ -11,14 +11,14 @@
 
 namespace zarn {
 
-void shutLoggerDown() {
+void shutLoggerDown() noexcept {
   // Stopping abandons what is still queued, which would be the lines that tell
   // why the process ends.
-  Log::instance().flush();
-  Log::instance().stop();
+  quietly([] { Log::instance().flush(kLastLinesLimit); });
+  quietly([] { Log::instance().stop(kLastLinesLimit); });
 }
 
-void endProcess(std::uint32_t exitCode) {
+void endProcess(std::uint32_t exitCode) noexcept {
   shutLoggerDown();
   TerminateProcess(GetCurrentProcess(), exitCode);
   std::_Exit(static_cast<int>(exitCode));
@@ -27,13 +27,13 @@ void endProcess(std::uint32_t exitCode) {
 namespace {
 
 constexpr std::uint32_t kFatalErrorCode = 0xC0DEDEAD;
-constexpr DWORD kLastLineMilliseconds = 5000;
+constexpr DWORD kLastLineMilliseconds = 6000;  // a little more than the flush is given
 
 DWORD WINAPI writeLastLine(void* code) {
   quietly([code] {
     logLine(LogLevel::Error, "Error: Structured exception 0x%08x in a call, exiting",
             *static_cast<const std::uint32_t*>(code));
-    Log::instance().flush();
+    Log::instance().flush(kLastLinesLimit);
   });
   return 0;
 }

@@ -5,6 +5,7 @@
 
 #include <boost/filesystem/operations.hpp>
 #include <csignal>
+#include <future>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -154,7 +155,8 @@ TEST_F(LogInDirectory, FatalWritesEverythingFirst) {
     if (onWriter) log_.whenOpened = [&] { log_.fatal("the end"); };  // must not wait for itself
     log_.start("Test");
     for (std::size_t i = 0; i < lines; ++i) log_.submit(LogLevel::Info, "line");
-    onWriter ? log_.flush() : log_.fatal("the end");
+    if (!onWriter) log_.fatal("the end");
+    log_.flush();
   };
   EXPECT_EXIT(die(0, true), endsFatally, "");
   EXPECT_EXIT(die(500, false), endsFatally, "");
@@ -162,6 +164,17 @@ TEST_F(LogInDirectory, FatalWritesEverythingFirst) {
   const Lines lines = messages(0);
   ASSERT_EQ(lines.size(), 501U);
   EXPECT_EQ(lines.back(), "FATAL ERROR: the end");
+}
+
+TEST_F(LogInDirectory, FatalEndsThoughTheWriterDoesNot) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto die = [this] {
+    log_.whileWriting = [] { std::promise<void>().get_future().wait(); };
+    log_.start("Test");
+    log_.submit(LogLevel::Info, "line");
+    log_.fatal("the end");
+  };
+  EXPECT_EXIT(die(), endsFatally, "");
 }
 
 }  // namespace

@@ -1,0 +1,78 @@
+// A pipe that nobody reads, put in the place of the log file, stands for a disk that stands still.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <chrono>
+#include <csignal>
+
+#include "log/probe_log.h"
+
+namespace zarn::testing {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+/// The descriptor under which this process has the file open; -1 when it has not.
+int descriptorOf(const std::string& path) {
+  for (const auto& entry : boost::filesystem::directory_iterator("/proc/self/fd")) {
+    boost::system::error_code gone;
+    if (boost::filesystem::read_symlink(entry.path(), gone) == path)
+      return std::stoi(entry.path().filename().string());
+  }
+  return -1;
+}
+
+class Pipe {
+ public:
+  Pipe() {
+    EXPECT_EQ(::pipe2(ends_, O_CLOEXEC), 0);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+  ~Pipe() { close(); }
+
+  /// What is written to the file from here on goes into the pipe.
+  void replace(const std::string& path) const { ASSERT_NE(::dup2(ends_[1], descriptorOf(path)), -1); }
+  /// Ends every write into it.
+  void close() {
+    for (int& end : ends_) {
+      if (end != -1) ::close(std::exchange(end, -1));
+    }
+  }
+
+ private:
+  int ends_[2] = {-1, -1};
+};
+
+class LogOnABadDisk : public ::testing::Test {
+ protected:
+  LogOnABadDisk() {
+    log_.start("Test");
+    log_.write({"first"});
+  }
+  [[nodiscard]] std::string file() const { return LogFiles::path(dir_.path(), "Test", 0); }
+
+  TempDirectory dir_;
+  ProbeLog log_{dir_.path()};
+};
+
+TEST_F(LogOnABadDisk, AWriteThatStandsStillHoldsUpNoEnd) {
+  Pipe pipe;
+  pipe.replace(file());
+  log_.submit(LogLevel::Info, std::string(1 << 20, 'l'));
+  const auto start = Clock::now();
+  EXPECT_FALSE(log_.flush(100ms));
+  EXPECT_FALSE(log_.stop(100ms));
+  EXPECT_LT(Clock::now() - start, 2s);
+  pipe.close();
+  EXPECT_TRUE(log_.stop());
+}
+
+}  // namespace
+}  // namespace zarn::testing
