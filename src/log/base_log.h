@@ -28,6 +28,9 @@ inline constexpr std::chrono::seconds kLastLinesLimit{5};
 /// logs it; otherwise by the writer thread. A written line is complete in the
 /// file before the next one is taken.
 ///
+/// What the writer has not taken is bounded (log_queue.h): lines beyond are lost, and
+/// a line says how many. Memory that runs out costs a line, too, and nothing else.
+///
 /// A line that comes while another one is being written outside the queue (from
 /// a second thread while synchronous, or from inside the writing itself) is lost.
 class BaseLog : public LogSink {

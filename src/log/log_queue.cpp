@@ -15,16 +15,31 @@ constexpr int kPolls = 100;
 /// The memory of more slots than these is given back by the first batch after a
 /// flood that can do without.
 constexpr std::size_t kKeptSlots = 1024;
-/// So is that of a message longer than these bytes.
-constexpr std::size_t kKeptMessageBytes = 4096;
 
 constexpr std::size_t kCopiedWhileLocked = 512;
+/// The memory of a message longer than these bytes is given back when it is written:
+/// a longer one comes with memory of its own.
+constexpr std::size_t kKeptMessageBytes = 2 * kCopiedWhileLocked;
 
 constexpr std::chrono::hours kLongestWait{1};
 
+constexpr std::size_t kLongestNotice = 100;
+
+std::string lostNotice(std::uint64_t lines) {
+  return formatPrintf("Log lines that were lost because the queue had no room for them: %llu", lines);
+}
+
 }  // namespace
 
-void LogQueue::push(const LogStamp& stamp, std::string_view prefix, std::string_view message) {
+void LogQueue::push(const LogStamp& stamp, std::string_view prefix, std::string_view message) noexcept {
+  try {
+    tryPush(stamp, prefix, message);
+  } catch (...) {
+    countLost();  // no memory
+  }
+}
+
+void LogQueue::tryPush(const LogStamp& stamp, std::string_view prefix, std::string_view message) {
   // A short message goes into memory that its slot kept from another; a long one
   // must not make others wait while it is copied.
   const bool isLong = message.size() > kCopiedWhileLocked;
@@ -33,19 +48,44 @@ void LogQueue::push(const LogStamp& stamp, std::string_view prefix, std::string_
 
   Lock lock(mutex_);
   if (isStopping()) return;
-  const bool isKept = waiting_.count_ < waiting_.slots_.size();
-  LogItem& slot = isKept ? waiting_.slots_[waiting_.count_] : waiting_.slots_.emplace_back();
-  static_cast<LogStamp&>(slot) = stamp;
-  if (isLong) {
-    slot.message.swap(copy);
-  } else {
-    slot.message.assign(prefix.empty() ? message : prefix);
-    if (!prefix.empty()) slot.message.append(message);
+  const std::uint64_t lost = lost_.load(std::memory_order_relaxed);
+  if (!hasRoomFor(prefix.size() + message.size())) [[unlikely]]
+    return countLost();
+  if (lost != 0) [[unlikely]] {
+    LogItem& item = nextItem({LogLevel::Warn, stamp.threadId, stamp.time});
+    item.message = lostNotice(lost);
+    keepItem(item);
+    lost_.fetch_sub(lost, std::memory_order_relaxed);
   }
-  ++waiting_.count_;
+  LogItem& item = nextItem(stamp);
+  if (isLong) {
+    item.message.swap(copy);
+  } else {
+    item.message.assign(prefix.empty() ? message : prefix);
+    if (!prefix.empty()) item.message.append(message);
+  }
+  keepItem(item);
   const bool wake = std::exchange(writerSleeps_, false);
   lock.unlock();
   if (wake) work_.notify_one();
+}
+
+bool LogQueue::hasRoomFor(std::size_t bytes) const {
+  constexpr std::size_t items = 2 * sizeof(LogItem) + kLongestNotice;  // there may be a notice before it
+  return waiting_.bytes_ + takenBytes_ + items + bytes <= kMaximumQueueBytes;
+}
+
+/// The slot behind the last item, with the message of an earlier one in it.
+LogItem& LogQueue::nextItem(const LogStamp& stamp) {
+  const bool isKept = waiting_.count_ < waiting_.slots_.size();
+  LogItem& item = isKept ? waiting_.slots_[waiting_.count_] : waiting_.slots_.emplace_back();
+  static_cast<LogStamp&>(item) = stamp;
+  return item;
+}
+
+void LogQueue::keepItem(const LogItem& item) {
+  waiting_.bytes_ += sizeof(LogItem) + item.message.size();
+  ++waiting_.count_;
 }
 
 bool LogQueue::flush(Clock::time_point end) {
@@ -96,8 +136,10 @@ bool LogQueue::take(Batch& batch) {
     std::vector<LogItem>().swap(batch.slots_);
   }
   batch.count_ = 0;
+  batch.bytes_ = 0;
 
   Lock lock(mutex_);
+  takenBytes_ = 0;
   answerFlushes(flushesTaken_);
   while (waiting_.count_ == 0 && !isStopping()) {
     answerFlushes(flushesAsked_);
@@ -105,6 +147,7 @@ bool LogQueue::take(Batch& batch) {
   }
   if (isStopping()) return false;
   std::swap(batch, waiting_);
+  takenBytes_ = batch.bytes_;
   flushesTaken_ = flushesAsked_;
   pollsLeft_ = kPolls;
   return true;

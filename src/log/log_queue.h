@@ -1,9 +1,10 @@
 // The lines that wait for the writer thread: any number of producers, one
 // consumer, first in, first out.
 //
-// The queue has no bound. A full one could only stop the service's threads
-// until the disk answers or lose lines, and both are worse than the memory that
-// the few lines of an install take.
+// The queue is bounded. Callers write lines faster than a disk that stands still
+// takes them, and the service must neither wait for that disk nor die of the memory:
+// what finds no room is lost, and the next line that finds some is preceded by one
+// that says how many were.
 #pragma once
 
 #include <atomic>
@@ -20,6 +21,9 @@
 
 namespace zarn {
 
+/// What waits and what the writer has taken and not yet written: messages and items.
+inline constexpr std::size_t kMaximumQueueBytes = std::size_t{64} * 1024 * 1024;
+
 class LogQueue {
  public:
   /// What the writer has taken at one go. Items are reused, with their memory.
@@ -31,14 +35,20 @@ class LogQueue {
     friend class LogQueue;
     std::vector<LogItem> slots_;
     std::size_t count_ = 0;
+    std::size_t bytes_ = 0;  ///< as they count for the bound
   };
 
   LogQueue() = default;
   LogQueue(const LogQueue&) = delete;
   LogQueue& operator=(const LogQueue&) = delete;
 
-  /// Copies prefix and message into one text. While stopping, it is dropped without notice.
-  void push(const LogStamp& stamp, std::string_view prefix, std::string_view message) ZARN_EXCLUDES(mutex_);
+  /// Copies prefix and message into one text. Without room or memory for it the line
+  /// is lost, and counted. While stopping, it is dropped without notice.
+  void push(const LogStamp& stamp, std::string_view prefix, std::string_view message) noexcept
+      ZARN_EXCLUDES(mutex_);
+
+  /// Counts a line that was lost before it came here.
+  void countLost() noexcept { lost_.fetch_add(1, std::memory_order_relaxed); }
 
   using Clock = std::chrono::steady_clock;
 
@@ -64,6 +74,11 @@ class LogQueue {
  private:
   using Lock = MutexLock<Mutex>;
 
+  void tryPush(const LogStamp& stamp, std::string_view prefix, std::string_view message)
+      ZARN_EXCLUDES(mutex_);
+  [[nodiscard]] bool hasRoomFor(std::size_t bytes) const ZARN_REQUIRES(mutex_);
+  LogItem& nextItem(const LogStamp& stamp) ZARN_REQUIRES(mutex_);
+  void keepItem(const LogItem& item) ZARN_REQUIRES(mutex_);
   void waitForWork(Lock& lock) ZARN_REQUIRES(mutex_);
   /// A wait for the writer. May end early; false when `end` has come.
   bool waitForNews(Lock& lock, Clock::time_point end) ZARN_REQUIRES(mutex_);
@@ -73,6 +88,7 @@ class LogQueue {
   std::condition_variable work_;     ///< an item came, somebody flushes, or stopping
   std::condition_variable drained_;  ///< flushes were answered, or the writer finished
   Batch waiting_ ZARN_GUARDED_BY(mutex_);
+  std::size_t takenBytes_ ZARN_GUARDED_BY(mutex_) = 0;
   bool writerSleeps_ ZARN_GUARDED_BY(mutex_) = false;
   bool finished_ ZARN_GUARDED_BY(mutex_) = false;
   int pollsLeft_ ZARN_GUARDED_BY(mutex_) = 0;
@@ -81,6 +97,7 @@ class LogQueue {
   std::uint64_t flushesTaken_ ZARN_GUARDED_BY(mutex_) = 0;
   std::uint64_t flushesAnswered_ ZARN_GUARDED_BY(mutex_) = 0;
   std::atomic<bool> stopping_{false};
+  std::atomic<std::uint64_t> lost_{0};  ///< and not yet told
 };
 
 }  // namespace zarn
