@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <new>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -14,6 +16,7 @@
 #include "log/log_platform.h"
 #include "log/log_queue.h"
 #include "log/network_log.h"
+#include "util/io_deadline.h"
 #include "util/mutex.h"
 #include "util/printable.h"
 #include "util/quietly.h"
@@ -42,6 +45,7 @@ struct BaseLog::State {
   NetworkLog network ZARN_GUARDED_BY(writeMutex);
 
   LogLineRenderer renderer ZARN_GUARDED_BY(writeMutex);
+  std::weak_ptr<std::FILE> tornFile ZARN_GUARDED_BY(writeMutex);  ///< may end inside a line
 
   // Rotation does not hold the write mutex: a line that comes meanwhile finds no
   // file. Held to take or change the file, never while it is written or files are
@@ -61,6 +65,7 @@ struct BaseLog::State {
     const MutexLock lock(fileMutex);
     return file;
   }
+  bool writeToFile(const LogItem& item) ZARN_REQUIRES(writeMutex);
   void closeFile() ZARN_EXCLUDES(fileMutex) {
     const MutexLock lock(fileMutex);
     file.reset();
@@ -157,12 +162,21 @@ void BaseLog::stopQuietly() noexcept {
 void BaseLog::submit(LogLevel level, std::string_view message) {
   const std::string_view prefix = logTagPrefix();
   const LogStamp stamp = stampNow(level);
-  if (!isQueueing() || state_->isWriter(stamp.threadId)) {
-    LogItem item{stamp, std::string(prefix).append(message)};
-    writeLine(item);
-  } else {
-    state_->queue.push(stamp, prefix, message);
+  if (isQueueing() && !state_->isWriter(stamp.threadId)) return state_->queue.push(stamp, prefix, message);
+  try {
+    writeAtOnce(stamp, prefix, message);
+  } catch (const std::bad_alloc&) {
+    state_->queue.countLost();
   }
+}
+
+void BaseLog::writeAtOnce(const LogStamp& stamp, std::string_view prefix, std::string_view message) {
+  LogItem item{stamp, std::string(prefix).append(message)};
+  const bool mayHaveFile = state_->hasWriter.load(std::memory_order_acquire);
+  std::optional<IoDeadline> deadline;
+  if (mayHaveFile && !state_->isWriter(stamp.threadId))
+    deadline.emplace(kLogFileLimit);  // the writer has one
+  writeLine(item);
 }
 
 bool BaseLog::isQueueing() const noexcept {
@@ -199,20 +213,35 @@ void BaseLog::setSynchronous(bool synchronous) noexcept {
 void BaseLog::writerMain() {
   State& state = *state_;
   state.writerThreadId.store(currentThreadId());
+  IoDeadline deadline(kLogFileLimit);
   guarded([this] { rotateAndReopen(); });
+  deadline.disarm();
 
   LogQueue::Batch batch;
   while (state.queue.take(batch)) {
-    for (LogItem& item : batch.items()) {
-      if (state.queue.isStopping()) break;
-      guarded([&] { writeLine(item); });
-      const bool full = state.bytesWritten.load(std::memory_order_relaxed) >= kMaximumLogFileBytes;
-      if (full && !state.queue.isStopping()) guarded([this] { rotateAndReopen(); });
-    }
+    deadline.arm();
+    writeBatch(batch.items(), deadline);
+    deadline.disarm();
   }
   state.closeFile();
   state.writerThreadId.store(0);
   state.queue.finish();
+}
+
+void BaseLog::writeBatch(std::span<LogItem> items, IoDeadline& deadline) {
+  State& state = *state_;
+  for (LogItem& item : items) {
+    if (state.queue.isStopping()) return;
+    // Only what was written puts the deadline off: once it has passed, the lines
+    // behind do not wait for the same disk as long as the first one did.
+    guarded([&] {
+      if (writeLine(item)) deadline.renew();
+    });
+    if (state.bytesWritten.load(std::memory_order_relaxed) < kMaximumLogFileBytes) continue;
+    if (state.queue.isStopping()) return;
+    deadline.renew();
+    guarded([this] { rotateAndReopen(); });
+  }
 }
 
 /// Runs one step; what it throws is logged and costs no more than this step.
@@ -230,10 +259,11 @@ void BaseLog::guarded(Step step) noexcept {
   }
 }
 
-void BaseLog::writeLine(LogItem& item) {
+/// False when the file did not take the line.
+bool BaseLog::writeLine(LogItem& item) {
   State& state = *state_;
-  if (!isEnabled(item.level)) return;  // the threshold may have changed in the queue
-  if (state.writing.load(std::memory_order_relaxed)) return;
+  if (!isEnabled(item.level)) return true;  // the threshold may have changed in the queue
+  if (state.writing.load(std::memory_order_relaxed)) return true;
   state.writing.store(true, std::memory_order_relaxed);
   const FlagReset reset(state.writing);
   const MutexLock lock(state.writeMutex);
@@ -241,13 +271,23 @@ void BaseLog::writeLine(LogItem& item) {
   scrubMessage(item.message);
   sendToCollector(state.network, item);
   onLineWritten();
+  return state.writeToFile(item);
+}
 
-  const std::shared_ptr<std::FILE> file = state.currentFile();
-  if (!file) return;
-  const std::string_view line = state.renderer.render(item);
-  const std::size_t written = std::fwrite(line.data(), 1, line.size(), file.get());
-  static_cast<void>(std::fflush(file.get()));  // a full disk is nothing to log
-  state.bytesWritten.fetch_add(written, std::memory_order_relaxed);
+bool BaseLog::State::writeToFile(const LogItem& item) {
+  const std::shared_ptr<std::FILE> current = currentFile();
+  if (!current) return true;
+  const std::string_view line = renderer.render(item);
+  bytesWritten.fetch_add(line.size(), std::memory_order_relaxed);
+  // A write that failed, as on a full disk, is nothing to log, but may have left half a line.
+  const bool endsLine = tornFile.lock() != current || platform::writeThrough(*current, "\n");
+  const bool isWritten = endsLine && platform::writeThrough(*current, line);
+  if (isWritten) {
+    tornFile.reset();
+  } else {
+    tornFile = current;
+  }
+  return isWritten;
 }
 
 void BaseLog::rotateAndReopen() {

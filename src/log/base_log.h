@@ -7,13 +7,16 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "util/logging.h"
 
 namespace zarn {
 
+class IoDeadline;
 struct LogItem;
+struct LogStamp;
 class NetworkLog;
 
 /// A file that has reached this size is rotated after the line that did it. Bytes
@@ -30,6 +33,10 @@ inline constexpr std::chrono::seconds kLastLinesLimit{5};
 ///
 /// What the writer has not taken is bounded (log_queue.h): lines beyond are lost, and
 /// a line says how many. Memory that runs out costs a line, too, and nothing else.
+///
+/// A write that does not return within kLogFileLimit (util/io_deadline.h) is cancelled
+/// and costs its line. The line after one that was not written whole, on a full disk,
+/// say, begins on a line of its own.
 ///
 /// A line that comes while another one is being written outside the queue (from
 /// a second thread while synchronous, or from inside the writing itself) is lost.
@@ -119,7 +126,9 @@ class BaseLog : public LogSink {
   template <typename Step>
   void guarded(Step step) noexcept;
   [[nodiscard]] bool isQueueing() const noexcept;
-  void writeLine(LogItem& item);
+  void writeAtOnce(const LogStamp& stamp, std::string_view prefix, std::string_view message);
+  void writeBatch(std::span<LogItem> items, IoDeadline& deadline);
+  bool writeLine(LogItem& item);
   void sendToCollector(NetworkLog& network, const LogItem& item);
   void writeStartupCrashLog(const std::string& reason) noexcept;
 

@@ -3,6 +3,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
+#include <string_view>
 
 #include "log/log_item.h"
 
@@ -18,6 +20,12 @@ namespace zarn::platform {
 /// that log the cost of waking the writer; it sleeps all the same when no line comes
 /// for some milliseconds, so that the sanitizers see both ways.
 [[nodiscard]] std::chrono::microseconds writerPollInterval() noexcept;
+
+/// Writes `text` to the file's descriptor, past the C library's buffer, whose content
+/// after a failure differs from library to library: some keep what they could not
+/// write and write it later, others drop it. The only way in which anything may be
+/// written to `file`. Whether all of it was written; some of it may have been.
+[[nodiscard]] bool writeThrough(std::FILE& file, std::string_view text) noexcept;
 
 /// Ends the process with the exception code 0xC0DEDEAD (natively: by abort()).
 [[noreturn]] void endAfterFatalError() noexcept;

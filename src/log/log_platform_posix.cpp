@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <cstdlib>
 #include <ctime>
 
@@ -16,6 +18,15 @@ LogTime currentLogTime() noexcept {
 // Waking a sleeping thread costs the caller of a log line many times the line itself.
 std::chrono::microseconds writerPollInterval() noexcept {
   return std::chrono::microseconds(100);
+}
+
+bool writeThrough(std::FILE& file, std::string_view text) noexcept {
+  while (!text.empty()) {
+    const ssize_t written = ::write(::fileno(&file), text.data(), text.size());
+    if (written <= 0) return false;  // interrupted, too: that is how a deadline ends it
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
 }
 
 void endAfterFatalError() noexcept {

@@ -1,6 +1,9 @@
 #include <windows.h>
 
+#include <io.h>
 #include <sys/timeb.h>
+
+#include <algorithm>
 #include <cstdlib>
 
 #include "log/log_platform.h"
@@ -19,6 +22,17 @@ LogTime currentLogTime() noexcept {
 
 std::chrono::microseconds writerPollInterval() noexcept {
   return std::chrono::microseconds(0);
+}
+
+bool writeThrough(std::FILE& file, std::string_view text) noexcept {
+  constexpr std::size_t most = 1 << 20;  // the library's own count of a call's bytes is an int
+  while (!text.empty()) {
+    const int written =
+        _write(_fileno(&file), text.data(), static_cast<unsigned>(std::min(text.size(), most)));
+    if (written <= 0) return false;
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
 }
 
 void endAfterFatalError() noexcept {

@@ -4,17 +4,23 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <chrono>
 #include <csignal>
 
 #include "log/probe_log.h"
+#include "support/file_size_limit.h"
+#include "util/io_deadline.h"
 
 namespace zarn::testing {
 namespace {
 
 using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::MatchesRegex;
 using Clock = std::chrono::steady_clock;
 
 /// The descriptor under which this process has the file open; -1 when it has not.
@@ -39,6 +45,12 @@ class Pipe {
 
   /// What is written to the file from here on goes into the pipe.
   void replace(const std::string& path) const { ASSERT_NE(::dup2(ends_[1], descriptorOf(path)), -1); }
+  /// All that is in it now.
+  [[nodiscard]] std::string read() const {
+    std::string text(1 << 20, '\0');
+    text.resize(static_cast<std::size_t>(std::max<ssize_t>(::read(ends_[0], text.data(), text.size()), 0)));
+    return text;
+  }
   /// Ends every write into it.
   void close() {
     for (int& end : ends_) {
@@ -72,6 +84,29 @@ TEST_F(LogOnABadDisk, AWriteThatStandsStillHoldsUpNoEnd) {
   EXPECT_LT(Clock::now() - start, 2s);
   pipe.close();
   EXPECT_TRUE(log_.stop());
+}
+
+TEST_F(LogOnABadDisk, AWriteThatStandsStillCostsItsLineAndTheNextBeginsAnew) {
+  const Pipe pipe;
+  pipe.replace(file());
+  const auto start = Clock::now();
+  log_.write({std::string(1 << 20, 'l'), "second", "third"});
+  EXPECT_GE(Clock::now() - start, kLogFileLimit);
+  EXPECT_LT(Clock::now() - start, 2 * kLogFileLimit + 3s) << "a limit for what was taken at one go";
+  EXPECT_THAT(pipe.read(), EndsWith("lll"));
+  log_.write({"fourth", "fifth"});
+  EXPECT_THAT(pipe.read(), MatchesRegex("\n[^\n]* - fourth\n[^\n]* - fifth\n"));
+}
+
+TEST_F(LogOnABadDisk, ThatIsFullTheNextLineBeginsAnew) {
+  const auto size = readFile(file()).size();
+  {
+    const FileSizeLimit limit(size + 60);
+    log_.write({"torn at its very end, since no more than some of it finds room", "lost"});
+  }
+  log_.write({"second", "third"});
+  EXPECT_THAT(messagesIn(dir_.path()),
+              ElementsAre("first", ::testing::StartsWith("torn"), "second", "third"));
 }
 
 }  // namespace
