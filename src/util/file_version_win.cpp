@@ -2,6 +2,7 @@
 #include <windows.h>
 
 #include <cstddef>
+#include <optional>
 #include <vector>
 
 #include "util/file_utils.h"
@@ -10,6 +11,9 @@
 
 namespace zarn {
 namespace {
+
+/// The file's author chose the size; a real one stays below 64 KiB.
+constexpr DWORD kMaxResourceBytes = 1U << 20U;
 
 struct Translation {
   WORD language;
@@ -33,16 +37,29 @@ std::string textOf(const void* resource, const wchar_t* name) {
   return StringUtils::utf16to8(text);
 }
 
+std::optional<ProductVersion> numberOf(const void* resource) {
+  void* found = nullptr;
+  UINT size = 0;
+  if (VerQueryValueW(resource, L"\\", &found, &size) == 0 || size < sizeof(VS_FIXEDFILEINFO)) {
+    return std::nullopt;
+  }
+  const auto& information = *static_cast<const VS_FIXEDFILEINFO*>(found);
+  if (information.dwSignature != VS_FFI_SIGNATURE) return std::nullopt;
+  return ProductVersion{{HIWORD(information.dwProductVersionMS), LOWORD(information.dwProductVersionMS),
+                         HIWORD(information.dwProductVersionLS), LOWORD(information.dwProductVersionLS)}};
+}
+
 }  // namespace
 
 FileVersion readFileVersion(const std::string& path) {
   const auto file = FileUtils::toPath(path);
   DWORD ignored = 0;
   const DWORD size = GetFileVersionInfoSizeW(file.c_str(), &ignored);
-  if (size == 0) return {};
+  if (size == 0 || size > kMaxResourceBytes) return {};
   std::vector<std::byte> resource(size);
   if (GetFileVersionInfoW(file.c_str(), 0, size, resource.data()) == 0) return {};
-  return {textOf(resource.data(), L"ProductName"), textOf(resource.data(), L"ProductVersion")};
+  return {textOf(resource.data(), L"ProductName"), textOf(resource.data(), L"ProductVersion"),
+          numberOf(resource.data())};
 }
 
 }  // namespace zarn

@@ -32,6 +32,14 @@ inline constexpr Name kEnforceRedirectionTrustVariable("ZARN_MEDIA_SERVER_ENFORC
 /// "1": the application data may lie on a share.
 inline constexpr Name kAllowSharesVariable("ZARN_MEDIA_SERVER_ALLOW_SHARES");
 
+/// What may be installed, below HKEY_LOCAL_MACHINE: an administrator's policy, and
+/// what the service remembers.
+inline constexpr Name kPolicyKey("Software\\Policies\\Zarn, Inc.\\Zarn Update Service");
+inline constexpr Name kRequiredProductValue("RequiredProduct");
+inline constexpr Name kRefuseOlderValue("RefuseOlder");
+inline constexpr Name kServiceKey("Software\\Zarn, Inc.\\Zarn Update Service");
+inline constexpr Name kHighestInstalledVersionValue("HighestInstalledVersion");
+
 /// Where the logs lie: LOCAL-APPLICATION-DATA\\Zarn Media Server\\Logs.
 inline constexpr Name kProductFolder("Zarn Media Server");
 inline constexpr Name kLogs("Logs");
