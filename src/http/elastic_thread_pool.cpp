@@ -7,6 +7,7 @@
 
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/quietly.h"
 #include "util/system_error.h"
 
 namespace zarn {
@@ -76,8 +77,10 @@ void ElasticThreadPool::addWorker() {
     workers_.insert(std::move(node));
   } catch (const std::exception& error) {
     const std::size_t size = --threadCount_;
-    logLine(LogLevel::Error, "Thread: Couldn't add a new thread to the pool of size %zu: %s", size,
-            printable(error.what()));
+    quietly([&] {
+      logLine(LogLevel::Error, "Thread: Couldn't add a new thread to the pool of size %zu: %s", size,
+              printable(error.what()));
+    });
   }
 }
 
@@ -141,13 +144,17 @@ void ElasticThreadPool::runTask(const Task& task, std::uint32_t poster) noexcept
   try {
     task();
   } catch (const std::exception& error) {
-    logLine(LogLevel::Error,
-            "Thread: Uncaught exception running async task which was spawned by thread %04d: %s", poster,
-            printable(error.what()));
+    quietly([&] {
+      logLine(LogLevel::Error,
+              "Thread: Uncaught exception running async task which was spawned by thread %04d: %s", poster,
+              printable(error.what()));
+    });
   } catch (...) {
-    logLine(LogLevel::Error,
-            "Thread: Uncaught exception running async task which was spawned by thread %04d: unknown",
-            poster);
+    quietly([&] {
+      logLine(LogLevel::Error,
+              "Thread: Uncaught exception running async task which was spawned by thread %04d: unknown",
+              poster);
+    });
   }
 }
 

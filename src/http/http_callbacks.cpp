@@ -10,11 +10,13 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "http/http_context.h"
 #include "http/tls_key_log.h"
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/quietly.h"
 
 namespace zarn {
 namespace {
@@ -66,25 +68,37 @@ std::size_t writeToSink(HttpContext& ctx, char* data, std::size_t size, std::siz
   return simple_write_callback(data, size, count, &ctx);
 }
 
+/// Runs `work`; `failed` when it throws, which libcurl could not catch.
+template <typename Work>
+std::invoke_result_t<Work> guarded(const char* callback, std::invoke_result_t<Work> failed,
+                                   const Work& work) noexcept {
+  try {
+    return work();
+  } catch (const std::exception& error) {
+    quietly([&] {
+      logLine(LogLevel::Error, "HttpClient: Exception thrown in %s: %s", callback, printable(error.what()));
+    });
+  } catch (...) {
+    quietly([&] { logLine(LogLevel::Error, "HttpClient: Unknown exception thrown in %s", callback); });
+  }
+  return failed;
+}
+
 }  // namespace
 
 std::size_t simple_write_callback(char* data, std::size_t size, std::size_t count, void* context) noexcept {
   if (size == 0 || count == 0 || context == nullptr) return 0;
-  try {
+  return guarded("simple_write_callback", std::size_t{0}, [&] {
     HttpContext& ctx = contextOf(context);
     const std::size_t length = product(size, count);
     if (ctx.body.empty()) reserveExpectedLength(ctx);
     ctx.body.append(data, length);
     return length;
-  } catch (const std::exception& error) {
-    logLine(LogLevel::Error, "HttpClient: Exception thrown in simple_write_callback: %s",
-            printable(error.what()));
-    return 0;
-  }
+  });
 }
 
 std::size_t boundedWriteCallback(char* data, std::size_t size, std::size_t count, void* context) noexcept {
-  try {
+  return guarded("boundedWriteCallback", std::size_t{0}, [&]() -> std::size_t {
     HttpContext& ctx = contextOf(context);
     const std::size_t length = product(size, count);
     if (length > static_cast<std::size_t>(ctx.maxDownloadSize - ctx.receivedSize)) {
@@ -95,44 +109,30 @@ std::size_t boundedWriteCallback(char* data, std::size_t size, std::size_t count
     // A sink may also ask to be called again later with the same bytes.
     if (taken == length) ctx.receivedSize += static_cast<std::int64_t>(length);
     return taken;
-  } catch (const std::exception& error) {
-    logLine(LogLevel::Error, "HttpClient: Exception thrown in boundedWriteCallback: %s",
-            printable(error.what()));
-    return 0;
-  }
+  });
 }
 
 std::size_t HeaderReceived(char* buffer, std::size_t size, std::size_t count, void* context) noexcept {
-  try {
+  return guarded("HeaderReceived", std::size_t{0}, [&] {
     HttpContext& ctx = contextOf(context);
     const std::size_t length = product(size, count);
     countHeader(ctx, length);
     addHeader(ctx, {buffer, length});
     return length;
-  } catch (const std::exception& error) {
-    logLine(LogLevel::Error, "HttpClient: Exception thrown in HeaderReceived: %s", printable(error.what()));
-  } catch (...) {
-    logLine(LogLevel::Error, "HttpClient: Unknown exception thrown in HeaderReceived");
-  }
-  return 0;
+  });
 }
 
 int ProgressCallback(void* context, double downloadTotal, double downloadNow, double uploadTotal,
                      double uploadNow) {
   const HttpContext& ctx = contextOf(context);
-  try {
+  return guarded("ProgressCallback", 1, [&] {
     // A server may announce any length; beyond this one a number cannot be converted.
     constexpr double most = 9e18;
     const auto whole = [most](double amount) { return static_cast<std::int64_t>(std::min(amount, most)); };
     const bool goOn =
         ctx.progressHandler(whole(downloadTotal), whole(downloadNow), whole(uploadTotal), whole(uploadNow));
     return goOn ? 0 : 1;
-  } catch (const std::exception& error) {
-    logLine(LogLevel::Error, "HttpClient: Exception thrown in ProgressCallback: %s", printable(error.what()));
-  } catch (...) {
-    logLine(LogLevel::Error, "HttpClient: Unknown exception thrown in ProgressCallback");
-  }
-  return 1;
+  });
 }
 
 CURLcode SSLCTXCallback(CURL* /*handle*/, void* tlsContext, void* /*unused*/) noexcept {
@@ -143,7 +143,9 @@ CURLcode SSLCTXCallback(CURL* /*handle*/, void* tlsContext, void* /*unused*/) no
   try {
     installTlsKeyLog(context);
   } catch (const std::exception& error) {
-    logLine(LogLevel::Error, "HttpClient: TLS key log is not available: %s", printable(error.what()));
+    quietly([&] {
+      logLine(LogLevel::Error, "HttpClient: TLS key log is not available: %s", printable(error.what()));
+    });
   }
   return CURLE_OK;
 }

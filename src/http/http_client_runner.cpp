@@ -3,7 +3,9 @@
 #include <chrono>
 #include <exception>
 #include <new>
+#include <optional>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "http/curl_exception.h"
@@ -11,6 +13,7 @@
 #include "http/http_completion.h"
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/quietly.h"
 #include "util/system_error.h"
 #include "util/type_name.h"
 
@@ -19,8 +22,9 @@ namespace {
 
 constexpr int kPollMilliseconds = 60'000;
 
-/// A failed poll returns at once; without a pause its log lines would fill the disk.
-constexpr std::chrono::milliseconds kPauseAfterFailedPoll{100};
+/// A failed poll returns at once, and so does what finds no memory; without a pause
+/// their log lines would fill the disk.
+constexpr std::chrono::milliseconds kPauseAfterFailure{100};
 
 // Completion is short work, so that one thread mostly does, and it stays to spare
 // the next request a thread's start. More are for continuations that block, and
@@ -43,12 +47,13 @@ Handle required(Handle handle) {
   return handle;
 }
 
-/// For places that must go on without memory for a line.
-void logQuietly(PrintfFormat<std::string> format, const char* reason) noexcept {
+std::string messageOf(const std::exception_ptr& failure) {
   try {
-    logLine<std::string>(LogLevel::Error, format, printable(reason));
-  } catch (const std::exception&) {
-    // Nowhere left to report it.
+    std::rethrow_exception(failure);
+  } catch (const std::exception& error) {
+    return printable(error.what());
+  } catch (...) {
+    return "unknown exception";
   }
 }
 
@@ -61,6 +66,9 @@ HttpClientRunner& HttpClientRunner::instance() {
 
 HttpClientRunner::HttpClientRunner(std::size_t maxPending, Idle /*threadNotStarted*/)
     : maxPending_(maxPending) {
+  // The compiler's run-time on Windows gives a mutex its memory when it is first
+  // locked, and libcurl, which locks these, knows no failure.
+  for (std::mutex& lock : shareLocks_) const std::lock_guard<std::mutex> guard(lock);
   initializeCurl();
   multi_ = required(MultiHandle(curl_multi_init()));
   share_ = required(ShareHandle(curl_share_init()));
@@ -91,34 +99,49 @@ void HttpClientRunner::submit(std::shared_ptr<HttpContext> ctx) {
   {
     const MutexLock lock(mutex_);
     if (pending_.size() >= maxPending_) throw std::length_error("list too long");
-    pending_.push_back(std::move(ctx));
+    pending_.push_back({std::move(ctx), nullptr});
   }
   const CURLMcode code = curl_multi_wakeup(multi_.get());
   // The runner has the request by now: a throw would tell the caller that it has not.
-  if (code != CURLM_OK) logQuietly("Failed to trigger wake: %s", curl_multi_strerror(code));
+  if (code == CURLM_OK) return;
+  quietly([&] { logLine(LogLevel::Error, "Failed to trigger wake: %s", curl_multi_strerror(code)); });
 }
 
-void HttpClientRunner::run() {
+void HttpClientRunner::run() noexcept {
   setCurrentThreadName("ZMS HttpClientC");
-  const LogTag tag("HttpClient");
+  std::optional<LogTag> tag;
+  quietly([&] { tag.emplace("HttpClient"); });
   while (!stopping_) {
-    try {
-      performTransfers();
-      finishTransfers();
-      waitForWork();
-      addPending();
-    } catch (const std::exception& error) {
-      logLine(LogLevel::Error, "HttpClientRunner: Exception in the transfer loop: %s, type: %s",
-              printable(error.what()), typeName(error));
-    }
+    if (turn()) continue;
+    std::this_thread::sleep_for(kPauseAfterFailure);
+    curl_multi_wakeup(multi_.get());  // for what was left undone: who waits for it has called already
   }
   abandonTransfers();
+}
+
+bool HttpClientRunner::turn() noexcept {
+  try {
+    performTransfers();
+    finishTransfers();
+    waitForWork();
+    addPending();
+    return true;
+  } catch (const std::exception& error) {
+    quietly([&] {
+      logLine(LogLevel::Error, "HttpClientRunner: Exception in the transfer loop: %s, type: %s",
+              printable(error.what()), typeName(error));
+    });
+  } catch (...) {
+    quietly([] { logLine(LogLevel::Error, "HttpClientRunner: Unknown exception in the transfer loop"); });
+  }
+  return false;
 }
 
 void HttpClientRunner::performTransfers() {
   int running = 0;
   const CURLMcode code = curl_multi_perform(multi_.get(), &running);
-  if (code != CURLM_OK) logLine(LogLevel::Error, "curl_multi_perform failed: %s", curl_multi_strerror(code));
+  if (code == CURLM_OK) return;
+  quietly([&] { logLine(LogLevel::Error, "curl_multi_perform failed: %s", curl_multi_strerror(code)); });
 }
 
 void HttpClientRunner::finishTransfers() {
@@ -131,43 +154,35 @@ void HttpClientRunner::finishTransfers() {
 void HttpClientRunner::waitForWork() {
   const CURLMcode code = curl_multi_poll(multi_.get(), nullptr, 0, kPollMilliseconds, nullptr);
   if (code == CURLM_OK) return;
-  logLine(LogLevel::Error, "curl_multi_poll failed: %s", curl_multi_strerror(code));
-  std::this_thread::sleep_for(kPauseAfterFailedPoll);
+  quietly([&] { logLine(LogLevel::Error, "curl_multi_poll failed: %s", curl_multi_strerror(code)); });
+  std::this_thread::sleep_for(kPauseAfterFailure);
 }
 
 void HttpClientRunner::addPending() {
-  struct Taken {
-    Holder ctx;
-    std::exception_ptr failure;
-  };
-  std::list<Taken> failed;
+  std::list<Pending> taken;
   {
     const MutexLock lock(mutex_);
-    while (!pending_.empty()) {
-      // The memory for a failure comes first: a context that is dropped unsettled would
-      // let its requester wait for ever.
-      std::list<Taken> next(1);
-      Taken& taken = next.front();
-      taken.ctx = std::move(pending_.front());
-      pending_.pop_front();
-      try {
-        add(taken.ctx);
-      } catch (const std::exception& error) {
-        taken.failure = std::current_exception();
-        failed.splice(failed.end(), next);
-        logQuietly("Failed to add handle: %s", error.what());
-      }
+    taken.swap(pending_);
+  }
+  // Nothing may be thrown from here on: it would drop contexts whose requesters wait.
+  for (auto pending = taken.begin(); pending != taken.end();) {
+    try {
+      add(pending->ctx);
+      pending = taken.erase(pending);
+    } catch (...) {
+      (pending++)->failure = std::current_exception();
     }
   }
-  for (const Taken& taken : failed) reject(taken.ctx, taken.failure);
+  for (const Pending& failed : taken) reject(failed.ctx, failed.failure);
 }
 
-void HttpClientRunner::reject(const Holder& ctx, const std::exception_ptr& reason) {
+void HttpClientRunner::reject(const Holder& ctx, const std::exception_ptr& reason) noexcept {
   try {
     pool_->post([ctx, reason] { rejectTransfer(ctx, reason); });
-  } catch (const std::exception&) {
-    rejectTransfer(ctx, reason);  // better settled on this thread than never
+  } catch (...) {
+    rejectTransfer(ctx, reason);
   }
+  quietly([&] { logLine(LogLevel::Error, "Failed to add handle: %s", messageOf(reason)); });
 }
 
 void HttpClientRunner::add(const Holder& ctx) {
@@ -184,7 +199,7 @@ void HttpClientRunner::add(const Holder& ctx) {
   static_cast<void>(holder.release());  // finish() takes it back
 }
 
-void HttpClientRunner::finish(CURL* handle, CURLcode result) {
+void HttpClientRunner::finish(CURL* handle, CURLcode result) noexcept {
   Holder ctx;
   try {
     curl_multi_remove_handle(multi_.get(), handle);
@@ -194,21 +209,32 @@ void HttpClientRunner::finish(CURL* handle, CURLcode result) {
     const std::unique_ptr<Holder> holder(static_cast<Holder*>(static_cast<void*>(stored)));
     if (!holder) throw std::runtime_error("Failed to retrieve HttpContext from curl handle!");
     complete(*holder, result);
-  } catch (const std::exception& error) {
-    logLine(LogLevel::Error, "Failed to finalize CURL session: %s", printable(error.what()));
-    // The pool would not take it: better settled on this thread than never.
-    if (ctx) rejectTransfer(ctx, std::current_exception());
+  } catch (...) {
+    const std::exception_ptr failure = std::current_exception();
+    // The pool would not take it. The line comes last: it may find no memory.
+    if (ctx) rejectTransfer(ctx, failure);
+    quietly([&] { logLine(LogLevel::Error, "Failed to finalize CURL session: %s", messageOf(failure)); });
   }
 }
 
-void HttpClientRunner::complete(Holder ctx, CURLcode result) {
-  pool_->post([ctx = std::move(ctx), result] { completeTransfer(ctx, result); });
+void HttpClientRunner::complete(const Holder& ctx, CURLcode result) {
+  pool_->post([ctx, result] { completeTransfer(ctx, result); });
 }
 
 void HttpClientRunner::abandonTransfers() {
   while (!active_.empty()) finish(active_.begin()->first, CURLE_ABORTED_BY_CALLBACK);
-  const MutexLock lock(mutex_);
-  for (Holder& ctx : std::exchange(pending_, {})) complete(std::move(ctx), CURLE_ABORTED_BY_CALLBACK);
+  std::list<Pending> left;
+  {
+    const MutexLock lock(mutex_);
+    left.swap(pending_);
+  }
+  for (const Pending& pending : left) {
+    try {
+      complete(pending.ctx, CURLE_ABORTED_BY_CALLBACK);
+    } catch (...) {
+      rejectTransfer(pending.ctx, std::current_exception());
+    }
+  }
 }
 
 }  // namespace zarn

@@ -50,7 +50,15 @@ class HttpClientRunner {
   using Holder = std::shared_ptr<HttpContext>;
   using ShareLocks = std::array<std::mutex, CURL_LOCK_DATA_LAST>;
 
-  void run();
+  /// The failure has its place from the beginning: memory for it might not be had later.
+  struct Pending {
+    Holder ctx;
+    std::exception_ptr failure;
+  };
+
+  void run() noexcept;
+  /// One turn of the loop; false when it broke off.
+  bool turn() noexcept;
   void performTransfers();
   void finishTransfers();
   void waitForWork();
@@ -58,10 +66,11 @@ class HttpClientRunner {
   void abandonTransfers();
 
   void add(const Holder& ctx);
-  void reject(const Holder& ctx, const std::exception_ptr& reason);
-  void finish(CURL* handle, CURLcode result);
+  // However these end, the context is settled; better on this thread than never.
+  void reject(const Holder& ctx, const std::exception_ptr& reason) noexcept;
+  void finish(CURL* handle, CURLcode result) noexcept;
   /// Hands the completion of a transfer to the pool.
-  void complete(Holder ctx, CURLcode result);
+  void complete(const Holder& ctx, CURLcode result);
 
   ShareLocks shareLocks_;
   ShareHandle share_;
@@ -69,7 +78,7 @@ class HttpClientRunner {
   std::unique_ptr<ElasticThreadPool> pool_;
   const std::size_t maxPending_;
   Mutex mutex_;
-  std::list<Holder> pending_ ZARN_GUARDED_BY(mutex_);
+  std::list<Pending> pending_ ZARN_GUARDED_BY(mutex_);
   std::unordered_map<CURL*, Holder> active_;  ///< in the multi handle; the thread's own
   std::atomic<bool> stopping_{false};
   std::thread thread_;

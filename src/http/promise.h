@@ -22,6 +22,7 @@
 #include "util/logging.h"
 #include "util/mutex.h"
 #include "util/printable.h"
+#include "util/quietly.h"
 
 namespace zarn {
 
@@ -51,7 +52,11 @@ class Promise : public std::enable_shared_from_this<Promise<T>> {
 
   [[nodiscard]] static std::shared_ptr<Promise> Create() { return std::make_shared<Promise>(Key()); }
 
-  explicit Promise(Key /*createdByCreateOnly*/) {}
+  explicit Promise(Key /*createdByCreateOnly*/) {
+    // The compiler's run-time on Windows gives a mutex its memory when it is first
+    // locked: better now than when the promise is to be settled.
+    const MutexLock lock(mutex_);
+  }
   Promise(const Promise&) = delete;
   Promise& operator=(const Promise&) = delete;
   ~Promise() noexcept;
@@ -139,26 +144,25 @@ void Promise<T>::run(const std::vector<Continuation>& continuations) noexcept {
     try {
       continuation(*this);
     } catch (const std::exception& error) {
-      logLine(LogLevel::Error, "Promise continuation failed: %s", printable(error.what()));
+      quietly([&] { logLine(LogLevel::Error, "Promise continuation failed: %s", printable(error.what())); });
     } catch (...) {
-      logLine(LogLevel::Error, "Promise continuation failed with an unknown exception");
+      quietly([] { logLine(LogLevel::Error, "Promise continuation failed with an unknown exception"); });
     }
   }
 }
 
 template <typename T>
 Promise<T>::~Promise() noexcept {
-  // No lock: the last owner is gone. The outer block is for a log line that fails.
+  // No lock: the last owner is gone.
   try {
-    try {
-      if (!resolved_ && exception_ == nullptr) reject(std::make_exception_ptr(LostException()));
-      if (exception_ != nullptr && !exceptionHandled_) std::rethrow_exception(exception_);
-    } catch (const std::exception& error) {
+    if (!resolved_ && exception_ == nullptr) reject(std::make_exception_ptr(LostException()));
+    if (exception_ != nullptr && !exceptionHandled_) std::rethrow_exception(exception_);
+  } catch (const std::exception& error) {
+    quietly([&] {
       logLine(LogLevel::Error, "Promise destroyed without handling exception: %s", printable(error.what()));
-    } catch (...) {
-      logLine(LogLevel::Error, "Promise destroyed without handling unknown exception");
-    }
-  } catch (...) {  // NOLINT(bugprone-empty-catch)
+    });
+  } catch (...) {
+    quietly([] { logLine(LogLevel::Error, "Promise destroyed without handling unknown exception"); });
   }
 }
 

@@ -1,12 +1,12 @@
 #include "http/tls_key_log.h"
 
 #include <cstdio>
-#include <exception>
 #include <memory>
 #include <string>
 
 #include "prefs/preferences.h"
 #include "util/file_utils.h"
+#include "util/quietly.h"
 
 namespace zarn {
 namespace {
@@ -25,13 +25,12 @@ std::FILE* keyLog() {
 }
 
 void writeKeyLine(const SSL* /*connection*/, const char* line) {
-  try {
+  // OpenSSL, which called, knows no exceptions.
+  quietly([&] {
     // One call, so that lines of several threads stay whole.
     const std::string text = std::string(line) + "\n";
     static_cast<void>(std::fwrite(text.data(), 1, text.size(), keyLog()));  // a help for debugging only
-  } catch (const std::exception&) {
-    // No memory, and OpenSSL, which called, knows no exceptions.
-  }
+  });
 }
 
 }  // namespace

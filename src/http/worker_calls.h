@@ -19,6 +19,10 @@ namespace zarn {
 /// All operations may be called from any thread.
 class WorkerCalls {
  public:
+  /// The compiler's run-time on Windows gives a mutex its memory when it is first locked,
+  /// and a worker that cannot have it could tell nobody: here the pool's maker can.
+  WorkerCalls() { const MutexLock lock(mutex_); }
+
   /// Before a task is put into the queue.
   void announce() noexcept { ++waiting_; }
   /// It could not be.
