@@ -9,39 +9,50 @@
 #include <vector>
 
 #include "update/file_end.h"
-#include "util/file_utils.h"
+#include "util/io_deadline.h"
 #include "util/logging.h"
-#include "util/product_names.h"
+#include "util/mutex.h"
+#include "util/printable.h"
 #include "util/time_utils.h"
 
 namespace zarn {
 namespace {
 
-constexpr std::array<const char*, kCheckCount> kCheckNames = {"open", "size",      "extension",
-                                                              "copy", "integrity", "identity"};
-constexpr std::array<const char*, 4> kVerdictNames = {"not reached", "passed", "refused", "failed"};
+/// Requests that are refused end beside the one that is being installed.
+Mutex copyMutex;
 
-std::string isoTime(std::chrono::system_clock::time_point time) {
-  const auto since = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(since);
-  std::tm fields{};
-  static_cast<void>(TimeUtils::epochToUtc(seconds.count(), fields));
-  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", fields.tm_year + 1900, fields.tm_mon + 1,
-                     fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec, (since - seconds).count());
-}
+constexpr std::array<const char*, kCheckCount> kCheckNames = {"open",      "size",     "extension", "copy",
+                                                              "integrity", "identity", "policy"};
+constexpr std::array<const char*, 4> kVerdictNames = {"not reached", "passed", "refused", "failed"};
 
 template <typename Number>
 nlohmann::ordered_json orNull(const std::optional<Number>& number) {
   return number ? nlohmann::ordered_json(*number) : nlohmann::ordered_json(nullptr);
 }
 
-/// Makes room for new records: what is too large becomes the earlier history.
-void beginAnewWhenLarge(const std::string& path, std::string_view directory, std::uint64_t maximumBytes) {
+nlohmann::ordered_json orNull(const std::string& text) {
+  return text.empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(text);
+}
+
+/// What others wrote, short enough for a record.
+std::string cut(const std::string& text) {
+  return cutText(text, kLongestRecordedText);
+}
+
+nlohmann::ordered_json callerObject(const Caller& caller) {
+  nlohmann::ordered_json process(nullptr);
+  if (caller.processId != 0) process = caller.processId;
+  return {
+      {"sid", orNull(caller.sid)}, {"processId", std::move(process)}, {"image", orNull(cut(caller.image))}};
+}
+
+/// Makes room for new records: what is too large becomes the earlier file. False when
+/// there is no room, because the file could not be moved for too long.
+bool beginAnewWhenLarge(const std::string& path, const std::string& earlier, std::uint64_t maximumBytes) {
   constexpr std::uint64_t unknown = ~std::uint64_t{0};
   const std::uint64_t bytes = FileUtils::exists(path) ? FileUtils::fileSize(path) : 0;
-  if (bytes >= maximumBytes && bytes != unknown) {
-    FileUtils::move(path, FileUtils::join(directory, names::kEarlierHistory.narrow));
-  }
+  if (bytes < maximumBytes || bytes == unknown) return true;
+  return FileUtils::move(path, earlier) || bytes / 2 < maximumBytes;
 }
 
 /// The file's size when a line may follow; -1 when that cannot be found out.
@@ -67,17 +78,16 @@ bool append(std::FILE* file, std::string_view line) {
   return written;
 }
 
-bool appendTo(const std::string& directory, std::string_view line, std::uint64_t maximumBytes) {
-  const std::string path = FileUtils::join(directory, names::kHistory.narrow);
-  beginAnewWhenLarge(path, directory, maximumBytes);
-  // Large enough that the line leaves in a single write; outlives the file that uses it.
-  std::vector<char> buffer(line.size() + 2);
-  const FileUtils::ScopedFile file = FileUtils::safeOpen(path, "a+b", true, FileUtils::Links::Refuse);
-  return file && std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size()) == 0 &&
-         append(file.get(), line);
-}
-
 }  // namespace
+
+std::string isoTime(std::chrono::system_clock::time_point time) {
+  const auto since = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(since);
+  std::tm fields{};
+  static_cast<void>(TimeUtils::epochToUtc(seconds.count(), fields));
+  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", fields.tm_year + 1900, fields.tm_mon + 1,
+                     fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec, (since - seconds).count());
+}
 
 bool InstallRecord::note(Check check, Verdict verdict, std::string detail) {
   checks.at(static_cast<std::size_t>(check)) = {verdict, std::move(detail)};
@@ -92,22 +102,46 @@ std::string historyLine(const InstallRecord& record) {
                       {"verdict", kVerdictNames.at(static_cast<std::size_t>(verdict))},
                       {"detail", detail}});
   }
-  const nlohmann::ordered_json object = {
-      {"time", isoTime(record.began)},       {"path", record.path},
-      {"size", orNull(record.size)},         {"sha256", record.sha256},
-      {"signerDigest", record.signerDigest}, {"signerSubject", record.signerSubject},
-      {"checks", std::move(checks)},         {"status", static_cast<std::int32_t>(record.status)},
-      {"exitCode", orNull(record.exitCode)}, {"durationMs", record.duration.count()},
-      {"product", record.product},           {"productVersion", record.productVersion}};
+  const nlohmann::ordered_json object = {{"time", isoTime(record.began)},
+                                         {"caller", callerObject(record.caller)},
+                                         {"path", cut(record.path)},
+                                         {"size", orNull(record.size)},
+                                         {"sha256", record.sha256},
+                                         {"signerDigest", record.signerDigest},
+                                         {"signerSubject", cut(record.signerSubject)},
+                                         {"checks", std::move(checks)},
+                                         {"reason", orNull(record.reason)},
+                                         {"status", static_cast<std::int32_t>(record.status)},
+                                         {"exitCode", orNull(record.exitCode)},
+                                         {"durationMs", record.duration.count()},
+                                         {"product", cut(record.product)},
+                                         {"productVersion", cut(record.productVersion)}};
   return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
-bool appendToHistory(std::string_view directory, std::string_view line, std::uint64_t maximumBytes) {
+bool appendLine(const FileUtils::HeldFolder& folder, const HistoryNames& file, std::string_view line,
+                std::uint64_t maximumBytes) {
+  const std::string path = FileUtils::join(folder.path, file.current);
+  if (!beginAnewWhenLarge(path, FileUtils::join(folder.path, file.earlier), maximumBytes)) return false;
+  // Large enough that the line leaves in a single write; outlives the file that uses it.
+  std::vector<char> buffer(line.size() + 2);
+  const FileUtils::ScopedFile stream = FileUtils::safeOpen(path, "a+b", true, FileUtils::Links::Refuse);
+  return stream && std::setvbuf(stream.get(), buffer.data(), _IOFBF, buffer.size()) == 0 &&
+         append(stream.get(), line);
+}
+
+bool appendToHistory(std::string_view directory, std::string_view line) {
+  const MutexLock lock(copyMutex);
+  const IoDeadline deadline(kLogFileLimit);
   // Callers may choose the directory; see where the log is rotated.
   const auto held = FileUtils::holdFolder(directory, FileUtils::Links::Follow, FileUtils::HoldFor::Changes);
-  if (held.error == 0 && appendTo(held.path, line, maximumBytes)) return true;
-  logLine(LogLevel::Warn, "The update history could not be written.");
+  if (held.error == 0 && appendLine(held, kHistoryNames, line)) return true;
+  logUnwrittenRecord();
   return false;
+}
+
+void logUnwrittenRecord() {
+  logLine(LogLevel::Warn, "The update history could not be written.");
 }
 
 }  // namespace zarn

@@ -2,6 +2,7 @@
 
 #include <rpc.h>
 
+#include <memory>
 #include <optional>
 
 #include "service/end_process.h"
@@ -10,6 +11,7 @@
 #include "trust/certificate_profile.h"
 #include "trust/signer_observer.h"
 #include "update/install_request.h"
+#include "update/record_folder.h"
 #include "update/rpc_caller_win.h"
 #include "update/rpc_server.h"
 #include "update/staged_installer.h"
@@ -29,6 +31,18 @@ constexpr DWORD kStopRetryMilliseconds = 20;
 constexpr int kEndpointTries = 40;
 constexpr DWORD kEndpointRetryMilliseconds = 250;
 
+/// Held until the process ends.
+RecordFolder& recordFolder() {
+  static RecordFolder& folder = *std::make_unique<RecordFolder>(recordFolderPath()).release();
+  return folder;
+}
+
+/// The record that counts, and its copy where callers look for logs.
+void keep(const InstallRecord& record) {
+  recordFolder().append(record);
+  appendToHistory(FileUtils::logDirectory(), historyLine(record));
+}
+
 const InstallRequest& installRequest() {
   static const InstallRequest request({
       .openBundle = openBundleAsCaller,
@@ -47,10 +61,7 @@ const InstallRequest& installRequest() {
             facts.signer = observer.signer();
             return result;
           },
-      .record =
-          [](const InstallRecord& record) {
-            appendToHistory(FileUtils::logDirectory(), historyLine(record));
-          },
+      .record = keep,
       .restart = [] { UpdateService::instance().requestRestart(); },
       .runOptions = {},
   });
@@ -101,6 +112,7 @@ std::uint32_t UpdateService::initialize() {
 
 std::uint32_t UpdateService::run() {
   logLine(LogLevel::Debug, "Running Zarn Update Service");
+  recordFolder().prepare();
   logLine(LogLevel::Debug, "Attempting to delete stale update file.");
   if (!FileUtils::deleteFile(StringUtils::utf16to8(stagedInstallerPath()))) {
     logLine(LogLevel::Debug, "Failed to delete bundle from temp directory.");

@@ -49,7 +49,10 @@ inline constexpr Name kCurrentLog("Zarn Update Service.log");
 inline constexpr Name kHistory("Update History.jsonl");
 inline constexpr Name kEarlierHistory("Update History.1.jsonl");
 
-/// Below the machine's application data: what the service keeps for itself.
+/// Where the record that counts lies, in %ProgramData%; beside the log is a copy.
 inline constexpr Name kRecordFolder("Zarn Update Service");
+/// The requests for which no installer ran.
+inline constexpr Name kRefused("Refused Requests.jsonl");
+inline constexpr Name kEarlierRefused("Refused Requests.1.jsonl");
 
 }  // namespace zarn::names
