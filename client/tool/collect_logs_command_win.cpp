@@ -4,11 +4,13 @@
 #include <boost/algorithm/string/predicate.hpp>
 #include <locale>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "client/tool/archive.h"
 #include "client/tool/commands.h"
 #include "client/tool/files_win.h"
+#include "client/tool/history_files_win.h"
 #include "client/tool/service_call_win.h"
 #include "client/tool/service_setup_win.h"
 #include "client/tool/text.h"
@@ -33,20 +35,44 @@ struct Collected {
   std::vector<std::pair<std::string, std::string>> missing;
 };
 
-/// The two folders, held while they are read: any user may choose where they lie.
+/// The folders, held while they are read: any user may choose where the logs lie.
 struct LogFolders {
   FileUtils::HeldFolder own;
   FileUtils::HeldFolder installers;
+  FileUtils::HeldFolder record;
 };
 
-LogFolders holdFolders(const std::string& folder) {
+/// The record folder of this machine, or of logs that were collected before.
+FileUtils::HeldFolder holdRecord(const std::string& given) {
+  const RecordSource source = recordSource(given);
+  // The Logs folder itself is no place apart.
+  if (source.folder == given) return {{}, {}, ERROR_FILE_NOT_FOUND};
+  if (source.error != 0) return {{}, {}, source.error};
+  return FileUtils::holdFolder(source.folder, FileUtils::Links::Refuse, FileUtils::HoldFor::Reading);
+}
+
+LogFolders holdFolders(const std::string& folder, const std::string& given) {
   using FileUtils::HoldFor;
   using FileUtils::Links;
-  LogFolders result{FileUtils::holdFolder(folder, Links::Follow, HoldFor::Reading), {}};
+  LogFolders result{FileUtils::holdFolder(folder, Links::Follow, HoldFor::Reading), {}, holdRecord(given)};
   if (result.own.error != 0) return result;
   result.installers = FileUtils::holdFolder(FileUtils::join(result.own.path, names::kInstallerLogs.narrow),
                                             Links::Refuse, HoldFor::Reading);
   return result;
+}
+
+/// Files of a folder beside the Logs folder; none of one that is not held.
+void addSources(std::vector<Source>& sources, const FileUtils::HeldFolder& folder, const char* name,
+                bool (*isWanted)(std::string_view)) {
+  if (folder.error != 0) return;
+  for (const std::string& file : filesIn(folder.path).names) {
+    if (isWanted(file))
+      sources.push_back({FileUtils::join(folder.path, file), std::string(name) + "/" + file});
+  }
+}
+
+bool isRecordName(std::string_view name) {
+  return std::ranges::any_of(kRecordFiles, [&](const char* one) { return name == one; });
 }
 
 /// What there is to collect. `error` of the Logs folder itself.
@@ -59,21 +85,20 @@ std::vector<Source> sourcesIn(const LogFolders& folders, std::uint32_t& error) {
   for (const std::string& name : own.names) {
     if (isServiceLogName<char>(name)) sources.push_back({FileUtils::join(folders.own.path, name), name});
   }
-  if (folders.installers.error != 0) return sources;
-  for (const std::string& name : filesIn(folders.installers.path).names) {
-    if (!isInstallerLogName<char>(name)) continue;
-    sources.push_back({FileUtils::join(folders.installers.path, name),
-                       std::string(names::kInstallerLogs.narrow) + "/" + name});
-  }
+  addSources(sources, folders.installers, names::kInstallerLogs.narrow, isInstallerLogName<char>);
+  addSources(sources, folders.record, names::kCollectedRecord.narrow, isRecordName);
   return sources;
 }
 
 Collected fill(Archive& archive, const LogFolders& folders, const std::vector<Source>& sources) {
   Collected result;
-  const std::uint32_t error = folders.installers.error;
-  // That there is none is usual.
-  if (error != 0 && !isMissing(error))
-    result.missing.emplace_back(names::kInstallerLogs.narrow, systemErrorPhrase(error));
+  const std::pair<const char*, const FileUtils::HeldFolder*> beside[] = {
+      {names::kInstallerLogs.narrow, &folders.installers}, {names::kCollectedRecord.narrow, &folders.record}};
+  for (const auto& [name, held] : beside) {
+    // That there is none is usual.
+    if (held->error != 0 && !isMissing(held->error))
+      result.missing.emplace_back(name, problemText(held->error));
+  }
   for (const Source& source : sources) {
     // Never through a link: who runs this may read more than who planted one.
     auto file = FileUtils::safeOpen(source.path, "rb", true, FileUtils::Links::Refuse);
@@ -124,7 +149,7 @@ Answer runCollectLogs(const Arguments& arguments) {
   const std::string target = StringUtils::utf16to8(absolutePath(arguments.target));
   const std::string folder = serviceLogFolder(arguments.logs);
   std::uint32_t error = 0;
-  const LogFolders folders = holdFolders(folder);
+  const LogFolders folders = holdFolders(folder, arguments.logs);
   const std::vector<Source> sources = sourcesIn(folders, error);
   if (error != 0) {
     return failure(ExitCode::LocalFailure, sentence("The log folder " + printable(folder) +
@@ -139,13 +164,12 @@ Answer runCollectLogs(const Arguments& arguments) {
   if (!created.archive) return notWritten(target, created.problem);
   Archive& archive = *created.archive;
 
-  Arguments aboutFolder;
-  aboutFolder.logs = folder;
+  Arguments about;
+  about.logs = arguments.logs;
   const Collected collected = fill(archive, folders, sources);
-  const bool complete =
-      archive.addText("status.json",
-                      runStatus(aboutFolder).json.dump(2, ' ', false, Json::error_handler_t::replace)) &&
-      archive.finish();
+  const bool complete = archive.addText("status.json", runStatus(about).json.dump(
+                                                           2, ' ', false, Json::error_handler_t::replace)) &&
+                        archive.finish();
   if (!complete) return notWritten(target, archive.problem());
   return describe(collected, target, folder);
 }

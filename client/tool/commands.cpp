@@ -25,13 +25,17 @@ constexpr Command kCommands[] = {
      runVerify},
     {"status", "Show the service's state, version, log folder and last outcome", nullptr, nullptr,
      Extra::Logs,
-     "Exit code 0 when the service runs, 3 when it does not. Logs of the service's own account can be\n"
-     "read by administrators only.",
+     "Exit code 0 when the service runs, 3 when it does not. The last outcome is that of history. Logs of\n"
+     "the service's own account can be read by administrators only.",
      runStatus},
     {"history", "List the install requests that the service has answered", nullptr, nullptr,
      Extra::LogsAndLast,
-     "Reads \"Update History.1.jsonl\" and \"Update History.jsonl\" in the service's Logs folder; --json "
-     "gives every recorded key.",
+     "Reads the record in \"Zarn Update Service\" of ProgramData, where only the service and administrators\n"
+     "write: \"Update History.jsonl\" has the requests for which an installer ran, \"Refused "
+     "Requests.jsonl\"\n"
+     "the others, and a file with \".1\" in its name is the one before. With --logs DIR the folder "
+     "\"Record\"\n"
+     "in DIR is read, or DIR itself. --json gives every recorded key.",
      runHistory},
     {"explain", "Say what a code means and what to do", "CODE",
      "Decimal, negative or hexadecimal: 30004, -2146762496, 0x800b0100", Extra::None,
@@ -40,8 +44,9 @@ constexpr Command kCommands[] = {
      runExplain},
     {"collect-logs", "Copy the service's logs into a zip file or a folder", "ZIP-OR-DIR",
      "A free place; a zip file is made when it ends in .zip", Extra::Logs,
-     "Takes the service's logs and history, Installer Logs and the output of status. Files of the media\n"
-     "server in the same folder are left out. Exit code 4 when something could not be collected.",
+     "Takes the service's logs, its record of requests (into \"Record\"), Installer Logs and the output of\n"
+     "status. Files of the media server in the same folder are left out. Exit code 4 when something could "
+     "not be collected.",
      runCollectLogs},
 };
 

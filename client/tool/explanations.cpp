@@ -28,8 +28,9 @@ constexpr Explanation kExplanations[] = {
      "Run zarn-update verify on the bundle; download it again; check clock, root certificates and the way "
      "to the revocation lists"},
     {Status, 30005, "",
-     "refused: signed, but not by an approved certificate, or the list of approved ones could not be had",
-     "Run zarn-update verify on the bundle; check the way to the account service"},
+     "refused: signed, but not by an approved certificate, or the list of approved ones could not be had, or "
+     "policy does not allow its product or version",
+     "Run zarn-update verify on the bundle; check the way to the account service; see zarn-update history"},
 
     {Installer, 0, "ERROR_SUCCESS", "installed", "Nothing"},
     {Installer, 259, "STILL_ACTIVE", "the installer was still running after ten minutes, and goes on",

@@ -1,6 +1,7 @@
 #include "client/tool/history.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "client/tool/explanations.h"
 #include "client/tool/text.h"
@@ -35,6 +36,12 @@ std::vector<CheckRecord> checksOf(const Json& object) {
   return result;
 }
 
+CallerRecord callerOf(const Json& object) {
+  const auto caller = object.find("caller");
+  if (caller == object.end() || !caller->is_object()) return {};
+  return {textAt(*caller, "sid"), numberAt<std::uint32_t>(*caller, "processId"), textAt(*caller, "image")};
+}
+
 /// Nothing for a line that is not a record.
 std::optional<UpdateRecord> parseLine(std::string_view line) {
   const Json object = Json::parse(line, nullptr, false);
@@ -44,12 +51,14 @@ std::optional<UpdateRecord> parseLine(std::string_view line) {
   record.time = textAt(object, "time");
   if (!status || record.time.empty()) return std::nullopt;
   record.status = *status;
+  record.caller = callerOf(object);
   record.path = textAt(object, "path");
   record.size = numberAt<std::uint64_t>(object, "size");
   record.sha256 = textAt(object, "sha256");
   record.signerDigest = textAt(object, "signerDigest");
   record.signerSubject = textAt(object, "signerSubject");
   record.checks = checksOf(object);
+  record.reason = textAt(object, "reason");
   record.exitCode = numberAt<std::uint32_t>(object, "exitCode");
   record.durationMs = numberAt<std::int64_t>(object, "durationMs");
   record.product = textAt(object, "product");
@@ -63,6 +72,7 @@ std::string fileNameOf(const std::string& path) {
 }
 
 std::string outcomeOf(const UpdateRecord& record) {
+  if (!record.reason.empty()) return "not begun: " + record.reason;
   const CheckRecord* const check = decidingCheck(record);
   if (check != nullptr) return check->verdict + " at " + check->name;
   switch (record.status) {
@@ -75,6 +85,19 @@ std::string outcomeOf(const UpdateRecord& record) {
     default:
       return "failed";
   }
+}
+
+/// "S-1-5-21-..., media-server.exe", of which either may be unknown.
+std::string callerText(const CallerRecord& caller) {
+  std::string program = fileNameOf(caller.image);
+  if (program.empty() && caller.processId) program = "process " + std::to_string(*caller.processId);
+  if (caller.sid.empty() && program.empty()) return "-";
+  const bool both = !caller.sid.empty() && !program.empty();
+  return caller.sid + (both ? ", " : "") + program;
+}
+
+Json orNull(const std::string& text) {
+  return text.empty() ? Json(nullptr) : Json(text);
 }
 
 template <typename T>
@@ -100,7 +123,19 @@ History parseHistory(std::string_view text) {
   return history;
 }
 
+History mergeByTime(History one, History other) {
+  History merged;
+  merged.skipped = one.skipped + other.skipped;
+  std::merge(std::make_move_iterator(one.records.begin()), std::make_move_iterator(one.records.end()),
+             std::make_move_iterator(other.records.begin()), std::make_move_iterator(other.records.end()),
+             std::back_inserter(merged.records),
+             [](const UpdateRecord& left, const UpdateRecord& right) { return left.time < right.time; });
+  return merged;
+}
+
 const CheckRecord* decidingCheck(const UpdateRecord& record) noexcept {
+  // Whatever was not looked at then, or is not known here, let it be run.
+  if (record.exitCode) return nullptr;
   const auto check = std::find_if(record.checks.begin(), record.checks.end(),
                                   [](const CheckRecord& one) { return one.verdict != "passed"; });
   return check == record.checks.end() ? nullptr : &*check;
@@ -114,9 +149,10 @@ std::string historyTable(const std::vector<UpdateRecord>& records) {
                     printable(outcomeOf(record)), record.exitCode ? codeText(*record.exitCode) : "-",
                     record.durationMs ? duration(*record.durationMs) : "-",
                     record.productVersion.empty() ? "-" : printable(record.productVersion),
-                    printable(fileNameOf(record.path))});
+                    printable(callerText(record.caller)), printable(fileNameOf(record.path))});
   }
-  return table({"TIME (UTC)", "STATUS", "OUTCOME", "EXIT CODE", "TOOK", "VERSION", "BUNDLE"}, rows);
+  return table({"TIME (UTC)", "STATUS", "OUTCOME", "EXIT CODE", "TOOK", "VERSION", "ASKED BY", "BUNDLE"},
+               rows);
 }
 
 Json toJson(const UpdateRecord& record) {
@@ -125,12 +161,17 @@ Json toJson(const UpdateRecord& record) {
     checks.push_back({{"name", check.name}, {"verdict", check.verdict}, {"detail", check.detail}});
   }
   return {{"time", record.time},
+          {"caller",
+           {{"sid", orNull(record.caller.sid)},
+            {"processId", orNull(record.caller.processId)},
+            {"image", orNull(record.caller.image)}}},
           {"path", record.path},
           {"size", orNull(record.size)},
           {"sha256", record.sha256},
           {"signerDigest", record.signerDigest},
           {"signerSubject", record.signerSubject},
           {"checks", std::move(checks)},
+          {"reason", orNull(record.reason)},
           {"status", record.status},
           {"exitCode", orNull(record.exitCode)},
           {"durationMs", orNull(record.durationMs)},

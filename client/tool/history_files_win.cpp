@@ -4,35 +4,60 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "client/tool/files_win.h"
+#include "update/record_folder.h"
 #include "util/file_utils.h"
-#include "util/product_names.h"
+#include "util/system_error.h"
 
 namespace zarn::tool {
 namespace {
 
-/// True when the file is there and could be read.
-bool add(StoredHistory& stored, const std::string& path, std::int64_t maximumBytes) {
+/// Adds a file's records to `history`; true when the file is there and could be read.
+bool add(StoredHistory& stored, History& history, const std::string& path, std::int64_t maximumBytes) {
   const FileEnd read = readEnd(path, maximumBytes);
   if (isMissing(read.error)) return false;
   if (read.error != 0) stored.error = read.error;
-  History history = parseHistory(read.bytes);
+  History records = parseHistory(read.bytes);
   // The first line of what was read may have lost its beginning.
-  if (read.cut && history.skipped > 0) --history.skipped;
+  if (read.cut && records.skipped > 0) --records.skipped;
   stored.cut = stored.cut || read.cut;
-  stored.history.skipped += history.skipped;
-  std::move(history.records.begin(), history.records.end(), std::back_inserter(stored.history.records));
+  history.skipped += records.skipped;
+  std::move(records.records.begin(), records.records.end(), std::back_inserter(history.records));
   return read.error == 0;
 }
 
 }  // namespace
 
-StoredHistory readHistory(const std::string& folder, std::int64_t maximumBytes) {
+RecordSource recordSource(const std::string& given) {
+  if (!given.empty()) {
+    std::string collected = FileUtils::join(given, names::kCollectedRecord.narrow);
+    return {mayBeFolder(collected) ? std::move(collected) : given, 0};
+  }
+  RecordSource source{recordFolderPath(), 0};
+  const std::uint32_t problem = recordFolderProblem(source.folder);
+  if (!isMissing(problem)) source.error = problem;
+  return source;
+}
+
+std::string problemText(std::uint32_t error) {
+  return error == kFolderNotTrusted ? "users may have written to it" : systemErrorPhrase(error);
+}
+
+StoredHistory readHistory(const RecordSource& source, std::int64_t maximumBytes) {
   StoredHistory stored;
-  const bool hasEarlier = add(stored, FileUtils::join(folder, names::kEarlierHistory.narrow), maximumBytes);
-  const bool hasCurrent = add(stored, FileUtils::join(folder, names::kHistory.narrow), maximumBytes);
-  if (!hasEarlier && !hasCurrent && stored.error == 0) stored.error = ERROR_FILE_NOT_FOUND;
+  stored.error = source.error;
+  if (stored.error != 0) return stored;
+  bool found = false;
+  History ran;
+  History refused;
+  for (std::size_t i = 0; i < kRecordFiles.size(); ++i) {
+    History& history = i < kRecordFiles.size() / 2 ? ran : refused;
+    if (add(stored, history, FileUtils::join(source.folder, kRecordFiles.at(i)), maximumBytes)) found = true;
+  }
+  stored.history = mergeByTime(std::move(ran), std::move(refused));
+  if (!found && stored.error == 0) stored.error = ERROR_FILE_NOT_FOUND;
   return stored;
 }
 

@@ -1,92 +1,38 @@
 #include <windows.h>
 
-#include <ctime>
-#include <iomanip>
 #include <optional>
-#include <sstream>
 
 #include "client/tool/commands.h"
 #include "client/tool/explanations.h"
 #include "client/tool/files_win.h"
 #include "client/tool/history_files_win.h"
-#include "client/tool/log_outcome.h"
 #include "client/tool/service_query_win.h"
 #include "client/tool/service_setup_win.h"
 #include "client/tool/text.h"
-#include "util/file_utils.h"
 #include "util/file_version.h"
 #include "util/printable.h"
-#include "util/product_names.h"
 #include "util/system_error.h"
 
 namespace zarn::tool {
 namespace {
 
 constexpr std::int64_t kHistoryBytes = std::int64_t{1} << 20;
-constexpr std::int64_t kLogBytes = std::int64_t{11} << 20;  // a log file has 10 MiB and a line
-constexpr int kLogFiles = 6;
 
 struct Outcome {
   std::string time;
   std::string bundle;
   std::int32_t status = 0;
   std::optional<std::uint32_t> installerExitCode;
-  const char* source = "";
 };
 
-/// The end of a file in the folder; `error` keeps why one that is there could not be read.
-std::string endOf(const std::string& folder, const std::string& name, std::int64_t maximumBytes,
-                  std::uint32_t& error) {
-  const FileEnd end = readEnd(FileUtils::join(folder, name), maximumBytes);
-  if (end.error != 0 && !isMissing(end.error)) error = end.error;
-  return end.bytes;
-}
-
-std::optional<Outcome> outcomeOfHistory(const std::string& folder, std::uint32_t& error) {
-  const StoredHistory stored = readHistory(folder, kHistoryBytes);
-  if (stored.error != 0 && !isMissing(stored.error)) error = stored.error;
+/// The outcome of the last install request. `error` keeps why one that is recorded
+/// could not be read.
+std::optional<Outcome> lastOutcomeIn(const RecordSource& source, std::uint32_t& error) {
+  const StoredHistory stored = readHistory(source, kHistoryBytes);
+  if (!isMissing(stored.error)) error = stored.error;
   if (stored.history.records.empty()) return std::nullopt;
   const UpdateRecord& last = stored.history.records.back();
-  return Outcome{last.time, last.path, last.status, last.exitCode, "history"};
-}
-
-std::optional<Outcome> outcomeOfLogs(const std::string& folder, std::uint32_t& error) {
-  for (int number = 0; number < kLogFiles; ++number) {
-    const std::string name = number == 0
-                                 ? names::kCurrentLog.narrow
-                                 : std::string(names::kLog.narrow) + "." + std::to_string(number) + ".log";
-    if (auto last = lastOutcome(endOf(folder, name, kLogBytes, error))) {
-      return Outcome{last->time, last->bundle, last->status, last->installerExitCode, "log"};
-    }
-  }
-  return std::nullopt;
-}
-
-/// Seconds since the epoch; nothing for a text of another form.
-std::optional<std::time_t> moment(const std::string& text, const char* form,
-                                  std::time_t (*convert)(std::tm*)) {
-  std::tm fields{};
-  fields.tm_isdst = -1;
-  std::istringstream stream(text);
-  stream >> std::get_time(&fields, form);
-  return stream ? std::optional(convert(&fields)) : std::nullopt;
-}
-
-/// Whether the log tells of a request after the history's last one, whose line
-/// could not be written then.
-bool isLater(const Outcome& log, const Outcome& history) {
-  // One request's two times are some milliseconds apart.
-  constexpr std::time_t slackSeconds = 2;
-  const auto logged = moment(log.time, "%b %d, %Y %H:%M:%S", std::mktime);
-  const auto recorded = moment(history.time, "%Y-%m-%dT%H:%M:%S", _mkgmtime);
-  return logged && recorded && *logged > *recorded + slackSeconds;
-}
-
-/// The outcome of the last install request.
-std::optional<Outcome> lastOutcomeIn(const std::string& folder, std::uint32_t& error) {
-  auto history = outcomeOfHistory(folder, error);
-  auto log = outcomeOfLogs(folder, error);
-  return log && (!history || isLater(*log, *history)) ? log : history;
+  return Outcome{last.time, last.path, last.status, last.exitCode};
 }
 
 std::string inWords(const Outcome& outcome) {
@@ -104,7 +50,7 @@ Json toJson(const Outcome& outcome) {
           {"path", outcome.bundle},
           {"status", outcome.status},
           {"exitCode", outcome.installerExitCode ? Json(*outcome.installerExitCode) : Json(nullptr)},
-          {"source", outcome.source}};
+          {"source", "history"}};
 }
 
 std::string stateOf(const ServiceQuery& query) {
@@ -136,9 +82,9 @@ Answer runStatus(const Arguments& arguments) {
   const std::string folder = serviceLogFolder(arguments.logs);
   const bool folderIsThere = mayBeFolder(folder);
   std::uint32_t error = 0;
-  const auto outcome = lastOutcomeIn(folder, error);
+  const auto outcome = lastOutcomeIn(recordSource(arguments.logs), error);
   const std::string noOutcome =
-      error == 0 ? "none is recorded" : "cannot be read: " + sentence(systemErrorPhrase(error));
+      error == 0 ? "none is recorded" : "cannot be read: " + sentence(problemText(error));
 
   Answer answer;
   answer.exitCode = facts.running ? ExitCode::Success : ExitCode::ServiceUnreachable;

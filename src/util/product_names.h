@@ -54,5 +54,7 @@ inline constexpr Name kRecordFolder("Zarn Update Service");
 /// The requests for which no installer ran.
 inline constexpr Name kRefused("Refused Requests.jsonl");
 inline constexpr Name kEarlierRefused("Refused Requests.1.jsonl");
+/// What the record folder's files lie in among collected logs.
+inline constexpr Name kCollectedRecord("Record");
 
 }  // namespace zarn::names

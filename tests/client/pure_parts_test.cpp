@@ -5,7 +5,6 @@
 #include "client/tool/command_line.h"
 #include "client/tool/explanations.h"
 #include "client/tool/history.h"
-#include "client/tool/log_outcome.h"
 
 namespace zarn::tool {
 namespace {
@@ -24,10 +23,11 @@ TEST(Codes, AreReadInEveryWriting) {
 }
 
 constexpr char kWholeLine[] =
-    R"({"time":"2026-11-21T10:15:00.123Z","path":"C:\\a\\b.exe","size":5000000000,"sha256":"ab","signerDigest":"cd",)"
+    R"({"time":"2026-11-21T10:15:00.123Z","caller":{"sid":"S-1-5-21-7","processId":42,"image":"C:\\m\\server.exe"},)"
+    R"("path":"C:\\a\\b.exe","size":5000000000,"sha256":"ab","signerDigest":"cd",)"
     R"("signerSubject":"CN=Zarn","checks":[{"name":"open","verdict":"passed","detail":""},)"
     R"({"name":"integrity","verdict":"refused","detail":"0x800b0100"},{"name":"identity","verdict":"not reached"}],)"
-    R"("status":30004,"exitCode":null,"durationMs":1234,"product":"P","productVersion":"5.1","later":{"x":1}})";
+    R"("reason":null,"status":30004,"exitCode":null,"durationMs":1234,"product":"P","productVersion":"5.1","later":{"x":1}})";
 
 TEST(History, KeepsWholeLinesAndCountsTheOthers) {
   const std::string whole = kWholeLine;
@@ -43,47 +43,34 @@ TEST(History, KeepsWholeLinesAndCountsTheOthers) {
   expected["checks"][2]["detail"] = "";
   EXPECT_EQ(toJson(history.records[0]), expected);
   EXPECT_EQ(history.records[1].exitCode, 0xffffffffU);
+  EXPECT_EQ(toJson(history.records[1])["caller"],
+            Json::parse(R"({"sid":null,"processId":null,"image":null})"));
 }
 
-TEST(History, TellsWhichCheckDecided) {
+TEST(History, TellsWhatEndedARequest) {
   History history = parseHistory(kWholeLine);
   history.records[0].path = "C:\\x\\a\x1b[2Jb.exe";  // must not reach the terminal as it is
-  EXPECT_THAT(historyTable(history.records),
-              AllOf(HasSubstr("30004   refused at integrity  -          1.2 s  5.1"),
-                    HasSubstr("a\\x1b[2Jb.exe"), Not(HasSubstr("\x1b"))));
+  EXPECT_THAT(
+      historyTable(history.records),
+      AllOf(HasSubstr("30004   refused at integrity  -          1.2 s  5.1      S-1-5-21-7, server.exe"),
+            HasSubstr("a\\x1b[2Jb.exe"), Not(HasSubstr("\x1b"))));
+  history.records[0].exitCode = 1603;
+  EXPECT_EQ(decidingCheck(history.records[0]), nullptr) << "it ran";
+  history.records[0].reason = "Too many requests wait.";
+  EXPECT_THAT(historyTable(history.records), HasSubstr("not begun: Too many requests wait."));
 }
 
-std::string logLine(const std::string& message) {
-  return "Nov 15, 2026 22:42:15.123 [4312] DEBUG - [UpdateService/Install] " + message + "\r\n";
-}
-
-TEST(LogOutcome, IsThatOfTheLastRequestThatEnded) {
-  const std::string begin = logLine("bundlePath: C:\\a.exe");
-  const std::pair<std::string, int> ends[] = {
-      {logLine("Provided bundle is too large."), 30002},
-      {logLine("ImageGetCertificateHeader() failed"), 30004},
-      {logLine("Certificate couldn't be verified with the following error:"), 30004},
-      {logLine("Certificate couldn't be verified"), 30005},
-      {logLine("Installer exit code:  0 - The operation completed successfully."), 0},
-      {logLine("Installer exit code:  -1 - "), 30002},
-      {logLine("UpdateService::RunInstaller: CreateProcess failed"), 30002}};
-  for (const auto& [end, status] : ends) {
-    const auto outcome = lastOutcome(begin + end + begin);
-    EXPECT_EQ(outcome ? outcome->status : -1, status) << end;
-    EXPECT_FALSE(lastOutcome(end)) << "an end without a beginning";
-  }
-  // No end; a check of another caller; a path that reads like a line.
-  for (const std::string& other :
-       {logLine("Certificate identity verified"),
-        std::string("Nov 15, 2026 22:42:15.123 [4312] ERROR - Certificate couldn't be verified\n"),
-        logLine("CheckBundle() from UpdateInterface: C:\\ - [UpdateService/Install] " + ends[0].first)}) {
-    EXPECT_FALSE(lastOutcome(begin + other)) << other;
-  }
-  const auto last = lastOutcome(begin + ends[0].first + logLine("bundlePath: C:\\b.exe") + ends[4].first);
-  ASSERT_TRUE(last);
-  EXPECT_EQ(last->bundle, "C:\\b.exe");
-  EXPECT_EQ(last->time, "Nov 15, 2026 22:42:15.123");
-  EXPECT_EQ(last->installerExitCode, 0U);
+TEST(History, MergesTwoFilesByTimeWithoutSortingEither) {
+  const auto lines = [](std::initializer_list<const char*> times) {
+    std::string text;
+    for (const char* time : times) text += "{\"time\":\"" + std::string(time) + "\",\"status\":0}\n";
+    return parseHistory(text + "torn\n");
+  };
+  const History merged = mergeByTime(lines({"2", "4", "3"}), lines({"1", "2", "5"}));
+  std::string order;
+  for (const UpdateRecord& record : merged.records) order += record.time;
+  EXPECT_EQ(order, "122435");
+  EXPECT_EQ(merged.skipped, 2U);
 }
 
 TEST(CommandLine, IsReadOrRefusedInOneSentence) {

@@ -13,6 +13,7 @@
 #include "client/update_client.h"
 #include "support/run_program.h"
 #include "update/interface/update_interface.h"
+#include "update/record_folder.h"
 
 namespace zarn::testing {
 namespace {
@@ -114,15 +115,47 @@ TEST(Tool, ReadsTheHistory) {
   EXPECT_EQ(history["requests"][1]["path"], "C:\\\xC3\xA4.exe");
   EXPECT_EQ(history["skippedLines"], 1);
   EXPECT_EQ(json({"status", "--logs", logs.path()}, 3)["lastOutcome"]["source"], "history");
-  for (const auto& [day, source] : {std::pair("20", "history"), std::pair("23", "log")}) {
-    const std::string line =
-        "Nov " + std::string(day) + ", 2026 10:15:00.123 [1] DEBUG - [UpdateService/Install] ";
-    writeFile(logs / "Zarn Update Service.log",
-              line + "bundlePath: C:\\b.exe\n" + line + "Provided bundle is too large.\n");
-    EXPECT_EQ(json({"status", "--logs", logs.path()}, 3)["lastOutcome"]["source"], source);
-  }
   boost::filesystem::remove(FileUtils::toPath(logs / "Update History.jsonl"));
   EXPECT_EQ(json({"history", "--logs", logs.path()}, 0)["requests"].size(), 1U) << "just moved away";
+}
+
+TEST(Tool, ShowsTheRecordThatCountsAndNoneThatOthersMayHaveWritten) {
+  const std::string path = recordFolderPath();
+  EXPECT_TRUE(json({"history"}, 0)["requests"].empty());
+  EXPECT_EQ(json({"status"}, 3)["lastOutcome"], nullptr);
+  {
+    RecordFolder folder(path);
+    InstallRecord record;
+    for (int number = 0; number < 3; ++number) {
+      record.began = std::chrono::system_clock::time_point(std::chrono::hours(500'000 + number));
+      record.caller.image = "C:\\" + std::to_string(number);
+      record.exitCode = number == 1 ? std::optional<std::uint32_t>(1603) : std::nullopt;
+      ASSERT_TRUE(folder.append(record));
+    }
+  }
+  const Json requests = json({"history"}, 0)["requests"];
+  ASSERT_EQ(requests.size(), 3U);
+  for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(requests[i]["caller"]["image"], "C:\\" + std::to_string(i));
+  EXPECT_EQ(json({"status"}, 3)["lastOutcome"]["time"], requests[2]["time"]);
+
+  boost::filesystem::remove_all(FileUtils::toPath(path));
+  writeFile(path, "no folder");
+  expectSentence({"history"}, 4, "users may have written to it");
+  boost::filesystem::remove_all(FileUtils::toPath(path));
+}
+
+TEST(Tool, PrefersTheCollectedRecordToTheCopyBesideTheLog) {
+  const Logs logs;
+  const TempDirectory target;
+  boost::filesystem::create_directories(FileUtils::toPath(logs / "Record"));
+  writeFile(logs / "Record\\Refused Requests.jsonl", "{\"time\":\"2026-11-22\",\"status\":30005}\n");
+  writeFile(logs / "Record\\other", "not ours");
+  EXPECT_EQ(json({"history", "--logs", logs.path()}, 0)["requests"].size(), 1U);
+  EXPECT_EQ(json({"status", "--logs", logs.path()}, 3)["lastOutcome"]["status"], 30005);
+  json({"collect-logs", target / "folder", "--logs", logs.path()}, 0);
+  EXPECT_TRUE(FileUtils::exists(target / "folder\\Record\\Refused Requests.jsonl"));
+  EXPECT_FALSE(FileUtils::exists(target / "folder\\Record\\other"));
+  EXPECT_EQ(json({"history", "--logs", target / "folder"}, 0)["requests"].size(), 1U);
 }
 
 TEST(Tool, CollectsTheServicesLogsButNothingThroughAPlantedLink) {
