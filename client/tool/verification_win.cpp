@@ -10,7 +10,9 @@
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
 #include "trust/certificate_profile.h"
+#include "trust/update_policy.h"
 #include "update/staged_installer.h"
+#include "util/string_utils.h"
 #include "util/structured_exception.h"
 #include "util/system_error.h"
 
@@ -23,7 +25,7 @@ std::int32_t Verification::run() {
   if (!open() || !size() || !extension()) return client::kFailed;
   signatureHolds_ = integrity();
   if (!signatureHolds_) return observeSigner(), client::kSignatureRefused;
-  return identity() ? client::kInstalled : client::kSignerRefused;
+  return identity() && policy() ? client::kInstalled : client::kSignerRefused;
 }
 
 bool Verification::open() {
@@ -76,6 +78,12 @@ bool Verification::identity() {
   }
   return stop(kIdentity, "refused", "the signer's digest is not approved",
               "Use a bundle that an approved certificate signed, or have the digest approved");
+}
+
+bool Verification::policy() {
+  const PolicyResult result = CheckUpdatePolicy(StringUtils::utf16to8(path_));
+  if (result.isAllowed()) return pass(kPolicy, "allowed on this machine");
+  return stop(kPolicy, "refused", result.sentence(), "Use a bundle that this machine's policy allows");
 }
 
 /// Who signed is worth knowing also when the signature is refused. The answer of

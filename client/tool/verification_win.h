@@ -41,13 +41,14 @@ class Verification {
   [[nodiscard]] std::int64_t bytes() const noexcept { return bytes_; }
 
  private:
-  enum StepIndex : std::size_t { kOpen, kSize, kExtension, kIntegrity, kIdentity };
+  enum StepIndex : std::size_t { kOpen, kSize, kExtension, kIntegrity, kIdentity, kPolicy };
 
   bool open();
   bool size();
   bool extension();
   bool integrity();
   bool identity();
+  bool policy();
   void observeSigner();
   bool pass(StepIndex step, std::string detail);
   bool stop(StepIndex step, const char* verdict, std::string detail, std::string advice);
@@ -62,8 +63,8 @@ class Verification {
   SignerObserver observer_;
   std::optional<std::set<std::string>> profile_;
   std::string advice_ = "Nothing";
-  std::array<Step, 5> steps_{Step{"open"}, Step{"size"}, Step{"extension"}, Step{"integrity"},
-                             Step{"identity"}};
+  std::array<Step, 6> steps_{Step{"open"},      Step{"size"},     Step{"extension"},
+                             Step{"integrity"}, Step{"identity"}, Step{"policy"}};
 };
 
 }  // namespace zarn::tool

@@ -41,8 +41,8 @@ Log::~Log() {
   stopQuietly();
 }
 
-void Log::moveToCurrentDirectory() {
-  createLogDirectories();
+void Log::moveToCurrentDirectory(const RunAs& runAs) {
+  makeDirectories(runAs);
   requestRotation();
   log(LogLevel::Debug, "Log rotation requested.");
 }
@@ -84,12 +84,22 @@ ServerEventManager& Log::events() const {
   return events_ != nullptr ? *events_ : ServerEventManager::instance();
 }
 
-void Log::createLogDirectories() {
+void Log::makeDirectories(const RunAs& runAs) {
   // The store must be there: the directories depend on the preference LocalAppDataPath.
   static_cast<void>(preferences());
   const std::string directory = FileUtils::applicationDataDirectory();
-  const IoDeadline deadline(kOpenLimit);
-  static_cast<void>(FileUtils::createDirectories(directory) && FileUtils::createDirectories(logDirectory()));
+  const std::string logs = logDirectory();
+  // Our own folders are made with our own rights.
+  const bool isChosen = directory != FileUtils::applicationDataDirectory(true, false);
+  const IoDeadline deadline(kOpenLimit);  // before: another user could not limit this thread
+  const auto make = [&] {
+    static_cast<void>(FileUtils::createDirectories(directory) && FileUtils::createDirectories(logs));
+  };
+  if (runAs && isChosen) {
+    runAs(make);
+  } else {
+    make();
+  }
 }
 
 void Log::initializePreferences() {

@@ -32,10 +32,14 @@ class Log final : public BaseLog, public IServerEventSink {
   Log(Preferences& preferences, ServerEventManager& events) : preferences_(&preferences), events_(&events) {}
   ~Log() override;
 
+  /// Runs what it is given, as somebody else.
+  using RunAs = std::function<void(const std::function<void()>&)>;
+
   /// Continues in the directory that the preferences name now: makes it, and
   /// rotates after the next line through the queue, which is usually the line
-  /// that this call logs.
-  void moveToCurrentDirectory();
+  /// that this call logs. Folders of the preference's choice are made by `runAs`,
+  /// which lends the rights of whoever chose them.
+  void moveToCurrentDirectory(const RunAs& runAs = {});
 
   /// Runs on the writer thread each time a new file is open; the lines it logs are
   /// the file's first. Set it before start().
@@ -52,7 +56,7 @@ class Log final : public BaseLog, public IServerEventSink {
   void onPreferenceModified(const std::string& id) override;
 
  protected:
-  void createLogDirectories() override;
+  void createLogDirectories() override { makeDirectories({}); }
   void initializePreferences() override;
   void onLineWritten() override;
   [[nodiscard]] std::string logDirectory() override;
@@ -62,6 +66,7 @@ class Log final : public BaseLog, public IServerEventSink {
   void scrubMessage(std::string& message) override;
 
  private:
+  void makeDirectories(const RunAs& runAs);
   [[nodiscard]] Preferences& preferences() const;
   [[nodiscard]] ServerEventManager& events() const;
   void readLogPreferences() ZARN_EXCLUDES(readMutex_);

@@ -8,6 +8,7 @@
 
 #include "trust/signer_observer.h"
 #include "trust/trust_result.h"
+#include "trust/update_policy.h"
 #include "update/requester.h"
 #include "update/run_installer.h"
 #include "update/staged_installer.h"
@@ -31,6 +32,10 @@ struct InstallCollaborators {
   std::function<TrustResult(const std::wstring&, const std::wstring&)> checkIntegrity;
   /// Whether its signer is approved.
   std::function<TrustResult(const std::wstring&, IdentityFacts&)> checkIdentity;
+  /// Whether this machine's policy lets the file at a path (UTF-8) run.
+  std::function<PolicyResult(const std::string&)> checkPolicy;
+  /// Hears of the version of each update that took effect.
+  std::function<void(const ProductVersion&)> installed;
   /// Keeps the record of a request that has ended, before its caller has the
   /// answer. Whatever it throws is passed over.
   std::function<void(const InstallRecord&)> record;

@@ -65,13 +65,14 @@ bool noteAnswer(InstallRecord& record, Check check, const TrustResult& result, V
 }
 
 /// What is known once the installer has ended.
-void noteInstalled(InstallRecord& record, std::uint32_t exitCode, const std::string& digest,
-                   const std::wstring& stagedPath) {
+void noteInstalled(const InstallCollaborators& collaborators, InstallRecord& record, std::uint32_t exitCode,
+                   const std::string& digest, const std::wstring& stagedPath) {
   record.exitCode = exitCode;
   record.sha256 = digest;
   const FileVersion version = readFileVersion(StringUtils::utf16to8(stagedPath));
   record.product = version.product;
   record.productVersion = version.productVersion;
+  if (judgeExitCode(exitCode).restartsService && version.number) collaborators.installed(*version.number);
 }
 
 /// Hands the record over when the request ends, in whichever way.
@@ -130,7 +131,7 @@ Status InstallRequest::Install(const Requester& requester, const std::wstring& b
 void InstallRequest::refuse(const Requester& requester, const std::wstring& bundlePath,
                             const char* reason) const {
   Recording recording(collaborators_, requester, bundlePath);
-  recording.record().note(Check::Open, Verdict::NotReached, reason);
+  recording.record().reason = std::string("The request was refused: ") + reason + ".";
   logLine(LogLevel::Error, "Install: the request for %s is refused, %s.", shown(bundlePath),
           std::string_view(reason));
 }
@@ -188,7 +189,7 @@ InstallRequest::Outcome InstallRequest::installStaged(const std::wstring& staged
   const std::uint32_t installerExit = RunInstaller(stagedPath, collaborators_.runOptions);
   exitCode = static_cast<std::int32_t>(installerExit);
   // From here on nothing that fails may change the answer or keep the service from restarting.
-  quietly([&] { noteInstalled(record, installerExit, digest.finish(), stagedPath); });
+  quietly([&] { noteInstalled(collaborators_, record, installerExit, digest.finish(), stagedPath); });
   copy.reset();
   quietly([&] { tidyUp(stagedPath); });
   const InstallerExit judgement = judgeExitCode(installerExit);
@@ -225,7 +226,11 @@ Status InstallRequest::runChecks(const std::wstring& path, const std::wstring& s
     record.signerSubject = facts.signer->subject;
   }
   const Verdict refusal = facts.profileWasHad ? Verdict::Refused : Verdict::Failed;
-  return noteAnswer(record, Check::Identity, identity, refusal) ? Status::Installed : Status::SignerRefused;
+  if (!noteAnswer(record, Check::Identity, identity, refusal)) return Status::SignerRefused;
+  const PolicyResult policy = collaborators_.checkPolicy(StringUtils::utf16to8(path));
+  if (policy.isAllowed()) return record.note(Check::Policy, Verdict::Passed), Status::Installed;
+  record.note(Check::Policy, Verdict::Refused, policy.sentence());
+  return Status::SignerRefused;
 }
 
 }  // namespace zarn

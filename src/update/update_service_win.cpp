@@ -61,6 +61,8 @@ const InstallRequest& installRequest() {
             facts.signer = observer.signer();
             return result;
           },
+      .checkPolicy = CheckUpdatePolicy,
+      .installed = rememberInstalledVersion,
       .record = keep,
       .restart = [] { UpdateService::instance().requestRestart(); },
       .runOptions = {},

@@ -114,6 +114,7 @@ TEST_F(CallQueueTest, ClosingEndsAllThatWaitAndNotWhatRuns) {
   fill({.running = 1, .waiting = 16});
   for (int i = 0; i < 3; ++i) call("a");
   queue_->close();
+  joinAll();
   call("b");
   joinAll();
   EXPECT_EQ(refused(), std::string("a") + kStopping + "a" + kStopping + "a" + kStopping + "b" + kStopping);

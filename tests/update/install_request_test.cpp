@@ -34,6 +34,8 @@ class InstallRequestTest : public ::testing::Test {
       return TrustResult::verified();
     };
     collaborators_.checkIdentity = [](const std::wstring&, auto&) { return TrustResult::verified(); };
+    collaborators_.checkPolicy = [](const std::string&) { return PolicyResult::allowed(); };
+    collaborators_.installed = [this](const ProductVersion&) { ++installed_; };
     collaborators_.record = [this](const InstallRecord& record) { record_ = record; };
   }
 
@@ -46,6 +48,7 @@ class InstallRequestTest : public ::testing::Test {
   InstallCollaborators collaborators_;
   std::int32_t exitCode_ = kUnset;
   InstallRecord record_;
+  int installed_ = 0;
 };
 
 TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
@@ -93,6 +96,11 @@ TEST_F(InstallRequestTest, RunsNothingThatACheckRefuses) {
   };
   EXPECT_EQ(install(), Status::SignatureRefused);
   EXPECT_EQ(identityChecks, 1);
+  collaborators_.checkIntegrity = [](const auto&, const auto&) { return TrustResult::verified(); };
+  collaborators_.checkIdentity = [](const auto&, auto&) { return TrustResult::verified(); };
+  collaborators_.checkPolicy = [](const std::string&) { return PolicyResult::refused("it is older"); };
+  EXPECT_EQ(install(), Status::SignerRefused);
+  EXPECT_EQ(record_.checks.at(static_cast<std::size_t>(Check::Policy)).detail, "it is older");
   EXPECT_EQ(exitCode_, kUnset);
   EXPECT_FALSE(log_.contains("Create Process Success! Waiting for process to complete."));
 }
@@ -136,6 +144,7 @@ TEST_F(InstallRequestTest, RecordsWhoAskedAndWhatWasNotEvenBegun) {
   EXPECT_EQ(record_.caller.sid, "S-1-5-7");
   EXPECT_EQ(record_.path, bundle_);
   EXPECT_EQ(record_.status, Status::Failed);
+  EXPECT_EQ(record_.reason, "The request was refused: too many requests wait.");
   EXPECT_FALSE(record_.exitCode);
 }
 
