@@ -14,7 +14,7 @@
 #include "client/tool/service_call_win.h"
 #include "client/tool/service_setup_win.h"
 #include "client/tool/text.h"
-#include "util/file_utils.h"
+#include "util/held_folder.h"
 #include "util/log_names.h"
 #include "util/printable.h"
 #include "util/product_names.h"
@@ -25,8 +25,9 @@ namespace zarn::tool {
 namespace {
 
 struct Source {
-  std::string path;
-  std::string name;  // in the archive
+  const FileUtils::HeldFolder* folder;
+  std::string name;       // in the folder
+  std::string entryName;  // in the archive
 };
 
 struct Collected {
@@ -46,28 +47,25 @@ struct LogFolders {
 FileUtils::HeldFolder holdRecord(const std::string& given) {
   const RecordSource source = recordSource(given);
   // The Logs folder itself is no place apart.
-  if (source.folder == given) return {{}, {}, ERROR_FILE_NOT_FOUND};
-  if (source.error != 0) return {{}, {}, source.error};
-  return FileUtils::holdFolder(source.folder, FileUtils::Links::Refuse, FileUtils::HoldFor::Reading);
+  if (source.folder == given) return FileUtils::HeldFolder(ERROR_FILE_NOT_FOUND);
+  if (source.error != 0) return FileUtils::HeldFolder(source.error);
+  return FileUtils::HeldFolder::hold(source.folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
 }
 
 LogFolders holdFolders(const std::string& folder, const std::string& given) {
-  using FileUtils::HoldFor;
-  using FileUtils::Links;
-  LogFolders result{FileUtils::holdFolder(folder, Links::Follow, HoldFor::Reading), {}, holdRecord(given)};
-  if (result.own.error != 0) return result;
-  result.installers = FileUtils::holdFolder(FileUtils::join(result.own.path, names::kInstallerLogs.narrow),
-                                            Links::Refuse, HoldFor::Reading);
+  using namespace FileUtils;
+  LogFolders result{HeldFolder::hold(folder, Links::Follow, OwnPlaces::Allow), HeldFolder(),
+                    holdRecord(given)};
+  if (result.own) result.installers = result.own.folder(names::kInstallerLogs.narrow);
   return result;
 }
 
 /// Files of a folder beside the Logs folder; none of one that is not held.
 void addSources(std::vector<Source>& sources, const FileUtils::HeldFolder& folder, const char* name,
                 bool (*isWanted)(std::string_view)) {
-  if (folder.error != 0) return;
-  for (const std::string& file : filesIn(folder.path).names) {
-    if (isWanted(file))
-      sources.push_back({FileUtils::join(folder.path, file), std::string(name) + "/" + file});
+  if (!folder) return;
+  for (const std::string& file : filesIn(folder).names) {
+    if (isWanted(file)) sources.push_back({&folder, file, std::string(name) + "/" + file});
   }
 }
 
@@ -78,12 +76,12 @@ bool isRecordName(std::string_view name) {
 /// What there is to collect. `error` of the Logs folder itself.
 std::vector<Source> sourcesIn(const LogFolders& folders, std::uint32_t& error) {
   std::vector<Source> sources;
-  error = folders.own.error;
-  if (error != 0) return sources;
-  const FolderFiles own = filesIn(folders.own.path);
+  error = folders.own.error();
+  if (!folders.own) return sources;
+  const FolderFiles own = filesIn(folders.own);
   error = own.error;
   for (const std::string& name : own.names) {
-    if (isServiceLogName<char>(name)) sources.push_back({FileUtils::join(folders.own.path, name), name});
+    if (isServiceLogName<char>(name)) sources.push_back({&folders.own, name, name});
   }
   addSources(sources, folders.installers, names::kInstallerLogs.narrow, isInstallerLogName<char>);
   addSources(sources, folders.record, names::kCollectedRecord.narrow, isRecordName);
@@ -96,18 +94,18 @@ Collected fill(Archive& archive, const LogFolders& folders, const std::vector<So
       {names::kInstallerLogs.narrow, &folders.installers}, {names::kCollectedRecord.narrow, &folders.record}};
   for (const auto& [name, held] : beside) {
     // That there is none is usual.
-    if (held->error != 0 && !isMissing(held->error))
-      result.missing.emplace_back(name, problemText(held->error));
+    if (held->error() != 0 && !isMissing(held->error()))
+      result.missing.emplace_back(name, problemText(held->error()));
   }
   for (const Source& source : sources) {
     // Never through a link: who runs this may read more than who planted one.
-    auto file = FileUtils::safeOpen(source.path, "rb", true, FileUtils::Links::Refuse);
+    auto file = source.folder->open(source.name, "rb");
     if (!file) {
-      result.missing.emplace_back(source.name, systemErrorPhrase(failureCode(lastSystemError())));
-    } else if (archive.addFile(source.name, std::move(file))) {
-      result.names.push_back(source.name);
+      result.missing.emplace_back(source.entryName, systemErrorPhrase(failureCode(lastSystemError())));
+    } else if (archive.addFile(source.entryName, std::move(file))) {
+      result.names.push_back(source.entryName);
     } else {
-      result.missing.emplace_back(source.name, archive.problem());
+      result.missing.emplace_back(source.entryName, archive.problem());
     }
   }
   return result;

@@ -3,17 +3,22 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
 
-#include "util/file_utils.h"
 #include "util/system_error.h"
 
 namespace zarn::tool {
 
-FileEnd readEnd(const std::string& path, std::int64_t maximumBytes) {
+using FileUtils::HeldFolder;
+
+FileEnd readEnd(const std::string& folder, const std::string& name, std::int64_t maximumBytes) {
   FileEnd result;
-  const auto file = FileUtils::safeOpen(path, "rb", true, FileUtils::Links::Refuse);
+  const auto held = HeldFolder::hold(folder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow);
+  if (!held) {
+    result.error = held.error();
+    return result;
+  }
+  const auto file = held.open(name, "rb");
   if (!file) {
     result.error = failureCode(lastSystemError());
     return result;
@@ -29,17 +34,11 @@ FileEnd readEnd(const std::string& path, std::int64_t maximumBytes) {
   return result;
 }
 
-FolderFiles filesIn(const std::string& folder) {
-  namespace fs = boost::filesystem;
+FolderFiles filesIn(const HeldFolder& folder) {
   FolderFiles result;
-  boost::system::error_code error;
-  fs::directory_iterator entry(FileUtils::toPath(folder), error);
-  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
-    boost::system::error_code ignored;
-    if (entry->symlink_status(ignored).type() != fs::regular_file) continue;
-    result.names.push_back(FileUtils::toUtf8(entry->path().filename()));
-  }
-  if (error) result.error = failureCode(static_cast<std::uint32_t>(error.value()));
+  result.error = folder.list([&](const FileUtils::FolderEntry& entry) {
+    if (entry.isFile) result.names.push_back(FileUtils::toUtf8(entry.name));
+  });
   std::sort(result.names.begin(), result.names.end());
   return result;
 }

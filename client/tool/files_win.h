@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "util/held_folder.h"
+
 namespace zarn::tool {
 
 struct FileEnd {
@@ -15,16 +17,16 @@ struct FileEnd {
   std::uint32_t error = 0;
 };
 
-/// The last `maximumBytes` of a file that others may be writing to. Links are
+/// The last `maximumBytes` of a file that others may be writing to. Links in its place are
 /// not followed: whoever may write to the folder could point them anywhere.
-[[nodiscard]] FileEnd readEnd(const std::string& path, std::int64_t maximumBytes);
+[[nodiscard]] FileEnd readEnd(const std::string& folder, const std::string& name, std::int64_t maximumBytes);
 
 /// Names of the plain files in a folder, sorted; `error` as above.
 struct FolderFiles {
   std::vector<std::string> names;
   std::uint32_t error = 0;
 };
-[[nodiscard]] FolderFiles filesIn(const std::string& folder);
+[[nodiscard]] FolderFiles filesIn(const FileUtils::HeldFolder& folder);
 
 /// Whether a folder is there; true also when this user may not look.
 [[nodiscard]] bool mayBeFolder(const std::string& path);

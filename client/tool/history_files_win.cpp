@@ -15,8 +15,9 @@ namespace zarn::tool {
 namespace {
 
 /// Adds a file's records to `history`; true when the file is there and could be read.
-bool add(StoredHistory& stored, History& history, const std::string& path, std::int64_t maximumBytes) {
-  const FileEnd read = readEnd(path, maximumBytes);
+bool add(StoredHistory& stored, History& history, const std::string& folder, const char* name,
+         std::int64_t maximumBytes) {
+  const FileEnd read = readEnd(folder, name, maximumBytes);
   if (isMissing(read.error)) return false;
   if (read.error != 0) stored.error = read.error;
   History records = parseHistory(read.bytes);
@@ -54,7 +55,7 @@ StoredHistory readHistory(const RecordSource& source, std::int64_t maximumBytes)
   History refused;
   for (std::size_t i = 0; i < kRecordFiles.size(); ++i) {
     History& history = i < kRecordFiles.size() / 2 ? ran : refused;
-    if (add(stored, history, FileUtils::join(source.folder, kRecordFiles.at(i)), maximumBytes)) found = true;
+    if (add(stored, history, source.folder, kRecordFiles.at(i), maximumBytes)) found = true;
   }
   stored.history = mergeByTime(std::move(ran), std::move(refused));
   if (!found && stored.error == 0) stored.error = ERROR_FILE_NOT_FOUND;

@@ -16,7 +16,7 @@
 #include <utility>
 
 #include "plugin/setup_error.h"
-#include "util/file_utils.h"
+#include "util/held_folder.h"
 #include "util/log_names.h"
 #include "util/path_judge.h"
 #include "util/product_names.h"
@@ -167,60 +167,55 @@ std::vector<fs::path> applicationDataFolders() {
   return result;
 }
 
-/// `folder` becomes its real path. Null when there is no such folder, and, with
-/// `failure` set, when it is a link or cannot be held.
-std::shared_ptr<void> hold(fs::path& folder, std::optional<SetupError>& failure) {
-  const FileUtils::HeldFolder held = FileUtils::holdFolder(
-      StringUtils::utf16to8(folder.native()), FileUtils::Links::Refuse, FileUtils::HoldFor::Changes);
-  if (held.error == 0) {
-    folder = StringUtils::utf8to16(held.path);
-  } else if (held.error != ERROR_FILE_NOT_FOUND && held.error != ERROR_PATH_NOT_FOUND && !failure) {
-    failure = fileFailure(L"The service is removed, but not the logs in", folder, held.error);
-  }
-  return held.handle;
+/// Notes a folder that is there, but is a link or cannot be held.
+void noteFolder(const FileUtils::HeldFolder& folder, const fs::path& path,
+                std::optional<SetupError>& failure) {
+  if (folder || FileUtils::HeldFolder::isMissing(folder.error()) || failure) return;
+  failure = fileFailure(L"The service is removed, but not the logs in", path, folder.error());
 }
 
-struct SearchTraits {
-  using Handle = HANDLE;
-  static Handle invalid() noexcept { return INVALID_HANDLE_VALUE; }
-  static void close(Handle search) noexcept { FindClose(search); }
-};
-
-/// `folder` is held. `failure` keeps the first file that could not be deleted.
-void removeFiles(const fs::path& folder, bool (*chosen)(std::wstring_view),
+/// `failure` keeps the first file that could not be deleted.
+void removeFiles(const FileUtils::HeldFolder& folder, bool (*chosen)(std::string_view),
                  std::optional<SetupError>& failure) {
-  WIN32_FIND_DATAW entry{};
-  const ScopedHandle<SearchTraits> search(FindFirstFileW((folder / L"*").c_str(), &entry));
-  if (!search) return;
-  std::vector<fs::path> files;
-  do {
-    const bool isFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    if (!isFolder && chosen(entry.cFileName)) files.push_back(folder / entry.cFileName);
-  } while (FindNextFileW(search.get(), &entry) != 0);
-  for (const auto& file : files) {
-    const bool deleted = DeleteFileW(file.c_str()) != 0;
-    if (!deleted && !failure)
-      failure = fileFailure(L"The service is removed, but not the log", file, GetLastError());
+  std::vector<std::string> files;
+  const std::uint32_t listed = folder.list([&](const FileUtils::FolderEntry& entry) {
+    const std::string name = FileUtils::toUtf8(entry.name);
+    if (!entry.isFolder && chosen(name)) files.push_back(name);
+  });
+  if (listed != 0 && !failure) {
+    failure = fileFailure(L"The service is removed, but not the logs in",
+                          StringUtils::utf8to16(folder.path()), listed);
+  }
+  for (const std::string& file : files) {
+    if (const std::uint32_t error = folder.tryRemove(file); error != 0 && !failure) {
+      failure = fileFailure(L"The service is removed, but not the log",
+                            StringUtils::utf8to16(folder.pathOf(file)), error);
+    }
   }
 }
 
 void purgeLogsIn(const fs::path& applicationData, std::optional<SetupError>& failure) {
-  fs::path product = applicationData / names::kProductFolder.wide;
-  auto heldProduct = hold(product, failure);
-  if (!heldProduct) return;
-  fs::path logs = product / names::kLogs.wide;
-  if (auto heldLogs = hold(logs, failure)) {
-    fs::path installers = logs / names::kInstallerLogs.wide;
-    if (const auto held = hold(installers, failure))
-      removeFiles(installers, isInstallerLogName<wchar_t>, failure);
-    removeFiles(logs, isServiceLogName<wchar_t>, failure);
+  using FileUtils::HeldFolder;
+  const fs::path path = applicationData / names::kProductFolder.wide;
+  HeldFolder product = HeldFolder::hold(StringUtils::utf16to8(path.native()), FileUtils::Links::Refuse,
+                                        FileUtils::OwnPlaces::Allow);
+  noteFolder(product, path, failure);
+  if (!product) return;
+  HeldFolder logs = product.folder(names::kLogs.narrow);
+  noteFolder(logs, path / names::kLogs.wide, failure);
+  if (logs) {
+    HeldFolder installers = logs.folder(names::kInstallerLogs.narrow);
+    noteFolder(installers, path / names::kLogs.wide / names::kInstallerLogs.wide, failure);
+    if (installers) removeFiles(installers, isInstallerLogName<char>, failure);
+    removeFiles(logs, isServiceLogName<char>, failure);
     // The media server may keep its own files there: only empty folders go.
-    RemoveDirectoryW(installers.c_str());
-    heldLogs.reset();
-    RemoveDirectoryW(logs.c_str());
+    installers = HeldFolder();
+    static_cast<void>(logs.tryRemove(names::kInstallerLogs.narrow));
+    logs = HeldFolder();
+    static_cast<void>(product.tryRemove(names::kLogs.narrow));
   }
-  heldProduct.reset();
-  RemoveDirectoryW(product.c_str());
+  product = HeldFolder();
+  RemoveDirectoryW(path.c_str());
 }
 
 }  // namespace

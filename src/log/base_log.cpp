@@ -292,25 +292,25 @@ bool BaseLog::State::writeToFile(const LogItem& item) {
 
 void BaseLog::rotateAndReopen() {
   State& state = *state_;
+  // Before the directory is looked up: a request that comes with a new directory
+  // while this rotation runs must not be forgotten.
+  state.bytesWritten.store(0, std::memory_order_relaxed);
+  // Before the file is closed: a look-up that fails ends the process and says so there.
+  const std::string directory = logDirectory();
+  // Callers may choose the directory: nothing in it is opened, renamed or deleted but
+  // by the handle of what it was found to be.
+  const auto folder =
+      FileUtils::HeldFolder::hold(directory, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
+  if (!folder) {  // the file that there is, if any, goes on
+    log(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d",
+        printable(LogFiles::path(directory, state.name(), 0)), folder.error());
+    return;
+  }
   {
     const MutexLock lock(state.fileMutex);
     state.file.reset();
   }
-  // Before the directory is looked up: a request that comes with a new directory
-  // while this rotation runs must not be forgotten.
-  state.bytesWritten.store(0, std::memory_order_relaxed);
-  const std::string directory = logDirectory();
-  const std::string baseName = state.name();
-  // Callers may choose the directory: nothing in it is renamed or deleted unless the
-  // directory is known to be one and to stay one.
-  const auto held = FileUtils::holdFolder(directory, FileUtils::Links::Follow, FileUtils::HoldFor::Changes);
-  FileUtils::ScopedFile file;
-  if (held.error == 0) {
-    LogFiles::rotate(held.path, baseName, rotatedFileCount());
-    file = LogFiles::openNew(LogFiles::path(held.path, baseName, 0));
-  } else {
-    file = LogFiles::openAgain(LogFiles::path(directory, baseName, 0));  // what was not moved is not lost
-  }
+  FileUtils::ScopedFile file = LogFiles::begin(folder, state.name(), rotatedFileCount());
   if (!file) return;
   {
     const MutexLock lock(state.fileMutex);

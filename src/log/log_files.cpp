@@ -1,8 +1,11 @@
 #include "log/log_files.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
-#include <utility>
+#include <functional>
+#include <optional>
+#include <vector>
 
 #include "log/log_line.h"
 #include "log/log_platform.h"
@@ -13,32 +16,81 @@
 
 namespace zarn::LogFiles {
 
+namespace {
+
+constexpr std::string_view kExtension = ".log";
+
+constexpr char lowered(char c) noexcept {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+/// Takes `part` off the beginning of `text`, in any letters.
+bool take(std::string_view& text, std::string_view part) {
+  const bool begins =
+      text.size() >= part.size() && std::equal(part.begin(), part.end(), text.begin(),
+                                               [](char a, char b) { return lowered(a) == lowered(b); });
+  if (begins) text.remove_prefix(part.size());
+  return begins;
+}
+
+/// The number of the file that has this name; nothing for others.
+std::optional<std::size_t> numberOf(std::string_view fileName, std::string_view baseName) {
+  if (!take(fileName, baseName)) return std::nullopt;
+  std::string_view rest = fileName;
+  if (take(rest, kExtension) && rest.empty()) return 0;
+  if (!take(fileName, ".") || fileName.starts_with('0')) return std::nullopt;
+  std::size_t number = 0;
+  const auto [end, error] = std::from_chars(fileName.data(), fileName.data() + fileName.size(), number);
+  if (error != std::errc()) return std::nullopt;
+  fileName.remove_prefix(static_cast<std::size_t>(end - fileName.data()));
+  if (!take(fileName, kExtension) || !fileName.empty()) return std::nullopt;
+  return number;
+}
+
+}  // namespace
+
+std::string name(std::string_view baseName, std::size_t number) {
+  if (number == 0) return std::string(baseName).append(kExtension);
+  return formatPrintf("%s.%zu.log", baseName, number);
+}
+
 std::string path(std::string_view directory, std::string_view baseName, std::size_t number) {
-  if (number == 0) return FileUtils::join(directory, std::string(baseName) + ".log");
-  return FileUtils::join(directory, formatPrintf("%s.%zu.log", baseName, number));
+  return FileUtils::join(directory, name(baseName, number));
 }
 
-void rotate(std::string_view directory, std::string_view baseName, std::int32_t kept) {
+bool rotate(const FileUtils::HeldFolder& folder, std::string_view baseName, std::int32_t kept) {
   const auto last = static_cast<std::size_t>(std::max(kept, 1));
-  std::string target = path(directory, baseName, last);
-  FileUtils::deleteFile(target);
-  for (std::size_t number = last; number > 0; --number) {
-    std::string source = path(directory, baseName, number - 1);
-    if (FileUtils::exists(source)) FileUtils::move(source, target);
-    target = std::move(source);
+  // Only what is there is moved: `kept` may be any number.
+  std::vector<std::size_t> numbers;
+  const std::uint32_t error = folder.list([&](const FileUtils::FolderEntry& entry) {
+    const auto number = numberOf(FileUtils::toUtf8(entry.name), baseName);
+    if (number && *number <= last) numbers.push_back(*number);
+  });
+  if (error != 0) return false;
+  std::sort(numbers.begin(), numbers.end(), std::greater<>());
+  for (const std::size_t number : numbers) {
+    const std::string source = name(baseName, number);
+    if (number == last) {
+      folder.remove(source);
+    } else if (folder.exists(source)) {
+      folder.rename(source, name(baseName, number + 1));
+    }
   }
+  return true;
 }
 
-FileUtils::ScopedFile openNew(std::string_view path) {
-  return FileUtils::safeOpen(path, "w", true, FileUtils::Links::Refuse);
-}
-
-FileUtils::ScopedFile openAgain(std::string_view path) {
-  return FileUtils::safeOpen(path, "a", true, FileUtils::Links::Refuse);
+FileUtils::ScopedFile begin(const FileUtils::HeldFolder& folder, std::string_view baseName,
+                            std::int32_t kept) {
+  const std::string file = name(baseName, 0);
+  return rotate(folder, baseName, kept) ? folder.open(file, "w")
+                                        : folder.open(file, "a", FileUtils::Existing::Only);
 }
 
 void writeStartupCrash(std::string_view directory, std::string_view reason) {
-  const FileUtils::ScopedFile file = openNew(FileUtils::join(directory, kStartupCrashLog));
+  const auto folder =
+      FileUtils::HeldFolder::hold(directory, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
+  if (!folder) return;
+  const FileUtils::ScopedFile file = folder.open(kStartupCrashLog, "w");
   if (!file) return;
   std::string text = logTimeText(platform::currentLogTime().seconds) +
                      formatPrintf(": Failed to initialize logging: %s", printable(reason));

@@ -4,15 +4,19 @@
 
 #include <boost/filesystem/path.hpp>
 #include <boost/system/error_code.hpp>
-#include <memory>
+#include <cstdio>
+
+#include "util/file_utils.h"
 
 namespace zarn {
 
-/// Holds the file at `path` so that nothing else can take its name on Windows
-/// while the result lives. Null when it cannot be opened (`error` is set) or when
-/// it is no plain file with a single name (`error` is clear): whoever may write
+/// Opens the file at `path` to read it. Null when it cannot be opened (`error` is set)
+/// or when it is no plain file with a single name (`error` is clear): whoever may write
 /// to the temporary directory could otherwise have us copy any file for them.
-[[nodiscard]] std::shared_ptr<void> holdLogSource(const boost::filesystem::path& path,
+[[nodiscard]] FileUtils::ScopedFile openLogSource(const boost::filesystem::path& path,
                                                   boost::system::error_code& error);
+
+/// Gives a copy, all of which is written, the time at which its original was written.
+void keepTime(std::FILE* from, std::FILE* to) noexcept;
 
 }  // namespace zarn

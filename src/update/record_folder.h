@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "update/update_history.h"
-#include "util/file_utils.h"
+#include "util/held_folder.h"
 #include "util/mutex.h"
 
 namespace zarn {

@@ -185,9 +185,9 @@ bool RecordFolder::hold() {
   std::uint32_t error = establish(path_);
   if (error == 0) {
     // What is to be trusted stays where it is: others cannot rename, replace or link it.
-    auto held = FileUtils::holdFolder(path_, FileUtils::Links::Refuse, FileUtils::HoldFor::Reading);
-    error = held.error;
-    if (error == 0) held_ = std::move(held);
+    auto held = FileUtils::HeldFolder::hold(path_, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
+    error = held.error();
+    if (held) held_ = std::move(held);
   }
   if (error != 0 && !hasComplained_) {
     logLine(LogLevel::Error, "The update history cannot be kept in %s: %s", printable(path_),

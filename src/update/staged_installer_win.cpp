@@ -4,6 +4,7 @@
 #include <boost/filesystem/path.hpp>
 
 #include "util/file_utils.h"
+#include "util/held_folder.h"
 #include "util/io_deadline.h"
 #include "util/path_judge.h"
 #include "util/product_names.h"
@@ -71,9 +72,9 @@ FileHandle openBundle(const std::wstring& path) {
 bool copyBundle(const std::wstring& from, const std::wstring& to, std::int64_t maximumBytes) {
   const IoDeadline deadline(kCopyLimit);
   const std::string target = StringUtils::utf16to8(to);
-  // What cannot be deleted (a running installer, a directory with files) makes
-  // the copy fail, and so does anything that somebody puts there in between.
-  FileUtils::deleteFile(target, true);
+  // What cannot be removed (a running installer) makes the copy fail, and so does
+  // anything that somebody puts there in between.
+  FileUtils::removeWhatever(target, true);
   if (CopyFileExW(from.c_str(), to.c_str(), limitCopy, &maximumBytes, nullptr, COPY_FILE_FAIL_IF_EXISTS) ==
       0) {
     SetLastError(failureCode(GetLastError()));

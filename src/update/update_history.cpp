@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "update/file_end.h"
+#include "util/held_folder.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/mutex.h"
@@ -46,15 +47,6 @@ nlohmann::ordered_json callerObject(const Caller& caller) {
       {"sid", orNull(caller.sid)}, {"processId", std::move(process)}, {"image", orNull(cut(caller.image))}};
 }
 
-/// Makes room for new records: what is too large becomes the earlier file. False when
-/// there is no room, because the file could not be moved for too long.
-bool beginAnewWhenLarge(const std::string& path, const std::string& earlier, std::uint64_t maximumBytes) {
-  constexpr std::uint64_t unknown = ~std::uint64_t{0};
-  const std::uint64_t bytes = FileUtils::exists(path) ? FileUtils::fileSize(path) : 0;
-  if (bytes < maximumBytes || bytes == unknown) return true;
-  return FileUtils::move(path, earlier) || bytes / 2 < maximumBytes;
-}
-
 /// The file's size when a line may follow; -1 when that cannot be found out.
 long endOf(std::FILE* file, bool& isTorn) {
   if (std::fseek(file, 0, SEEK_END) != 0) return -1;
@@ -76,6 +68,25 @@ bool append(std::FILE* file, std::string_view line) {
   // A full disk takes the first half of a line gladly.
   if (!written) cutFile(file, end);
   return written;
+}
+
+/// Nothing when the file cannot be told.
+std::optional<std::uint64_t> sizeOf(std::FILE* file) {
+  if (std::fseek(file, 0, SEEK_END) != 0) return std::nullopt;
+  const long end = std::ftell(file);
+  return end >= 0 ? std::optional(static_cast<std::uint64_t>(end)) : std::nullopt;
+}
+
+/// Opens the file to append to. One that is too large becomes the earlier file; null
+/// also when it could not be moved for too long.
+FileUtils::ScopedFile openWithRoom(const FileUtils::HeldFolder& folder, const HistoryNames& names,
+                                   std::uint64_t maximumBytes) {
+  FileUtils::ScopedFile file = folder.open(names.current, "a+b");
+  const auto bytes = file ? sizeOf(file.get()) : std::nullopt;
+  if (!bytes || *bytes < maximumBytes) return file;
+  file.reset();
+  if (!folder.rename(names.current, names.earlier) && *bytes / 2 >= maximumBytes) return nullptr;
+  return folder.open(names.current, "a+b");
 }
 
 }  // namespace
@@ -121,11 +132,9 @@ std::string historyLine(const InstallRecord& record) {
 
 bool appendLine(const FileUtils::HeldFolder& folder, const HistoryNames& file, std::string_view line,
                 std::uint64_t maximumBytes) {
-  const std::string path = FileUtils::join(folder.path, file.current);
-  if (!beginAnewWhenLarge(path, FileUtils::join(folder.path, file.earlier), maximumBytes)) return false;
   // Large enough that the line leaves in a single write; outlives the file that uses it.
   std::vector<char> buffer(line.size() + 2);
-  const FileUtils::ScopedFile stream = FileUtils::safeOpen(path, "a+b", true, FileUtils::Links::Refuse);
+  const FileUtils::ScopedFile stream = openWithRoom(folder, file, maximumBytes);
   return stream && std::setvbuf(stream.get(), buffer.data(), _IOFBF, buffer.size()) == 0 &&
          append(stream.get(), line);
 }
@@ -134,8 +143,9 @@ bool appendToHistory(std::string_view directory, std::string_view line) {
   const MutexLock lock(copyMutex);
   const IoDeadline deadline(kLogFileLimit);
   // Callers may choose the directory; see where the log is rotated.
-  const auto held = FileUtils::holdFolder(directory, FileUtils::Links::Follow, FileUtils::HoldFor::Changes);
-  if (held.error == 0 && appendLine(held, kHistoryNames, line)) return true;
+  const auto folder =
+      FileUtils::HeldFolder::hold(directory, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
+  if (folder && appendLine(folder, kHistoryNames, line)) return true;
   logUnwrittenRecord();
   return false;
 }

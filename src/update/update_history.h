@@ -14,7 +14,7 @@
 
 #include "update/caller.h"
 #include "update/status.h"
-#include "util/file_utils.h"
+#include "util/held_folder.h"
 #include "util/product_names.h"
 
 namespace zarn {

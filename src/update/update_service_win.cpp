@@ -18,6 +18,7 @@
 #include "update/update_history.h"
 #include "update/update_service.h"
 #include "util/file_utils.h"
+#include "util/held_folder.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
@@ -116,7 +117,7 @@ std::uint32_t UpdateService::run() {
   logLine(LogLevel::Debug, "Running Zarn Update Service");
   recordFolder().prepare();
   logLine(LogLevel::Debug, "Attempting to delete stale update file.");
-  if (!FileUtils::deleteFile(StringUtils::utf16to8(stagedInstallerPath()))) {
+  if (!FileUtils::removeWhatever(StringUtils::utf16to8(stagedInstallerPath()))) {
     logLine(LogLevel::Debug, "Failed to delete bundle from temp directory.");
   }
   logLine(LogLevel::Debug, "Listening for remote procedure calls...");

@@ -209,6 +209,12 @@ void setApplicationDataOverride(std::string path) {
   current.path = std::move(path);
 }
 
+bool isBelowOverride(std::string_view path) {
+  const std::string current = overridePath();
+  return !current.empty() && path.starts_with(current) &&
+         (path.size() == current.size() || platform::isSeparator(path[current.size()]));
+}
+
 void setLocalAppDataPathReader(std::string (*reader)()) noexcept {
   localAppDataPathReader.store(reader);
 }

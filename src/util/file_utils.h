@@ -62,29 +62,14 @@ enum class Links : std::uint8_t {
 [[nodiscard]] ScopedFile safeOpen(std::string_view path, const char* mode, bool shareDelete,
                                   Links links = Links::Follow);
 
-/// What for a folder is held. A folder that is empty can be turned into a link while
-/// it is held; one that is held for changes is not empty, as far as others can see.
-enum class HoldFor : std::uint8_t { Reading, Changes };
-
-/// A folder that stays where it is while this lives: no link planted later leads
-/// those who use `path` elsewhere.
-struct HeldFolder {
-  std::shared_ptr<void> handle;
-  /// The name it really has, every link on the way followed.
-  std::string path;
-  /// 0, or the system's error for which it is not held; `path` is empty then.
-  std::uint32_t error = 0;
-};
-
-/// Holds a folder on a disk, and nothing else that a name can lead to. With
-/// Links::Refuse a folder that is itself a link is not held. Logs nothing.
-[[nodiscard]] HeldFolder holdFolder(std::string_view path, Links links, HoldFor use);
-
 // ---- Directories ---------------------------------------------------------------
 
 /// The process-wide application-data directory that replaces every other
 /// derivation while it is non-empty.
 void setApplicationDataOverride(std::string path);
+
+/// Whether a path is the override or below it.
+[[nodiscard]] bool isBelowOverride(std::string_view path);
 
 /// Tells this library how to read the preference LocalAppDataPath, which lives
 /// above it. The preference store registers itself here when it is made.

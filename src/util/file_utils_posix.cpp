@@ -6,11 +6,11 @@
 #include <cstdlib>
 #include <utility>
 
+#include "util/file_stream_posix.h"
 #include "util/file_utils.h"
 #include "util/file_utils_platform.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/scoped_handle.h"
 
 namespace zarn::FileUtils {
 
@@ -46,8 +46,6 @@ std::string executablePath() {
 
 }  // namespace platform
 
-namespace {
-
 int openFlags(std::string_view mode) {
   int flags = O_RDONLY;
   for (const char c : mode) {
@@ -59,39 +57,35 @@ int openFlags(std::string_view mode) {
   return flags | O_CLOEXEC;
 }
 
+namespace {
+
 bool isPlainFileWithOneName(int descriptor) {
   struct stat status {};
   return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
 }
 
-struct DescriptorTraits {
-  using Handle = int;
-  static Handle invalid() noexcept { return -1; }
-  static void close(Handle handle) noexcept { ::close(handle); }
-};
-
 }  // namespace
 
-HeldFolder holdFolder(std::string_view path, Links links, HoldFor /*use*/) {
-  const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (links == Links::Refuse ? O_NOFOLLOW : 0);
-  auto folder = std::make_shared<ScopedHandle<DescriptorTraits>>(::open(std::string(path).c_str(), flags));
-  if (!*folder) return {{}, {}, failureCode(lastSystemError())};
-  return {std::move(folder), std::string(path), 0};
+ScopedFile toStream(int descriptor, const char* mode, bool onlyPlain, std::uint32_t& error) {
+  const bool truncates = std::string_view(mode).find('w') != std::string_view::npos;
+  const bool usable = descriptor != -1 && (!onlyPlain || isPlainFileWithOneName(descriptor)) &&
+                      (!truncates || ::ftruncate(descriptor, 0) == 0);
+  ScopedFile file(usable ? ::fdopen(descriptor, mode) : nullptr);
+  if (!file) {
+    error = descriptor != -1 && !usable ? EACCES : lastSystemError();
+    if (descriptor != -1) ::close(descriptor);
+  }
+  return file;
 }
 
 ScopedFile safeOpen(std::string_view path, const char* mode, bool /*shareDelete*/, Links links) {
   if (*mode == '\0') mode = "r";
   const bool refuse = links == Links::Refuse;
-  const int descriptor = ::open(std::string(path).c_str(), openFlags(mode) | (refuse ? O_NOFOLLOW : 0), 0644);
-  const bool truncates = std::string_view(mode).find('w') != std::string_view::npos;
-  const bool usable = descriptor != -1 && (!refuse || isPlainFileWithOneName(descriptor)) &&
-                      (!truncates || ::ftruncate(descriptor, 0) == 0);
-  ScopedFile file(usable ? ::fdopen(descriptor, mode) : nullptr);
-  if (!file) {
-    const std::uint32_t error = descriptor != -1 && !usable ? EACCES : lastSystemError();
-    if (descriptor != -1) ::close(descriptor);
-    logLine(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d", printable(path), error);
-  }
+  std::uint32_t error = 0;
+  ScopedFile file =
+      toStream(::open(std::string(path).c_str(), openFlags(mode) | (refuse ? O_NOFOLLOW : 0), 0644), mode,
+               refuse, error);
+  if (!file) logLine(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d", printable(path), error);
   return file;
 }
 

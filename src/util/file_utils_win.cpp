@@ -3,17 +3,16 @@
 #include <windows.h>
 
 #include <shlobj.h>
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
+#include "util/file_stream_win.h"
 #include "util/file_utils.h"
 #include "util/file_utils_platform.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
-#include "util/windows_handles.h"
 
 namespace zarn::FileUtils {
 
@@ -58,19 +57,9 @@ std::string executablePath() {
 
 }  // namespace platform
 
-namespace {
-
-// A pipe's server learns nothing about us and cannot impersonate us.
-constexpr DWORD kAnonymous = SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS;
-
-struct OpenMode {
-  DWORD access = GENERIC_READ;
-  DWORD disposition = OPEN_EXISTING;
-  int descriptorFlags = _O_TEXT;
-};
-
 OpenMode parseMode(const char* mode) {
   OpenMode result;
+  result.descriptorFlags = _O_TEXT;
   for (; *mode != '\0'; ++mode) {
     switch (*mode) {
       case 'r':
@@ -99,92 +88,7 @@ OpenMode parseMode(const char* mode) {
   return result;
 }
 
-/// Whether the handle opened a file of the name that was asked for. A junction in
-/// the path can lead to a name that is itself a link to any file of any name.
-bool hasRequestedName(HANDLE file, const std::wstring& path) {
-  const auto lastName = [](const std::wstring& text) { return text.substr(text.find_last_of(L"\\/") + 1); };
-  const std::wstring final = finalPath(file);
-  const bool same = !final.empty() && _wcsicmp(lastName(final).c_str(), lastName(path).c_str()) == 0;
-  if (!same) SetLastError(ERROR_ACCESS_DENIED);
-  return same;
-}
-
-/// Opens for safeOpen; with Links::Refuse nothing is truncated before the file
-/// is known to be a plain one with a single name.
-FileHandle openHandle(const std::wstring& path, const OpenMode& mode, DWORD sharing, Links links) {
-  const bool refuse = links == Links::Refuse;
-  const bool truncateLater = refuse && mode.disposition == CREATE_ALWAYS;
-  constexpr DWORD cautious = FILE_FLAG_OPEN_REPARSE_POINT | kAnonymous;
-  const DWORD flags = FILE_ATTRIBUTE_NORMAL | (refuse ? cautious : 0U);
-  FileHandle handle(CreateFileW(path.c_str(), mode.access, sharing, nullptr,
-                                truncateLater ? OPEN_ALWAYS : mode.disposition, flags, nullptr));
-  if (!handle || !refuse) return handle;
-  const bool plain = isPlainFileWithOneName(handle.get()) && hasRequestedName(handle.get(), path);
-  if (!plain || (truncateLater && SetEndOfFile(handle.get()) == 0)) handle.reset();
-  return handle;
-}
-
-/// An empty file in `folder` that goes when it is closed. Invalid, with the last error
-/// set, when it cannot be made or the folder's name leads elsewhere by now.
-FileHandle makeMarker(const std::wstring& folder) {
-  static std::atomic<unsigned> number{0};
-  const std::wstring path = folder + L"\\~held-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-                            std::to_wstring(GetTickCount64()) + L"-" + std::to_wstring(++number);
-  FileHandle marker(CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, CREATE_NEW,
-                                FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT | kAnonymous,
-                                nullptr));
-  if (marker && _wcsicmp(finalPath(marker.get()).c_str(), path.c_str()) != 0) {
-    marker.reset();
-    SetLastError(ERROR_ACCESS_DENIED);
-  }
-  return marker;
-}
-
-struct FolderHandles {
-  FileHandle folder;
-  FileHandle marker;
-};
-
-/// The folder's real name; empty, with the last error set, when it is no folder to hold.
-std::wstring realFolderName(HANDLE folder) {
-  BY_HANDLE_FILE_INFORMATION information{};
-  if (GetFileInformationByHandle(folder, &information) == 0) return {};
-  constexpr DWORD kinds = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
-  if ((information.dwFileAttributes & kinds) != FILE_ATTRIBUTE_DIRECTORY) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return {};
-  }
-  return finalPath(folder);
-}
-
-}  // namespace
-
-HeldFolder holdFolder(std::string_view path, Links links, HoldFor use) {
-  const auto handles = std::make_shared<FolderHandles>();
-  const DWORD flags =
-      FILE_FLAG_BACKUP_SEMANTICS | kAnonymous | (links == Links::Refuse ? FILE_FLAG_OPEN_REPARSE_POINT : 0U);
-  handles->folder.reset(CreateFileW(toPath(path).c_str(), FILE_LIST_DIRECTORY,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, flags,
-                                    nullptr));
-  const std::wstring real = handles->folder ? realFolderName(handles->folder.get()) : std::wstring();
-  const bool wantsMarker = !real.empty() && use == HoldFor::Changes;
-  if (wantsMarker) handles->marker = makeMarker(real);
-  if (real.empty() || (wantsMarker && !handles->marker)) return {{}, {}, failureCode(lastSystemError())};
-  return {handles, StringUtils::utf16to8(real), 0};
-}
-
-ScopedFile safeOpen(std::string_view path, const char* mode, bool shareDelete, Links links) {
-  if (*mode == '\0') mode = "r";
-  const OpenMode parsed = parseMode(mode);
-  const DWORD sharing =
-      shareDelete ? FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE : DWORD{FILE_SHARE_READ};
-  FileHandle handle = openHandle(StringUtils::utf8to16(withLongPathPrefix(path)), parsed, sharing, links);
-  if (!handle) {
-    logLine(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d", printable(path),
-            lastSystemError());
-    return nullptr;
-  }
-
+ScopedFile toStream(FileHandle handle, const OpenMode& parsed, const char* mode) {
   const int descriptor = _open_osfhandle(reinterpret_cast<intptr_t>(handle.get()), parsed.descriptorFlags);
   if (descriptor == -1) {
     const int error = errno;
@@ -202,6 +106,39 @@ ScopedFile safeOpen(std::string_view path, const char* mode, bool shareDelete, L
             std::string_view(std::strerror(error)));
   }
   return file;
+}
+
+namespace {
+
+/// Opens for safeOpen; with Links::Refuse nothing is truncated before the file
+/// is known to be a plain one with a single name.
+FileHandle openHandle(const std::wstring& path, const OpenMode& mode, DWORD sharing, Links links) {
+  const bool refuse = links == Links::Refuse;
+  const bool truncateLater = refuse && mode.disposition == CREATE_ALWAYS;
+  constexpr DWORD cautious = FILE_FLAG_OPEN_REPARSE_POINT | kAnonymous;
+  const DWORD flags = FILE_ATTRIBUTE_NORMAL | (refuse ? cautious : 0U);
+  FileHandle handle(CreateFileW(path.c_str(), mode.access, sharing, nullptr,
+                                truncateLater ? OPEN_ALWAYS : mode.disposition, flags, nullptr));
+  if (!handle || !refuse) return handle;
+  const bool plain = isPlainFileWithOneName(handle.get());
+  if (!plain || (truncateLater && SetEndOfFile(handle.get()) == 0)) handle.reset();
+  return handle;
+}
+
+}  // namespace
+
+ScopedFile safeOpen(std::string_view path, const char* mode, bool shareDelete, Links links) {
+  if (*mode == '\0') mode = "r";
+  const OpenMode parsed = parseMode(mode);
+  const DWORD sharing =
+      shareDelete ? FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE : DWORD{FILE_SHARE_READ};
+  FileHandle handle = openHandle(StringUtils::utf8to16(withLongPathPrefix(path)), parsed, sharing, links);
+  if (!handle) {
+    logLine(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d", printable(path),
+            lastSystemError());
+    return nullptr;
+  }
+  return toStream(std::move(handle), parsed, mode);
 }
 
 }  // namespace zarn::FileUtils

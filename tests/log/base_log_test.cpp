@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <boost/filesystem/operations.hpp>
+#include <chrono>
 #include <csignal>
 #include <future>
+#include <limits>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -62,6 +64,16 @@ TEST_F(LogInDirectory, EveryRunBeginsAFileAndTheOldestGoes) {
   for (const std::int32_t kept : {0, -7}) run("kept " + std::to_string(kept), kept);
   EXPECT_THAT(messages(1), ElementsAre("kept 0"));  // less than one is one
   EXPECT_THAT(messages(2), ElementsAre("run 2"));   // what lies above the number stays
+  for (const char* other : {"Test.02.log", "Test.7.log.old", "Test.x.log", "Test.99999999999999999999.log"}) {
+    writeFile(dir_ / other, other);
+  }
+  const auto began = std::chrono::steady_clock::now();
+  run("huge", std::numeric_limits<std::int32_t>::max());
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(5));
+  for (const auto& [number, line] : {std::pair{1U, "kept -7"}, {2U, "kept 0"}, {3U, "run 2"}})
+    EXPECT_THAT(messages(number), ElementsAre(line));
+  EXPECT_FALSE(FileUtils::exists(file(8)));
+  EXPECT_TRUE(FileUtils::exists(dir_ / "Test.02.log"));
 }
 
 TEST_F(LogInDirectory, AFullFileRotatesAfterTheWholeLine) {

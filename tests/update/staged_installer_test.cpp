@@ -36,6 +36,14 @@ TEST_F(StagedInstallerTest, DoesNotWriteThroughAPlantedLink) {
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
 }
 
+TEST_F(StagedInstallerTest, PutsAWholeFolderOutOfItsWay) {
+  testing::writeFile(bundle_, "bundle");
+  ASSERT_TRUE(FileUtils::createDirectories(FileUtils::join(staged_, R"(Zarn Media Server\Logs)")));
+  testing::writeFile(FileUtils::join(staged_, R"(Zarn Media Server\Logs\a.log)"), "log");
+  EXPECT_TRUE(copyBundle(wide(bundle_), wide(staged_)));
+  EXPECT_EQ(testing::readFile(staged_), "bundle");
+}
+
 TEST_F(StagedInstallerTest, CopiesUpToTheLimit) {
   constexpr std::int64_t bytes = 5'000'000;
   testing::writeFile(bundle_, std::string(bytes, 'x'));

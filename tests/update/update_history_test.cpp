@@ -19,7 +19,7 @@ class UpdateHistory : public ::testing::Test {
 
   bool append(std::string_view line) {
     const auto held =
-        FileUtils::holdFolder(folder_.path(), FileUtils::Links::Refuse, FileUtils::HoldFor::Changes);
+        FileUtils::HeldFolder::hold(folder_.path(), FileUtils::Links::Refuse, FileUtils::OwnPlaces::Refuse);
     return appendLine(held, kHistoryNames, line, 12);
   }
 };

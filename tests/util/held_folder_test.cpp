@@ -1,46 +1,156 @@
+#include "util/held_folder.h"
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <boost/filesystem/operations.hpp>
+#include <set>
 
+#include "support/recording_log.h"
 #include "support/temp_directory.h"
-#include "util/file_utils.h"
 
 namespace zarn::testing {
 namespace {
 
 namespace fs = boost::filesystem;
 using namespace FileUtils;
+using ::testing::HasSubstr;
 
-TEST(HeldFolder, CannotBeReplacedNorMadeALinkWhileItIsHeld) {
-  const TempDirectory dir;
-  const std::string logs = dir / "Logs";
-  const fs::path path = FileUtils::toPath(logs);
-  const fs::path elsewhere = FileUtils::toPath(dir / "elsewhere");
+class HeldFolderTest : public ::testing::Test {
+ protected:
+  [[nodiscard]] HeldFolder hold(Links links = Links::Refuse) const {
+    return HeldFolder::hold(folder_, links, OwnPlaces::Refuse);
+  }
+  void write(const std::string& name, const char* mode, const char* text) const {
+    const auto file = hold().open(name, mode);
+    ASSERT_NE(file, nullptr) << mode;
+    EXPECT_GE(std::fputs(text, file.get()), 0);
+  }
+  [[nodiscard]] std::set<std::string> names() const {
+    std::set<std::string> result;
+    EXPECT_EQ(hold().list([&](const FolderEntry& entry) { result.insert(toUtf8(entry.name)); }), 0U);
+    return result;
+  }
+  [[nodiscard]] std::string in(const std::string& name) const { return join(folder_, name); }
+  void SetUp() override { ASSERT_TRUE(createDirectories(folder_)); }
+
+  RecordingLog log_;
+  TempDirectory dir_;
+  const std::string folder_ = dir_ / "Logs";
+};
+
+TEST_F(HeldFolderTest, OpensMovesAndRemovesByName) {
+  for (const auto& [mode, text, content] : {std::tuple{"a+b", "one", "one"},
+                                            {"ab", "two", "onetwo"},
+                                            {"r+b", "ONE", "ONEtwo"},
+                                            {"wb", "new", "new"}}) {
+    write("a", mode, text);
+    EXPECT_EQ(readFile(in("a")), content);
+  }
+  write("b", "wb", "replaced");
+  const HeldFolder held = hold();
+  EXPECT_TRUE(held.rename("a", "b"));
+  EXPECT_EQ(readFile(in("b")), "new");
+  EXPECT_FALSE(held.exists("a"));
+  std::uint32_t error = 0;
+  EXPECT_EQ(held.create("b", error), nullptr);
+  EXPECT_NE(error, 0U);
+  EXPECT_TRUE(held.folder("sub", Existing::OpenOrCreate).folder("below", Existing::OpenOrCreate));
+  EXPECT_EQ(names(), (std::set<std::string>{"b", "sub"}));
+  EXPECT_TRUE(held.remove("b") && held.remove("b"));  // missing is removed
+  EXPECT_TRUE(log_.texts().empty());
+  EXPECT_FALSE(held.remove("sub"));  // holds something
+  EXPECT_EQ(held.open("none", "a", Existing::Only), nullptr);
+  EXPECT_FALSE(held.rename("none", "b"));
+  EXPECT_THAT(
+      log_.texts(),
+      ::testing::ElementsAre(HasSubstr("Couldn't delete the file " + held.pathOf("sub") + ": "),
+                             HasSubstr("safe_fopen: CreateFileW for '" + held.pathOf("none") + "' failed: 2"),
+                             HasSubstr("Couldn't copy file " + held.pathOf("none") + " to ")));
+  EXPECT_EQ(names(), std::set<std::string>{"sub"});
+}
+
+TEST_F(HeldFolderTest, LeadsNowhereElse) {
+  writeFile(dir_ / "victim", "precious");
+  fs::create_hard_link(toPath(dir_ / "victim"), toPath(in("hard")));
+  const HeldFolder held = hold();
+  for (const std::string name : {"hard", "..\\victim", "../victim", "..", ".", "", "file:stream"}) {
+    EXPECT_EQ(held.open(name, "w"), nullptr) << name;
+    EXPECT_FALSE(held.folder(name, Existing::OpenOrCreate)) << name;
+  }
+  EXPECT_FALSE(held.remove("../victim"));
+#ifndef _WIN32  // Wine pretends to make symbolic links
+  fs::create_directory_symlink(folder_, dir_ / "link");
+  EXPECT_FALSE(HeldFolder::hold(dir_ / "link", Links::Refuse, OwnPlaces::Refuse));
+  EXPECT_TRUE(HeldFolder::hold(dir_ / "link", Links::Follow, OwnPlaces::Refuse));
+  fs::create_directory_symlink(dir_.path(), in("sub"));
+  EXPECT_FALSE(held.folder("sub", Existing::OpenOrCreate));
+  // Whatever takes the name of the held folder, what is held stays what it was.
+  fs::rename(folder_, dir_ / "moved");
+  fs::create_directory(dir_ / "bait");
+  fs::create_directory_symlink(dir_ / "bait", folder_);
+  EXPECT_NE(held.open("fresh", "w"), nullptr);
+  EXPECT_TRUE(fs::is_empty(dir_ / "bait"));
+  EXPECT_TRUE(exists(join(dir_ / "moved", "fresh")));
+#endif
+  EXPECT_EQ(readFile(dir_ / "victim"), "precious");
+  writeFile(dir_ / "file", "");
+  for (const std::string& path : {dir_ / "file", dir_ / "missing", std::string(R"(\\.\NUL)")}) {
+    const HeldFolder none = HeldFolder::hold(path, Links::Follow, OwnPlaces::Refuse);
+    EXPECT_FALSE(none) << path;
+    EXPECT_NE(none.error(), 0U) << path;
+  }
+}
+
+TEST_F(HeldFolderTest, RemovesWhateverStandsInTheWay) {
+  const std::string name = dir_ / "ZarnMediaServerUpdate.exe";
+  writeFile(dir_ / "kept", "kept");
+  const std::string deep = join(name, R"(Zarn Media Server/Logs/Zarn Update Service)");
+  for (const char* kind : {"nothing", "file", "read-only", "link", "folder"}) {
+    SCOPED_TRACE(kind);
+    if (kind == std::string("file") || kind == std::string("read-only")) writeFile(name, "x");
+    if (kind == std::string("read-only")) fs::permissions(toPath(name), fs::owner_read);
+    if (kind == std::string("link")) fs::create_hard_link(toPath(dir_ / "kept"), toPath(name));
+    if (kind == std::string("folder")) {
+      ASSERT_TRUE(createDirectories(deep));
+      writeFile(join(deep, "a log"), "x");
+#ifdef _WIN32
+      std::ofstream(toPath(deep) / L"\xD800 no UTF-16").put('x');
+#else
+      fs::create_directory_symlink(folder_, deep + "/link");
+      writeFile(in("kept"), "kept");
+#endif
+    }
+    EXPECT_TRUE(removeWhatever(name));
+    EXPECT_FALSE(FileUtils::exists(name));
+  }
+  EXPECT_EQ(readFile(dir_ / "kept"), "kept");
+#ifndef _WIN32
+  EXPECT_EQ(readFile(in("kept")), "kept") << "removed through a link";
+#endif
+  EXPECT_TRUE(removeWhatever(""));
+  EXPECT_TRUE(removeWhatever(join(dir_ / "no folder", "x")));
+  EXPECT_TRUE(log_.texts().empty());
+}
+
+#ifdef _WIN32
+TEST_F(HeldFolderTest, StaysWhereItIsAndIsNoPlaceOfOurOwn) {
   boost::system::error_code error;
-  fs::create_directory(path);
-  for (const HoldFor use : {HoldFor::Reading, HoldFor::Changes}) {
-    const auto held = holdFolder(logs, Links::Refuse, use);
-    ASSERT_EQ(held.error, 0U);
-    EXPECT_TRUE(FileUtils::isDirectory(held.path));
-    EXPECT_EQ(fs::is_empty(path), use == HoldFor::Reading) << "only an empty folder can become a link";
-    EXPECT_FALSE(fs::remove(path, error));
-    fs::rename(path, elsewhere, error);
+  {
+    const HeldFolder held = hold();
+    EXPECT_FALSE(fs::remove(toPath(folder_), error));
+    fs::rename(toPath(folder_), toPath(dir_ / "elsewhere"), error);
     EXPECT_TRUE(error);
   }
-  EXPECT_TRUE(fs::is_empty(path));
-  fs::rename(path, elsewhere, error);
+  fs::rename(toPath(folder_), toPath(dir_ / "elsewhere"), error);
   EXPECT_FALSE(error);
+  const std::string temp = toUtf8(fs::temp_directory_path());
+  EXPECT_FALSE(HeldFolder::hold(temp, Links::Follow, OwnPlaces::Refuse));
+  EXPECT_TRUE(HeldFolder::hold(temp, Links::Follow, OwnPlaces::Allow));
+  const HeldFolder root = HeldFolder::hold(R"(C:\)", Links::Follow, OwnPlaces::Refuse);
+  EXPECT_TRUE(root.exists("windows"));
+  EXPECT_EQ(root.pathOf("x"), R"(\\?\C:\x)");
 }
-
-TEST(HeldFolder, IsAFolderOnADisk) {
-  const TempDirectory dir;
-  writeFile(dir / "file", "text");
-  for (const std::string& path : {dir / "file", dir / "missing", std::string(R"(\\.\NUL)")}) {
-    const auto held = holdFolder(path, Links::Follow, HoldFor::Changes);
-    EXPECT_NE(held.error, 0U) << path;
-    EXPECT_EQ(held.handle, nullptr);
-  }
-}
+#endif
 
 }  // namespace
 }  // namespace zarn::testing
