@@ -12,7 +12,7 @@ std::wstring characters(HKEY root, const std::string& key, const std::wstring& v
   DWORD bytes = 0;
   if (RegGetValueW(root, subkey.c_str(), value.c_str(), kinds, nullptr, nullptr, &bytes) != ERROR_SUCCESS)
     return {};
-  // Expanding may need more than the first answer said.
+  // Expanding may need more than the first answer said, and the value may grow meanwhile.
   std::wstring text;
   LSTATUS status = ERROR_MORE_DATA;
   for (int attempt = 0; attempt < 4 && status == ERROR_MORE_DATA; ++attempt) {
@@ -28,7 +28,8 @@ std::wstring characters(HKEY root, const std::string& key, const std::wstring& v
 }  // namespace
 
 std::optional<std::string> registryText(HKEY root, const std::string& key, const std::string& value) {
-  const std::wstring text = characters(root, key, StringUtils::utf8to16(value), RRF_RT_REG_SZ);
+  // Unexpanded, so that a text that asks to be expanded is of another kind.
+  const std::wstring text = characters(root, key, StringUtils::utf8to16(value), RRF_RT_REG_SZ | RRF_NOEXPAND);
   if (text.empty()) return std::nullopt;
   return StringUtils::utf16to8(text.c_str());
 }

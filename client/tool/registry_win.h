@@ -9,8 +9,8 @@
 
 namespace zarn::tool {
 
-/// A text value (REG_SZ, or REG_EXPAND_SZ expanded); nothing when it is missing
-/// or of another kind.
+/// A text value (REG_SZ, as the service reads them); nothing when it is missing or of
+/// another kind.
 [[nodiscard]] std::optional<std::string> registryText(HKEY root, const std::string& key,
                                                       const std::string& value);
 
@@ -18,7 +18,7 @@ namespace zarn::tool {
 [[nodiscard]] std::vector<std::wstring> registryTexts(HKEY root, const std::string& key,
                                                       const std::string& value);
 
-/// The key's text values as "NAME=TEXT".
+/// The key's text values, expanded, as "NAME=TEXT".
 [[nodiscard]] std::vector<std::wstring> registryAssignments(HKEY root, const std::string& key);
 
 }  // namespace zarn::tool

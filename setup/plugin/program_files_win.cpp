@@ -132,15 +132,13 @@ void copyFile(const fs::path& from, const fs::path& to) {
 
 // ---- Logs ---------------------------------------------------------------------
 
+/// Texts as the service reads them: none that ask to be expanded.
 std::wstring registryText(HKEY root, const std::wstring& key, const wchar_t* value) {
+  constexpr DWORD kind = RRF_RT_REG_SZ | RRF_NOEXPAND;
   DWORD bytes = 0;
-  if (RegGetValueW(root, key.c_str(), value, RRF_RT_REG_SZ, nullptr, nullptr, &bytes) != ERROR_SUCCESS) {
-    return {};
-  }
+  if (RegGetValueW(root, key.c_str(), value, kind, nullptr, nullptr, &bytes) != ERROR_SUCCESS) return {};
   std::wstring text(bytes / sizeof(wchar_t) + 1, L'\0');
-  if (RegGetValueW(root, key.c_str(), value, RRF_RT_REG_SZ, nullptr, text.data(), &bytes) != ERROR_SUCCESS) {
-    return {};
-  }
+  if (RegGetValueW(root, key.c_str(), value, kind, nullptr, text.data(), &bytes) != ERROR_SUCCESS) return {};
   text.resize(std::wcslen(text.c_str()));
   return text;
 }

@@ -67,16 +67,19 @@ LSTATUS readNumber(std::string_view id, DWORD wantedType, T& out) {
 LSTATUS readText(std::string_view id, std::string& out) {
   const OpenedValue value = openForReading(id);
   if (value.error != ERROR_SUCCESS) return value.error;
-  DWORD type = REG_NONE;
-  DWORD size = 0;
-  LSTATUS error = RegQueryValueExW(value.key.get(), value.name.c_str(), nullptr, &type, nullptr, &size);
-  error = judgeType(error, type, REG_SZ);
-  if (error != ERROR_SUCCESS) return error;
-
-  // Two zeroed bytes more, since a stored text need not be terminated.
-  std::vector<BYTE> bytes(std::size_t{size} + sizeof(wchar_t));
-  error = RegQueryValueExW(value.key.get(), value.name.c_str(), nullptr, &type, bytes.data(), &size);
-  error = judgeType(error, type, REG_SZ);
+  // Others may make the text longer while it is asked for.
+  constexpr int mostQuestions = 8;
+  constexpr std::size_t usualBytes = 512;
+  std::vector<BYTE> bytes(usualBytes);
+  LSTATUS error = ERROR_MORE_DATA;
+  for (int question = 0; error == ERROR_MORE_DATA && question < mostQuestions; ++question) {
+    // Two zeroed bytes stay, since a stored text need not be terminated.
+    auto size = static_cast<DWORD>(bytes.size() - sizeof(wchar_t));
+    DWORD type = REG_NONE;
+    error = RegQueryValueExW(value.key.get(), value.name.c_str(), nullptr, &type, bytes.data(), &size);
+    error = judgeType(error, type, REG_SZ);
+    if (error == ERROR_MORE_DATA) bytes.assign(2 * std::size_t{size} + sizeof(wchar_t), 0);
+  }
   if (error != ERROR_SUCCESS) return error;
   std::wstring text(bytes.size() / sizeof(wchar_t), L'\0');
   std::memcpy(text.data(), bytes.data(), text.size() * sizeof(wchar_t));

@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "prefs/preferences_fixture.h"
 #include "support/recording_log.h"
 #include "util/string_utils.h"
@@ -123,6 +126,23 @@ TEST_F(WinPreferencesTest, OddButReadableValues) {
   EXPECT_EQ(store.getString("LocalAppDataPath"), "unterminated");
   EXPECT_EQ(store.getString("ArticleStrings"), "one");
   EXPECT_EQ(store.getString("TranscoderLogLevel"), "ab");
+}
+
+TEST_F(WinPreferencesTest, ATextThatGrowsMeanwhileIsRead) {
+  const std::string grown(9000, 'x');
+  put("LocalAppDataPath", text(L"short\0"s));
+  std::atomic<bool> done{false};
+  std::thread writer([&] {
+    for (std::size_t length = 300; !done; length = length % 9000 + 300)
+      put("LocalAppDataPath", text(std::wstring(length, L'x')));
+  });
+  for (int i = 0; i < 3000; ++i) {
+    const std::string read = store.getString("LocalAppDataPath");
+    EXPECT_TRUE(read == "short" || (!read.empty() && grown.starts_with(read))) << read.size();
+  }
+  done = true;
+  writer.join();
+  EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 }  // namespace
