@@ -14,6 +14,7 @@
 #include "support/run_program.h"
 #include "update/interface/update_interface.h"
 #include "update/record_folder.h"
+#include "util/product_names.h"
 
 namespace zarn::testing {
 namespace {
@@ -180,6 +181,30 @@ TEST(Tool, CollectsTheServicesLogsButNothingThroughAPlantedLink) {
     EXPECT_FALSE(FileUtils::exists(FileUtils::join(target / "folder", name)));
   }
   EXPECT_EQ(Json::parse(inZip(zip, "status.json"))["lastOutcome"]["status"], 30004);
+}
+
+TEST(Tool, PassesOverPathsThatTheServiceDoesNotUse) {
+  const TempDirectory data;
+  const std::string logs = data / R"(Zarn Media Server\Logs)";
+  ASSERT_TRUE(FileUtils::createDirectories(logs));
+  writeFile(FileUtils::join(logs, "Zarn Update Service.log"), "newest");
+  const std::string shared = R"(\\localhost\c$)" + data.path().substr(2);
+  for (const auto& [type, path, isUsed] : {std::tuple{REG_SZ, data.path(), true},
+                                           {REG_SZ, R"(\\?\)" + data.path(), true},
+                                           {REG_EXPAND_SZ, data.path(), false},
+                                           {REG_SZ, shared, false},
+                                           {REG_SZ, R"(\\.\)" + data.path(), false},
+                                           {REG_SZ, data / "nul", false},
+                                           {REG_SZ, "relative", false}}) {
+    const std::wstring text = StringUtils::utf8to16(path);
+    ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath",
+                              static_cast<DWORD>(type), text.c_str(),
+                              static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))),
+              ERROR_SUCCESS);
+    const std::string folder = json({"status"}, 3)["logFolder"];
+    EXPECT_EQ(folder.starts_with(path), isUsed) << path << ": " << folder;
+  }
+  RegDeleteKeyValueW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath");
 }
 
 TEST(Tool, OverwritesNothingAndLeavesNothingHalfDone) {

@@ -89,6 +89,18 @@ TEST_F(LogInDirectory, AFullFileRotatesAfterTheWholeLine) {
   EXPECT_THAT(messages(0), ElementsAre("banner", "after"));
 }
 
+TEST_F(LogInDirectory, WhatALookUpSaysIsStillInTheOldFile) {
+  log_.whenLookedUp = [&, lookUps = 0]() mutable {
+    if (++lookUps == 2) log_.submit(LogLevel::Error, "no home");
+  };
+  log_.start("Test");
+  log_.flush();
+  log_.requestRotation();
+  log_.write({"last", "first"});
+  EXPECT_THAT(messages(1), ElementsAre("last", "no home"));
+  EXPECT_THAT(messages(0), ElementsAre("first"));
+}
+
 TEST_F(LogInDirectory, SynchronousLinesAreWrittenByTheirThread) {
   std::vector<std::thread::id> writers;
   log_.whileWriting = [&] {

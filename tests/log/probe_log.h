@@ -33,6 +33,7 @@ class ProbeLog final : public BaseLog {
   std::function<void()> whileMakingDirectories = [] {};
   std::function<void()> whileWriting = [] {};
   std::function<void()> whenOpened = [] {};
+  std::function<void()> whenLookedUp = [] {};
 
  protected:
   void createLogDirectories() override {
@@ -40,7 +41,10 @@ class ProbeLog final : public BaseLog {
     FileUtils::createDirectories(directory);
   }
   void onLineWritten() override { whileWriting(); }
-  std::string logDirectory() override { return directory; }
+  std::string logDirectory() override {
+    whenLookedUp();
+    return directory;
+  }
   std::int32_t rotatedFileCount() override { return keptFiles; }
   std::string accountUserName() override { return "user"; }
   void onFileOpened() override { whenOpened(); }
