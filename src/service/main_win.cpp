@@ -15,6 +15,7 @@
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/product_names.h"
+#include "util/quietly.h"
 #include "util/string_utils.h"
 #include "util/type_name.h"
 #include "util/version.h"
@@ -57,7 +58,8 @@ void startNetworkLogging(Log& log) noexcept {
   try {
     if (Log::isNetworkLoggingConfigured()) std::thread(configure).detach();
   } catch (const std::exception& error) {
-    logLine(LogLevel::Error, "Error enabling networked logging: %s.", printable(error.what()));
+    quietly(
+        [&] { logLine(LogLevel::Error, "Error enabling networked logging: %s.", printable(error.what())); });
   }
 }
 
@@ -66,12 +68,15 @@ void startNetworkLogging(Log& log) noexcept {
 [[noreturn]] void runService() {
   try {
     logLine(LogLevel::Debug, "Creating UpdateService singleton");
+    UpdateService::instance().setUnfinishedRoutine(endProcess);
     UpdateService::instance().runAsService(names::kService.narrow);
   } catch (const std::exception& error) {
-    logLine(LogLevel::Error, "Error: Shutting down due to exception: %s, type: %s", printable(error.what()),
-            typeName(error));
+    quietly([&] {
+      logLine(LogLevel::Error, "Error: Shutting down due to exception: %s, type: %s", printable(error.what()),
+              typeName(error));
+    });
   } catch (...) {
-    logLine(LogLevel::Error, "Error: Unknown exception, exiting");
+    quietly([] { logLine(LogLevel::Error, "Error: Unknown exception, exiting"); });
     shutLoggerDown();
     throw;
   }

@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -37,6 +38,15 @@ class Win32Service {
   /// The life of the service, on a thread that the dispatcher makes.
   void serviceMain();
 
+  /// What the dispatcher's thread does when serviceMain() has returned and the control
+  /// manager was not told that the service stopped: it would wait for ever for a
+  /// process that does nothing any more. The routine gets the code of the failed
+  /// start, or 1 without one, and is expected to end the process with it, which the
+  /// control manager takes for a failure to recover from. Set it before runAsService().
+  void setUnfinishedRoutine(std::function<void(std::uint32_t)> routine);
+  /// For the dispatcher's thread: runs that routine if it is due.
+  void endUnfinished();
+
   /// One control request, on the dispatcher's thread. The control manager is
   /// answered with success whatever this returns.
   std::uint32_t serviceCtrlHandler(std::uint32_t control);
@@ -64,6 +74,10 @@ class Win32Service {
   // The only copy of what was reported. Written without a lock from the service
   // thread and, once the service runs, from the dispatcher's.
   SERVICE_STATUS status_{};
+  // Only the service thread's, once it runs.
+  std::function<void(std::uint32_t)> unfinishedRoutine_;
+  std::uint32_t unfinishedCode_ = ERROR_INVALID_FUNCTION;
+  bool isFinished_ = false;
 };
 
 /// The instance registered for this process.

@@ -2,12 +2,14 @@
 #include <atomic>
 #include <exception>
 #include <stdexcept>
+#include <utility>
 
 #include "service/service_control.h"
 #include "service/win32_service.h"
 #include "util/logging.h"
 #include "util/mutex.h"
 #include "util/printable.h"
+#include "util/quietly.h"
 #include "util/string_utils.h"
 #include "util/system_error.h"
 #include "util/type_name.h"
@@ -25,11 +27,25 @@ Mutex lastLineMutex;
 std::atomic<Win32Service*> registered{nullptr};
 
 void WINAPI serviceMainRoutine(DWORD, LPWSTR*) {
-  registered.load()->serviceMain();
+  Win32Service& service = *registered.load();
+  service.serviceMain();
+  service.endUnfinished();
 }
 
+/// Called from system code, through which no exception may pass.
 DWORD WINAPI controlRoutine(DWORD control, DWORD, LPVOID, LPVOID) {
-  registered.load()->serviceCtrlHandler(control);
+  try {
+    registered.load()->serviceCtrlHandler(control);
+  } catch (const std::exception& error) {
+    quietly([&] {
+      logLine(LogLevel::Error, "Win32Service::serviceCtrlHandler: Caught std::exception %s, type: %s",
+              printable(error.what()), typeName(error));
+    });
+  } catch (...) {
+    quietly([] {
+      logLine(LogLevel::Error, "Win32Service::serviceCtrlHandler: Caught an exception of unknown type");
+    });
+  }
   return NO_ERROR;
 }
 
@@ -87,7 +103,7 @@ void Win32Service::serviceMain() {
   }
   if (sendServiceStartPending() != 0) return;
   // After a failed start no stopped report is sent, on purpose: the service stays
-  // start-pending until its process is ended.
+  // start-pending until its process is ended, by endUnfinished() or from outside.
   if (!initializeGuarded()) {
     logLine(LogLevel::Error, "Exiting Win32Service::serviceMain due to initialization failure.");
     return;
@@ -98,8 +114,16 @@ void Win32Service::serviceMain() {
   }
   const std::uint32_t exitCode = runGuarded();
   const MutexLock lastLine(lastLineMutex);
-  sendServiceStopped(exitCode);
+  isFinished_ = sendServiceStopped(exitCode) == 0;
   logLine(LogLevel::Debug, "Win32Service::serviceMain: Service stopped with exitcode %d", shown(exitCode));
+}
+
+void Win32Service::setUnfinishedRoutine(std::function<void(std::uint32_t)> routine) {
+  unfinishedRoutine_ = std::move(routine);
+}
+
+void Win32Service::endUnfinished() {
+  if (!isFinished_ && unfinishedRoutine_) unfinishedRoutine_(unfinishedCode_);
 }
 
 bool Win32Service::initializeGuarded() {
@@ -107,6 +131,7 @@ bool Win32Service::initializeGuarded() {
   try {
     const std::uint32_t code = initialize();
     if (code != 0) {
+      unfinishedCode_ = code;
       logLine(LogLevel::Error, "Win32Service::serviceMain: initialize() failure: %d, %s", shown(code),
               systemErrorPhrase(code));
     }

@@ -31,7 +31,7 @@ class RecordingServiceControl final : public ServiceControl {
     EXPECT_EQ(services[1].lpServiceProc, nullptr);
     serviceThread_ = std::jthread([this, serviceMain = services[0].lpServiceProc] {
       serviceMain(0, nullptr);
-      letDispatcherReturn();
+      letDispatcherReturn();  // the real one would go on waiting unless the service had stopped
     });
     over_.get_future().wait();
     return true;
@@ -81,10 +81,11 @@ class ScriptedService final : public Win32Service {
  public:
   std::uint32_t initialize() override { return onInitialize(); }
   std::uint32_t run() override { return onRun(); }
-  std::uint32_t stop() override { return 5; }
+  std::uint32_t stop() override { return onStop(); }
 
   Step onInitialize = kWorks;
   Step onRun = kWorks;
+  Step onStop = kRefuses;
 };
 
 /// The log as one text, a line break after each line, with short names for what comes often.
@@ -177,6 +178,52 @@ TEST_F(Win32ServiceTest, StopsWhatRunsThoughTheReportFails) {
   control_.failing = "report 3";
   service_.serviceMain();
   EXPECT_TRUE(log_.contains("Win32Service::serviceCtrlHandler: Finished stop()"));
+}
+
+TEST_F(Win32ServiceTest, LetsNoExceptionOutOfAControl) {
+  for (const auto& [thrown, line] :
+       {std::pair<Step, std::string>{kThrows, "Caught std::exception gone, type: std::runtime_error"},
+        {[]() -> std::uint32_t { throw 1; }, "Caught an exception of unknown type"}}) {
+    RecordingServiceControl control;
+    service_.onStop = thrown;
+    service_.onRun = [&] {
+      EXPECT_EQ(control.handler(SERVICE_CONTROL_STOP, 0, nullptr, nullptr), 0U);
+      return 0U;
+    };
+    EXPECT_EQ(service_.runAsService("Test"), 0U);
+    EXPECT_TRUE(log_.contains("Win32Service::serviceCtrlHandler: " + line)) << line;
+  }
+}
+
+TEST_F(Win32ServiceTest, EndsWhatTheControlManagerWasNotToldTheEndOf) {
+  const struct {
+    const char* failingCall;
+    Step initialize, run;
+    std::string end;
+  } cases[] = {
+      {"", kWorks, kWorks, ""},
+      {"", kWorks, kThrows, ""},
+      {"", kRefuses, kWorks, "ended with 5"},
+      {"", kThrows, kWorks, "ended with 1"},
+      {"register", kWorks, kWorks, "ended with 1"},
+      {"report 2", kWorks, kWorks, "ended with 1"},
+      {"report 4", kWorks, kWorks, "ended with 1"},
+      {"report 1", kWorks, kWorks, "ended with 1"},
+  };
+  for (const auto& [failingCall, initialize, run, end] : cases) {
+    ScriptedService service;
+    service.onInitialize = initialize;
+    service.onRun = run;
+    service.setUnfinishedRoutine([](std::uint32_t code) { logLine(LogLevel::Debug, "ended with %d", code); });
+    log_.clear();
+    {
+      RecordingServiceControl control;
+      control.failing = failingCall;
+      service.runAsService("Test");
+    }
+    const std::string last = log_.texts().back();
+    EXPECT_EQ(last.starts_with("ended with") ? last : "", end) << failingCall;
+  }
 }
 
 }  // namespace
