@@ -127,18 +127,10 @@ void BaseLog::startWriter() {
   state_->hasWriter.store(true, std::memory_order_release);
 }
 
-void BaseLog::writeStartupCrashLog(const std::string& reason) noexcept {
+void BaseLog::writeStartupCrashLog(std::string_view reason) noexcept {
   // The failure that is reported, here and to the caller, is the first one.
-  try {
-    createLogDirectories();
-  } catch (...) {
-    // Perhaps they are there all the same.
-  }
-  try {
-    LogFiles::writeStartupCrash(logDirectory(), reason);
-  } catch (...) {
-    // Nowhere left to report it.
-  }
+  quietly([this] { createLogDirectories(); });  // perhaps they are there all the same
+  quietly([&] { LogFiles::writeStartupCrash(logDirectory(), reason); });
 }
 
 bool BaseLog::stop(std::chrono::milliseconds limit) {
@@ -166,8 +158,12 @@ void BaseLog::submit(LogLevel level, std::string_view message) {
   try {
     writeAtOnce(stamp, prefix, message);
   } catch (const std::bad_alloc&) {
-    state_->queue.countLost();
+    countLost();
   }
+}
+
+void BaseLog::countLost() noexcept {
+  state_->queue.countLost();
 }
 
 void BaseLog::writeAtOnce(const LogStamp& stamp, std::string_view prefix, std::string_view message) {
@@ -248,14 +244,15 @@ void BaseLog::writeBatch(std::span<LogItem> items, IoDeadline& deadline) {
 template <typename Step>
 void BaseLog::guarded(Step step) noexcept {
   try {
+    step();
+  } catch (const std::exception& error) {
     try {
-      step();
-    } catch (const std::exception& error) {
       log(LogLevel::Error, "Error: Exception in the log writer: %s, type: %s", printable(error.what()),
           typeName(error));
+    } catch (...) {
+      countLost();
     }
-  } catch (...) {
-    // Nowhere left to report it.
+  } catch (...) {  // NOLINT(bugprone-empty-catch): nothing is known of it
   }
 }
 
@@ -324,7 +321,8 @@ void BaseLog::rotateAndReopen() {
 void BaseLog::sendToCollector(NetworkLog& network, const LogItem& item) {
   if (!network.isOn()) return;
   if (!network.isExpired(platform::currentLogTime().seconds)) {
-    network.send(item.level, state_->name(), accountUserName(), item.message);
+    // What fails here does not keep the line out of the file.
+    quietly([&] { network.send(item.level, state_->name(), accountUserName(), item.message); });
     return;
   }
   network.stop();
@@ -345,7 +343,7 @@ bool BaseLog::enableNetworkLogging(const std::string& host, std::uint16_t port, 
     if (minutes < 1) throw std::invalid_argument("the number of minutes must be positive");
     startNetworkLog(host, port, platform::currentLogTime().seconds + minutes * secondsPerMinute);
   } catch (const std::exception& error) {
-    log(LogLevel::Error, "Error enabling networked logging: %s.", printable(error.what()));
+    quietly([&] { log(LogLevel::Error, "Error enabling networked logging: %s.", printable(error.what())); });
     return false;
   }
   log(LogLevel::Info, "Enabling networked logging for %d minutes.", minutes);

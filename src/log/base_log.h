@@ -9,6 +9,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "util/logging.h"
 
@@ -81,6 +82,7 @@ class BaseLog : public LogSink {
   void submit(LogLevel level, std::string_view message) final;
   /// Waits no longer than kLastLinesLimit for the lines.
   [[noreturn]] void fatal(const std::string& message) final;
+  void countLost() noexcept final;
 
  protected:
   // The writer thread, or the thread that writes a line, calls these.
@@ -130,7 +132,7 @@ class BaseLog : public LogSink {
   void writeBatch(std::span<LogItem> items, IoDeadline& deadline);
   bool writeLine(LogItem& item);
   void sendToCollector(NetworkLog& network, const LogItem& item);
-  void writeStartupCrashLog(const std::string& reason) noexcept;
+  void writeStartupCrashLog(std::string_view reason) noexcept;
 
   const std::unique_ptr<State> state_;
 };

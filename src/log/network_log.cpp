@@ -14,6 +14,7 @@
 
 #include "log/log_line.h"
 #include "log/log_platform.h"
+#include "util/quietly.h"
 
 namespace zarn {
 namespace {
@@ -114,20 +115,15 @@ void NetworkLog::start(std::unique_ptr<CollectorSocket> socket, std::int64_t exp
 void NetworkLog::stop() noexcept {
   expiry_ = kOff;
   const auto closing = std::move(socket_);
-  try {
-    if (closing) closing->close();
-  } catch (const std::exception&) {
-    // The socket is gone either way.
-  }
+  quietly([&] {
+    if (closing) closing->close();  // the socket is gone either way
+  });
 }
 
 void NetworkLog::send(LogLevel level, std::string_view baseName, std::string_view userName,
                       std::string_view message) {
-  try {
-    socket_->send(syslogRecord(level, sendingTime(), baseName, userName, message));
-  } catch (const std::exception&) {
-    // Not sent, and not tried again; the line still goes to the file.
-  }
+  // What is not sent is not tried again; the line still goes to the file.
+  quietly([&] { socket_->send(syslogRecord(level, sendingTime(), baseName, userName, message)); });
 }
 
 std::optional<Collector> parseCollector(std::string_view text) {

@@ -34,12 +34,15 @@ void PlainWriter::number(std::uint64_t magnitude, bool isNegative) noexcept {
   end_ = std::to_chars(end_, end_ + kMostDigits, magnitude).ptr;
 }
 
-void logSystemError(LogLevel level, std::uint32_t code) {
+void logSystemError(LogLevel level, std::uint32_t code) noexcept {
   const LogSink* const sink = logSink();
   if (sink == nullptr || !sink->isEnabled(level)) return;
-  // The code is shown as a signed number, as system codes above 0x7fffffff usually are.
-  logLine(level, "    %s",
-          zarn::formatPrintf("Win32 Error: %d %s", static_cast<std::int32_t>(code), systemErrorText(code)));
+  // Without memory for the system's text the caller still gets its code.
+  quietly([&] {
+    // The code is shown as a signed number, as system codes above 0x7fffffff usually are.
+    logLine(level, "    %s",
+            zarn::formatPrintf("Win32 Error: %d %s", static_cast<std::int32_t>(code), systemErrorText(code)));
+  });
 }
 
 void logFatalMessage(const std::string& message) {

@@ -19,11 +19,13 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
+#include "util/quietly.h"
 #include "util/system_error.h"
 
 namespace zarn {
@@ -51,6 +53,9 @@ class LogSink {
   /// Writes "FATAL ERROR: " and the message, waits until every line so far is on
   /// disk and ends the process.
   [[noreturn]] virtual void fatal(const std::string& message) = 0;
+
+  /// A line that had passed is lost: there was no memory to make it.
+  virtual void countLost() noexcept {}
 
  private:
   std::atomic<std::int32_t> threshold_{static_cast<std::int32_t>(LogLevel::Info)};
@@ -299,14 +304,19 @@ template <typename... Args>
                                   Passed<Args>... args) {
   LogSink* const sink = logSink();
   if (sink == nullptr || !sink->isEnabled(level)) return;
-  TextBuffer text;
-  formatTo<Args...>(text, format, pieces, args...);
-  sink->submit(level, {text.data(), text.size()});
+  try {
+    TextBuffer text;
+    formatTo<Args...>(text, format, pieces, args...);
+    sink->submit(level, {text.data(), text.size()});
+  } catch (const std::bad_alloc&) {
+    sink->countLost();
+  }
 }
 }  // namespace detail
 
 /// Writes one line. A line above the threshold costs an atomic load; its
-/// arguments are not formatted.
+/// arguments are not formatted. Memory that runs out in here costs the line; that of
+/// an argument, such as printable() makes, is the caller's.
 template <typename... Args>
 void logLine(LogLevel level, PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
   if (static_cast<std::int32_t>(level) > detail::currentThreshold.load(std::memory_order_relaxed)) return;
@@ -315,7 +325,7 @@ void logLine(LogLevel level, PrintfFormat<std::type_identity_t<Args>...> format,
 
 namespace detail {
 /// Second line of logWin32Error: four blanks, "Win32 Error: ", code and system text.
-void logSystemError(LogLevel level, std::uint32_t code);
+void logSystemError(LogLevel level, std::uint32_t code) noexcept;
 [[noreturn]] void logFatalMessage(const std::string& message);
 }  // namespace detail
 
@@ -332,16 +342,18 @@ std::uint32_t logWin32Error(LogLevel level, PrintfFormat<std::type_identity_t<Ar
 }
 
 /// Logs "FATAL ERROR: " and the message at level Error, waits until it is on disk
-/// and ends the process with the exception code 0xC0DEDEAD. A format that cannot
-/// be formatted does not stop it.
+/// and ends the process with the exception code 0xC0DEDEAD. Neither a format that
+/// cannot be formatted nor memory that runs out stops it.
 template <typename... Args>
 [[noreturn]] void logFatal(PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
   std::string message;
   try {
     message = formatPrintf<Args...>(format, args...);
   } catch (const std::exception& error) {
-    message = formatPrintf("Log: Error handling format string '%s': %s", format.text(),
-                           std::string_view(error.what()));
+    quietly([&] {
+      message = formatPrintf("Log: Error handling format string '%s': %s", format.text(),
+                             std::string_view(error.what()));
+    });
   }
   detail::logFatalMessage(message);
 }

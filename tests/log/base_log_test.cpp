@@ -163,12 +163,6 @@ TEST_F(LogInDirectory, PlantedLinksAreNotWrittenThrough) {
   EXPECT_EQ(readFile(dir_ / "victim"), "precious");
 }
 
-#ifdef _WIN32
-const ::testing::ExitedWithCode endsFatally(static_cast<int>(0xC0DEDEAD));
-#else
-const ::testing::KilledBySignal endsFatally(SIGABRT);
-#endif
-
 TEST_F(LogInDirectory, FatalWritesEverythingFirst) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   // The dying process runs this test from its beginning and must find our directory.
@@ -182,8 +176,8 @@ TEST_F(LogInDirectory, FatalWritesEverythingFirst) {
     if (!onWriter) log_.fatal("the end");
     log_.flush();
   };
-  EXPECT_EXIT(die(0, true), endsFatally, "");
-  EXPECT_EXIT(die(500, false), endsFatally, "");
+  EXPECT_EXIT(die(0, true), kEndsFatally, "");
+  EXPECT_EXIT(die(500, false), kEndsFatally, "");
   setEnvironment("ZARN_LOG_TEST_DIRECTORY", "");
   const Lines lines = messages(0);
   ASSERT_EQ(lines.size(), 501U);
@@ -198,7 +192,7 @@ TEST_F(LogInDirectory, FatalEndsThoughTheWriterDoesNot) {
     log_.submit(LogLevel::Info, "line");
     log_.fatal("the end");
   };
-  EXPECT_EXIT(die(), endsFatally, "");
+  EXPECT_EXIT(die(), kEndsFatally, "");
 }
 
 }  // namespace

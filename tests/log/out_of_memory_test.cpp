@@ -61,5 +61,54 @@ TEST(OutOfMemory, CostsAQueueTheLineAndNothingElse) {
   EXPECT_THAT(messages, ElementsAre("before", kLost + "2", "after"));
 }
 
+class LogWithoutMemory : public ::testing::Test {
+ protected:
+  LogWithoutMemory() {
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    setLogSink(&log_);
+    log_.start("Test");
+  }
+  ~LogWithoutMemory() override { setLogSink(nullptr); }
+
+  TempDirectory dir_;
+  ProbeLog log_{dir_.path()};
+  const std::string long_ = std::string(2000, 'l');
+};
+
+TEST_F(LogWithoutMemory, CostsWhoLogsTheLineAndNothingElse) {
+  const auto logAll = [this] {
+    const NoMemory gone;
+    logLine(LogLevel::Info, "%s", long_);
+    setLastSystemError(2);
+    return logWin32Error(LogLevel::Info, "%s", long_);
+  };
+  EXPECT_EQ(logAll(), 2U);
+  log_.write({"queued"});
+  log_.setSynchronous(true);
+  EXPECT_EQ(logAll(), 2U);
+  log_.setSynchronous(false);
+  log_.write({"queued"});
+  EXPECT_THAT(messagesIn(dir_.path()), ElementsAre(kLost + "2", "queued", kLost + "2", "queued"));
+}
+
+TEST_F(LogWithoutMemory, CostsTheWriterTheLineAndNothingElse) {
+  log_.whileWriting = [line = 0]() mutable { NoMemory::fails = ++line == 2; };
+  log_.write({"first"});
+  log_.write({long_});
+  log_.write({"third"});
+  // What is counted is the line that would have told of the other.
+  EXPECT_THAT(messagesIn(dir_.path()), ElementsAre("first", kLost + "1", "third"));
+}
+
+TEST_F(LogWithoutMemory, FatalEndsAllTheSame) {
+  const auto die = [this](bool makesText) {
+    const NoMemory gone;
+    if (makesText) logFatal("%s", long_);
+    log_.fatal(long_);
+  };
+  EXPECT_EXIT(die(true), kEndsFatally, "");
+  EXPECT_EXIT(die(false), kEndsFatally, "");
+}
+
 }  // namespace
 }  // namespace zarn::testing

@@ -1,6 +1,9 @@
 // A logger with settable parts, for tests of the machinery.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <csignal>
 #include <functional>
 #include <string>
 #include <vector>
@@ -10,6 +13,12 @@
 #include "support/temp_directory.h"
 
 namespace zarn::testing {
+
+#ifdef _WIN32
+inline const ::testing::ExitedWithCode kEndsFatally(static_cast<int>(0xC0DEDEAD));
+#else
+inline const ::testing::KilledBySignal kEndsFatally(SIGABRT);
+#endif
 
 using Lines = std::vector<std::string>;
 
