@@ -7,6 +7,7 @@
 #include "trust/account_service_host.h"
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/quietly.h"
 #include "util/type_name.h"
 
 namespace zarn {
@@ -63,11 +64,15 @@ std::shared_ptr<HttpContext> CertificateProfileClient::receive() const {
     context->cacert = authorities_;
     return transfer_(std::move(context));
   } catch (const std::exception& error) {
-    logLine(LogLevel::Error, "Error: Could not receive json data, exception: %s, type: %s",
-            printable(error.what()), typeName(error));
+    quietly([&] {
+      logLine(LogLevel::Error, "Error: Could not receive json data, exception: %s, type: %s",
+              printable(error.what()), typeName(error));
+    });
   } catch (...) {
-    logLine(LogLevel::Error, "Error: Could not receive json data, exception: %s, type: %s", "unknown",
-            "unknown");
+    quietly([] {
+      logLine(LogLevel::Error, "Error: Could not receive json data, exception: %s, type: %s", "unknown",
+              "unknown");
+    });
   }
   return nullptr;
 }

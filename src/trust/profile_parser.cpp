@@ -8,6 +8,7 @@
 
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/quietly.h"
 #include "util/type_name.h"
 
 namespace zarn {
@@ -52,8 +53,10 @@ std::set<std::string> parseCertificateProfile(const std::string& body) {
     boost::property_tree::read_json(stream, tree);
     for (const auto& [key, child] : tree.get_child("certs")) digests.insert(child.data());
   } catch (const std::exception& error) {
-    logLine(LogLevel::Error, "Error: Could not read json data, exception: %s, type: %s",
-            printable(error.what()), typeName(error));
+    quietly([&] {
+      logLine(LogLevel::Error, "Error: Could not read json data, exception: %s, type: %s",
+              printable(error.what()), typeName(error));
+    });
   }
   return digests;
 }
