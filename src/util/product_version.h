@@ -13,6 +13,8 @@ namespace zarn {
 struct ProductVersion {
   std::array<std::uint16_t, 4> parts{};
 
+  // The check takes the comparison that the compiler makes for one with a null pointer.
+  // NOLINTNEXTLINE(modernize-use-nullptr)
   friend constexpr auto operator<=>(const ProductVersion&, const ProductVersion&) = default;
 };
 
