@@ -6,6 +6,9 @@
 //   else if (result.value().status == zarn::client::kInstalled) { ... }
 //
 // Paths are UTF-16 and absolute: the service has a current directory of its own.
+// Only the system itself is accepted as the service, and only it may act in the
+// caller's name; where Windows' authentication is missing, as under Wine, whoever
+// serves the endpoint is accepted.
 // No call throws for a service that is away, refuses or dies; each answers with
 // a CallError. Objects may be used from several threads at once.
 #pragma once
@@ -31,7 +34,8 @@ inline constexpr std::int32_t kSignerRefused = 30005;
 enum class CallFailure : std::uint8_t {
   /// Nobody serves the endpoint; nothing was done.
   NotRunning,
-  /// The service did not let this caller in; nothing was done.
+  /// The service did not let this caller in (rpcStatus 5), or what serves its endpoint
+  /// is not the system (1825, RPC_S_SEC_PKG_ERROR; or 5, too); nothing was done.
   Refused,
   /// The service went away during the call: whether it did its work is unknown.
   Interrupted,

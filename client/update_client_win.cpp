@@ -53,6 +53,7 @@ CallError failed(RPC_STATUS status) noexcept {
     case RPC_S_CALL_FAILED_DNE:  // "did not execute"
       return {CallFailure::NotRunning, code};
     case RPC_S_ACCESS_DENIED:
+    case RPC_S_SEC_PKG_ERROR:  // the server is not who was asked for
       return {CallFailure::Refused, code};
     case RPC_S_CALL_FAILED:
       return {CallFailure::Interrupted, code};
@@ -61,17 +62,23 @@ CallError failed(RPC_STATUS status) noexcept {
   }
 }
 
-/// Sealed messages, where the machine has the provider for them; systems without
-/// it carry local calls all the same. Whoever serves the endpoint may learn who
-/// calls but not act in the caller's name.
-RPC_STATUS askForPrivacy(RPC_BINDING_HANDLE binding) noexcept {
-  RPC_SECURITY_QOS quality{};
-  quality.Version = RPC_C_SECURITY_QOS_VERSION;
-  quality.Capabilities = RPC_C_QOS_CAPABILITIES_DEFAULT;
+/// Sealed messages from nobody but the system: while the service is away any program
+/// may serve its endpoint. Only because no other can answer may the server act in the
+/// caller's name, which the service does to open what the caller may open.
+RPC_STATUS askForSystem(RPC_BINDING_HANDLE binding) noexcept {
+  // Lives as long as every binding; nothing says that the runtime copies it.
+  static SID system{SID_REVISION, 1, {SECURITY_NT_AUTHORITY}, {SECURITY_LOCAL_SYSTEM_RID}};
+  RPC_SECURITY_QOS_V3_W quality{};
+  quality.Version = RPC_C_SECURITY_QOS_VERSION_3;
+  quality.Capabilities = RPC_C_QOS_CAPABILITIES_MUTUAL_AUTH;
   quality.IdentityTracking = RPC_C_QOS_IDENTITY_STATIC;
-  quality.ImpersonationType = RPC_C_IMP_LEVEL_IDENTIFY;
-  const RPC_STATUS status = RpcBindingSetAuthInfoExW(binding, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY,
-                                                     RPC_C_AUTHN_WINNT, nullptr, RPC_C_AUTHZ_NONE, &quality);
+  quality.ImpersonationType = RPC_C_IMP_LEVEL_IMPERSONATE;
+  quality.Sid = &system;
+  // The structure's version tells the runtime which of its kind this is.
+  const RPC_STATUS status =
+      RpcBindingSetAuthInfoExW(binding, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY, RPC_C_AUTHN_WINNT, nullptr,
+                               RPC_C_AUTHZ_NONE, reinterpret_cast<RPC_SECURITY_QOS*>(&quality));
+  // Every Windows has the provider; a system without it carries local calls all the same.
   return status == RPC_S_UNKNOWN_AUTHN_SERVICE ? RPC_S_OK : status;
 }
 
@@ -81,7 +88,7 @@ RPC_STATUS bind(const std::wstring& endpoint, Binding& binding) noexcept {
                                                rpcText(endpoint.c_str()), nullptr, text.receive());
   if (status != RPC_S_OK) return status;
   status = RpcBindingFromStringBindingW(text.get(), binding.receive());
-  return status == RPC_S_OK ? askForPrivacy(binding.get()) : status;
+  return status == RPC_S_OK ? askForSystem(binding.get()) : status;
 }
 
 /// One call's arguments and answers; plain data, since a failed call leaves its

@@ -30,7 +30,8 @@ std::string reasonOf(const client::CallError& error) {
     case client::CallFailure::NotRunning:
       return notRunning();
     case client::CallFailure::Refused:
-      return "The update service refused this caller; call as a local user of this machine.";
+      return "The update service refused this caller, or another program stands in its place; call as a "
+             "local user of this machine, and see zarn-update status.";
     case client::CallFailure::Interrupted:
       return "The update service went away during the call, so what it did is unknown; see zarn-update "
              "status and "

@@ -279,6 +279,7 @@ struct FakeService {
   }
   static void setLocalAppDataPath(handle_t, const wchar_t* given) { path = StringUtils::utf16to8(given); }
   static long checkBundle(handle_t, const wchar_t* given) {
+    if (fault != 0) RpcRaiseException(fault);
     path = StringUtils::utf16to8(given);
     return status;
   }
@@ -287,6 +288,7 @@ struct FakeService {
     return checkBundle(nullptr, given);
   }
   static inline std::int32_t status = 0;
+  static inline RPC_STATUS fault = 0;  // raised instead of an answer
   static inline std::int32_t installerExitCode = 0;
   static inline std::string path;  // of the last call
 };
@@ -322,6 +324,11 @@ TEST(ToolAndService, AnswersBecomeWordsAndExitCodes) {
   EXPECT_EQ(refused.error, "") << "an answer is no error, and nobody watches";
   run({"set-app-data", directory.path()});
   EXPECT_EQ(service.path, directory.path());
+  // What the runtime raises for a server that is not the system.
+  for (const RPC_STATUS raised : {RPC_STATUS{RPC_S_ACCESS_DENIED}, RPC_STATUS{RPC_S_SEC_PKG_ERROR}}) {
+    service.fault = raised;
+    expectSentence({"check", bundle}, 3, "another program stands in its place");
+  }
 }
 
 }  // namespace
