@@ -69,10 +69,6 @@ void addSources(std::vector<Source>& sources, const FileUtils::HeldFolder& folde
   }
 }
 
-bool isRecordName(std::string_view name) {
-  return std::ranges::any_of(kRecordFiles, [&](const char* one) { return name == one; });
-}
-
 /// What there is to collect. `error` of the Logs folder itself.
 std::vector<Source> sourcesIn(const LogFolders& folders, std::uint32_t& error) {
   std::vector<Source> sources;
@@ -84,7 +80,7 @@ std::vector<Source> sourcesIn(const LogFolders& folders, std::uint32_t& error) {
     if (isServiceLogName<char>(name)) sources.push_back({&folders.own, name, name});
   }
   addSources(sources, folders.installers, names::kInstallerLogs.narrow, isInstallerLogName<char>);
-  addSources(sources, folders.record, names::kCollectedRecord.narrow, isRecordName);
+  addSources(sources, folders.record, names::kCollectedRecord.narrow, isRecordFile);
   return sources;
 }
 

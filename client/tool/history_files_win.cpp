@@ -29,7 +29,15 @@ bool add(StoredHistory& stored, History& history, const std::string& folder, con
   return read.error == 0;
 }
 
+bool isUsualFile(std::string_view name) {
+  return std::ranges::any_of(kRecordFiles, [&](const char* one) { return name == one; });
+}
+
 }  // namespace
+
+bool isRecordFile(std::string_view name) {
+  return isUsualFile(name) || (name.starts_with("Update History.") && name.ends_with(".jsonl"));
+}
 
 RecordSource recordSource(const std::string& given) {
   if (!given.empty()) {
@@ -58,6 +66,12 @@ StoredHistory readHistory(const RecordSource& source, std::int64_t maximumBytes)
     if (add(stored, history, source.folder, kRecordFiles.at(i), maximumBytes)) found = true;
   }
   stored.history = mergeByTime(std::move(ran), std::move(refused));
+  for (const std::string& name : filesIn(source.folder).names) {
+    if (isUsualFile(name) || !isRecordFile(name)) continue;
+    History single;
+    if (add(stored, single, FileUtils::join(source.folder, name), maximumBytes)) found = true;
+    stored.history = mergeByTime(std::move(stored.history), std::move(single));
+  }
   if (!found && stored.error == 0) stored.error = ERROR_FILE_NOT_FOUND;
   return stored;
 }

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "client/tool/history.h"
 #include "util/product_names.h"
@@ -15,6 +16,10 @@ namespace zarn::tool {
 inline constexpr std::array<const char*, 4> kRecordFiles = {
     names::kEarlierHistory.narrow, names::kHistory.narrow, names::kEarlierRefused.narrow,
     names::kRefused.narrow};
+
+/// Whether a record folder's file is one of these, or has a record for which another
+/// could not be written to.
+[[nodiscard]] bool isRecordFile(std::string_view name);
 
 /// A folder with records.
 struct RecordSource {

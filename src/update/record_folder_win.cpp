@@ -111,11 +111,22 @@ std::uint32_t makeFolder(const std::string& path) {
                                                                              : failureCode(GetLastError());
 }
 
+/// The time in a form that can be part of a file's name.
+std::string nameTime(std::chrono::system_clock::time_point time) {
+  std::string text = isoTime(time);
+  std::replace(text.begin(), text.end(), ':', '.');
+  return text;
+}
+
+/// "Update History.2026-11-21T10.15.00.007Z.jsonl".
+std::string spareHistoryName(const InstallRecord& record) {
+  std::string name = names::kHistory.narrow;
+  return name.insert(name.rfind('.'), "." + nameTime(record.began));
+}
+
 /// Out of the way, and kept: it may be evidence. A link is renamed, not followed.
 std::uint32_t moveAside(const std::string& path) {
-  std::string time = isoTime(std::chrono::system_clock::now());
-  std::replace(time.begin(), time.end(), ':', '.');
-  const std::string target = path + " untrusted " + time;
+  const std::string target = path + " untrusted " + nameTime(std::chrono::system_clock::now());
   if (MoveFileExW(FileUtils::toPath(path).c_str(), FileUtils::toPath(target).c_str(), 0) == 0) {
     return failureCode(GetLastError());
   }
@@ -207,7 +218,14 @@ bool RecordFolder::append(const InstallRecord& record) {
   // Every user may read the files, and so ask for a lock on them that we would wait for.
   const IoDeadline deadline(kLogFileLimit);
   const HistoryNames& file = record.exitCode ? kHistoryNames : kRefusedNames;
-  if (hold() && appendLine(*held_, file, historyLine(record))) return true;
+  const std::string line = historyLine(record);
+  if (hold()) {
+    if (appendLine(*held_, file, line)) return true;
+    // Any reader can keep the file from being written to, but not one that is not there
+    // yet. Of refusals there could be any number of such files.
+    const std::string spare = spareHistoryName(record);
+    if (record.exitCode && appendLine(*held_, {spare, spare}, line)) return true;
+  }
   logUnwrittenRecord();
   return false;
 }

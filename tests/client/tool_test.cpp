@@ -150,13 +150,15 @@ TEST(Tool, PrefersTheCollectedRecordToTheCopyBesideTheLog) {
   const TempDirectory target;
   boost::filesystem::create_directories(FileUtils::toPath(logs / "Record"));
   writeFile(logs / "Record\\Refused Requests.jsonl", "{\"time\":\"2026-11-22\",\"status\":30005}\n");
+  writeFile(logs / "Record\\Update History.2026-11-21T10.15.00.007Z.jsonl",
+            "{\"time\":\"2026-11-21\",\"status\":0}\n");
   writeFile(logs / "Record\\other", "not ours");
-  EXPECT_EQ(json({"history", "--logs", logs.path()}, 0)["requests"].size(), 1U);
+  EXPECT_EQ(json({"history", "--logs", logs.path()}, 0)["requests"].size(), 2U);
   EXPECT_EQ(json({"status", "--logs", logs.path()}, 3)["lastOutcome"]["status"], 30005);
   json({"collect-logs", target / "folder", "--logs", logs.path()}, 0);
   EXPECT_TRUE(FileUtils::exists(target / "folder\\Record\\Refused Requests.jsonl"));
   EXPECT_FALSE(FileUtils::exists(target / "folder\\Record\\other"));
-  EXPECT_EQ(json({"history", "--logs", target / "folder"}, 0)["requests"].size(), 1U);
+  EXPECT_EQ(json({"history", "--logs", target / "folder"}, 0)["requests"].size(), 2U);
 }
 
 TEST(Tool, CollectsTheServicesLogsButNothingThroughAPlantedLink) {

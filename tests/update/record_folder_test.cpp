@@ -87,6 +87,19 @@ TEST_F(RecordFolderTest, IsMadeAndHeldAndKeepsRefusalsApart) {
   EXPECT_TRUE(asides().empty());
 }
 
+TEST_F(RecordFolderTest, AReaderWhoLocksTheFileHidesNoInstallation) {
+  RecordFolder folder(path_);
+  InstallRecord record;
+  record.exitCode = 0;
+  record.began = std::chrono::system_clock::time_point(std::chrono::milliseconds(1'795'256'100'007));
+  ASSERT_TRUE(folder.append(record));
+  const FileHandle reader(CreateFileW(wide(file("Update History.jsonl")).c_str(), GENERIC_READ, 0, nullptr,
+                                      OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(reader);
+  EXPECT_TRUE(folder.append(record));
+  EXPECT_EQ(testing::readFile(file("Update History.2026-11-21T10.15.00.007Z.jsonl")), historyLine(record));
+}
+
 TEST_F(RecordFolderTest, WhatOthersMayHavePutThereIsMovedAsideAndKept) {
   const auto plantFolder = [this] {
     CreateDirectoryW(wide(path_).c_str(), nullptr);
@@ -115,16 +128,18 @@ TEST_F(RecordFolderTest, WhatOthersMayHavePutThereIsMovedAsideAndKept) {
 TEST_F(RecordFolderTest, SaysOnceThatThereIsNoFolderAndTriesAgain) {
   testing::writeFile(path_, "in the way");
   RecordFolder folder(path_);
+  InstallRecord record;
+  record.began = std::chrono::system_clock::now();
   {
     const FileHandle holder(
         CreateFileW(wide(path_).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
     EXPECT_FALSE(folder.prepare());
-    EXPECT_FALSE(folder.append({}));
+    EXPECT_FALSE(folder.append(record));
   }
   const auto lines = log_.lines();
   EXPECT_EQ(std::ranges::count(lines, LogLevel::Error, &testing::LoggedLine::level), 1);
   EXPECT_EQ(std::ranges::count(lines, LogLevel::Warn, &testing::LoggedLine::level), 1);
-  EXPECT_TRUE(folder.append({}));
+  EXPECT_TRUE(folder.append(record));
 }
 
 }  // namespace
