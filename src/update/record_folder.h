@@ -43,10 +43,10 @@ class RecordFolder {
   bool prepare();
 
   /// Appends to "Update History.jsonl" when an installer ran, to "Refused
-  /// Requests.jsonl" when none did: many refusals push out no installation. When
-  /// the first file cannot be written to, the record has a file of its own, with its
-  /// time in the name: "Update History.2026-11-21T10.15.00.007Z.jsonl". Prepares the folder first when that
-  /// is still due. False, and logged, on failure.
+  /// Requests.jsonl" when none did: many refusals push out no installation. When the
+  /// first cannot be written to, the record has a file of its own with its time in the
+  /// name, "Update History.2026-11-21T10.15.00.007Z.jsonl". Prepares the folder first
+  /// when that is still due. False, and logged, on failure.
   bool append(const InstallRecord& record);
 
  private:
