@@ -14,8 +14,7 @@ namespace zarn::testing {
 
 class TempDirectory {
  public:
-  TempDirectory()
-      : path_(parent() / boost::filesystem::unique_path("zarn-%%%%-%%%%-%%%%")) {
+  TempDirectory() : path_(parent() / boost::filesystem::unique_path("zarn-%%%%-%%%%-%%%%")) {
     boost::filesystem::create_directories(path_);
   }
   TempDirectory(const TempDirectory&) = delete;
