@@ -29,7 +29,7 @@ TEST(Program, AsksForWhatAServiceNeedsAndNoMore) {
   const std::set<std::string> known = {"ADVAPI32.dll", "bcrypt.dll",   "CRYPT32.dll", "imagehlp.dll",
                                        "KERNEL32.dll", "msvcrt.dll",   "RPCRT4.dll",  "SHELL32.dll",
                                        "USER32.dll",   "WINTRUST.dll", "WS2_32.dll",  "ole32.dll",
-                                       "IPHLPAPI.DLL", "MSWSOCK.dll",  "VERSION.dll"};
+                                       "IPHLPAPI.DLL", "MSWSOCK.dll",  "VERSION.dll", "ntdll.dll"};
   const DWORD imports = header.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
   for (const auto* entry = mapped<IMAGE_IMPORT_DESCRIPTOR>(imports); entry->Name != 0; ++entry)
     EXPECT_EQ(known.count(mapped<char>(entry->Name)), 1U) << mapped<char>(entry->Name);
