@@ -66,10 +66,12 @@ StoredHistory readHistory(const RecordSource& source, std::int64_t maximumBytes)
     if (add(stored, history, source.folder, kRecordFiles.at(i), maximumBytes)) found = true;
   }
   stored.history = mergeByTime(std::move(ran), std::move(refused));
-  for (const std::string& name : filesIn(source.folder).names) {
+  const auto folder =
+      FileUtils::HeldFolder::hold(source.folder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow);
+  for (const std::string& name : folder ? filesIn(folder).names : std::vector<std::string>()) {
     if (isUsualFile(name) || !isRecordFile(name)) continue;
     History single;
-    if (add(stored, single, FileUtils::join(source.folder, name), maximumBytes)) found = true;
+    if (add(stored, single, source.folder, name.c_str(), maximumBytes)) found = true;
     stored.history = mergeByTime(std::move(stored.history), std::move(single));
   }
   if (!found && stored.error == 0) stored.error = ERROR_FILE_NOT_FOUND;

@@ -116,7 +116,7 @@ TEST_F(HostileCallers, AppDataPathsThatAreNoLocalFoldersAreStoredAndNotUsed) {
     EXPECT_EQ(storedAppDataPath(), path);
     // The log rotates where it is.
     EXPECT_TRUE(waitUntil([&] { return ServiceUnderTest::log().size() < before; })) << "the log has moved";
-    EXPECT_TRUE(ServiceUnderTest::waitForLogLine("is not used", 1));
+    EXPECT_TRUE(ServiceUnderTest::waitForLogLine("is not used"));
     EXPECT_EQ(install(bundle("approved.exe")).status, 30001);
   }
   ASSERT_TRUE(setAppDataPath(staged));
