@@ -125,6 +125,33 @@ recipe_fmt() {
 # HTTP only: nothing that the service does not speak is linked in.
 recipe_curl() {
   fetch curl 7.88
+  # A time-out leaves the thread behind that resolves the name, as it should, but then
+  # reads what that thread may have freed by now: its handle is taken while it cannot.
+  patch -d "$work/curl" -p1 <<'PATCH'
+--- a/lib/asyn-thread.c
++++ b/lib/asyn-thread.c
+@@ -376,6 +376,7 @@
+   if(async->tdata) {
+     struct thread_data *td = async->tdata;
+     int done;
++    curl_thread_t thread_hnd;
+ #ifndef CURL_DISABLE_SOCKETPAIR
+     curl_socket_t sock_rd = td->tsd.sock_pair[0];
+     struct Curl_easy *data = td->tsd.data;
+@@ -388,10 +389,11 @@
+     Curl_mutex_acquire(td->tsd.mtx);
+     done = td->tsd.done;
+     td->tsd.done = 1;
++    thread_hnd = td->thread_hnd;
+     Curl_mutex_release(td->tsd.mtx);
+ 
+     if(!done) {
+-      Curl_thread_destroy(td->thread_hnd);
++      Curl_thread_destroy(thread_hnd);
+     }
+     else {
+       if(td->thread_hnd != curl_thread_t_null)
+PATCH
   cross_cmake "$work/curl" -DHTTP_ONLY=ON -DBUILD_CURL_EXE=OFF -DBUILD_TESTING=OFF -DENABLE_MANUAL=OFF \
     -DCURL_USE_OPENSSL=ON -DOPENSSL_ROOT_DIR="$prefix" -DOPENSSL_USE_STATIC_LIBS=ON \
     -DCURL_DISABLE_ALTSVC=ON -DCURL_DISABLE_HSTS=ON -DCURL_DISABLE_NETRC=ON -DCURL_DISABLE_COOKIES=ON \

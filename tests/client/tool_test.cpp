@@ -239,10 +239,10 @@ TEST(Tool, VerifiesWithoutAServiceAndStopsAtTheFirstRefusal) {
   writeFile(directory / "held.exe", "x");
   writeFile(directory / "large.exe", "x");
   boost::filesystem::resize_file(FileUtils::toPath(directory / "large.exe"), (std::uintmax_t{1} << 30) + 1);
-  EXPECT_EQ(verdicts("large.exe"), "passed, refused, not reached, not reached, not reached, 30002");
+  EXPECT_EQ(verdicts("large.exe"), "passed, refused, not reached, not reached, not reached, not reached, 30002");
   const FileHandle writer(CreateFileW(FileUtils::toPath(directory / "held.exe").c_str(), GENERIC_WRITE,
                                       FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-  EXPECT_EQ(verdicts("held.exe"), "failed, not reached, not reached, not reached, not reached, 30002");
+  EXPECT_EQ(verdicts("held.exe"), "failed, not reached, not reached, not reached, not reached, not reached, 30002");
 }
 
 TEST(GuardedCall, ReturnsWhatAServerMayRaiseAndPassesOnWhatIsOurs) {
