@@ -11,9 +11,11 @@
 #include <exception>
 #include <iterator>
 #include <utility>
+#include <vector>
 
 #include "log/log_line.h"
 #include "log/log_platform.h"
+#include "log/reachable_endpoint.h"
 #include "util/quietly.h"
 
 namespace zarn {
@@ -85,11 +87,31 @@ struct CollectorSocket::Connection {
   udp::socket socket{context};
 };
 
+udp::endpoint reachableEndpoint(const std::vector<udp::endpoint>& endpoints) {
+  // Connecting a datagram socket sends nothing, but fails without a route. The socket
+  // that sends is another one, and not connected: the system would report on it that
+  // nobody listens, and a line would be lost for that report.
+  boost::asio::io_context context{1};
+  const auto isReachable = [&context](const udp::endpoint& endpoint) {
+    udp::socket socket(context);
+    boost::system::error_code error;
+    socket.open(endpoint.protocol(), error);
+    if (!error) socket.connect(endpoint, error);
+    return !error;
+  };
+  const auto found = std::find_if(endpoints.begin(), endpoints.end(), isReachable);
+  return found != endpoints.end() ? *found : endpoints.front();
+}
+
 CollectorSocket::CollectorSocket(const std::string& host, std::uint16_t port)
     : connection_(std::make_unique<Connection>()) {
+  // A name may have addresses of both families while the machine reaches only one.
   udp::resolver resolver(connection_->context);
-  connection_->endpoint =
-      *resolver.resolve(host, std::to_string(port), udp::resolver::numeric_service).begin();
+  std::vector<udp::endpoint> endpoints;
+  for (const auto& result : resolver.resolve(host, std::to_string(port), udp::resolver::numeric_service)) {
+    endpoints.push_back(result.endpoint());
+  }
+  connection_->endpoint = reachableEndpoint(endpoints);
   connection_->socket.open(connection_->endpoint.protocol());
   connection_->socket.non_blocking(true);
 }

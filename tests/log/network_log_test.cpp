@@ -9,6 +9,7 @@
 
 #include "log/log_platform.h"
 #include "log/probe_log.h"
+#include "log/reachable_endpoint.h"
 
 namespace zarn::testing {
 namespace {
@@ -60,6 +61,22 @@ TEST(SyslogCollector, IsHostAndPort) {
   for (const char* bad :
        {"", "host", "host:", ":514", "[]:514", "::1:514", "h:0", "h:65536", "h:-1", "h:51x"}) {
     EXPECT_FALSE(parseCollector(bad)) << bad;
+  }
+}
+
+TEST(CollectorAddress, IsTheFirstThatCanBeReached) {
+  // Nobody reaches a link-local address without its link, nor the broadcast address without asking for it.
+  const struct {
+    std::vector<const char*> addresses;
+    const char* chosen;
+  } cases[] = {{{"127.0.0.1", "::1"}, "127.0.0.1"},
+               {{"fe80::1", "127.0.0.1"}, "127.0.0.1"},
+               {{"255.255.255.255", "fe80::1", "127.0.0.2", "127.0.0.1"}, "127.0.0.2"},
+               {{"255.255.255.255", "fe80::1"}, "255.255.255.255"}};
+  for (const auto& [addresses, chosen] : cases) {
+    std::vector<udp::endpoint> endpoints;
+    for (const char* address : addresses) endpoints.emplace_back(boost::asio::ip::make_address(address), 514);
+    EXPECT_EQ(reachableEndpoint(endpoints).address().to_string(), chosen);
   }
 }
 
