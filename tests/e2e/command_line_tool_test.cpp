@@ -75,6 +75,8 @@ TEST_F(CommandLineTool, NamesTheSignerAndWhetherTheProfileHoldsIt) {
   ask("install", bundle("approved.exe"));
   const Json record = lastRecord();
   EXPECT_EQ(record["sha256"], stageSetting("approved_sha256"));
+  EXPECT_EQ(record["caller"]["image"], kTool);
+  EXPECT_EQ(record["caller"]["sid"].get<std::string>().rfind("S-1-5-", 0), 0U);
   EXPECT_EQ(record["signerDigest"], approved["signer"]["digest"]);
   EXPECT_EQ(record["signerSubject"], approved["signer"]["subject"]);
   EXPECT_EQ(record["exitCode"], 1641);

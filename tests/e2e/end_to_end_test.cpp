@@ -12,6 +12,7 @@
 #include "support/run_program.h"
 #include "support/temp_directory.h"
 #include "util/file_utils.h"
+#include "util/product_names.h"
 #include "util/string_utils.h"
 
 namespace zarn::testing {
@@ -160,6 +161,52 @@ TEST_F(EndToEnd, ApprovalIsReadAnewForEveryRequest) {
   approveOnly(stageSetting("decoy_digest"));
   EXPECT_EQ(check(bundle("approved.exe")).status, 30005);
   EXPECT_EQ(check(bundle("decoy.exe")).status, 0) << "signed by the other publisher, now the approved one";
+}
+
+/// Values of the machine's registry for the life of a test.
+class MachineSetting {
+ public:
+  explicit MachineSetting(const wchar_t* key) : key_(key) {}
+  MachineSetting(const MachineSetting&) = delete;
+  MachineSetting& operator=(const MachineSetting&) = delete;
+  ~MachineSetting() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, key_); }
+
+  void text(const wchar_t* name, const std::wstring& value) const {
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, key_, name, REG_SZ, value.c_str(),
+                    static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+  }
+  void number(const wchar_t* name, DWORD value) const {
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, key_, name, REG_DWORD, &value, sizeof(value));
+  }
+
+ private:
+  const wchar_t* key_;
+};
+
+TEST_F(EndToEnd, PolicyRefusesOtherProductsAndOlderVersions) {
+  const MachineSetting policy(names::kPolicyKey.wide);
+  const MachineSetting store(names::kServiceKey.wide);
+  const auto isInstalled = [&] {
+    const auto runsBefore = ServiceUnderTest::installerRuns().size();
+    const Answer answer = install(bundle("approved.exe"));
+    const bool ran = ServiceUnderTest::installerRuns().size() > runsBefore;
+    EXPECT_EQ(answer.status, ran ? 30001 : 30005);
+    EXPECT_EQ(check(bundle("approved.exe")).status, ran ? 0 : 30005);
+    return ran;
+  };
+  policy.text(L"RequiredProduct", L"Zarn Media Server");
+  policy.number(L"RefuseOlder", 1);
+  store.text(L"HighestInstalledVersion", L"7.8.9.0");
+  EXPECT_TRUE(isInstalled());
+  store.text(L"HighestInstalledVersion", L"7.8.10.0");
+  EXPECT_FALSE(isInstalled());
+  EXPECT_TRUE(ServiceUnderTest::waitForLogLine("The bundle is refused by policy: "));
+  policy.number(L"RefuseOlder", 0);
+  EXPECT_TRUE(isInstalled());
+  policy.text(L"RequiredProduct", L"Zarn Something Else");
+  EXPECT_FALSE(isInstalled());
+  policy.number(L"RequiredProduct", 1);
+  EXPECT_FALSE(isInstalled()) << "what cannot be read refuses";
 }
 
 TEST_F(EndToEnd, StaleCopyIsRemovedAtTheNextStart) {
