@@ -27,13 +27,6 @@ constexpr wchar_t kFolderSecurity[] =
 /// How often a place is cleared in which others keep putting something.
 constexpr int kTries = 4;
 
-struct LocalMemoryTraits {
-  using Handle = void*;
-  static Handle invalid() noexcept { return nullptr; }
-  static void close(Handle memory) noexcept { LocalFree(memory); }
-};
-using LocalMemory = ScopedHandle<LocalMemoryTraits>;
-
 /// "S-1-5-18"; empty when it cannot be had.
 std::wstring identifierText(PSID identifier) {
   wchar_t* text = nullptr;

@@ -17,13 +17,6 @@
 namespace zarn {
 namespace {
 
-struct LocalMemoryTraits {
-  using Handle = void*;
-  static Handle invalid() noexcept { return nullptr; }
-  static void close(Handle memory) noexcept { LocalFree(memory); }
-};
-using LocalMemory = ScopedHandle<LocalMemoryTraits>;
-
 std::vector<std::byte> tokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind) {
   DWORD size = 0;
   GetTokenInformation(token, kind, nullptr, 0, &size);

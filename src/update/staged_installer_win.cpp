@@ -28,6 +28,14 @@ DWORD CALLBACK limitCopy(LARGE_INTEGER, LARGE_INTEGER transferred, LARGE_INTEGER
   return transferred.QuadPart <= maximumBytes ? PROGRESS_CONTINUE : PROGRESS_CANCEL;
 }
 
+/// 0, or the error for which nothing is opened by this name.
+DWORD refusalOf(const std::wstring& path) {
+  const PathKind kind = judgePath(StringUtils::utf16to8(path));
+  const bool isShare = kind == PathKind::Share || (kind == PathKind::LocalFolder && !isOnThisMachine(path));
+  if (isShare) return isUsable(PathKind::Share) ? 0 : ERROR_NETWORK_ACCESS_DENIED;
+  return kind == PathKind::LocalFolder ? 0 : ERROR_BAD_PATHNAME;
+}
+
 }  // namespace
 
 bool hasBundleExtension(const std::wstring& path) {
@@ -50,17 +58,18 @@ bool isOnThisMachine(const std::wstring& path) {
 }
 
 FileHandle openDiskFile(const std::wstring& path) {
-  const PathKind kind = judgePath(StringUtils::utf16to8(path));
-  const bool isShare = kind == PathKind::Share || (kind == PathKind::LocalFolder && !isOnThisMachine(path));
-  if (isShare ? !isUsable(PathKind::Share) : kind != PathKind::LocalFolder) {
-    SetLastError(isShare ? ERROR_NETWORK_ACCESS_DENIED : ERROR_BAD_PATHNAME);
+  if (const DWORD refusal = refusalOf(path); refusal != 0) {
+    SetLastError(refusal);
     return {};
   }
   FileHandle file = openForExamination(path, kAnonymous);
-  if (file && GetFileType(file.get()) != FILE_TYPE_DISK) {
-    file.reset();
-    SetLastError(ERROR_BAD_FILE_TYPE);
-  }
+  if (!file) return file;
+  // A link may have led elsewhere than the name said.
+  DWORD refusal = GetFileType(file.get()) != FILE_TYPE_DISK ? ERROR_BAD_FILE_TYPE : 0U;
+  if (refusal == 0) refusal = refusalOf(finalPath(file.get()));
+  if (refusal == 0) return file;
+  file.reset();
+  SetLastError(refusal);
   return file;
 }
 

@@ -41,6 +41,14 @@ struct ServiceHandleTraits {
 };
 using ServiceHandle = ScopedHandle<ServiceHandleTraits>;
 
+/// What a call allocated for its caller.
+struct LocalMemoryTraits {
+  using Handle = void*;
+  static Handle invalid() noexcept { return nullptr; }
+  static void close(Handle memory) noexcept { LocalFree(memory); }
+};
+using LocalMemory = ScopedHandle<LocalMemoryTraits>;
+
 /// True for a plain file on disk (no pipe, device, directory or reparse point)
 /// that has exactly one name. Sets the last error when the answer is no.
 [[nodiscard]] inline bool isPlainFileWithOneName(HANDLE file) noexcept {

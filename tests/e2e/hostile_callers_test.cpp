@@ -82,6 +82,12 @@ TEST_F(HostileCallers, ForgedLineBreaksStayInsideTheirLine) {
   }
 }
 
+DWORD handlesOf(const KernelHandle& process) {
+  DWORD count = 0;
+  GetProcessHandleCount(process.get(), &count);
+  return count;
+}
+
 /// What is stored of the last app-data path.
 std::string storedAppDataPath() {
   wchar_t stored[1024] = {};
@@ -200,12 +206,7 @@ TEST_F(HostileCallers, CertificateEntriesOfOtherKindsReachNoParser) {
       {"short32.exe", ProgramImage(false, {{.length = 7}}).bytes},
       {"nothing64.exe", ProgramImage(true, {{.length = 0}}).bytes}};
   const KernelHandle process = service_.process();
-  const auto handles = [&] {
-    DWORD count = 0;
-    GetProcessHandleCount(process.get(), &count);
-    return count;
-  };
-  const DWORD before = handles();
+  const DWORD before = handlesOf(process);
   for (int round = 0; round < 5; ++round) {
     for (const auto& [name, program] : programs) {
       SCOPED_TRACE(name);
@@ -214,7 +215,7 @@ TEST_F(HostileCallers, CertificateEntriesOfOtherKindsReachNoParser) {
       EXPECT_EQ(install(dir / name).status, 30004);
     }
   }
-  EXPECT_LE(handles(), before + 20);
+  EXPECT_LE(handlesOf(process), before + 20);
   EXPECT_EQ(install(bundle("approved.exe")).status, 30001);
   EXPECT_EQ(service_.stop(), 0U);
   EXPECT_EQ(ServiceUnderTest::waitForExit(process), 0U);
@@ -300,12 +301,7 @@ TEST_F(HostileCallers, MalformedRequestsAreRefusedAndLeakNothing) {
   EXPECT_NE(caller.call(2, ""), RPC_S_OK) << "a null string";
 
   const KernelHandle process = service_.process();
-  const auto handles = [&] {
-    DWORD count = 0;
-    GetProcessHandleCount(process.get(), &count);
-    return count;
-  };
-  const DWORD before = handles();
+  const DWORD before = handlesOf(process);
   const auto seed = std::random_device{}();
   std::mt19937 random(seed);
   const auto below = [&](std::size_t limit) { return random() % static_cast<std::uint32_t>(limit); };
@@ -324,7 +320,7 @@ TEST_F(HostileCallers, MalformedRequestsAreRefusedAndLeakNothing) {
     ASSERT_TRUE(i % 500 != 0 || service_.isRunning()) << "seed " << seed << ", round " << i;
   }
   EXPECT_GT(refused, 1000);
-  EXPECT_LE(handles(), before + 50);
+  EXPECT_LE(handlesOf(process), before + 50);
   EXPECT_EQ(install(bundle("approved.exe")).status, 30001);
 }
 
