@@ -53,5 +53,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   const std::string cut = zarn::cutText(text, zarn::kLongestRecordedText);
   require(cut == text || cut.ends_with(" characters)"));
+  require(cut.size() <= 4 * zarn::kLongestRecordedText + longestMark);
   return 0;
 }

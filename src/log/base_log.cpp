@@ -36,7 +36,9 @@ struct BaseLog::State {
   std::atomic<std::uint32_t> writerThreadId{0};  ///< 0 while no writer runs
 
   std::atomic<bool> synchronous{false};
-  std::atomic<std::uint64_t> bytesWritten{0};
+  std::atomic<std::uint64_t> bytesWritten{0};  ///< above the maximum when a rotation is due
+  std::atomic<std::uint64_t> fileBytes{0};     ///< to the file since it was opened or emptied
+  std::string folderPath;                      ///< where the file is; only for whoever rotates
 
   // Two lines at once is rare and may cost one of them, so this is looked at and
   // set in two steps; atomic only so that both steps are well defined.
@@ -66,6 +68,13 @@ struct BaseLog::State {
     return file;
   }
   bool writeToFile(const LogItem& item) ZARN_REQUIRES(writeMutex);
+  /// A file that cannot be rotated begins anew when it is full: callers who keep its
+  /// folder from us must not fill the disk.
+  void boundFile() ZARN_EXCLUDES(fileMutex) {
+    const std::shared_ptr<std::FILE> current = currentFile();
+    if (!current || fileBytes.load(std::memory_order_relaxed) < kMaximumLogFileBytes) return;
+    if (platform::emptyFile(*current)) fileBytes.store(0, std::memory_order_relaxed);
+  }
   void closeFile() ZARN_EXCLUDES(fileMutex) {
     const MutexLock lock(fileMutex);
     file.reset();
@@ -276,6 +285,7 @@ bool BaseLog::State::writeToFile(const LogItem& item) {
   if (!current) return true;
   const std::string_view line = renderer.render(item);
   bytesWritten.fetch_add(line.size(), std::memory_order_relaxed);
+  fileBytes.fetch_add(line.size(), std::memory_order_relaxed);
   // A write that failed, as on a full disk, is nothing to log, but may have left half a line.
   const bool endsLine = tornFile.lock() != current || platform::writeThrough(*current, "\n");
   const bool isWritten = endsLine && platform::writeThrough(*current, line);
@@ -296,12 +306,15 @@ void BaseLog::rotateAndReopen() {
   const std::string directory = logDirectory();
   // Callers may choose the directory: nothing in it is opened, renamed or deleted but
   // by the handle of what it was found to be.
-  const auto folder =
+  auto folder =
       FileUtils::HeldFolder::hold(directory, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
-  if (!folder) {  // the file that there is, if any, goes on
+  if (!folder) {  // the log goes on where it is
     log(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d",
         printable(LogFiles::path(directory, state.name(), 0)), folder.error());
-    return;
+    if (state.folderPath.empty()) return;
+    folder =
+        FileUtils::HeldFolder::hold(state.folderPath, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Refuse);
+    if (!folder) return state.boundFile();
   }
   {
     const MutexLock lock(state.fileMutex);
@@ -309,6 +322,8 @@ void BaseLog::rotateAndReopen() {
   }
   FileUtils::ScopedFile file = LogFiles::begin(folder, state.name(), rotatedFileCount());
   if (!file) return;
+  state.folderPath = folder.path();
+  state.fileBytes.store(0, std::memory_order_relaxed);
   {
     const MutexLock lock(state.fileMutex);
     state.file = std::move(file);

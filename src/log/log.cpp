@@ -87,19 +87,16 @@ ServerEventManager& Log::events() const {
 void Log::makeDirectories(const RunAs& runAs) {
   // The store must be there: the directories depend on the preference LocalAppDataPath.
   static_cast<void>(preferences());
+  if (!runAs || !FileUtils::isApplicationDataChosen()) {
+    static_cast<void>(FileUtils::makeLogDirectory());
+    return;
+  }
   const std::string directory = FileUtils::applicationDataDirectory();
   const std::string logs = logDirectory();
-  // Our own folders are made with our own rights.
-  const bool isChosen = directory != FileUtils::applicationDataDirectory(true, false);
   const IoDeadline deadline(kOpenLimit);  // before: another user could not limit this thread
-  const auto make = [&] {
+  runAs([&] {
     static_cast<void>(FileUtils::createDirectories(directory) && FileUtils::createDirectories(logs));
-  };
-  if (runAs && isChosen) {
-    runAs(make);
-  } else {
-    make();
-  }
+  });
 }
 
 void Log::initializePreferences() {

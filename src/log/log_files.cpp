@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "log/base_log.h"
 #include "log/log_line.h"
 #include "log/log_platform.h"
 #include "log/token_scrubber.h"
@@ -82,8 +83,12 @@ bool rotate(const FileUtils::HeldFolder& folder, std::string_view baseName, std:
 FileUtils::ScopedFile begin(const FileUtils::HeldFolder& folder, std::string_view baseName,
                             std::int32_t kept) {
   const std::string file = name(baseName, 0);
-  return rotate(folder, baseName, kept) ? folder.open(file, "w")
-                                        : folder.open(file, "a", FileUtils::Existing::Only);
+  if (rotate(folder, baseName, kept)) return folder.open(file, "w");
+  // A folder that cannot be listed: its file goes on until it is full, and begins anew then.
+  auto existing = folder.open(file, "a", FileUtils::Existing::Only);
+  const bool isFull = existing && std::fseek(existing.get(), 0, SEEK_END) == 0 &&
+                      static_cast<std::uint64_t>(std::ftell(existing.get())) >= kMaximumLogFileBytes;
+  return isFull ? folder.open(file, "w", FileUtils::Existing::Only) : std::move(existing);
 }
 
 void writeStartupCrash(std::string_view directory, std::string_view reason) {

@@ -27,6 +27,9 @@ namespace zarn::platform {
 /// written to `file`. Whether all of it was written; some of it may have been.
 [[nodiscard]] bool writeThrough(std::FILE& file, std::string_view text) noexcept;
 
+/// Makes an open file empty; what is written next is its beginning.
+[[nodiscard]] bool emptyFile(std::FILE& file) noexcept;
+
 /// Ends the process with the exception code 0xC0DEDEAD (natively: by abort()).
 [[noreturn]] void endAfterFatalError() noexcept;
 

@@ -29,6 +29,11 @@ bool writeThrough(std::FILE& file, std::string_view text) noexcept {
   return true;
 }
 
+bool emptyFile(std::FILE& file) noexcept {
+  const int descriptor = ::fileno(&file);
+  return ::ftruncate(descriptor, 0) == 0 && ::lseek(descriptor, 0, SEEK_SET) == 0;
+}
+
 void endAfterFatalError() noexcept {
   std::abort();
 }

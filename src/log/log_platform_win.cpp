@@ -35,6 +35,11 @@ bool writeThrough(std::FILE& file, std::string_view text) noexcept {
   return true;
 }
 
+bool emptyFile(std::FILE& file) noexcept {
+  const int descriptor = _fileno(&file);
+  return _chsize_s(descriptor, 0) == 0 && _lseeki64(descriptor, 0, SEEK_SET) == 0;
+}
+
 void endAfterFatalError() noexcept {
   RaiseException(kFatalErrorCode, EXCEPTION_NONCONTINUABLE, 0, nullptr);
   std::abort();

@@ -72,8 +72,9 @@ std::uint32_t BoundedListener::run() {
     MutexLock lock(state->mutex);
     while (!state->answers.listened && !state->answers.isStopAsked) lock.wait(state->changed);
   }
-  // What runs has bounds of its own, so that this loop ends.
-  while (!state->calls.waitUntilIdle(state->waitLimit)) {
+  // What runs has bounds of its own; the last one is for those that fail.
+  const auto latest = std::chrono::steady_clock::now() + kLongestWork;
+  while (!state->calls.waitUntilIdle(state->waitLimit) && std::chrono::steady_clock::now() < latest) {
   }
   const auto status = state->await(&State::Answers::listened);
   if (!status) logLine(LogLevel::Error, "The listener did not end in time; the service ends without it.");

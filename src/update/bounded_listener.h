@@ -26,6 +26,8 @@ struct ListenerCalls {
 class BoundedListener {
  public:
   static constexpr std::chrono::seconds kLimit{5};
+  /// No work runs longer: a copy, the checks, an installer and its logs.
+  static constexpr std::chrono::minutes kLongestWork{45};
   /// What stop() answers when stopListening() did not come back (ERROR_TIMEOUT).
   static constexpr std::uint32_t kTimedOut = 1460;
 

@@ -1,5 +1,6 @@
 #include "update/call_queue.h"
 
+#include <algorithm>
 #include <iterator>
 #include <tuple>
 
@@ -23,6 +24,12 @@ CallQueue::Turn CallQueue::enter(std::string owner, IsGone isGone) {
   return turn;
 }
 
+CallQueue::Turn CallQueue::refused(Refusal reason) noexcept {
+  Turn turn{std::string()};
+  turn.refusal_ = reason;
+  return turn;
+}
+
 void CallQueue::wait(Waiter& self, MutexLock<Mutex>& lock) {
   Waiters place{&self};  // before the share: what may throw comes first
   ++shares_[self.owner].waiting;
@@ -43,13 +50,19 @@ bool CallQueue::makeRoomFor(const std::string& owner) {
   const bool othersWait = own < waiters_.size();
   if (othersWait && own >= half) return false;
   if (waiters_.size() < limits_.waiting) return true;
-  for (auto waiter = waiters_.end(); waiter != waiters_.begin();) {
-    --waiter;  // from the newest on
-    if ((*waiter)->owner == owner || waitingOf((*waiter)->owner) <= half) continue;
-    refuse(waiter, Refusal::Full);
-    return true;
-  }
-  return false;
+  if (waiters_.empty()) return false;  // nobody waits here
+  const std::size_t most = mostWaiting();
+  if (most < own + 2) return false;
+  auto waiter = std::prev(waiters_.end());  // from the newest on
+  while (waitingOf((*waiter)->owner) != most) --waiter;
+  refuse(waiter, Refusal::Full);
+  return true;
+}
+
+std::size_t CallQueue::mostWaiting() const {
+  std::size_t most = 0;
+  for (const auto& [owner, share] : shares_) most = std::max(most, share.waiting);
+  return most;
 }
 
 void CallQueue::refuseGone() {
@@ -152,6 +165,8 @@ const char* inWords(CallQueue::Refusal refusal) noexcept {
       return "its caller is gone";
     case CallQueue::Refusal::Stopping:
       return "the service is stopping";
+    case CallQueue::Refusal::Unknown:
+      return "its caller does not say who it is";
     case CallQueue::Refusal::None:
       break;
   }

@@ -3,9 +3,9 @@
 //
 // Places are shared out by owner, the user who calls. Turns go to the owner who has
 // the fewest calls running, of these to the one served longest ago, and to the oldest
-// of that owner's calls. When all places are taken, an owner with more than half of
-// them loses the newest one to whoever else asks; who has half of them gets no more
-// while others wait.
+// of that owner's calls. When all places are taken, who has the most of them loses
+// the newest one to another who has fewer by two or more; who has half of them gets no
+// more while others wait.
 #pragma once
 
 #include <chrono>
@@ -31,7 +31,7 @@ class CallQueue {
   };
 
   /// Why a call gets no turn.
-  enum class Refusal : std::uint8_t { None, Full, CallerGone, Stopping };
+  enum class Refusal : std::uint8_t { None, Full, CallerGone, Stopping, Unknown };
 
   /// Answers quickly and without throwing whether nobody waits for the call's answer
   /// any more. Asked under the queue's lock.
@@ -65,6 +65,9 @@ class CallQueue {
   CallQueue(const CallQueue&) = delete;
   CallQueue& operator=(const CallQueue&) = delete;
 
+  /// No turn, for a reason that the queue need not be asked for.
+  [[nodiscard]] static Turn refused(Refusal reason) noexcept;
+
   /// Waits for a turn, or for the reason why there will be none. Throws std::bad_alloc only.
   Turn enter(std::string owner, IsGone isGone) ZARN_EXCLUDES(mutex_);
 
@@ -94,6 +97,7 @@ class CallQueue {
     std::uint64_t servedAt = 0;
   };
 
+  [[nodiscard]] std::size_t mostWaiting() const ZARN_REQUIRES(mutex_);
   [[nodiscard]] std::size_t waitingOf(const std::string& owner) const ZARN_REQUIRES(mutex_);
   bool makeRoomFor(const std::string& owner) ZARN_REQUIRES(mutex_);
   void wait(Waiter& self, MutexLock<Mutex>& lock) ZARN_REQUIRES(mutex_);

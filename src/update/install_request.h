@@ -60,7 +60,7 @@ class InstallRequest {
   /// stands for "trusted" here; else SignatureRefused or SignerRefused.
   [[nodiscard]] Status checkCallersBundle(const std::wstring& path) const;
 
-  /// Records and logs an install that is not even begun. `reason` is the end of a sentence.
+  /// Records an install that is not even begun. `reason` is the end of a sentence.
   void refuse(const Requester& requester, const std::wstring& bundlePath, const char* reason) const;
 
  private:

@@ -8,6 +8,7 @@
 #include "update/staged_installer.h"
 #include "util/file_utils.h"
 #include "util/file_version.h"
+#include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/mutex.h"
 #include "util/printable.h"
@@ -30,6 +31,7 @@ void logCheck(const std::wstring& path) {
 
 /// -1 when it cannot be read.
 std::int64_t sizeOf(HANDLE file, const std::wstring& path) {
+  const IoDeadline deadline(kOpenLimit);
   LARGE_INTEGER bytes{};
   if (GetFileSizeEx(file, &bytes) != 0) return bytes.QuadPart;
   const DWORD error = failureCode(GetLastError());
@@ -73,6 +75,12 @@ void noteInstalled(const InstallCollaborators& collaborators, InstallRecord& rec
   record.product = version.product;
   record.productVersion = version.productVersion;
   if (judgeExitCode(exitCode).restartsService && version.number) collaborators.installed(*version.number);
+}
+
+/// A file's real name, which its open handle pins; empty, with the last error set, on failure.
+std::wstring pinnedName(const FileHandle& file) {
+  const IoDeadline deadline(kOpenLimit);
+  return finalPath(file.get());
 }
 
 /// Hands the record over when the request ends, in whichever way.
@@ -132,8 +140,6 @@ void InstallRequest::refuse(const Requester& requester, const std::wstring& bund
                             const char* reason) const {
   Recording recording(collaborators_, requester, bundlePath);
   recording.record().reason = std::string("The request was refused: ") + reason + ".";
-  logLine(LogLevel::Error, "Install: the request for %s is refused, %s.", shown(bundlePath),
-          std::string_view(reason));
 }
 
 InstallRequest::Outcome InstallRequest::installRecorded(const Requester& requester,
@@ -159,7 +165,7 @@ InstallRequest::Outcome InstallRequest::install(const std::wstring& bundlePath, 
   const std::wstring stagedPath = stagedInstallerPath();
   // By its real name, which the open handle pins: what the caller's name leads to may
   // be something else by now.
-  const std::wstring pinnedPath = finalPath(bundle.get());
+  const std::wstring pinnedPath = pinnedName(bundle);
   if (pinnedPath.empty() || !copyBundle(pinnedPath, stagedPath)) {
     noteFailure(record, Check::Copy);
     logWin32Error(LogLevel::Error, "Failed to copy bundle to temp directory.");
@@ -206,7 +212,7 @@ Status InstallRequest::checkCallersBundle(const std::wstring& path) const {
   // Held while it is checked by its real name, so that what the caller's name leads to
   // does not matter any more.
   const FileHandle file = collaborators_.openBundle(path);
-  const std::wstring pinnedPath = file ? finalPath(file.get()) : std::wstring();
+  const std::wstring pinnedPath = file ? pinnedName(file) : std::wstring();
   if (pinnedPath.empty()) {
     static_cast<void>(integrityOfUnopened(path, GetLastError()));
     return Status::SignatureRefused;

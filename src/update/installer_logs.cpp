@@ -22,6 +22,9 @@ namespace {
 namespace fs = boost::filesystem;
 using boost::system::error_code;
 
+/// The next install waits for it.
+constexpr std::chrono::minutes kCollectionLimit{1};
+
 bool isRegularFile(const fs::directory_entry& entry) {
   error_code error;
   return entry.symlink_status(error).type() == fs::regular_file;
@@ -31,11 +34,11 @@ bool isRegularFile(const fs::directory_entry& entry) {
 /// is made in the folder that was found, whatever its name leads to later.
 FileUtils::HeldFolder makeDestination(error_code& error) {
   const std::string logs = FileUtils::logDirectory();
-  const IoDeadline deadline(kOpenLimit);
-  fs::create_directories(FileUtils::toPath(logs), error);
-  if (error) return FileUtils::HeldFolder();
   FileUtils::HeldFolder folder =
       FileUtils::HeldFolder::hold(logs, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
+  if (!folder && FileUtils::HeldFolder::isMissing(folder.error()) && FileUtils::makeLogDirectory()) {
+    folder = FileUtils::HeldFolder::hold(logs, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
+  }
   if (folder) folder = folder.folder(names::kInstallerLogs.narrow, FileUtils::Existing::OpenOrCreate);
   if (!folder) error.assign(static_cast<int>(folder.error()), boost::system::system_category());
   return folder;
@@ -90,6 +93,7 @@ void copyLogs(fs::directory_iterator entries, const FileUtils::HeldFolder& desti
 }  // namespace
 
 void collectInstallerLogs() {
+  const IoDeadline deadline(kCollectionLimit);
   error_code error;
   const FileUtils::HeldFolder destination = makeDestination(error);
   if (error) {

@@ -202,6 +202,7 @@ bool RecordFolder::hold() {
 }
 
 bool RecordFolder::prepare() {
+  const IoDeadline deadline(kOpenLimit);
   const MutexLock lock(mutex_);
   return hold();
 }

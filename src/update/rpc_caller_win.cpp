@@ -129,9 +129,9 @@ Requester currentRequester() {
   unsigned long processId = 0;
   if (I_RpcBindingInqLocalClientPID(nullptr, &processId) != RPC_S_OK) return requester;
   requester.caller.processId = processId;
-  auto process = std::make_shared<KernelHandle>(
-      OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, processId));
-  if (!*process) return requester;
+  KernelHandle opened(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, processId));
+  if (!opened) return requester;
+  const auto process = std::make_shared<KernelHandle>(std::move(opened));
   requester.caller.image = imageOf(process->get());
   requester.isGone = [process] { return WaitForSingleObject(process->get(), 0) == WAIT_OBJECT_0; };
   return requester;

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "service/end_process.h"
-#include "update/app_data_request.h"
 #include "update/interface/update_interface.h"
 #include "update/rpc_answer.h"
 #include "update/rpc_caller_win.h"
@@ -39,7 +38,7 @@ Status answer(const char* procedure, const wchar_t* path, Status fallback, const
 void takeSetLocalAppDataPath(handle_t, const wchar_t* path) {
   // Without an answer on the wire the status is nobody's.
   static_cast<void>(answer("SetLocalAppDataPath", path, Status::Failed, [](const std::wstring& text) {
-    setLocalAppDataPath(text);
+    UpdateService::instance().setLocalAppDataPath(currentRequester(), text);
     return Status::Installed;
   }));
 }

@@ -22,10 +22,18 @@ FileHandle openForExamination(const std::wstring& path, DWORD extraFlags) {
                                 FILE_ATTRIBUTE_NORMAL | extraFlags, nullptr));
 }
 
+struct CopyLimits {
+  std::int64_t bytes;
+  /// Beside the thread's own deadline, which does not end what the system does asynchronously.
+  std::chrono::steady_clock::time_point deadline;
+};
+
 DWORD CALLBACK limitCopy(LARGE_INTEGER, LARGE_INTEGER transferred, LARGE_INTEGER, LARGE_INTEGER, DWORD, DWORD,
                          HANDLE, HANDLE, LPVOID context) {
-  const std::int64_t maximumBytes = *static_cast<const std::int64_t*>(context);
-  return transferred.QuadPart <= maximumBytes ? PROGRESS_CONTINUE : PROGRESS_CANCEL;
+  const auto& limits = *static_cast<const CopyLimits*>(context);
+  const bool goesOn =
+      transferred.QuadPart <= limits.bytes && std::chrono::steady_clock::now() < limits.deadline;
+  return goesOn ? PROGRESS_CONTINUE : PROGRESS_CANCEL;
 }
 
 /// 0, or the error for which nothing is opened by this name.
@@ -52,8 +60,8 @@ std::wstring stagedInstallerPath() {
 bool isOnThisMachine(const std::wstring& path) {
   const std::string text = StringUtils::utf16to8(path);
   if (judgePath(text) != PathKind::LocalFolder) return false;
-  const std::string_view rest(text.starts_with(R"(\\?\)") ? std::string_view(text).substr(4) : text);
-  const std::wstring drive = {static_cast<wchar_t>(rest[0]), L':', L'\\'};
+  // Behind "\\?\", in whichever slashes the path came.
+  const std::wstring drive = {static_cast<wchar_t>(resolveDots(text)[4]), L':', L'\\'};
   return GetDriveTypeW(drive.c_str()) != DRIVE_REMOTE;
 }
 
@@ -84,8 +92,8 @@ bool copyBundle(const std::wstring& from, const std::wstring& to, std::int64_t m
   // What cannot be removed (a running installer) makes the copy fail, and so does
   // anything that somebody puts there in between.
   FileUtils::removeWhatever(target, true);
-  if (CopyFileExW(from.c_str(), to.c_str(), limitCopy, &maximumBytes, nullptr, COPY_FILE_FAIL_IF_EXISTS) ==
-      0) {
+  CopyLimits limits{maximumBytes, std::chrono::steady_clock::now() + kCopyLimit};
+  if (CopyFileExW(from.c_str(), to.c_str(), limitCopy, &limits, nullptr, COPY_FILE_FAIL_IF_EXISTS) == 0) {
     SetLastError(failureCode(GetLastError()));
     return false;
   }

@@ -111,7 +111,7 @@ std::string historyLine(const InstallRecord& record) {
     const auto& [verdict, detail] = record.checks.at(i);
     checks.push_back({{"name", kCheckNames.at(i)},
                       {"verdict", kVerdictNames.at(static_cast<std::size_t>(verdict))},
-                      {"detail", detail}});
+                      {"detail", cut(detail)}});
   }
   const nlohmann::ordered_json object = {{"time", isoTime(record.began)},
                                          {"caller", callerObject(record.caller)},

@@ -22,6 +22,9 @@ class UpdateService final : public Win32Service {
   // How many calls run at once, and how many may wait behind them.
   static constexpr CallQueue::Limits kInstalls{.running = 1, .waiting = 16};
   static constexpr CallQueue::Limits kChecks{.running = 8, .waiting = 512};
+  static constexpr CallQueue::Limits kSettings{.running = 2, .waiting = 32};
+  /// Installs without a turn while they are recorded; further ones leave a log line only.
+  static constexpr CallQueue::Limits kRefusals{.running = 2, .waiting = 32};
 
   UpdateService();
 
@@ -45,12 +48,18 @@ class UpdateService final : public Win32Service {
 
   Status Install(const Requester& requester, const std::wstring& bundlePath, std::int32_t& exitCode);
   [[nodiscard]] Status CheckBundle(const Requester& requester, const std::wstring& bundlePath);
+  void setLocalAppDataPath(const Requester& requester, const std::wstring& path);
 
  private:
+  /// A turn in `queue`; without one a line says why `procedure` does nothing for `path`.
+  CallQueue::Turn takeTurn(CallQueue& queue, const Requester& requester, const char* procedure,
+                           const std::wstring& path);
   std::uint32_t stopListening();
 
   CallQueue installs_{kInstalls};
   CallQueue checks_{kChecks};
+  CallQueue settings_{kSettings};
+  CallQueue refusals_{kRefusals};
   BoundedListener listener_;
   std::atomic<std::uint32_t> restartCode_{0};
   std::atomic<bool> stopped_{false};  ///< listening has ended, or is told to

@@ -10,6 +10,7 @@
 #include "trust/certificate_integrity.h"
 #include "trust/certificate_profile.h"
 #include "trust/signer_observer.h"
+#include "update/app_data_request.h"
 #include "update/install_request.h"
 #include "update/record_folder.h"
 #include "update/rpc_caller_win.h"
@@ -21,6 +22,7 @@
 #include "util/held_folder.h"
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/quietly.h"
 #include "util/string_utils.h"
 #include "util/system_error.h"
 
@@ -41,6 +43,7 @@ RecordFolder& recordFolder() {
 /// The record that counts, and its copy where callers look for logs.
 void keep(const InstallRecord& record) {
   recordFolder().append(record);
+  if (!record.reason.empty()) return;  // not even begun, and perhaps one of many
   appendToHistory(FileUtils::logDirectory(), historyLine(record));
 }
 
@@ -115,11 +118,13 @@ std::uint32_t UpdateService::initialize() {
 
 std::uint32_t UpdateService::run() {
   logLine(LogLevel::Debug, "Running Zarn Update Service");
-  recordFolder().prepare();
+  quietly([] { recordFolder().prepare(); });
   logLine(LogLevel::Debug, "Attempting to delete stale update file.");
-  if (!FileUtils::removeWhatever(StringUtils::utf16to8(stagedInstallerPath()))) {
-    logLine(LogLevel::Debug, "Failed to delete bundle from temp directory.");
-  }
+  quietly([] {
+    if (!FileUtils::removeWhatever(StringUtils::utf16to8(stagedInstallerPath()))) {
+      logLine(LogLevel::Debug, "Failed to delete bundle from temp directory.");
+    }
+  });
   logLine(LogLevel::Debug, "Listening for remote procedure calls...");
   const std::uint32_t listened = listener_.run();
   if (listened != 0) {
@@ -139,6 +144,7 @@ std::uint32_t UpdateService::stop() {
   // Who still waits has the answer now; who runs is not cut short.
   installs_.close();
   checks_.close();
+  settings_.close();
   const std::uint32_t status = listener_.stop();
   if (status != 0) {
     logLine(LogLevel::Error, "UpdateService::stop: RpcMgmtStopServerListening failed  %d,  %s",
@@ -164,20 +170,38 @@ void UpdateService::requestRestart() {
   stop();
 }
 
+CallQueue::Turn UpdateService::takeTurn(CallQueue& queue, const Requester& requester, const char* procedure,
+                                        const std::wstring& path) {
+  const std::string& owner = requester.caller.sid;
+  // Who does not say who it is would have places of its own beside those of its user.
+  auto turn =
+      owner.empty() ? CallQueue::refused(CallQueue::Refusal::Unknown) : queue.enter(owner, requester.isGone);
+  if (!turn) {
+    logLine(LogLevel::Error, "%s: the request for %s is refused, %s.", std::string_view(procedure),
+            printable(StringUtils::utf16to8(path)), std::string_view(inWords(turn.refusal())));
+  }
+  return turn;
+}
+
 Status UpdateService::Install(const Requester& requester, const std::wstring& bundlePath,
                               std::int32_t& exitCode) {
-  const auto turn = installs_.enter(requester.caller.sid, requester.isGone);
+  const auto turn = takeTurn(installs_, requester, "Install", bundlePath);
   if (turn) return installRequest().Install(requester, bundlePath, exitCode);
-  installRequest().refuse(requester, bundlePath, inWords(turn.refusal()));
+  // Who reads the record can make each line of it slow: a flood waits for none.
+  if (const auto place = refusals_.enter(requester.caller.sid, {})) {
+    installRequest().refuse(requester, bundlePath, inWords(turn.refusal()));
+  }
   return Status::Failed;
 }
 
 Status UpdateService::CheckBundle(const Requester& requester, const std::wstring& bundlePath) {
-  const auto turn = checks_.enter(requester.caller.sid, requester.isGone);
-  if (turn) return installRequest().checkCallersBundle(bundlePath);
-  logLine(LogLevel::Error, "CheckBundle: the request for %s is refused, %s.",
-          printable(StringUtils::utf16to8(bundlePath)), std::string_view(inWords(turn.refusal())));
-  return Status::SignatureRefused;
+  const auto turn = takeTurn(checks_, requester, "CheckBundle", bundlePath);
+  return turn ? installRequest().checkCallersBundle(bundlePath) : Status::SignatureRefused;
+}
+
+void UpdateService::setLocalAppDataPath(const Requester& requester, const std::wstring& path) {
+  const auto turn = takeTurn(settings_, requester, "SetLocalAppDataPath", path);
+  if (turn) zarn::setLocalAppDataPath(path);
 }
 
 }  // namespace zarn

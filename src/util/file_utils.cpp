@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "util/file_utils_platform.h"
+#include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/mutex.h"
 #include "util/path_judge.h"
@@ -47,6 +48,7 @@ struct ChosenPath {
   std::string lastUsed ZARN_GUARDED_BY(mutex);
   std::string refused ZARN_GUARDED_BY(mutex);  ///< the last text, when it was
   std::string refusal ZARN_GUARDED_BY(mutex);  ///< not yet taken
+  bool refusalIsFinal ZARN_GUARDED_BY(mutex) = false;
 };
 
 ChosenPath& chosenPath() {
@@ -62,8 +64,7 @@ void noteUsed(const std::string& path) {
   chosen.refusal.clear();
 }
 
-/// The path that was used before.
-std::string noteRefused(const std::string& path, PathKind kind) {
+void noteRefused(const std::string& path, PathKind kind) {
   auto& chosen = chosenPath();
   const MutexLock lock(chosen.mutex);
   if (chosen.refused != path) {
@@ -71,20 +72,39 @@ std::string noteRefused(const std::string& path, PathKind kind) {
     chosen.refusal =
         formatPrintf("The application data path %s is not used: it is %s.", printable(path), describe(kind));
   }
-  return chosen.lastUsed;
+  chosen.refusalIsFinal = kind != PathKind::Unreachable;
+}
+
+/// Whether a text was refused for what it says or leads to, which is not asked again: each
+/// judgement may follow a link of somebody else's making.
+bool isKnownRefusal(const std::string& path) {
+  auto& chosen = chosenPath();
+  const MutexLock lock(chosen.mutex);
+  return !path.empty() && chosen.refused == path && chosen.refusalIsFinal;
+}
+
+/// The path that was good before; empty when it is no more.
+std::string usedBefore() {
+  std::string former;
+  {
+    auto& chosen = chosenPath();
+    const MutexLock lock(chosen.mutex);
+    former = chosen.lastUsed;
+  }
+  return former.empty() || isUsable(judgeAppDataPath(former, ownFolders())) ? former : std::string();
 }
 
 /// The preference's text, or what is used in its place; empty for the service's own folder.
 std::string usableBase(const std::string& path) {
+  if (isKnownRefusal(path)) return usedBefore();
   const auto own = path.empty() ? std::vector<std::string>() : ownFolders();
   const PathKind kind = path.empty() ? PathKind::LocalFolder : judgeAppDataPath(path, own);
   if (isUsable(kind)) {
     noteUsed(path);
     return path;
   }
-  std::string former = noteRefused(path, kind);
-  // What was good may lead elsewhere by now.
-  return former.empty() || isUsable(judgeAppDataPath(former, own)) ? former : std::string();
+  noteRefused(path, kind);
+  return usedBefore();
 }
 
 }  // namespace
@@ -219,13 +239,42 @@ void setLocalAppDataPathReader(std::string (*reader)()) noexcept {
   localAppDataPathReader.store(reader);
 }
 
+namespace {
+
+/// Empty for the service's own folder.
+std::string chosenBase() {
+  auto* const reader = localAppDataPathReader.load();
+  return reader != nullptr ? usableBase(reader()) : std::string();
+}
+
+}  // namespace
+
+bool isApplicationDataChosen() {
+  return !overridePath().empty() || !chosenBase().empty();
+}
+
+bool makeLogDirectory() {
+  const IoDeadline deadline(kOpenLimit);
+  const std::string base = overridePath().empty() ? chosenBase() : std::string();
+  if (base.empty()) return createDirectories(applicationDataDirectory()) && createDirectories(logDirectory());
+  const std::string product = join(base, names::kProductFolder.narrow);
+  const std::string logs = join(product, names::kLogs.narrow);
+  error_code error;
+  for (const std::string& folder : {product, logs}) {
+    fs::create_directory(toPath(folder), error);  // one that is there is no error
+    if (!error) continue;
+    logLine(LogLevel::Error, "Error creating directory %s: %s", printable(folder), systemErrorPhrase(error));
+    return false;
+  }
+  return true;
+}
+
 std::string applicationDataDirectory(bool withProduct, bool allowPreference) {
   if (withProduct) {
     if (std::string path = overridePath(); !path.empty()) return path;
   }
   std::string base;
-  if (auto* const reader = localAppDataPathReader.load(); allowPreference && reader != nullptr)
-    base = usableBase(reader());
+  if (allowPreference) base = chosenBase();
   if (base.empty()) base = platform::userApplicationDataFolder();
   return withProduct ? join(base, names::kProductFolder.narrow) : base;
 }

@@ -89,6 +89,15 @@ void setLocalAppDataPathReader(std::string (*reader)()) noexcept;
 /// that it had, and empty when there is nothing new to say.
 [[nodiscard]] std::string takeRefusalOfAppDataPath();
 
+/// Whether the application-data directory is one that others chose, and not the
+/// service's own. Looks for no home folder.
+[[nodiscard]] bool isApplicationDataChosen();
+
+/// Makes the log directory and what is missing above it. Of a path that others chose
+/// only the last two folders are made, whose names are ours, in one that is there: with
+/// our rights nobody else names folders. False, and logged, on failure.
+bool makeLogDirectory();
+
 /// Created when missing.
 [[nodiscard]] std::string databasesDirectory();
 

@@ -1,6 +1,7 @@
 #include <fmt/xchar.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <vector>
@@ -21,7 +22,7 @@ struct Translation {
 };
 
 /// The named text in the resource's first language.
-std::string textOf(const void* resource, const wchar_t* name) {
+std::string textOf(const void* resource, std::size_t resourceBytes, const wchar_t* name) {
   void* found = nullptr;
   UINT size = 0;
   if (VerQueryValueW(resource, L"\\VarFileInfo\\Translation", &found, &size) == 0 ||
@@ -32,7 +33,12 @@ std::string textOf(const void* resource, const wchar_t* name) {
   const std::wstring block =
       fmt::format(L"\\StringFileInfo\\{:04x}{:04x}\\{}", translation->language, translation->codePage, name);
   if (VerQueryValueW(resource, block.c_str(), &found, &size) == 0 || size == 0) return {};
-  std::wstring text(static_cast<const wchar_t*>(found), size);
+  // A block of the wrong kind counts bytes where characters are counted here.
+  const auto* const begin = static_cast<const std::byte*>(found);
+  const auto* const end = static_cast<const std::byte*>(resource) + resourceBytes;
+  if (begin < resource || begin >= end) return {};
+  const std::size_t most = static_cast<std::size_t>(end - begin) / sizeof(wchar_t);
+  std::wstring text(static_cast<const wchar_t*>(found), std::min<std::size_t>(size, most));
   text.resize(text.find(L'\0') == std::wstring::npos ? text.size() : text.find(L'\0'));
   return StringUtils::utf16to8(text);
 }
@@ -58,7 +64,7 @@ FileVersion readFileVersion(const std::string& path) {
   if (size == 0 || size > kMaxResourceBytes) return {};
   std::vector<std::byte> resource(size);
   if (GetFileVersionInfoW(file.c_str(), 0, size, resource.data()) == 0) return {};
-  return {textOf(resource.data(), L"ProductName"), textOf(resource.data(), L"ProductVersion"),
+  return {textOf(resource.data(), size, L"ProductName"), textOf(resource.data(), size, L"ProductVersion"),
           numberOf(resource.data())};
 }
 

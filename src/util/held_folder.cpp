@@ -27,7 +27,10 @@ HeldFolder HeldFolder::hold(std::string_view path, Links links, OwnPlaces ownPla
   const IoDeadline deadline(kOpenLimit);
   HeldFolder folder = holdPath(path, links);
   if (!folder || ownPlaces == OwnPlaces::Allow || isBelowOverride(path)) return folder;
-  return liesIn(folder.path(), ownFolders()) ? HeldFolder(kRefused) : std::move(folder);
+  // What its name led to may have changed since it was judged.
+  const bool isRefused = judgePath(folder.path()) == PathKind::Share ? !isUsable(PathKind::Share)
+                                                                     : liesIn(folder.path(), ownFolders());
+  return isRefused ? HeldFolder(kRefused) : std::move(folder);
 }
 
 HeldFolder HeldFolder::folder(std::string_view name, Existing existing) const {

@@ -217,7 +217,9 @@ std::uint32_t HeldFolder::removeName(const Name& name) const {
   const FileHandle again = openIn(native(handle_.get()), name, {.access = DELETE | FILE_WRITE_ATTRIBUTES});
   FILE_BASIC_INFO writable{};
   writable.FileAttributes = FILE_ATTRIBUTE_NORMAL;  // the times, all zero, stay
-  if (!again || inform(again.get(), FileBasicInfo, writable) != 0) return error;
+  // Another name of the file may be somebody else's.
+  if (!again || !isPlainFileWithOneName(again.get()) || inform(again.get(), FileBasicInfo, writable) != 0)
+    return error;
   return removeOpened(again.get());
 }
 
@@ -226,7 +228,9 @@ std::uint32_t HeldFolder::listNames(const std::function<void(const FolderEntry&)
   for (auto kind = FileFullDirectoryRestartInfo;; kind = FileFullDirectoryInfo) {
     if (GetFileInformationByHandleEx(native(handle_.get()), kind, bytes.data(),
                                      static_cast<DWORD>(bytes.size())) == 0) {
-      return GetLastError() == ERROR_NO_MORE_FILES ? 0 : lastFailure();
+      // An empty volume has not even "." and "..".
+      const DWORD error = GetLastError();
+      return error == ERROR_NO_MORE_FILES || error == ERROR_FILE_NOT_FOUND ? 0 : failureCode(error);
     }
     visitEntries(bytes, visit);
   }

@@ -20,9 +20,9 @@ inline constexpr std::chrono::seconds kLogFileLimit{5};
 inline constexpr std::chrono::minutes kCopyLimit{10};
 
 /// While it is armed, every blocking operation of the thread that made it ends, as
-/// cancelled, when the limit has passed; so do all that follow until it is disarmed.
-/// Only for local variables, on the thread that made them. When the system gives no
-/// timer, there is no limit.
+/// cancelled, when the limit has passed (up to twice the limit after a renewal); so do all that follow until
+/// it is disarmed. Only for local variables, on the thread that made them. When the system gives no timer,
+/// there is no limit.
 class IoDeadline {
  public:
   /// Arms it.

@@ -86,7 +86,8 @@ PathKind judgeShare(std::string_view rest, bool literal) noexcept {
   std::string_view tail = rest;
   const std::string_view host = takeComponent(tail);
   const std::string_view share = takeComponent(tail);
-  if (host == "." || host == "?" || isSame(share, "pipe") || isSame(share, "mailslot"))
+  if (host == "." || host == "?" || isSame(share, "pipe") || isSame(share, "ipc$") ||
+      isSame(share, "mailslot"))
     return PathKind::Device;
   if (isDots(host) || isDots(share)) return PathKind::Malformed;
   return judgeComponents(rest, literal, PathKind::Share);

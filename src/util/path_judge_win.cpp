@@ -89,7 +89,10 @@ std::vector<std::string> ownFoldersOf(const std::string& program) {
   const std::string programFolder = FileUtils::toUtf8(FileUtils::toPath(program).parent_path());
   std::vector<std::string> result;
   for (const std::string& folder : {programFolder, temporaryFolder(), recordFolder()}) {
-    if (judgePath(folder) == PathKind::LocalFolder) result.push_back(realPath(resolveDots(folder)));
+    if (judgePath(folder) != PathKind::LocalFolder) continue;
+    const std::string asNamed = resolveDots(folder);
+    const std::string real = realPath(asNamed);
+    result.push_back(real.empty() ? asNamed : real);
   }
   return result;
 }

@@ -154,7 +154,7 @@ std::size_t peakMemory(const KernelHandle& process) {
   PROCESS_MEMORY_COUNTERS counters{};
   counters.cb = sizeof(counters);
   GetProcessMemoryInfo(process.get(), &counters, sizeof(counters));
-  return counters.PeakPagefileUsage;
+  return counters.PeakWorkingSetSize;
 }
 
 TEST_F(HostileCallers, ClaimedSizesOfCertificatesCostNoMemory) {
@@ -225,6 +225,14 @@ TEST_F(HostileCallers, AStopEndsAllThatWaitAndNotTheInstallerThatRuns) {
   constexpr int calls = 20;
   ServiceUnderTest::planInstaller("exit=1641\nsleep_ms=3000\n");
   const KernelHandle process = service_.process();
+  const auto refusals = [] {
+    const std::string text = readFile(R"(C:\ProgramData\Zarn Update Service\Refused Requests.jsonl)");
+    std::size_t count = 0;
+    constexpr std::string_view mark = R"("reason":"The request was refused: )";
+    for (auto at = text.find(mark); at != text.npos; at = text.find(mark, at + 1)) ++count;
+    return count;
+  };
+  const std::size_t refusalsBefore = refusals();
   std::mutex mutex;
   std::map<long, int> answers;
   std::vector<std::thread> callers;
@@ -250,6 +258,7 @@ TEST_F(HostileCallers, AStopEndsAllThatWaitAndNotTheInstallerThatRuns) {
   const auto runs = ServiceUnderTest::installerRuns();
   ASSERT_EQ(runs.size(), 1U);
   EXPECT_NE(runs[0].endedMs, 0U) << "the installer was cut";
+  EXPECT_EQ(refusals() - refusalsBefore, calls - 1U);
 }
 
 /// A connection that sends what no client library would.
