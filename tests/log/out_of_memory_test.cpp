@@ -2,11 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
-
 #include "log/log_queue.h"
 #include "log/probe_log.h"
+#include "support/failing_new.h"
 
 namespace zarn::testing {
 namespace {
@@ -23,21 +21,11 @@ class NoMemory {
 };
 
 }  // namespace
-}  // namespace zarn::testing
 
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory = zarn::testing::NoMemory::fails ? nullptr : std::malloc(size != 0 ? size : 1);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
+bool allocationFails() noexcept {
+  return NoMemory::fails;
 }
 
-namespace zarn::testing {
 namespace {
 
 using ::testing::ElementsAre;

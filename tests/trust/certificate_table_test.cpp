@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 
 #include "program_image.h"
 
@@ -17,96 +16,90 @@ CertificateTable judge(const std::string& image, std::uint64_t fileBytes) {
   return judgeCertificateTable(fileBytes, [&](std::uint64_t offset, std::span<std::byte> bytes) {
     EXPECT_LE(offset + bytes.size(), fileBytes);
     EXPECT_LE(bytes.size(), 8U);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-      const std::uint64_t at = offset + i;
-      bytes[i] = at < image.size() ? static_cast<std::byte>(image[at]) : std::byte{0};
-    }
+    for (std::byte& byte : bytes)
+      byte = static_cast<std::byte>(offset < image.size() ? image[offset] : 0), ++offset;
     return true;
   });
 }
-CertificateTable judge(const std::string& image) {
-  return judge(image, image.size());
-}
-
 std::vector<TableEntry> entries(std::size_t count) {
   return std::vector<TableEntry>(count, TableEntry{8});
 }
 
 TEST(CertificateTable, OnlyPkcs7EntriesThatFillATableInTheFileAreAcceptable) {
-  const struct {
-    const char* what;
-    Verdict verdict;
-    std::vector<TableEntry> entries;
-  } table[] = {
-      {"one entry", Verdict::Acceptable, {{72}}},
-      {"a header only", Verdict::Acceptable, {{8}}},
-      {"padded at the end", Verdict::Acceptable, {{69}}},
-      {"two", Verdict::Acceptable, {{72}, {80}}},
-      {"the last padded", Verdict::Acceptable, {{72}, {77}}},
-      {"as many as may be", Verdict::Acceptable, entries(kMaxCertificateEntries)},
-      {"one more", Verdict::Refused, entries(kMaxCertificateEntries + 1)},
-      {"no type", Verdict::Refused, {{72, 0}}},
-      {"an X.509 certificate", Verdict::Refused, {{72, 1}}},
-      {"of another type before a good one", Verdict::Refused, {{72, 1}, {72}}},
-      {"of another type behind a good one", Verdict::Refused, {{72}, {72, 1}}},
-      {"a type of which only one byte is right", Verdict::Refused, {{72, 0x0102}}},
-      {"shorter than its header", Verdict::Refused, {{7}}},
-      {"no length", Verdict::Refused, {{0}}},
-      {"no length behind a good one", Verdict::Refused, {{72}, {0}}},
-      {"another where some would not look", Verdict::Refused, {{69}, {72}}},
-  };
+  const std::pair<Verdict, std::vector<std::vector<TableEntry>>> cases[] = {
+      // One, a header only, padded at the end, two, the last padded, as many as may be.
+      {Verdict::Acceptable,
+       {{{72}}, {{8}}, {{69}}, {{72}, {80}}, {{72}, {77}}, entries(kMaxCertificateEntries)}},
+      // One more; no type, an X.509 certificate, that before and behind a good one, a type of
+      // which only one byte is right; shorter than its header, no length, that behind a good
+      // one; another entry where some would not look.
+      {Verdict::Refused,
+       {entries(kMaxCertificateEntries + 1),
+        {{72, 0}},
+        {{72, 1}},
+        {{72, 1}, {72}},
+        {{72}, {72, 1}},
+        {{72, 0x0102}},
+        {{7}},
+        {{0}},
+        {{72}, {0}},
+        {{69}, {72}}}}};
   for (const bool is64Bit : {false, true}) {
-    for (const auto& [what, verdict, content] : table) {
-      SCOPED_TRACE(what + std::string(is64Bit ? ", 64 bit" : ", 32 bit"));
-      const CertificateTable judged = judge(ProgramImage(is64Bit, content).bytes);
-      EXPECT_EQ(judged.verdict, verdict);
-      EXPECT_EQ(judged.firstEntryBytes, verdict == Verdict::Acceptable ? content.front().length : 0);
+    for (const auto& [verdict, tables] : cases) {
+      for (std::size_t i = 0; i < tables.size(); ++i) {
+        const std::string image = ProgramImage(is64Bit, tables[i]).bytes;
+        const CertificateTable judged = judge(image, image.size());
+        EXPECT_EQ(judged.verdict, verdict) << i << is64Bit;
+        EXPECT_EQ(judged.firstEntryBytes, judged.isAcceptable() ? tables[i].front().length : 0);
+      }
     }
   }
 }
 
+/// A number of so many bytes that is put somewhere.
+struct Change {
+  std::uint64_t at, number, bytes;
+};
+
 TEST(CertificateTable, ChangedHeadersAndClaimsAreMissingOrRefused) {
-  using Image = ProgramImage;
-  const struct {
-    const char* what;
-    Verdict verdict;
-    std::function<void(Image&)> change;
-  } table[] = {
-      {"no MZ", Verdict::Missing, [](Image& image) { image.bytes[0] = 'm'; }},
-      {"headers outside", Verdict::Missing, [](Image& image) { put(image.bytes, 0x3C, 0xFFFFFFFF, 4); }},
-      {"headers at the end", Verdict::Missing,
-       [](Image& image) { put(image.bytes, 0x3C, image.bytes.size() - 3, 4); }},
-      {"no PE", Verdict::Missing, [](Image& image) { image.bytes[Image::kHeaders + 3] = 1; }},
-      {"no magic", Verdict::Missing, [](Image& image) { put(image.bytes, image.optionalHeader, 0x107, 2); }},
-      {"four directories", Verdict::Missing,
-       [](Image& image) { put(image.bytes, image.directories - 4, 4, 4); }},
-      {"an empty file", Verdict::Missing, [](Image& image) { image.bytes.clear(); }},
-      {"cut in the directory", Verdict::Missing,
-       [](Image& image) { image.bytes.resize(image.directories + 4 * 8 + 7); }},
-      {"no table", Verdict::Missing, [](Image& image) { image.claim(0, 0); }},
-      {"an empty table", Verdict::Missing, [](Image& image) { image.claim(image.table(), 0); }},
-      {"at the file's beginning", Verdict::Refused, [](Image& image) { image.claim(0, 72); }},
-      {"in the headers", Verdict::Refused, [](Image& image) { image.claim(image.directories, 72); }},
-      {"begins outside", Verdict::Refused, [](Image& image) { image.claim(image.bytes.size() + 8, 8); }},
-      {"begins at the end", Verdict::Refused, [](Image& image) { image.claim(image.bytes.size(), 8); }},
-      {"ends outside", Verdict::Refused, [](Image& image) { image.claim(image.table(), 80); }},
-      {"wraps around", Verdict::Refused, [](Image& image) { image.claim(0xFFFFFFF8, 16); }},
-      {"all there is", Verdict::Refused, [](Image& image) { image.claim(image.table(), 0xFFFFFFFF); }},
-      {"smaller than its entry", Verdict::Refused, [](Image& image) { image.claim(image.table(), 64); }},
-      {"room for half a header", Verdict::Refused, [](Image& image) { image.claim(image.table(), 4); }},
-      {"cut file", Verdict::Refused, [](Image& image) { image.bytes.pop_back(); }},
-      {"an entry beyond the table", Verdict::Refused,
-       [](Image& image) { put(image.bytes, image.table(), 73, 4); }},
-      {"an entry that claims everything", Verdict::Refused,
-       [](Image& image) { put(image.bytes, image.table(), 0xFFFFFFFF, 4); }},
-  };
   for (const bool is64Bit : {false, true}) {
-    for (const auto& [what, verdict, change] : table) {
-      SCOPED_TRACE(what + std::string(is64Bit ? ", 64 bit" : ", 32 bit"));
-      Image image(is64Bit);
-      change(image);
-      EXPECT_EQ(judge(image.bytes).verdict, verdict);
+    const ProgramImage good(is64Bit);
+    const std::size_t size = good.bytes.size();
+    const std::size_t claim = good.directories + 4 * 8;  // its offset, then its size
+    const std::pair<Verdict, std::vector<Change>> cases[] = {
+        // No "MZ"; headers outside, at the end; no "PE", no magic; four directories; an empty table.
+        {Verdict::Missing,
+         {{0, 'm', 1},
+          {0x3C, 0xFFFFFFFF, 4},
+          {0x3C, size - 3, 4},
+          {ProgramImage::kHeaders + 3, 1, 1},
+          {good.optionalHeader, 0x107, 2},
+          {good.directories - 4, 4, 4},
+          {claim + 4, 0, 4}}},
+        // At the file's beginning, in the headers, outside, at the end, all but around the end of numbers.
+        {Verdict::Refused,
+         {{claim, 0, 4},
+          {claim, good.directories, 4},
+          {claim, size + 8, 4},
+          {claim, size, 4},
+          {claim, 0xFFFFFFF8, 4}}},
+        // Ends outside, all there is, smaller than its entry, room for half a header.
+        {Verdict::Refused,
+         {{claim + 4, 80, 4}, {claim + 4, 0xFFFFFFFF, 4}, {claim + 4, 64, 4}, {claim + 4, 4, 4}}},
+        // An entry beyond the table, one that claims everything.
+        {Verdict::Refused, {{good.table(), 73, 4}, {good.table(), 0xFFFFFFFF, 4}}}};
+    for (const auto& [verdict, changes] : cases) {
+      for (const auto& [at, number, bytes] : changes) {
+        std::string image = good.bytes;
+        put(image, at, number, bytes);
+        EXPECT_EQ(judge(image, size).verdict, verdict) << number << " at " << at;
+      }
     }
+    // An empty file, one cut in the directory, one cut at its end.
+    for (const auto& [length, verdict] : {std::pair{std::size_t{0}, Verdict::Missing},
+                                          {claim + 7, Verdict::Missing},
+                                          {size - 1, Verdict::Refused}})
+      EXPECT_EQ(judge(good.bytes.substr(0, length), length).verdict, verdict) << "cut at " << length;
   }
 }
 

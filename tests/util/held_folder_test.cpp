@@ -13,22 +13,21 @@ namespace {
 
 namespace fs = boost::filesystem;
 using namespace FileUtils;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 class HeldFolderTest : public ::testing::Test {
  protected:
-  [[nodiscard]] HeldFolder hold(Links links = Links::Refuse) const {
-    return HeldFolder::hold(folder_, links, OwnPlaces::Refuse);
+  [[nodiscard]] HeldFolder hold() const {
+    return HeldFolder::hold(folder_, Links::Refuse, OwnPlaces::Refuse);
   }
-  void write(const std::string& name, const char* mode, const char* text) const {
-    const auto file = hold().open(name, mode);
-    ASSERT_NE(file, nullptr) << mode;
-    EXPECT_GE(std::fputs(text, file.get()), 0);
+  static HeldFolder follow(const std::string& path, OwnPlaces ownPlaces = OwnPlaces::Refuse) {
+    return HeldFolder::hold(path, Links::Follow, ownPlaces);
   }
   [[nodiscard]] std::set<std::string> names() const {
-    std::set<std::string> result;
-    EXPECT_EQ(hold().list([&](const FolderEntry& entry) { result.insert(toUtf8(entry.name)); }), 0U);
-    return result;
+    std::set<std::string> found;
+    EXPECT_EQ(hold().list([&](const FolderEntry& entry) { found.insert(toUtf8(entry.name)); }), 0U);
+    return found;
   }
   [[nodiscard]] std::string in(const std::string& name) const { return join(folder_, name); }
   void SetUp() override { ASSERT_TRUE(createDirectories(folder_)); }
@@ -39,34 +38,32 @@ class HeldFolderTest : public ::testing::Test {
 };
 
 TEST_F(HeldFolderTest, OpensMovesAndRemovesByName) {
+  const HeldFolder held = hold();
   for (const auto& [mode, text, content] : {std::tuple{"a+b", "one", "one"},
                                             {"ab", "two", "onetwo"},
                                             {"r+b", "ONE", "ONEtwo"},
                                             {"wb", "new", "new"}}) {
-    write("a", mode, text);
+    EXPECT_GE(std::fputs(text, held.open("a", mode).get()), 0);
     EXPECT_EQ(readFile(in("a")), content);
   }
-  write("b", "wb", "replaced");
-  const HeldFolder held = hold();
+  writeFile(in("b"), "replaced");
   EXPECT_TRUE(held.rename("a", "b"));
   EXPECT_EQ(readFile(in("b")), "new");
   EXPECT_FALSE(held.exists("a"));
   std::uint32_t error = 0;
-  EXPECT_EQ(held.create("b", error), nullptr);
-  EXPECT_NE(error, 0U);
+  EXPECT_TRUE(held.create("b", error) == nullptr && error != 0);
   EXPECT_TRUE(held.folder("sub", Existing::OpenOrCreate).folder("below", Existing::OpenOrCreate));
-  EXPECT_EQ(names(), (std::set<std::string>{"b", "sub"}));
+  EXPECT_THAT(names(), ElementsAre("b", "sub"));
   EXPECT_TRUE(held.remove("b") && held.remove("b"));  // missing is removed
   EXPECT_TRUE(log_.texts().empty());
   EXPECT_FALSE(held.remove("sub"));  // holds something
   EXPECT_EQ(held.open("none", "a", Existing::Only), nullptr);
   EXPECT_FALSE(held.rename("none", "b"));
-  EXPECT_THAT(
-      log_.texts(),
-      ::testing::ElementsAre(HasSubstr("Couldn't delete the file " + held.pathOf("sub") + ": "),
-                             HasSubstr("safe_fopen: CreateFileW for '" + held.pathOf("none") + "' failed: 2"),
-                             HasSubstr("Couldn't copy file " + held.pathOf("none") + " to ")));
-  EXPECT_EQ(names(), std::set<std::string>{"sub"});
+  EXPECT_THAT(log_.texts(),
+              ElementsAre(HasSubstr("Couldn't delete the file " + held.pathOf("sub") + ": "),
+                          HasSubstr("safe_fopen: CreateFileW for '" + held.pathOf("none") + "' failed: 2"),
+                          HasSubstr("Couldn't copy file " + held.pathOf("none") + " to ")));
+  EXPECT_THAT(names(), ElementsAre("sub"));
 }
 
 TEST_F(HeldFolderTest, LeadsNowhereElse) {
@@ -81,7 +78,7 @@ TEST_F(HeldFolderTest, LeadsNowhereElse) {
 #ifndef _WIN32  // Wine pretends to make symbolic links
   fs::create_directory_symlink(folder_, dir_ / "link");
   EXPECT_FALSE(HeldFolder::hold(dir_ / "link", Links::Refuse, OwnPlaces::Refuse));
-  EXPECT_TRUE(HeldFolder::hold(dir_ / "link", Links::Follow, OwnPlaces::Refuse));
+  EXPECT_TRUE(follow(dir_ / "link"));
   fs::create_directory_symlink(dir_.path(), in("sub"));
   EXPECT_FALSE(held.folder("sub", Existing::OpenOrCreate));
   // Whatever takes the name of the held folder, what is held stays what it was.
@@ -95,9 +92,8 @@ TEST_F(HeldFolderTest, LeadsNowhereElse) {
   EXPECT_EQ(readFile(dir_ / "victim"), "precious");
   writeFile(dir_ / "file", "");
   for (const std::string& path : {dir_ / "file", dir_ / "missing", std::string(R"(\\.\NUL)")}) {
-    const HeldFolder none = HeldFolder::hold(path, Links::Follow, OwnPlaces::Refuse);
-    EXPECT_FALSE(none) << path;
-    EXPECT_NE(none.error(), 0U) << path;
+    EXPECT_FALSE(follow(path)) << path;
+    EXPECT_NE(follow(path).error(), 0U) << path;
   }
 }
 
@@ -105,12 +101,11 @@ TEST_F(HeldFolderTest, RemovesWhateverStandsInTheWay) {
   const std::string name = dir_ / "ZarnMediaServerUpdate.exe";
   writeFile(dir_ / "kept", "kept");
   const std::string deep = join(name, R"(Zarn Media Server/Logs/Zarn Update Service)");
-  for (const char* kind : {"nothing", "file", "read-only", "link", "folder"}) {
-    SCOPED_TRACE(kind);
-    if (kind == std::string("file") || kind == std::string("read-only")) writeFile(name, "x");
-    if (kind == std::string("read-only")) fs::permissions(toPath(name), fs::owner_read);
-    if (kind == std::string("link")) fs::create_hard_link(toPath(dir_ / "kept"), toPath(name));
-    if (kind == std::string("folder")) {
+  for (const std::string kind : {"nothing", "file", "read-only", "link", "folder"}) {
+    if (kind == "file" || kind == "read-only") writeFile(name, "x");
+    if (kind == "read-only") fs::permissions(toPath(name), fs::owner_read);
+    if (kind == "link") fs::create_hard_link(toPath(dir_ / "kept"), toPath(name));
+    if (kind == "folder") {
       ASSERT_TRUE(createDirectories(deep));
       writeFile(join(deep, "a log"), "x");
 #ifdef _WIN32
@@ -120,15 +115,13 @@ TEST_F(HeldFolderTest, RemovesWhateverStandsInTheWay) {
       writeFile(in("kept"), "kept");
 #endif
     }
-    EXPECT_TRUE(removeWhatever(name));
-    EXPECT_FALSE(FileUtils::exists(name));
+    EXPECT_TRUE(removeWhatever(name) && !exists(name)) << kind;
   }
   EXPECT_EQ(readFile(dir_ / "kept"), "kept");
 #ifndef _WIN32
   EXPECT_EQ(readFile(in("kept")), "kept") << "removed through a link";
 #endif
-  EXPECT_TRUE(removeWhatever(""));
-  EXPECT_TRUE(removeWhatever(join(dir_ / "no folder", "x")));
+  EXPECT_TRUE(removeWhatever("") && removeWhatever(join(dir_ / "no folder", "x")));
   EXPECT_TRUE(log_.texts().empty());
 }
 
@@ -144,11 +137,10 @@ TEST_F(HeldFolderTest, StaysWhereItIsAndIsNoPlaceOfOurOwn) {
   fs::rename(toPath(folder_), toPath(dir_ / "elsewhere"), error);
   EXPECT_FALSE(error);
   const std::string temp = toUtf8(fs::temp_directory_path());
-  EXPECT_FALSE(HeldFolder::hold(temp, Links::Follow, OwnPlaces::Refuse));
-  EXPECT_TRUE(HeldFolder::hold(temp, Links::Follow, OwnPlaces::Allow));
-  const HeldFolder root = HeldFolder::hold(R"(C:\)", Links::Follow, OwnPlaces::Refuse);
-  EXPECT_TRUE(root.exists("windows"));
-  EXPECT_EQ(root.pathOf("x"), R"(\\?\C:\x)");
+  EXPECT_FALSE(follow(temp));
+  EXPECT_TRUE(follow(temp, OwnPlaces::Allow));
+  EXPECT_TRUE(follow(R"(C:\)").exists("windows"));
+  EXPECT_EQ(follow(R"(C:\)").pathOf("x"), R"(\\?\C:\x)");
 }
 #endif
 
