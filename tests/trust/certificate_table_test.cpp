@@ -27,23 +27,15 @@ std::vector<TableEntry> entries(std::size_t count) {
 
 TEST(CertificateTable, OnlyPkcs7EntriesThatFillATableInTheFileAreAcceptable) {
   const std::pair<Verdict, std::vector<std::vector<TableEntry>>> cases[] = {
-      // One, a header only, padded at the end, two, the last padded, as many as may be.
-      {Verdict::Acceptable,
-       {{{72}}, {{8}}, {{69}}, {{72}, {80}}, {{72}, {77}}, entries(kMaxCertificateEntries)}},
-      // One more; no type, an X.509 certificate, that before and behind a good one, a type of
-      // which only one byte is right; shorter than its header, no length, that behind a good
-      // one; another entry where some would not look.
-      {Verdict::Refused,
-       {entries(kMaxCertificateEntries + 1),
-        {{72, 0}},
-        {{72, 1}},
-        {{72, 1}, {72}},
-        {{72}, {72, 1}},
-        {{72, 0x0102}},
-        {{7}},
-        {{0}},
-        {{72}, {0}},
-        {{69}, {72}}}}};
+      // One, a header only, padded at the end; two, the last padded, as many as may be.
+      {Verdict::Acceptable, {{{72}}, {{8}}, {{69}}}},
+      {Verdict::Acceptable, {{{72}, {80}}, {{72}, {77}}, entries(kMaxCertificateEntries)}},
+      // One more; no type, one of which only one byte is right.
+      {Verdict::Refused, {entries(kMaxCertificateEntries + 1), {{72, 0}}, {{72, 0x0102}}}},
+      // An X.509 certificate alone, before and behind a good entry.
+      {Verdict::Refused, {{{72, 1}}, {{72, 1}, {72}}, {{72}, {72, 1}}}},
+      // Shorter than its header, no length, that behind a good entry, one where some would not look.
+      {Verdict::Refused, {{{7}}, {{0}}, {{72}, {0}}, {{69}, {72}}}}};
   for (const bool is64Bit : {false, true}) {
     for (const auto& [verdict, tables] : cases) {
       for (std::size_t i = 0; i < tables.size(); ++i) {
@@ -67,27 +59,21 @@ TEST(CertificateTable, ChangedHeadersAndClaimsAreMissingOrRefused) {
     const std::size_t size = good.bytes.size();
     const std::size_t claim = good.directories + 4 * 8;  // its offset, then its size
     const std::pair<Verdict, std::vector<Change>> cases[] = {
-        // No "MZ"; headers outside, at the end; no "PE", no magic; four directories; an empty table.
+        // No "MZ"; headers outside, at the end; no "PE".
         {Verdict::Missing,
-         {{0, 'm', 1},
-          {0x3C, 0xFFFFFFFF, 4},
-          {0x3C, size - 3, 4},
-          {ProgramImage::kHeaders + 3, 1, 1},
-          {good.optionalHeader, 0x107, 2},
-          {good.directories - 4, 4, 4},
-          {claim + 4, 0, 4}}},
-        // At the file's beginning, in the headers, outside, at the end, all but around the end of numbers.
+         {{0, 'm', 1}, {0x3C, 0xFFFFFFFF, 4}, {0x3C, size - 3, 4}, {ProgramImage::kHeaders + 3, 1, 1}}},
+        // No magic; four directories; an empty table.
+        {Verdict::Missing,
+         {{good.optionalHeader, 0x107, 2}, {good.directories - 4, 4, 4}, {claim + 4, 0, 4}}},
+        // At the file's beginning, in the headers; all but around the end of numbers.
+        {Verdict::Refused, {{claim, 0, 4}, {claim, good.directories, 4}, {claim, 0xFFFFFFF8, 4}}},
+        // Begins outside, begins at the end, ends outside, all there is.
         {Verdict::Refused,
-         {{claim, 0, 4},
-          {claim, good.directories, 4},
-          {claim, size + 8, 4},
-          {claim, size, 4},
-          {claim, 0xFFFFFFF8, 4}}},
-        // Ends outside, all there is, smaller than its entry, room for half a header.
+         {{claim, size + 8, 4}, {claim, size, 4}, {claim + 4, 80, 4}, {claim + 4, 0xFFFFFFFF, 4}}},
+        // Smaller than its entry, room for half a header; an entry beyond the table, one that claims
+        // everything.
         {Verdict::Refused,
-         {{claim + 4, 80, 4}, {claim + 4, 0xFFFFFFFF, 4}, {claim + 4, 64, 4}, {claim + 4, 4, 4}}},
-        // An entry beyond the table, one that claims everything.
-        {Verdict::Refused, {{good.table(), 73, 4}, {good.table(), 0xFFFFFFFF, 4}}}};
+         {{claim + 4, 64, 4}, {claim + 4, 4, 4}, {good.table(), 73, 4}, {good.table(), 0xFFFFFFFF, 4}}}};
     for (const auto& [verdict, changes] : cases) {
       for (const auto& [at, number, bytes] : changes) {
         std::string image = good.bytes;
@@ -96,10 +82,10 @@ TEST(CertificateTable, ChangedHeadersAndClaimsAreMissingOrRefused) {
       }
     }
     // An empty file, one cut in the directory, one cut at its end.
-    for (const auto& [length, verdict] : {std::pair{std::size_t{0}, Verdict::Missing},
-                                          {claim + 7, Verdict::Missing},
-                                          {size - 1, Verdict::Refused}})
-      EXPECT_EQ(judge(good.bytes.substr(0, length), length).verdict, verdict) << "cut at " << length;
+    for (const std::size_t length : {std::size_t{0}, claim + 7, size - 1}) {
+      EXPECT_EQ(judge(good.bytes.substr(0, length), length).verdict,
+                length < size - 1 ? Verdict::Missing : Verdict::Refused);
+    }
   }
 }
 
