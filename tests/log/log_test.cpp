@@ -55,30 +55,5 @@ TEST_F(ServiceLog, ScrubsAndAnnouncesLines) {
   EXPECT_EQ(messages("first").back(), "auth_token=abc sentry_key=xxx");
 }
 
-#ifdef _WIN32
-std::string preferredPath;
-
-TEST_F(ServiceLog, StaysWhereItIsAndSaysWhyItDoesNotFollow) {
-  FileUtils::setApplicationDataOverride("");
-  FileUtils::setLocalAppDataPathReader([] { return preferredPath; });
-  preferredPath = dir_.path();
-  static_cast<void>(FileUtils::logDirectory());
-  preferredPath = R"(\\.\pipe\x)";
-  const std::string line = R"(The application data path \\.\pipe\x is not used: it is a device.)";
-  log_.start("Test");  // there is no file yet when the path is judged first
-  EXPECT_THAT(messages("Zarn Media Server"), ElementsAre(line));
-  preferredPath = FileUtils::toUtf8(boost::filesystem::temp_directory_path());
-  log_.moveToCurrentDirectory();
-  log_.submit(LogLevel::Info, "next");
-  EXPECT_THAT(messages("Zarn Media Server"),
-              ElementsAre("The application data path " + preferredPath +
-                              " is not used: it is a place of the service's own.",
-                          "next"));
-  EXPECT_THAT(messagesIn(FileUtils::join(dir_ / "Zarn Media Server", "Logs"), 1),
-              ElementsAre(line, "Log rotation requested."));
-  FileUtils::setLocalAppDataPathReader(nullptr);
-}
-#endif
-
 }  // namespace
 }  // namespace zarn::testing

@@ -71,10 +71,14 @@ TEST(FileUtils, ApplicationDataDirectoryPrecedence) {
 #ifdef _WIN32
   // What is refused changes nothing, not even when it is what was good before.
   const std::string temp = FileUtils::toUtf8(fs::temp_directory_path());
-  for (const char* refused : {R"(\\nowhere\share)", temp.c_str(), "C:"}) {
+  for (const auto& [refused, because] : {std::pair{std::string(R"(\\nowhere\share)"), "it is a share"},
+                                         {R"(\\.\pipe\x)", "it is a device"},
+                                         {temp, "it is a place of the service's own"},
+                                         {"C:", "it is no full path"}}) {
     preferredPath = refused;
     EXPECT_EQ(FileUtils::applicationDataDirectory(), dir / "Zarn Media Server");
-    EXPECT_THAT(FileUtils::takeRefusalOfAppDataPath(), ::testing::HasSubstr(refused));
+    EXPECT_EQ(FileUtils::takeRefusalOfAppDataPath(),
+              "The application data path " + refused + " is not used: " + because + ".");
     EXPECT_EQ(FileUtils::applicationDataDirectory(), dir / "Zarn Media Server");
     EXPECT_EQ(FileUtils::takeRefusalOfAppDataPath(), "");
   }
