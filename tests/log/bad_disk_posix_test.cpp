@@ -9,6 +9,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <chrono>
 #include <csignal>
+#include <optional>
 
 #include "log/probe_log.h"
 #include "support/file_size_limit.h"
@@ -23,39 +24,29 @@ using ::testing::EndsWith;
 using ::testing::MatchesRegex;
 using Clock = std::chrono::steady_clock;
 
-/// The descriptor under which this process has the file open; -1 when it has not.
-int descriptorOf(const std::string& path) {
-  for (const auto& entry : boost::filesystem::directory_iterator("/proc/self/fd")) {
-    boost::system::error_code gone;
-    if (boost::filesystem::read_symlink(entry.path(), gone) == path)
-      return std::stoi(entry.path().filename().string());
-  }
-  return -1;
-}
-
 class Pipe {
  public:
-  Pipe() {
+  /// What is written to the file from here on goes into the pipe.
+  explicit Pipe(const std::string& path) {
     EXPECT_EQ(::pipe2(ends_, O_CLOEXEC), 0);
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    for (const auto& entry : boost::filesystem::directory_iterator("/proc/self/fd")) {
+      boost::system::error_code gone;
+      if (boost::filesystem::read_symlink(entry.path(), gone) != path) continue;
+      EXPECT_NE(::dup2(ends_[1], std::stoi(entry.path().filename().string())), -1);
+    }
   }
   Pipe(const Pipe&) = delete;
   Pipe& operator=(const Pipe&) = delete;
-  ~Pipe() { close(); }
+  ~Pipe() {
+    for (const int end : ends_) ::close(end);
+  }
 
-  /// What is written to the file from here on goes into the pipe.
-  void replace(const std::string& path) const { ASSERT_NE(::dup2(ends_[1], descriptorOf(path)), -1); }
   /// All that is in it now.
   [[nodiscard]] std::string read() const {
     std::string text(1 << 20, '\0');
     text.resize(static_cast<std::size_t>(std::max<ssize_t>(::read(ends_[0], text.data(), text.size()), 0)));
     return text;
-  }
-  /// Ends every write into it.
-  void close() {
-    for (int& end : ends_) {
-      if (end != -1) ::close(std::exchange(end, -1));
-    }
   }
 
  private:
@@ -75,20 +66,18 @@ class LogOnABadDisk : public ::testing::Test {
 };
 
 TEST_F(LogOnABadDisk, AWriteThatStandsStillHoldsUpNoEnd) {
-  Pipe pipe;
-  pipe.replace(file());
+  auto pipe = std::make_optional<Pipe>(file());
   log_.submit(LogLevel::Info, std::string(1 << 20, 'l'));
   const auto start = Clock::now();
   EXPECT_FALSE(log_.flush(100ms));
   EXPECT_FALSE(log_.stop(100ms));
   EXPECT_LT(Clock::now() - start, 2s);
-  pipe.close();
+  pipe.reset();  // ends every write into it
   EXPECT_TRUE(log_.stop());
 }
 
 TEST_F(LogOnABadDisk, AWriteThatStandsStillCostsItsLineAndTheNextBeginsAnew) {
-  const Pipe pipe;
-  pipe.replace(file());
+  const Pipe pipe(file());
   const auto start = Clock::now();
   log_.write({std::string(1 << 20, 'l'), "second", "third"});
   EXPECT_GE(Clock::now() - start, kLogFileLimit);

@@ -5,9 +5,9 @@
 
 #include <boost/filesystem/operations.hpp>
 #include <chrono>
-#include <csignal>
 #include <future>
 #include <limits>
+#include <map>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -24,6 +24,7 @@ using ::testing::MatchesRegex;
 
 class LogInDirectory : public ::testing::Test {
  protected:
+  LogInDirectory() { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
   [[nodiscard]] std::string file(std::size_t number) const {
     return LogFiles::path(dir_.path(), "Test", number);
   }
@@ -44,9 +45,7 @@ TEST_F(LogInDirectory, LinesAreCompleteAndScreenedAgainWhenWritten) {
   log_.setThreshold(LogLevel::Info);
   log_.start("Test");
   {
-    const LogTag outer("Install");
-    const LogTag inner("Verify");
-    const LogTag again("Install");
+    const LogTag tags[] = {LogTag("Install"), LogTag("Verify"), LogTag("Install")};
     log_.submit(LogLevel::Warn, "tagged");
     log_.submit(LogLevel::Warn, std::string(600, 'l'));
   }
@@ -64,9 +63,8 @@ TEST_F(LogInDirectory, EveryRunBeginsAFileAndTheOldestGoes) {
   for (const std::int32_t kept : {0, -7}) run("kept " + std::to_string(kept), kept);
   EXPECT_THAT(messages(1), ElementsAre("kept 0"));  // less than one is one
   EXPECT_THAT(messages(2), ElementsAre("run 2"));   // what lies above the number stays
-  for (const char* other : {"Test.02.log", "Test.7.log.old", "Test.x.log", "Test.99999999999999999999.log"}) {
+  for (const char* other : {"Test.02.log", "Test.7.log.old", "Test.x.log", "Test.99999999999999999999.log"})
     writeFile(dir_ / other, other);
-  }
   const auto began = std::chrono::steady_clock::now();
   run("huge", std::numeric_limits<std::int32_t>::max());
   EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(5));
@@ -120,27 +118,23 @@ TEST_F(LogInDirectory, SynchronousLinesAreWrittenByTheirThread) {
 
 TEST_F(LogInDirectory, ManyProducersLoseNothingAndKeepTheirOrder) {
   constexpr int lines = 2000;
-  const auto numbered = [](std::size_t producer, int i) {
-    return formatPrintf("%zu %d", producer, i) + std::string(i % 300 == 0 ? 5000U : 0U, '.');
+  const auto numbered = [](char producer, int i) {
+    return producer + std::to_string(i) + std::string(i % 300 == 0 ? 5000U : 0U, '.');
+  };
+  const auto produce = [&](char producer) {
+    for (int i = 0; i < lines; ++i) {
+      log_.submit(LogLevel::Info, numbered(producer, i));
+      if (i % 500 == 0) log_.flush();
+    }
   };
   log_.start("Test");
   std::vector<std::thread> producers;
-  for (std::size_t producer = 0; producer < 4; ++producer) {
-    producers.emplace_back([&, producer] {
-      for (int i = 0; i < lines; ++i) {
-        log_.submit(LogLevel::Info, numbered(producer, i));
-        if (i % 500 == 0) log_.flush();
-      }
-    });
-  }
+  for (const char producer : {'a', 'b', 'c', 'd'}) producers.emplace_back(produce, producer);
   for (auto& producer : producers) producer.join();
   log_.flush();
-  std::vector<int> next(producers.size());
-  for (const std::string& line : messages(0)) {
-    const std::size_t producer = static_cast<std::size_t>(line[0] - '0');
-    ASSERT_EQ(line, numbered(producer, next.at(producer)++));
-  }
-  EXPECT_THAT(next, ::testing::Each(lines));
+  std::map<char, int> next;
+  for (const std::string& line : messages(0)) ASSERT_EQ(line, numbered(line[0], next[line[0]]++));
+  EXPECT_EQ(next, (std::map<char, int>{{'a', lines}, {'b', lines}, {'c', lines}, {'d', lines}}));
 }
 
 TEST_F(LogInDirectory, AFailedStartLeavesOneLineBehind) {
@@ -152,19 +146,17 @@ TEST_F(LogInDirectory, AFailedStartLeavesOneLineBehind) {
 }
 
 TEST_F(LogInDirectory, PlantedLinksAreNotWrittenThrough) {
-  namespace fs = boost::filesystem;
   // A full directory at number 1 cannot be replaced, so the link stays at number 0.
   ASSERT_TRUE(FileUtils::createDirectories(FileUtils::join(file(1), "full")));
   writeFile(dir_ / "victim", "precious");
-  fs::create_hard_link(FileUtils::toPath(dir_ / "victim"), FileUtils::toPath(file(0)));
-  fs::create_hard_link(FileUtils::toPath(dir_ / "victim"), FileUtils::toPath(dir_ / "Startup Crash.log"));
+  for (const std::string& planted : {file(0), dir_ / "Startup Crash.log"})
+    boost::filesystem::create_hard_link(FileUtils::toPath(dir_ / "victim"), FileUtils::toPath(planted));
   run("secret", 1);
   LogFiles::writeStartupCrash(dir_.path(), "reason");
   EXPECT_EQ(readFile(dir_ / "victim"), "precious");
 }
 
 TEST_F(LogInDirectory, FatalWritesEverythingFirst) {
-  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   // The dying process runs this test from its beginning and must find our directory.
   const std::string inherited = environmentVariable("ZARN_LOG_TEST_DIRECTORY").value_or("");
   log_.directory = inherited.empty() ? dir_.path() : inherited;
@@ -185,7 +177,6 @@ TEST_F(LogInDirectory, FatalWritesEverythingFirst) {
 }
 
 TEST_F(LogInDirectory, FatalEndsThoughTheWriterDoesNot) {
-  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   const auto die = [this] {
     log_.whileWriting = [] { std::promise<void>().get_future().wait(); };
     log_.start("Test");

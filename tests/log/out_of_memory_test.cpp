@@ -44,9 +44,8 @@ TEST(OutOfMemory, CostsAQueueTheLineAndNothingElse) {
   queue.push({}, {}, "after");
   LogQueue::Batch batch;
   ASSERT_TRUE(queue.take(batch));
-  Lines messages;
-  for (const LogItem& item : batch.items()) messages.push_back(item.message);
-  EXPECT_THAT(messages, ElementsAre("before", kLost + "2", "after"));
+  const auto is = [](const std::string& message) { return ::testing::Field(&LogItem::message, message); };
+  EXPECT_THAT(batch.items(), ElementsAre(is("before"), is(kLost + "2"), is("after")));
 }
 
 class LogWithoutMemory : public ::testing::Test {
