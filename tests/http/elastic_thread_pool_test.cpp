@@ -25,10 +25,7 @@ bool eventually(Condition condition) {
 /// Holds its tasks back until it is opened; outlives the pool they run in.
 struct Gate {
   std::function<void()> task() {
-    return [this] {
-      opened.wait();
-      ++passed;
-    };
+    return [this] { opened.wait(), ++passed; };
   }
   std::promise<void> promise;
   std::shared_future<void> opened = promise.get_future().share();
@@ -70,11 +67,10 @@ TEST(ElasticThreadPool, ATaskThatThrowsAndAThreadThatCannotBeMadeAreReportedAndL
     pool.post(gate.task());
   }
   EXPECT_EQ(gate.passed, 2);
+  const std::string uncaught = "Thread: Uncaught exception running async task which was spawned by thread ";
   EXPECT_THAT(log.texts(), ::testing::ElementsAre(
                                "Thread: Couldn't add a new thread to the pool of size 0: no\\x0athreads",
-                               formatPrintf("Thread: Uncaught exception running async task which was spawned "
-                                            "by thread %04d: broken\\x0d",
-                                            currentThreadId())));
+                               uncaught + formatPrintf("%04d: broken\\x0d", currentThreadId())));
 }
 
 TEST(ElasticThreadPool, LosesNoTaskWhileWorkersComeAndGo) {
@@ -101,8 +97,8 @@ TEST(ElasticThreadPool, ATaskThatBlocksHoldsNoOtherUpWhileAWorkerSleeps) {
     std::promise<void> first;
     std::promise<void> second;
     pool.post([&] { second.get_future().wait(), first.set_value(); });
-    if (round % 3 == 0)
-      std::this_thread::yield();  // sometimes the first worker is on its way, sometimes there
+    // Sometimes the first worker is on its way, sometimes there.
+    if (round % 3 == 0) std::this_thread::yield();
     pool.post([&] { second.set_value(); });
     ASSERT_EQ(first.get_future().wait_for(10s), std::future_status::ready) << round;
   }
