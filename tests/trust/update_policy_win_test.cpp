@@ -78,21 +78,17 @@ TEST_F(MachinePolicy, NothingLowerThanWhatWasInstalledPassesOnceThePolicySaysSo)
   const ProductVersion version = readFileVersion(kBundle).number.value();
   ProductVersion higher = version;
   ++higher.parts[3];
-  for (const bool isOn : {false, true}) {
-    clear();
-    if (isOn) store(names::kPolicyKey.wide, names::kRefuseOlderValue.wide, REG_DWORD, {1, 0});
-    rememberInstalledVersion({{0, 0, 0, 1}});
-    EXPECT_EQ(highestInstalled(), "0.0.0.1");
-    rememberInstalledVersion(version);
-    EXPECT_EQ(refusal(), "");
-    rememberInstalledVersion(higher);
-    rememberInstalledVersion(version);  // lower again
-    const std::string highest = versionText(higher);
-    EXPECT_EQ(highestInstalled(), highest);
-    EXPECT_EQ(refusal(), isOn ? "its version " + versionText(version) + " is lower than " + highest +
-                                    ", which was installed before"
-                              : "");
-  }
+  rememberInstalledVersion({{0, 0, 0, 1}});
+  EXPECT_EQ(highestInstalled(), "0.0.0.1");
+  store(names::kPolicyKey.wide, names::kRefuseOlderValue.wide, REG_DWORD, {1, 0});
+  rememberInstalledVersion(version);
+  EXPECT_EQ(refusal(), "");
+  rememberInstalledVersion(higher);
+  rememberInstalledVersion(version);  // lower again
+  const std::string highest = versionText(higher);
+  EXPECT_EQ(highestInstalled(), highest);
+  EXPECT_EQ(refusal(), "its version " + versionText(version) + " is lower than " + highest +
+                           ", which was installed before");
   store(names::kServiceKey.wide, names::kHighestInstalledVersionValue.wide, REG_SZ, L"x");
   EXPECT_EQ(refusal(), "the value HighestInstalledVersion cannot be read: \"x\" is no version");
   log_.clear();
