@@ -102,13 +102,18 @@ std::string transcript(const RecordingLog& log) {
   return text;
 }
 
-const std::string kStarting =
+const std::string kPending =
     "M RegisterServiceCtrlHandlerEx\nS StartPending - SERVICE_START_PENDING\n"
-    "report 2 controls 0 exit 0 point 1 hint 1000\nM Call initialize()\n";
+    "report 2 controls 0 exit 0 point 1 hint 1000\n";
+const std::string kStarting = kPending + "M Call initialize()\n";
 const std::string kRunning =
     kStarting +
     "M Finished initialize()\nS Running - SERVICE_RUNNING\nreport 4 controls 1 exit 0 point 0 hint 0\n";
 const std::string kGaveUp = "Exiting Win32Service::serviceMain due to initialization failure.\n";
+
+void logEnd(std::uint32_t code) {
+  logLine(LogLevel::Debug, "ended with %d", code);
+}
 
 class Win32ServiceTest : public ::testing::Test {
  protected:
@@ -124,6 +129,7 @@ TEST_F(Win32ServiceTest, LivesFromStartToStopAndOnlyOnceAProcess) {
     }
     return 7U;
   };
+  service_.setUnfinishedRoutine(logEnd);
   EXPECT_EQ(service_.runAsService("Zarn\xc3\xa4"), 0U);
   EXPECT_EQ(control_.registeredName, L"Zarn\u00e4");
   EXPECT_EQ(transcript(log_),
@@ -139,8 +145,9 @@ TEST_F(Win32ServiceTest, LivesFromStartToStopAndOnlyOnceAProcess) {
   EXPECT_THROW(second.runAsService("Second"), std::logic_error);
 }
 
-TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLines) {
+TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLinesAndEndsWhatNobodyWasToldTheEndOf) {
   const std::string caught = "M Caught std::exception gone, type: std::runtime_error\n";
+  const std::string stopped = "S Stopped - SERVICE_STOPPED\nreport 1 controls 0 exit 0 point 0 hint 0\n";
   const struct {
     const char* failingCall;
     Step initialize, run;
@@ -148,26 +155,34 @@ TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLines) {
   } cases[] = {
       {"register", kWorks, kWorks,
        "M RegisterServiceCtrlHandlerEx\n"
-       "M RegisterServiceCtrlHandlerExW(), RegisterServiceCtrlHandlerExW() failed.\n(13)\n"},
+       "M RegisterServiceCtrlHandlerExW(), RegisterServiceCtrlHandlerExW() failed.\n(13)\nended with 1\n"},
       {"", kRefuses, kWorks,
        kStarting + "M initialize() failure: 5, " + systemErrorPhrase(5) + "\nM Finished initialize()\n" +
-           kGaveUp},
-      {"", kThrows, kWorks, kStarting + caught + kGaveUp},
+           kGaveUp + "ended with 5\n"},
+      {"", kThrows, kWorks, kStarting + caught + kGaveUp + "ended with 1\n"},
+      {"report 2", kWorks, kWorks,
+       kPending + "S StartPending() - SetServiceStatus() failed\n(13)\nended with 1\n"},
       {"report 4", kWorks, kWorks,
-       kRunning +
-           "S Running() - SetServiceStatus() failed\n(13)\nM Failed entering Running state, aborting\n"},
+       kRunning + "S Running() - SetServiceStatus() failed\n(13)\n"
+                  "M Failed entering Running state, aborting\nended with 1\n"},
+      {"report 1", kWorks, kWorks,
+       kRunning + "M Call run()\nM Finished run()\n" + stopped +
+           "S Stopped() - SetServiceStatus() failed\n(13)\nM Service stopped with exitcode 0\nended with "
+           "1\n"},
       {"", kWorks, kThrows,
-       kRunning + "M Call run()\n" + caught +
-           "S Stopped - SERVICE_STOPPED\nreport 1 controls 0 exit 0 point 0 hint 0\n"
-           "M Service stopped with exitcode 0\n"},
+       kRunning + "M Call run()\n" + caught + stopped + "M Service stopped with exitcode 0\n"},
   };
   for (const auto& [failingCall, initialize, run, expected] : cases) {
     ScriptedService service;
     service.onInitialize = initialize;
     service.onRun = run;
-    control_.failing = failingCall;
+    service.setUnfinishedRoutine(logEnd);
     log_.clear();
-    service.serviceMain();
+    {
+      RecordingServiceControl control;
+      control.failing = failingCall;
+      service.runAsService("Test");
+    }
     EXPECT_EQ(transcript(log_), expected) << failingCall;
   }
 }
@@ -192,37 +207,6 @@ TEST_F(Win32ServiceTest, LetsNoExceptionOutOfAControl) {
     };
     EXPECT_EQ(service_.runAsService("Test"), 0U);
     EXPECT_TRUE(log_.contains("Win32Service::serviceCtrlHandler: " + line)) << line;
-  }
-}
-
-TEST_F(Win32ServiceTest, EndsWhatTheControlManagerWasNotToldTheEndOf) {
-  const struct {
-    const char* failingCall;
-    Step initialize, run;
-    std::string end;
-  } cases[] = {
-      {"", kWorks, kWorks, ""},
-      {"", kWorks, kThrows, ""},
-      {"", kRefuses, kWorks, "ended with 5"},
-      {"", kThrows, kWorks, "ended with 1"},
-      {"register", kWorks, kWorks, "ended with 1"},
-      {"report 2", kWorks, kWorks, "ended with 1"},
-      {"report 4", kWorks, kWorks, "ended with 1"},
-      {"report 1", kWorks, kWorks, "ended with 1"},
-  };
-  for (const auto& [failingCall, initialize, run, end] : cases) {
-    ScriptedService service;
-    service.onInitialize = initialize;
-    service.onRun = run;
-    service.setUnfinishedRoutine([](std::uint32_t code) { logLine(LogLevel::Debug, "ended with %d", code); });
-    log_.clear();
-    {
-      RecordingServiceControl control;
-      control.failing = failingCall;
-      service.runAsService("Test");
-    }
-    const std::string last = log_.texts().back();
-    EXPECT_EQ(last.starts_with("ended with") ? last : "", end) << failingCall;
   }
 }
 
