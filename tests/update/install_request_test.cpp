@@ -19,10 +19,13 @@ using Lines = std::vector<std::string>;
 
 constexpr std::int32_t kUnset = -77;
 
+FileHandle openForWriting(const std::string& path) {
+  constexpr DWORD shared = FILE_SHARE_READ | FILE_SHARE_WRITE;
+  return FileHandle(
+      CreateFileW(wide(path).c_str(), GENERIC_WRITE, shared, nullptr, OPEN_EXISTING, 0, nullptr));
+}
 bool canBeChanged(const std::string& path) {
-  const FileHandle file(CreateFileW(wide(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                    nullptr, OPEN_EXISTING, 0, nullptr));
-  return file.isValid() || MoveFileW(wide(path).c_str(), wide(path + ".moved").c_str()) != 0 ||
+  return openForWriting(path) || MoveFileW(wide(path).c_str(), wide(path + ".moved").c_str()) != 0 ||
          DeleteFileW(wide(path).c_str()) != 0;
 }
 
@@ -30,12 +33,10 @@ class InstallRequestTest : public ::testing::Test {
  protected:
   InstallRequestTest() {
     FileUtils::copyFile(ZARN_TEST_HELPER, bundle_);
-    collaborators_.checkIntegrity = [](const std::wstring&, const std::wstring&) {
-      return TrustResult::verified();
-    };
-    collaborators_.checkIdentity = [](const std::wstring&, auto&) { return TrustResult::verified(); };
+    collaborators_.checkIntegrity = [](auto&, auto&) { return TrustResult::verified(); };
+    collaborators_.checkIdentity = [](auto&, auto&) { return TrustResult::verified(); };
     collaborators_.checkPolicy = [](const std::string&) { return PolicyResult::allowed(); };
-    collaborators_.installed = [this](const ProductVersion&) { ++installed_; };
+    collaborators_.installed = [](const ProductVersion&) {};
     collaborators_.record = [this](const InstallRecord& record) { record_ = record; };
   }
 
@@ -48,14 +49,13 @@ class InstallRequestTest : public ::testing::Test {
   InstallCollaborators collaborators_;
   std::int32_t exitCode_ = kUnset;
   InstallRecord record_;
-  int installed_ = 0;
 };
 
 TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
   const testing::HelperOrder order(1);
   testing::writeFile(folder_.temp / "dd_vcredist.log", "kept");
   const auto check = [this](const char* name) {
-    return [this, name](const std::wstring& path) {
+    return [this, name](const std::wstring& path, auto&) {
       EXPECT_EQ(path, wide(staged_));
       EXPECT_EQ(logTagPrefix(), "[UpdateService/Install] ");
       EXPECT_FALSE(canBeChanged(staged_));
@@ -64,8 +64,8 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
       return TrustResult::verified();
     };
   };
-  collaborators_.checkIntegrity = [&](const std::wstring& path, auto&) { return check("integrity")(path); };
-  collaborators_.checkIdentity = [&](const std::wstring& path, auto&) { return check("identity")(path); };
+  collaborators_.checkIntegrity = check("integrity");
+  collaborators_.checkIdentity = check("identity");
   collaborators_.runOptions.readExitCode = [](void* process, std::uint32_t& code) {
     // The installer has ended; until now its file could not be changed either.
     EXPECT_FALSE(canBeChanged(StringUtils::utf16to8(stagedInstallerPath())));
@@ -83,6 +83,9 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
 }
 
 TEST_F(InstallRequestTest, RunsNothingThatACheckRefuses) {
+  collaborators_.checkPolicy = [](const std::string&) { return PolicyResult::refused("it is older"); };
+  EXPECT_EQ(install(), Status::SignerRefused);
+  EXPECT_EQ(record_.checks.at(static_cast<std::size_t>(Check::Policy)).detail, "it is older");
   int identityChecks = 0;
   collaborators_.checkIdentity = [&](const std::wstring&, IdentityFacts& facts) {
     facts = {ObservedSigner{"5e1f", "CN=Somebody"}, true};
@@ -91,16 +94,9 @@ TEST_F(InstallRequestTest, RunsNothingThatACheckRefuses) {
   };
   EXPECT_EQ(install(), Status::SignerRefused);
   EXPECT_EQ(record_.signerSubject, "CN=Somebody");
-  collaborators_.checkIntegrity = [](const std::wstring&, const std::wstring&) {
-    return TrustResult::refused(0);
-  };
+  collaborators_.checkIntegrity = [](auto&, auto&) { return TrustResult::refused(0); };
   EXPECT_EQ(install(), Status::SignatureRefused);
   EXPECT_EQ(identityChecks, 1);
-  collaborators_.checkIntegrity = [](const auto&, const auto&) { return TrustResult::verified(); };
-  collaborators_.checkIdentity = [](const auto&, auto&) { return TrustResult::verified(); };
-  collaborators_.checkPolicy = [](const std::string&) { return PolicyResult::refused("it is older"); };
-  EXPECT_EQ(install(), Status::SignerRefused);
-  EXPECT_EQ(record_.checks.at(static_cast<std::size_t>(Check::Policy)).detail, "it is older");
   EXPECT_EQ(exitCode_, kUnset);
   EXPECT_FALSE(log_.contains("Create Process Success! Waiting for process to complete."));
 }
@@ -124,6 +120,23 @@ TEST_F(InstallRequestTest, ChecksACallersFileByTheNameThatItsHandleHas) {
   EXPECT_EQ(checked, (std::vector<std::wstring>{finalPath(file.get()), wide(bundle_)}));
 }
 
+TEST_F(InstallRequestTest, ExitCodesBecomeStatusesAndTwoRestartTheService) {
+  for (const auto& [code, status, restarts] : {std::tuple{0U, 0, true},
+                                               {3010U, 30000, true},
+                                               {1641U, 30001, false},
+                                               {30003U, 30003, false},
+                                               {259U, 30002, false},
+                                               {42U, 30002, false},
+                                               {0xC0000005U, 30002, false}}) {
+    const testing::HelperOrder order(code);
+    bool restarted = false;
+    collaborators_.restart = [&] { restarted = true; };
+    EXPECT_EQ(static_cast<int>(install()), status) << code;
+    EXPECT_EQ(static_cast<std::uint32_t>(exitCode_), code);
+    EXPECT_EQ(restarted, restarts) << code;
+  }
+}
+
 TEST_F(InstallRequestTest, NothingThatFailsAfterTheInstallerChangesTheAnswer) {
   const testing::HelperOrder order(3010);
   bool restarted = false;
@@ -138,14 +151,28 @@ TEST_F(InstallRequestTest, NothingThatFailsAfterTheInstallerChangesTheAnswer) {
 }
 
 TEST_F(InstallRequestTest, RecordsWhoAskedAndWhatWasNotEvenBegun) {
-  const Requester requester{.caller = {.sid = "S-1-5-7", .processId = 7, .image = "C:\\caller.exe"},
-                            .isGone = {}};
+  const Requester requester{.caller = {.sid = "S-1-5-7", .processId = {}, .image = {}}, .isGone = {}};
   InstallRequest(collaborators_).refuse(requester, wide(bundle_), "too many requests wait");
   EXPECT_EQ(record_.caller.sid, "S-1-5-7");
   EXPECT_EQ(record_.path, bundle_);
   EXPECT_EQ(record_.status, Status::Failed);
   EXPECT_EQ(record_.reason, "The request was refused: too many requests wait.");
   EXPECT_FALSE(record_.exitCode);
+}
+
+TEST(RunInstaller, LeavesAnInstallerThatOutlastsTheWait) {
+  static_assert(kInstallerWaitMilliseconds == 600'000);
+  const testing::RecordingLog log;
+  const testing::TempDirectory folder;
+  const std::string installer = folder / "an installer.exe";
+  FileUtils::copyFile(ZARN_TEST_HELPER, installer);
+  const testing::HelperOrder order(0, 1'000);
+  EXPECT_EQ(RunInstaller(wide(installer), {.waitMilliseconds = 100}), 259U);
+  EXPECT_EQ(log.lines()[1], (testing::LoggedLine{LogLevel::Error, "Wait for installer timed out."}));
+  // It was not ended: its record comes when it has slept.
+  for (int tries = 0; tries < 500 && order.commandLine().empty(); ++tries) Sleep(20);
+  EXPECT_EQ(order.commandLine(), installer + " /quiet /norestart");
+  while (DeleteFileW(wide(installer).c_str()) == 0 && GetLastError() == ERROR_ACCESS_DENIED) Sleep(20);
 }
 
 }  // namespace

@@ -5,12 +5,11 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <aclapi.h>
 #include <sddl.h>
 
 #include <algorithm>
 #include <functional>
-#include <vector>
+#include <memory>
 
 #include "support/recording_log.h"
 #include "support/temp_directory.h"
@@ -24,26 +23,24 @@ using ::testing::Contains;
 using ::testing::HasSubstr;
 using testing::wide;
 
-struct Descriptor {
-  explicit Descriptor(const std::string& text) {
-    ConvertStringSecurityDescriptorToSecurityDescriptorW(wide(text).c_str(), SDDL_REVISION_1, &value,
-                                                         nullptr);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() { LocalFree(value); }
-  PSECURITY_DESCRIPTOR value = nullptr;
-};
+using Descriptor = std::unique_ptr<void, decltype(&LocalFree)>;
+Descriptor descriptor(const std::string& text) {
+  void* value = nullptr;
+  ConvertStringSecurityDescriptorToSecurityDescriptorW(wide(text).c_str(), SDDL_REVISION_1, &value, nullptr);
+  return {value, &LocalFree};
+}
 
 class RecordFolderTest : public ::testing::Test {
  protected:
-  std::vector<std::string> asides() const {
-    std::vector<std::string> names;
-    for (const auto& entry : boost::filesystem::directory_iterator(FileUtils::toPath(parent_.path()))) {
-      const std::string name = FileUtils::toUtf8(entry.path().filename());
-      if (name.starts_with("Record untrusted ")) names.push_back(name);
-    }
-    return names;
+  std::ptrdiff_t asides() const {
+    using Entries = boost::filesystem::directory_iterator;
+    return std::count_if(Entries(FileUtils::toPath(parent_.path())), Entries(), [](const auto& entry) {
+      return FileUtils::toUtf8(entry.path().filename()).starts_with("Record untrusted ");
+    });
+  }
+  static FileHandle open(const std::string& path, DWORD share) {
+    return FileHandle(
+        CreateFileW(wide(path).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0, nullptr));
   }
   std::string file(const char* name) const { return FileUtils::join(path_, name); }
 
@@ -58,13 +55,13 @@ TEST_F(RecordFolderTest, TrustsWhatOnlyTheSystemAndAdministratorsMayWrite) {
   for (const std::string& good :
        {"O:SY" + rights, "O:BA" + rights, installer + rights,
         "O:SY" + rights + "(D;;FA;;;WD)(A;OICIIO;FA;;;CO)", std::string("O:SYD:")}) {
-    EXPECT_TRUE(isTrustedDescriptor(Descriptor(good).value)) << good;
+    EXPECT_TRUE(isTrustedDescriptor(descriptor(good).get())) << good;
   }
   for (const std::string& bad :
        {"O:WD" + rights, "O:S-1-5-21-1-2-3-1001" + rights, "O:BU" + rights, rights,
         "O:SY" + rights + "(A;;0x2;;;BU)", "O:SY" + rights + "(A;;GW;;;AU)", "O:SY" + rights + "(A;;WD;;;BU)",
         "O:SY" + rights + "(A;OICIIO;FA;;;S-1-5-21-1-2-3-1001)", std::string("O:SY")}) {
-    EXPECT_FALSE(isTrustedDescriptor(Descriptor(bad).value)) << bad;
+    EXPECT_FALSE(isTrustedDescriptor(descriptor(bad).get())) << bad;
   }
 }
 
@@ -84,7 +81,7 @@ TEST_F(RecordFolderTest, IsMadeAndHeldAndKeepsRefusalsApart) {
   EXPECT_THAT(testing::readFile(file("Refused Requests.jsonl")), HasSubstr("refused.exe"));
   EXPECT_THAT(testing::readFile(file("Update History.jsonl")), HasSubstr("ran.exe"));
   EXPECT_TRUE(RecordFolder(path_).append(record)) << "what is there already is taken up again";
-  EXPECT_TRUE(asides().empty());
+  EXPECT_EQ(asides(), 0);
 }
 
 TEST_F(RecordFolderTest, AReaderWhoLocksTheFileHidesNoInstallation) {
@@ -93,8 +90,7 @@ TEST_F(RecordFolderTest, AReaderWhoLocksTheFileHidesNoInstallation) {
   record.exitCode = 0;
   record.began = std::chrono::system_clock::time_point(std::chrono::milliseconds(1'795'256'100'007));
   ASSERT_TRUE(folder.append(record));
-  const FileHandle reader(CreateFileW(wide(file("Update History.jsonl")).c_str(), GENERIC_READ, 0, nullptr,
-                                      OPEN_EXISTING, 0, nullptr));
+  const FileHandle reader = open(file("Update History.jsonl"), 0);
   ASSERT_TRUE(reader);
   EXPECT_TRUE(folder.append(record));
   EXPECT_EQ(testing::readFile(file("Update History.2026-11-21T10.15.00.007Z.jsonl")), historyLine(record));
@@ -104,22 +100,17 @@ TEST_F(RecordFolderTest, WhatOthersMayHavePutThereIsMovedAsideAndKept) {
   const auto plantFolder = [this] {
     CreateDirectoryW(wide(path_).c_str(), nullptr);
     testing::writeFile(file("Update History.jsonl"), "forged\n");
-    Descriptor everybody("D:(A;OICI;FA;;;WD)");
-    PACL entries = nullptr;
-    BOOL ignored = FALSE;
-    GetSecurityDescriptorDacl(everybody.value, &ignored, &entries, &ignored);
-    SetNamedSecurityInfoW(wide(path_).data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                          entries, nullptr);
+    SetFileSecurityW(wide(path_).c_str(), DACL_SECURITY_INFORMATION, descriptor("D:(A;OICI;FA;;;WD)").get());
   };
-  const auto plantFile = [this] { testing::writeFile(path_, "forged\n"); };
-  std::size_t moved = 0;
-  for (const auto& plant : {std::function<void()>(plantFolder), std::function<void()>(plantFile)}) {
+  std::ptrdiff_t moved = 0;
+  for (const auto& plant :
+       {std::function<void()>(plantFolder), {[this] { testing::writeFile(path_, "forged\n"); }}}) {
     plant();
     EXPECT_EQ(recordFolderProblem(path_), kFolderNotTrusted);
     EXPECT_TRUE(RecordFolder(path_).append({}));
     EXPECT_EQ(recordFolderProblem(path_), 0U);
     EXPECT_FALSE(FileUtils::exists(file("Update History.jsonl")));
-    EXPECT_EQ(asides().size(), ++moved);
+    EXPECT_EQ(asides(), ++moved);
     boost::filesystem::remove_all(FileUtils::toPath(path_));
   }
   EXPECT_THAT(log_.texts(), Contains(HasSubstr("was not the service's own and is now")));
@@ -131,14 +122,12 @@ TEST_F(RecordFolderTest, SaysOnceThatThereIsNoFolderAndTriesAgain) {
   InstallRecord record;
   record.began = std::chrono::system_clock::now();
   {
-    const FileHandle holder(
-        CreateFileW(wide(path_).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    const FileHandle holder = open(path_, FILE_SHARE_READ);
     EXPECT_FALSE(folder.prepare());
     EXPECT_FALSE(folder.append(record));
   }
-  const auto lines = log_.lines();
-  EXPECT_EQ(std::ranges::count(lines, LogLevel::Error, &testing::LoggedLine::level), 1);
-  EXPECT_EQ(std::ranges::count(lines, LogLevel::Warn, &testing::LoggedLine::level), 1);
+  for (const auto level : {LogLevel::Error, LogLevel::Warn})
+    EXPECT_EQ(std::ranges::count(log_.lines(), level, &testing::LoggedLine::level), 1);
   EXPECT_TRUE(folder.append(record));
 }
 

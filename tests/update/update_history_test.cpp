@@ -4,6 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
+#ifndef _WIN32
+#include "support/file_size_limit.h"
+#endif
 #include "support/recording_log.h"
 #include "support/temp_directory.h"
 #include "util/file_utils.h"
@@ -89,6 +92,18 @@ TEST_F(UpdateHistory, WritesThroughNoLinkAndNotWithoutItsFolder) {
   EXPECT_FALSE(appendToHistory(folder_ / "missing", "line\n"));
   EXPECT_TRUE(log_.contains("The update history could not be written."));
 }
+
+#ifndef _WIN32
+TEST_F(UpdateHistory, TakesAWholeLineOrNoneOnAFullDisk) {
+  EXPECT_TRUE(appendToHistory(folder_.path(), "first\n"));
+  {
+    const testing::FileSizeLimit limit(15);
+    EXPECT_FALSE(appendToHistory(folder_.path(), "the second line\n"));
+  }
+  EXPECT_TRUE(appendToHistory(folder_.path(), "third\n"));
+  EXPECT_EQ(testing::readFile(file_), "first\nthird\n");
+}
+#endif
 
 }  // namespace
 }  // namespace zarn
