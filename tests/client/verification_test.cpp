@@ -12,15 +12,13 @@ namespace {
 using ::testing::Contains;
 using ::testing::HasSubstr;
 
-enum class Where : std::uint8_t { TrustProvider, SignatureQuery };
-
 /// A system whose libraries fault on what the file holds.
 struct FaultingApi final : TrustApi {
   struct File final : SignedFile {
     std::optional<std::uint32_t> certificateLength() override { return 8; }
     bool readCertificate(std::uint32_t /*length*/) override { return true; }
   };
-  explicit FaultingApi(Where place) : where(place) {}
+  explicit FaultingApi(bool providerFaults) : trustProviderFaults(providerFaults) {}
   static void writeNull() {
     static int* volatile nowhere = nullptr;
     *nowhere = 1;
@@ -29,31 +27,26 @@ struct FaultingApi final : TrustApi {
     return std::make_unique<File>();
   }
   std::int32_t verifyTrust(const std::wstring& /*path*/) override {
-    if (where == Where::TrustProvider) writeNull();
+    if (trustProviderFaults) writeNull();
     return 0;
   }
   std::unique_ptr<EmbeddedSignature> querySignature(const std::wstring& /*path*/) override {
     writeNull();
     return nullptr;
   }
-  Where where;
+  bool trustProviderFaults;  // else the query of the signature does
 };
 
 TEST(Verification, AFaultInsideTheSystemIsAFailureOfItsCheck) {
   static const CapturedLog log;  // stays the process's log
   const testing::TempDirectory directory;
   testing::writeFile(directory / "a.exe", "x");
-  const struct {
-    Where where;
-    std::size_t step;
-    std::int32_t status;
-  } cases[] = {{Where::TrustProvider, 3, client::kSignatureRefused},
-               {Where::SignatureQuery, 4, client::kSignerRefused}};
-  for (const auto& one : cases) {
-    FaultingApi api(one.where);
+  for (const auto& [trustProviderFaults, stepNumber, status] :
+       {std::tuple{true, 3U, client::kSignatureRefused}, {false, 4U, client::kSignerRefused}}) {
+    FaultingApi api(trustProviderFaults);
     Verification verification(FileUtils::toPath(directory / "a.exe").native(), log, api);
-    EXPECT_EQ(verification.run(), one.status);
-    const Step& step = verification.steps().at(one.step);
+    EXPECT_EQ(verification.run(), status);
+    const Step& step = verification.steps().at(stepNumber);
     EXPECT_STREQ(step.verdict, "failed");
     EXPECT_EQ(step.detail, "the check failed inside the system: 0xc0000005");
     EXPECT_FALSE(verification.signer());

@@ -38,16 +38,13 @@ TEST(QueryString, DecodesKeysAndValues) {
 TEST(ValueText, Numbers) {
   EXPECT_EQ(parseInt("-2147483648"), std::numeric_limits<std::int32_t>::min());
   EXPECT_EQ(parseInt("+7"), 7);
-  for (const char* const text : {"", "+", "+-1", "2147483648", "12abc", " 1", "1 ", "0x10", "1.0"}) {
+  for (const char* text : {"", "+", "+-1", "2147483648", "12abc", " 1", "1 ", "0x10", "1.0"})
     EXPECT_FALSE(parseInt(text)) << text;
-  }
-  for (const char* const text : {"nan", "-nan", "INFINITY", "-inf", "1e3", "-.5", "2."}) {
+  for (const char* text : {"nan", "-nan", "INFINITY", "-inf", "1e3", "-.5", "2."})
     EXPECT_TRUE(parseDouble(text)) << text;
-  }
-  for (const char* const text :
-       {"", "Nan", "INF", "nan(1)", "infinit", "1e", "e", "1e+", "+-1", " 1", "1 ", "0x1", "1e999", "1,5"}) {
+  for (const char* text :
+       {"", "Nan", "INF", "nan(1)", "infinit", "1e", "e", "1e+", "+-1", " 1", "1 ", "0x1", "1e999", "1,5"})
     EXPECT_FALSE(parseDouble(text)) << text;
-  }
   EXPECT_EQ(doubleText(0.1), "0.10000000000000001");
   EXPECT_EQ(doubleText(16.0), "16");
 }
@@ -114,9 +111,8 @@ TEST_F(PreferencesTest, AnElementTellsAllOfAPreference) {
 
 TEST_F(PreferencesTest, ReadsFallBackSilently) {
   for (const char* const text : {"", "yes", "7 ", "1e"}) {
-    for (const char* const id : {"logDebug", "LogNumFiles", "TranscoderH264MinimumCRF"}) {
+    for (const char* id : {"logDebug", "LogNumFiles", "TranscoderH264MinimumCRF"})
       store.setStringValue(id, text);
-    }
     EXPECT_TRUE(store.getBool("logDebug"));
     EXPECT_EQ(store.getInt("LogNumFiles"), 5);
     EXPECT_EQ(store.getDouble("TranscoderH264MinimumCRF"), 16.0);
@@ -127,19 +123,14 @@ TEST_F(PreferencesTest, ReadsFallBackSilently) {
 }
 
 TEST_F(PreferencesTest, SetValueConvertsToTheType) {
-  const std::tuple<const char*, const char*, const char*> stored[] = {
-      {"LogVerbose", "TRUE", "1"},
-      {"LogVerbose", "yes", "0"},
-      {"LogVerbose", "1", "1"},
-      {"LogVerbose", "", "removed"},
-      {"TranscoderH264MinimumCRF", "0.1", "0.10000000000000001"},
-      {"LocalAppDataPath", "D:\\", "D:\\"},
-      {"LogNumFiles", "-3", "-3"},
-  };
-  for (const auto& [id, text, expected] : stored) {
+  const auto stored = [&](const char* id, const char* text) {
     EXPECT_TRUE(store.setValue(id, text));
-    EXPECT_EQ(store.getStringValueWithDefault(id, "removed"), expected) << id;
-  }
+    return store.getStringValueWithDefault(id, "removed");
+  };
+  EXPECT_EQ(stored("LogVerbose", "TRUE") + stored("LogVerbose", "yes") + stored("LogVerbose", "1"), "101");
+  EXPECT_EQ(stored("LogVerbose", ""), "removed");
+  EXPECT_EQ(stored("TranscoderH264MinimumCRF", "0.1"), "0.10000000000000001");
+  EXPECT_EQ(stored("LocalAppDataPath", "D:\\") + stored("LogNumFiles", "-3"), "D:\\-3");
   EXPECT_THROW(store.setValue("LogNumFiles", "12abc"), ConversionError);
   EXPECT_THROW(store.setValue("TranscoderH264MinimumCRF", "wide"), ConversionError);
   EXPECT_FALSE(store.setValue("NoSuchPref", "1"));
@@ -171,6 +162,25 @@ TEST_F(PreferencesTest, ListingsDependOnSignInAndOnTheRequestsToken) {
   EXPECT_EQ(count({{}, {}, &check}), signedOut + 1) << "the check is for requests that carry a token";
   EXPECT_EQ(count({{{"x-zarn-token", "t"}}, {}, &check}), 1U);
   EXPECT_EQ(count({{}, {{"X-Zarn-Token", ""}}, &check}), 1U);
+}
+
+TEST(ServerEventManager, CallsSinksInTheOrderOfTheirAddressesAndMayBeUsedByThem) {
+  ServerEventManager events;
+  std::vector<std::string> calls;
+  RecordingSink sinks[3];
+  for (std::size_t i = 0; i < 3; ++i) {
+    sinks[i].onModified = [&, i](const std::string& id) { calls.push_back(id + std::to_string(i)); };
+  }
+  sinks[0].onModified = [&, record = sinks[0].onModified](const std::string& id) {
+    record(id);
+    events.subscribe(kPreferencesModifiedEvent, sinks[1]);  // takes part from the next event on
+    if (id != "outer") return;
+    // From another thread: the lock is not held during delivery.
+    std::thread([&] { events.notifyPreferencesModified("inner"); }).join();
+  };
+  for (const std::size_t i : {2U, 0U, 2U}) events.subscribe(kPreferencesModifiedEvent, sinks[i]);
+  events.notifyPreferencesModified("outer");
+  EXPECT_EQ(calls, (std::vector<std::string>{"outer0", "inner0", "inner1", "inner2", "outer2"}));
 }
 
 TEST(Preferences, TheInstanceIsMadeOnceAndServesAllThreads) {

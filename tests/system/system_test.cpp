@@ -13,16 +13,14 @@ namespace {
 using ::testing::ElementsAre;
 
 TEST(SystemInfo, TheEnvironmentReplacesThePlatformInfo) {
-  const auto expectInfo = [](const char* vendor, const char* device, const char* model) {
-    std::string texts[3] = {"stale", "stale", "stale"};
-    getPlatformInfo(texts[0], texts[1], texts[2]);
-    EXPECT_THAT(texts, ElementsAre(vendor, device, model));
-  };
-  expectInfo("Microsoft", "PC", "x64-x64");
+  std::string texts[3] = {"stale", "stale", "stale"};
+  getPlatformInfo(texts[0], texts[1], texts[2]);
+  EXPECT_THAT(texts, ElementsAre("Microsoft", "PC", "x64-x64"));
   setEnvironment("ZARN_MEDIA_SERVER_INFO_VENDOR", "Vendor");
   setEnvironment("ZARN_MEDIA_SERVER_INFO_DEVICE", "Box");
   SetEnvironmentVariableW(L"ZARN_MEDIA_SERVER_INFO_MODEL", L"");
-  expectInfo("Vendor", "Box", "");
+  getPlatformInfo(texts[0], texts[1], texts[2]);
+  EXPECT_THAT(texts, ElementsAre("Vendor", "Box", ""));
 }
 
 TEST(SystemInfo, OSVersionAndLocaleNames) {
@@ -57,14 +55,11 @@ TEST(PowerManager, FollowsTheStateAndThePreference) {
     statesSet.push_back(flags);
     return EXECUTION_STATE{ES_CONTINUOUS};
   };
-  const auto round = [&](bool idle) { runPowerManagerRound({.idle = idle}, calls); };
-  Preferences::instance().removeValue("AwayModeSupported");
-  round(false);  // the catalogue's default
-  round(true);
+  Preferences::instance().removeValue("AwayModeSupported");  // the catalogue's default
+  for (const bool idle : {false, true}) runPowerManagerRound({.idle = idle}, calls);
   Preferences::instance().setBoolValue("AwayModeSupported", false);
   EXPECT_EQ(statesSet.size(), 2U);  // not before the next signal
-  round(false);
-  round(true);
+  for (const bool idle : {false, true}) runPowerManagerRound({.idle = idle}, calls);
   EXPECT_THAT(statesSet, ElementsAre(0x80000041U, 0x80000000U, 0x80000001U, 0x80000000U));
 }
 
