@@ -75,9 +75,11 @@ struct BaseLog::State {
     if (!current || fileBytes.load(std::memory_order_relaxed) < kMaximumLogFileBytes) return;
     if (platform::emptyFile(*current)) fileBytes.store(0, std::memory_order_relaxed);
   }
+  /// Closing may take as long as its disk likes, so that it happens outside the lock.
   void closeFile() ZARN_EXCLUDES(fileMutex) {
+    std::shared_ptr<std::FILE> closing;
     const MutexLock lock(fileMutex);
-    file.reset();
+    closing.swap(file);
   }
 };
 
@@ -316,10 +318,7 @@ void BaseLog::rotateAndReopen() {
         FileUtils::HeldFolder::hold(state.folderPath, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Refuse);
     if (!folder) return state.boundFile();
   }
-  {
-    const MutexLock lock(state.fileMutex);
-    state.file.reset();
-  }
+  state.closeFile();
   FileUtils::ScopedFile file = LogFiles::begin(folder, state.name(), rotatedFileCount());
   if (!file) return;
   state.folderPath = folder.path();

@@ -42,7 +42,7 @@ RecordFolder& recordFolder() {
 
 /// The record that counts, and its copy where callers look for logs.
 void keep(const InstallRecord& record) {
-  recordFolder().append(record);
+  quietly([&record] { recordFolder().append(record); });
   if (!record.reason.empty()) return;  // not even begun, and perhaps one of many
   appendToHistory(FileUtils::logDirectory(), historyLine(record));
 }
