@@ -59,3 +59,11 @@ function(zarn_library name)
   add_library(${name} STATIC ${files})
   target_link_libraries(${name} PUBLIC zarn_flags ${arg_LINK})
 endfunction()
+
+# zarn_small(NAME): a library whose work is calls to the system, where the program's
+# size counts and nothing is gained by speed.
+function(zarn_small name)
+  if(WIN32)
+    target_compile_options(${name} PRIVATE -Os)
+  endif()
+endfunction()
