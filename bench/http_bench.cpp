@@ -12,6 +12,7 @@
 #include "http/curl_exception.h"
 #include "http/http_client.h"
 #include "measure.h"
+#include "os/system_error.h"
 
 namespace zarn::bench {
 namespace {

@@ -5,9 +5,10 @@
 #include <utility>
 
 #include "client/guarded_call.h"
+#include "os/handles.h"
+#include "os/system_error.h"
 #include "update/interface/update_interface.h"
 #include "update/status.h"
-#include "util/scoped_handle.h"
 
 namespace zarn::client {
 namespace {

@@ -40,6 +40,7 @@ function(zarn_header_library name header)
   add_library(zarn_${name} INTERFACE)
   target_include_directories(zarn_${name} SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/headers/${name})
 endfunction()
+zarn_header_library(expected tl/expected.hpp)
 zarn_header_library(json nlohmann/json.hpp)
 zarn_header_library(cli CLI/CLI.hpp)
 

@@ -16,10 +16,10 @@
 
 #include "client/update_client.h"
 #include "measure.h"
+#include "os/handles.h"
+#include "os/handles_win.h"
 #include "prefs/win_preferences.h"
-#include "util/scoped_handle.h"
 #include "util/string_utils.h"
-#include "util/windows_handles.h"
 
 namespace zarn::bench {
 namespace {

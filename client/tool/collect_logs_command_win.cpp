@@ -14,12 +14,12 @@
 #include "client/tool/service_call_win.h"
 #include "client/tool/service_setup_win.h"
 #include "client/tool/text.h"
+#include "os/error_text.h"
 #include "util/held_folder.h"
 #include "util/log_names.h"
 #include "util/printable.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"
-#include "util/system_error.h"
 
 namespace zarn::tool {
 namespace {
@@ -38,46 +38,46 @@ struct Collected {
 
 /// The folders, held while they are read: any user may choose where the logs lie.
 struct LogFolders {
-  FileUtils::HeldFolder own;
-  FileUtils::HeldFolder installers;
-  FileUtils::HeldFolder record;
+  Result<FileUtils::HeldFolder> own;
+  Result<FileUtils::HeldFolder> installers;
+  Result<FileUtils::HeldFolder> record;
 };
 
 /// The record folder of this machine, or of logs that were collected before.
-FileUtils::HeldFolder holdRecord(const std::string& given) {
+Result<FileUtils::HeldFolder> holdRecord(const std::string& given) {
   const RecordSource source = recordSource(given);
   // The Logs folder itself is no place apart.
-  if (source.folder == given) return FileUtils::HeldFolder(ERROR_FILE_NOT_FOUND);
-  if (source.error != 0) return FileUtils::HeldFolder(source.error);
+  if (source.folder == given) return zarn::failure(ERROR_FILE_NOT_FOUND);
+  if (source.error != 0) return zarn::failure(source.error);
   return FileUtils::HeldFolder::hold(source.folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
 }
 
 LogFolders holdFolders(const std::string& folder, const std::string& given) {
   using namespace FileUtils;
-  LogFolders result{HeldFolder::hold(folder, Links::Follow, OwnPlaces::Allow), HeldFolder(),
-                    holdRecord(given)};
-  if (result.own) result.installers = result.own.folder(names::kInstallerLogs.narrow);
-  return result;
+  auto own = HeldFolder::hold(folder, Links::Follow, OwnPlaces::Allow);
+  auto installers = own ? own->folder(names::kInstallerLogs.narrow)
+                        : Result<HeldFolder>(zarn::failure(ERROR_FILE_NOT_FOUND));
+  return {std::move(own), std::move(installers), holdRecord(given)};
 }
 
 /// Files of a folder beside the Logs folder; none of one that is not held.
-void addSources(std::vector<Source>& sources, const FileUtils::HeldFolder& folder, const char* name,
+void addSources(std::vector<Source>& sources, const Result<FileUtils::HeldFolder>& folder, const char* name,
                 bool (*isWanted)(std::string_view)) {
   if (!folder) return;
-  for (const std::string& file : filesIn(folder).names) {
-    if (isWanted(file)) sources.push_back({&folder, file, std::string(name) + "/" + file});
+  for (const std::string& file : filesIn(*folder).names) {
+    if (isWanted(file)) sources.push_back({&*folder, file, std::string(name) + "/" + file});
   }
 }
 
 /// What there is to collect. `error` of the Logs folder itself.
 std::vector<Source> sourcesIn(const LogFolders& folders, std::uint32_t& error) {
   std::vector<Source> sources;
-  error = folders.own.error();
+  error = folders.own ? 0 : folders.own.error().code();
   if (!folders.own) return sources;
-  const FolderFiles own = filesIn(folders.own);
+  const FolderFiles own = filesIn(*folders.own);
   error = own.error;
   for (const std::string& name : own.names) {
-    if (isServiceLogName<char>(name)) sources.push_back({&folders.own, name, name});
+    if (isServiceLogName<char>(name)) sources.push_back({&*folders.own, name, name});
   }
   addSources(sources, folders.installers, names::kInstallerLogs.narrow, isInstallerLogName<char>);
   addSources(sources, folders.record, names::kCollectedRecord.narrow, isRecordFile);
@@ -86,19 +86,19 @@ std::vector<Source> sourcesIn(const LogFolders& folders, std::uint32_t& error) {
 
 Collected fill(Archive& archive, const LogFolders& folders, const std::vector<Source>& sources) {
   Collected result;
-  const std::pair<const char*, const FileUtils::HeldFolder*> beside[] = {
+  const std::pair<const char*, const Result<FileUtils::HeldFolder>*> beside[] = {
       {names::kInstallerLogs.narrow, &folders.installers}, {names::kCollectedRecord.narrow, &folders.record}};
   for (const auto& [name, held] : beside) {
     // That there is none is usual.
-    if (held->error() != 0 && !isMissing(held->error()))
-      result.missing.emplace_back(name, problemText(held->error()));
+    if (!*held && !held->error().isNotFound())
+      result.missing.emplace_back(name, problemText(held->error().code()));
   }
   for (const Source& source : sources) {
     // Never through a link: who runs this may read more than who planted one.
     auto file = source.folder->open(source.name, "rb");
     if (!file) {
-      result.missing.emplace_back(source.entryName, systemErrorPhrase(failureCode(lastSystemError())));
-    } else if (archive.addFile(source.entryName, std::move(file))) {
+      result.missing.emplace_back(source.entryName, systemErrorPhrase(file.error()));
+    } else if (archive.addFile(source.entryName, std::move(*file))) {
       result.names.push_back(source.entryName);
     } else {
       result.missing.emplace_back(source.entryName, archive.problem());

@@ -3,8 +3,8 @@
 #include "client/tool/commands.h"
 #include "client/tool/explanations.h"
 #include "client/tool/text.h"
+#include "os/error_text.h"
 #include "util/printable.h"
-#include "util/system_error.h"
 
 namespace zarn::tool {
 namespace {

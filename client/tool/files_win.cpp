@@ -1,11 +1,10 @@
 #include "client/tool/files_win.h"
+#include "os/system_error.h"
 
 #include <windows.h>
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
-
-#include "util/system_error.h"
 
 namespace zarn::tool {
 
@@ -15,14 +14,15 @@ FileEnd readEnd(const std::string& folder, const std::string& name, std::int64_t
   FileEnd result;
   const auto held = HeldFolder::hold(folder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow);
   if (!held) {
-    result.error = held.error();
+    result.error = held.error().code();
     return result;
   }
-  const auto file = held.open(name, "rb");
-  if (!file) {
-    result.error = failureCode(lastSystemError());
+  const auto opened = held->open(name, "rb");
+  if (!opened) {
+    result.error = opened.error().code();
     return result;
   }
+  const auto& file = *opened;
   if (_fseeki64(file.get(), 0, SEEK_END) == 0) {
     const std::int64_t size = _ftelli64(file.get());
     result.cut = size > maximumBytes;
@@ -36,9 +36,10 @@ FileEnd readEnd(const std::string& folder, const std::string& name, std::int64_t
 
 FolderFiles filesIn(const HeldFolder& folder) {
   FolderFiles result;
-  result.error = folder.list([&](const FileUtils::FolderEntry& entry) {
+  const auto listed = folder.list([&](const FileUtils::FolderEntry& entry) {
     if (entry.isFile) result.names.push_back(FileUtils::toUtf8(entry.name));
   });
+  if (!listed) result.error = listed.error().code();
   std::sort(result.names.begin(), result.names.end());
   return result;
 }

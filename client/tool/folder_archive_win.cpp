@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "client/tool/archive.h"
+#include "os/error_text.h"
+#include "os/handles_win.h"
 #include "util/file_utils.h"
-#include "util/system_error.h"
-#include "util/windows_handles.h"
 
 namespace zarn::tool {
 namespace {

@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "client/tool/files_win.h"
+#include "os/error_text.h"
 #include "update/record_folder.h"
 #include "util/file_utils.h"
-#include "util/system_error.h"
 
 namespace zarn::tool {
 namespace {
@@ -68,7 +68,7 @@ StoredHistory readHistory(const RecordSource& source, std::int64_t maximumBytes)
   stored.history = mergeByTime(std::move(ran), std::move(refused));
   const auto folder =
       FileUtils::HeldFolder::hold(source.folder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow);
-  for (const std::string& name : folder ? filesIn(folder).names : std::vector<std::string>()) {
+  for (const std::string& name : folder ? filesIn(*folder).names : std::vector<std::string>()) {
     if (isUsualFile(name) || !isRecordFile(name)) continue;
     History single;
     if (add(stored, single, source.folder, name.c_str(), maximumBytes)) found = true;

@@ -9,9 +9,9 @@
 #include "client/tool/progress_win.h"
 #include "client/tool/service_call_win.h"
 #include "client/tool/text.h"
+#include "os/error_text.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
-#include "util/system_error.h"
 
 namespace zarn::tool {
 namespace {

@@ -1,7 +1,7 @@
 #include "client/tool/registry_win.h"
 
+#include "os/handles_win.h"
 #include "util/string_utils.h"
-#include "util/windows_handles.h"
 
 namespace zarn::tool {
 namespace {

@@ -5,10 +5,10 @@
 #include "client/tool/explanations.h"
 #include "client/tool/service_query_win.h"
 #include "client/tool/text.h"
+#include "os/error_text.h"
 #include "util/file_utils.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
-#include "util/system_error.h"
 
 namespace zarn::tool {
 namespace {

@@ -6,9 +6,9 @@
 #include <cstddef>
 #include <vector>
 
+#include "os/handles_win.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"
-#include "util/windows_handles.h"
 
 namespace zarn::tool {
 namespace {

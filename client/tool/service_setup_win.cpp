@@ -10,12 +10,12 @@
 
 #include "client/tool/registry_win.h"
 #include "client/tool/service_query_win.h"
+#include "os/handles.h"
+#include "os/process.h"
 #include "prefs/query_string.h"
-#include "util/environment.h"
 #include "util/file_utils.h"
 #include "util/path_judge.h"
 #include "util/product_names.h"
-#include "util/scoped_handle.h"
 #include "util/string_utils.h"
 
 namespace zarn::tool {

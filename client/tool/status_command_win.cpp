@@ -9,9 +9,9 @@
 #include "client/tool/service_query_win.h"
 #include "client/tool/service_setup_win.h"
 #include "client/tool/text.h"
+#include "os/error_text.h"
 #include "util/file_version.h"
 #include "util/printable.h"
-#include "util/system_error.h"
 
 namespace zarn::tool {
 namespace {

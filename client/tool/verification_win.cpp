@@ -7,6 +7,7 @@
 #include "client/tool/explanations.h"
 #include "client/tool/text.h"
 #include "client/update_client.h"
+#include "os/error_text.h"
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
 #include "trust/certificate_profile.h"
@@ -14,7 +15,6 @@
 #include "update/staged_installer.h"
 #include "util/string_utils.h"
 #include "util/structured_exception.h"
-#include "util/system_error.h"
 
 namespace zarn::tool {
 

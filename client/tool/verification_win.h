@@ -8,8 +8,8 @@
 #include <string>
 
 #include "client/tool/captured_log.h"
+#include "os/handles_win.h"
 #include "trust/signer_observer.h"
-#include "util/windows_handles.h"
 
 namespace zarn::tool {
 

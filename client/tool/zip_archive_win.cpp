@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "client/tool/archive.h"
+#include "os/error_text.h"
+#include "os/handles.h"
 #include "util/file_utils.h"
-#include "util/scoped_handle.h"
-#include "util/system_error.h"
 
 namespace zarn::tool {
 namespace {

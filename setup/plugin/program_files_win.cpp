@@ -15,13 +15,13 @@
 #include <thread>
 #include <utility>
 
+#include "os/handles_win.h"
 #include "plugin/setup_error.h"
 #include "util/held_folder.h"
 #include "util/log_names.h"
 #include "util/path_judge.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"
-#include "util/windows_handles.h"
 
 namespace zarn::setup {
 namespace {
@@ -166,53 +166,56 @@ std::vector<fs::path> applicationDataFolders() {
 }
 
 /// Notes a folder that is there, but is a link or cannot be held.
-void noteFolder(const FileUtils::HeldFolder& folder, const fs::path& path,
+void noteFolder(const Result<FileUtils::HeldFolder>& folder, const fs::path& path,
                 std::optional<SetupError>& failure) {
-  if (folder || FileUtils::HeldFolder::isMissing(folder.error()) || failure) return;
-  failure = fileFailure(L"The service is removed, but not the logs in", path, folder.error());
+  if (folder || folder.error().isNotFound() || failure) return;
+  failure = fileFailure(L"The service is removed, but not the logs in", path, folder.error().code());
 }
 
 /// `failure` keeps the first file that could not be deleted.
 void removeFiles(const FileUtils::HeldFolder& folder, bool (*chosen)(std::string_view),
                  std::optional<SetupError>& failure) {
   std::vector<std::string> files;
-  const std::uint32_t listed = folder.list([&](const FileUtils::FolderEntry& entry) {
+  const auto listed = folder.list([&](const FileUtils::FolderEntry& entry) {
     const std::string name = FileUtils::toUtf8(entry.name);
     if (!entry.isFolder && chosen(name)) files.push_back(name);
   });
-  if (listed != 0 && !failure) {
+  if (!listed && !failure) {
     failure = fileFailure(L"The service is removed, but not the logs in",
-                          StringUtils::utf8to16(folder.path()), listed);
+                          StringUtils::utf8to16(folder.path()), listed.error().code());
   }
   for (const std::string& file : files) {
-    if (const std::uint32_t error = folder.tryRemove(file); error != 0 && !failure) {
+    if (const auto removed = folder.tryRemove(file); !removed && !failure) {
       failure = fileFailure(L"The service is removed, but not the log",
-                            StringUtils::utf8to16(folder.pathOf(file)), error);
+                            StringUtils::utf8to16(folder.pathOf(file)), removed.error().code());
     }
   }
 }
 
+/// What a variable holds whose folder's handle is closed.
+const auto kLetGo = failure(ERROR_INVALID_HANDLE);
+
 void purgeLogsIn(const fs::path& applicationData, std::optional<SetupError>& failure) {
   using FileUtils::HeldFolder;
   const fs::path path = applicationData / names::kProductFolder.wide;
-  HeldFolder product = HeldFolder::hold(StringUtils::utf16to8(path.native()), FileUtils::Links::Refuse,
-                                        FileUtils::OwnPlaces::Allow);
+  auto product = HeldFolder::hold(StringUtils::utf16to8(path.native()), FileUtils::Links::Refuse,
+                                  FileUtils::OwnPlaces::Allow);
   noteFolder(product, path, failure);
   if (!product) return;
-  HeldFolder logs = product.folder(names::kLogs.narrow);
+  auto logs = product->folder(names::kLogs.narrow);
   noteFolder(logs, path / names::kLogs.wide, failure);
   if (logs) {
-    HeldFolder installers = logs.folder(names::kInstallerLogs.narrow);
+    auto installers = logs->folder(names::kInstallerLogs.narrow);
     noteFolder(installers, path / names::kLogs.wide / names::kInstallerLogs.wide, failure);
-    if (installers) removeFiles(installers, isInstallerLogName<char>, failure);
-    removeFiles(logs, isServiceLogName<char>, failure);
+    if (installers) removeFiles(*installers, isInstallerLogName<char>, failure);
+    removeFiles(*logs, isServiceLogName<char>, failure);
     // The media server may keep its own files there: only empty folders go.
-    installers = HeldFolder();
-    static_cast<void>(logs.tryRemove(names::kInstallerLogs.narrow));
-    logs = HeldFolder();
-    static_cast<void>(product.tryRemove(names::kLogs.narrow));
+    installers = kLetGo;
+    static_cast<void>(logs->tryRemove(names::kInstallerLogs.narrow));
+    logs = kLetGo;
+    static_cast<void>(product->tryRemove(names::kLogs.narrow));
   }
-  product = HeldFolder();
+  product = kLetGo;
   RemoveDirectoryW(path.c_str());
 }
 

@@ -1,8 +1,8 @@
 #include <algorithm>
 
+#include "os/handles_win.h"
 #include "plugin/service_environment.h"
 #include "plugin/setup_error.h"
-#include "util/windows_handles.h"
 
 namespace zarn::setup {
 namespace {

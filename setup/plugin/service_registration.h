@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
+#include "os/handles_win.h"
 #include "plugin/options.h"
 #include "plugin/service_environment.h"
-#include "util/windows_handles.h"
 
 namespace zarn::setup {
 

@@ -5,7 +5,6 @@
 #include "plugin/service_registration.h"
 #include "plugin/setup_error.h"
 #include "util/product_names.h"
-#include "util/system_error.h"
 
 namespace zarn::setup {
 namespace {

@@ -3,12 +3,12 @@
 
 #include <fmt/format.h>
 
+#include "os/error_text.h"
+#include "os/handles_win.h"
 #include "plugin/setup_error.h"
 #include "plugin/setup_log.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
-#include "util/system_error.h"
-#include "util/windows_handles.h"
 
 namespace zarn::setup {
 
@@ -32,7 +32,7 @@ void appendToLog(const std::wstring& file, const std::wstring& line) noexcept {
     const FileHandle log(CreateFileW(file.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES,
                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
                                      FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-    if (!log || !isPlainFileWithOneName(log.get())) return;
+    if (!log || !checkPlainFileWithOneName(log.get())) return;
     SYSTEMTIME now{};
     GetLocalTime(&now);
     const std::string text =

@@ -5,10 +5,10 @@
 #include <stdexcept>
 #include <utility>
 
+#include "os/process.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/quietly.h"
-#include "util/system_error.h"
 
 namespace zarn {
 

@@ -11,10 +11,10 @@
 #include "http/curl_exception.h"
 #include "http/elastic_thread_pool.h"
 #include "http/http_completion.h"
+#include "os/process.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/quietly.h"
-#include "util/system_error.h"
 #include "util/type_name.h"
 
 namespace zarn {

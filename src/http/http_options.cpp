@@ -9,7 +9,7 @@
 
 #include "http/curl_exception.h"
 #include "http/http_callbacks.h"
-#include "http/http_platform.h"
+#include "os/files.h"
 #include "util/file_utils.h"
 #include "util/logging.h"
 #include "util/version.h"
@@ -88,7 +88,7 @@ void setBehaviour(const Options& options, const Context& ctx) {
 void setBodySink(const Options& options, const Context& ctx) {
   if (ctx->downloadFile != nullptr) {
     options.set(ZARN_OPTION(CURLOPT_WRITEDATA, ctx->downloadFile));
-    const std::int64_t size = platform::seekToEnd(ctx->downloadFile);
+    const std::int64_t size = os::seekToEnd(*ctx->downloadFile);
     if (size > 0) options.set(ZARN_OPTION(CURLOPT_RESUME_FROM_LARGE, size));
   } else if (ctx->writeCallback == nullptr) {
     options.set(ZARN_OPTION(CURLOPT_WRITEDATA, ctx.get()));

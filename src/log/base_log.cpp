@@ -13,9 +13,10 @@
 #include "log/log_files.h"
 #include "log/log_item.h"
 #include "log/log_line.h"
-#include "log/log_platform.h"
 #include "log/log_queue.h"
 #include "log/network_log.h"
+#include "os/clock.h"
+#include "os/process.h"
 #include "util/io_deadline.h"
 #include "util/mutex.h"
 #include "util/printable.h"
@@ -73,7 +74,7 @@ struct BaseLog::State {
   void boundFile() ZARN_EXCLUDES(fileMutex) {
     const std::shared_ptr<std::FILE> current = currentFile();
     if (!current || fileBytes.load(std::memory_order_relaxed) < kMaximumLogFileBytes) return;
-    if (platform::emptyFile(*current)) fileBytes.store(0, std::memory_order_relaxed);
+    if (os::emptyFile(*current)) fileBytes.store(0, std::memory_order_relaxed);
   }
   /// Closing may take as long as its disk likes, so that it happens outside the lock.
   void closeFile() ZARN_EXCLUDES(fileMutex) {
@@ -97,7 +98,7 @@ class FlagReset {
 };
 
 LogStamp stampNow(LogLevel level) {
-  return {level, currentThreadId(), platform::currentLogTime()};
+  return {level, currentThreadId(), os::wallTime()};
 }
 
 LogQueue::Clock::time_point endOf(std::chrono::milliseconds limit) {
@@ -200,7 +201,7 @@ void BaseLog::fatal(const std::string& message) {
   // when there is no memory for it.
   quietly([&] { submit(LogLevel::Error, "FATAL ERROR: " + message); });
   quietly([this] { flush(kLastLinesLimit); });
-  platform::endAfterFatalError();
+  os::endAfterFatalError();
 }
 
 void BaseLog::requestRotation() noexcept {
@@ -289,8 +290,8 @@ bool BaseLog::State::writeToFile(const LogItem& item) {
   bytesWritten.fetch_add(line.size(), std::memory_order_relaxed);
   fileBytes.fetch_add(line.size(), std::memory_order_relaxed);
   // A write that failed, as on a full disk, is nothing to log, but may have left half a line.
-  const bool endsLine = tornFile.lock() != current || platform::writeThrough(*current, "\n");
-  const bool isWritten = endsLine && platform::writeThrough(*current, line);
+  const bool endsLine = tornFile.lock() != current || os::writeThrough(*current, "\n");
+  const bool isWritten = endsLine && os::writeThrough(*current, line);
   if (isWritten) {
     tornFile.reset();
   } else {
@@ -312,16 +313,16 @@ void BaseLog::rotateAndReopen() {
       FileUtils::HeldFolder::hold(directory, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
   if (!folder) {  // the log goes on where it is
     log(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d",
-        printable(LogFiles::path(directory, state.name(), 0)), folder.error());
+        printable(LogFiles::path(directory, state.name(), 0)), folder.error().code());
     if (state.folderPath.empty()) return;
     folder =
         FileUtils::HeldFolder::hold(state.folderPath, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Refuse);
     if (!folder) return state.boundFile();
   }
   state.closeFile();
-  FileUtils::ScopedFile file = LogFiles::begin(folder, state.name(), rotatedFileCount());
+  FileUtils::ScopedFile file = LogFiles::begin(*folder, state.name(), rotatedFileCount());
   if (!file) return;
-  state.folderPath = folder.path();
+  state.folderPath = folder->path();
   state.fileBytes.store(0, std::memory_order_relaxed);
   {
     const MutexLock lock(state.fileMutex);
@@ -334,7 +335,7 @@ void BaseLog::rotateAndReopen() {
 
 void BaseLog::sendToCollector(NetworkLog& network, const LogItem& item) {
   if (!network.isOn()) return;
-  if (!network.isExpired(platform::currentLogTime().seconds)) {
+  if (!network.isExpired(os::wallTime().seconds)) {
     // What fails here does not keep the line out of the file.
     quietly([&] { network.send(item.level, state_->name(), accountUserName(), item.message); });
     return;
@@ -355,7 +356,7 @@ bool BaseLog::enableNetworkLogging(const std::string& host, std::uint16_t port, 
   constexpr std::int64_t secondsPerMinute = 60;
   try {
     if (minutes < 1) throw std::invalid_argument("the number of minutes must be positive");
-    startNetworkLog(host, port, platform::currentLogTime().seconds + minutes * secondsPerMinute);
+    startNetworkLog(host, port, os::wallTime().seconds + minutes * secondsPerMinute);
   } catch (const std::exception& error) {
     quietly([&] { log(LogLevel::Error, "Error enabling networked logging: %s.", printable(error.what())); });
     return false;

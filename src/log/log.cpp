@@ -8,7 +8,7 @@
 
 #include "log/network_log.h"
 #include "log/token_scrubber.h"
-#include "util/environment.h"
+#include "os/process.h"
 #include "util/file_utils.h"
 #include "util/io_deadline.h"
 #include "util/printable.h"

@@ -9,8 +9,9 @@
 
 #include "log/base_log.h"
 #include "log/log_line.h"
-#include "log/log_platform.h"
 #include "log/token_scrubber.h"
+#include "os/clock.h"
+#include "os/text.h"
 #include "util/log_names.h"
 #include "util/logging.h"
 #include "util/printable.h"
@@ -21,15 +22,9 @@ namespace {
 
 constexpr std::string_view kExtension = ".log";
 
-constexpr char lowered(char c) noexcept {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 /// Takes `part` off the beginning of `text`, in any letters.
 bool take(std::string_view& text, std::string_view part) {
-  const bool begins =
-      text.size() >= part.size() && std::equal(part.begin(), part.end(), text.begin(),
-                                               [](char a, char b) { return lowered(a) == lowered(b); });
+  const bool begins = os::equalsIgnoringCase(text.substr(0, part.size()), part);
   if (begins) text.remove_prefix(part.size());
   return begins;
 }
@@ -63,11 +58,11 @@ bool rotate(const FileUtils::HeldFolder& folder, std::string_view baseName, std:
   const auto last = static_cast<std::size_t>(std::max(kept, 1));
   // Only what is there is moved: `kept` may be any number.
   std::vector<std::size_t> numbers;
-  const std::uint32_t error = folder.list([&](const FileUtils::FolderEntry& entry) {
+  const auto listed = folder.list([&](const FileUtils::FolderEntry& entry) {
     const auto number = numberOf(FileUtils::toUtf8(entry.name), baseName);
     if (number && *number <= last) numbers.push_back(*number);
   });
-  if (error != 0) return false;
+  if (!listed) return false;
   std::sort(numbers.begin(), numbers.end(), std::greater<>());
   for (const std::size_t number : numbers) {
     const std::string source = name(baseName, number);
@@ -83,25 +78,25 @@ bool rotate(const FileUtils::HeldFolder& folder, std::string_view baseName, std:
 FileUtils::ScopedFile begin(const FileUtils::HeldFolder& folder, std::string_view baseName,
                             std::int32_t kept) {
   const std::string file = name(baseName, 0);
-  if (rotate(folder, baseName, kept)) return folder.open(file, "w");
+  if (rotate(folder, baseName, kept)) return folder.open(file, "w").value_or(nullptr);
   // A folder that cannot be listed: its file goes on until it is full, and begins anew then.
-  auto existing = folder.open(file, "a", FileUtils::Existing::Only);
+  auto existing = folder.open(file, "a", FileUtils::Existing::Only).value_or(nullptr);
   const bool isFull = existing && std::fseek(existing.get(), 0, SEEK_END) == 0 &&
                       static_cast<std::uint64_t>(std::ftell(existing.get())) >= kMaximumLogFileBytes;
-  return isFull ? folder.open(file, "w", FileUtils::Existing::Only) : std::move(existing);
+  return isFull ? folder.open(file, "w", FileUtils::Existing::Only).value_or(nullptr) : std::move(existing);
 }
 
 void writeStartupCrash(std::string_view directory, std::string_view reason) {
   const auto folder =
       FileUtils::HeldFolder::hold(directory, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
   if (!folder) return;
-  const FileUtils::ScopedFile file = folder.open(kStartupCrashLog, "w");
+  const auto file = folder->open(kStartupCrashLog, "w");
   if (!file) return;
-  std::string text = logTimeText(platform::currentLogTime().seconds) +
+  std::string text = logTimeText(os::wallTime().seconds) +
                      formatPrintf(": Failed to initialize logging: %s", printable(reason));
   scrubTokens(text, false);
-  static_cast<void>(std::fwrite(text.data(), 1, text.size(), file.get()));
-  static_cast<void>(std::fflush(file.get()));
+  static_cast<void>(std::fwrite(text.data(), 1, text.size(), file->get()));
+  static_cast<void>(std::fflush(file->get()));
 }
 
 }  // namespace zarn::LogFiles

@@ -4,19 +4,15 @@
 #include <cstdint>
 #include <string>
 
+#include "os/clock.h"
 #include "util/logging.h"
 
 namespace zarn {
 
-struct LogTime {
-  std::int64_t seconds = 0;  ///< since the epoch
-  std::uint16_t milliseconds = 0;
-};
-
 struct LogStamp {
   LogLevel level = LogLevel::Info;
   std::uint32_t threadId = 0;  ///< of the thread that logged
-  LogTime time;                ///< when it was logged, not when it is written
+  WallTime time;               ///< when it was logged, not when it is written
 };
 
 struct LogItem : LogStamp {

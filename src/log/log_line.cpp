@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 
+#include "os/clock.h"
 #include "util/time_utils.h"
 
 namespace zarn {
@@ -42,7 +43,7 @@ std::string_view logLevelName(LogLevel level) noexcept {
 
 std::tm localCalendarTime(std::int64_t seconds) noexcept {
   std::tm fields{};
-  return TimeUtils::platform::localTime(seconds, fields) ? fields : std::tm{};
+  return os::localTime(seconds, fields) ? fields : std::tm{};
 }
 
 std::string logTimeText(std::int64_t seconds) {

@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "log/log_platform.h"
+#include "os/clock.h"
 
 namespace zarn {
 namespace {
@@ -154,9 +154,9 @@ bool LogQueue::take(Batch& batch) {
 }
 
 void LogQueue::waitForWork(Lock& lock) {
-  if (pollsLeft_ > 0 && platform::writerPollInterval().count() > 0) {
+  if (pollsLeft_ > 0 && os::pollInterval().count() > 0) {
     --pollsLeft_;
-    lock.waitFor(work_, platform::writerPollInterval());
+    lock.waitFor(work_, os::pollInterval());
     return;
   }
   writerSleeps_ = true;

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "log/log_line.h"
-#include "log/log_platform.h"
 #include "log/reachable_endpoint.h"
+#include "os/clock.h"
 #include "util/quietly.h"
 
 namespace zarn {
@@ -39,7 +39,7 @@ std::size_t cutBetweenCharacters(std::string_view text, std::size_t bytes) noexc
 }
 
 std::string sendingTime() {
-  const std::tm fields = localCalendarTime(platform::currentLogTime().seconds);
+  const std::tm fields = localCalendarTime(os::wallTime().seconds);
   std::array<char, kTimeBufferBytes> buffer{};
   return {buffer.data(), std::strftime(buffer.data(), buffer.size(), "%b %d %H:%M:%S", &fields)};
 }

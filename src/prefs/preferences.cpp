@@ -4,11 +4,11 @@
 #include <atomic>
 #include <optional>
 
+#include "os/process.h"
 #include "prefs/catalogue.h"
 #include "prefs/preferences_platform.h"
 #include "prefs/test_preferences.h"
 #include "prefs/value_text.h"
-#include "util/environment.h"
 #include "util/file_utils.h"
 #include "util/logging.h"
 #include "util/printable.h"

@@ -6,11 +6,11 @@
 #include <utility>
 #include <vector>
 
+#include "os/handles_win.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"
-#include "util/windows_handles.h"
 
 namespace zarn {
 namespace {

@@ -5,9 +5,9 @@
 #include <cstdlib>
 
 #include "log/log.h"
+#include "os/handles_win.h"
 #include "util/logging.h"
 #include "util/quietly.h"
-#include "util/windows_handles.h"
 
 namespace zarn {
 

@@ -1,7 +1,7 @@
 #include <windows.h>
 
+#include "os/process.h"
 #include "service/mitigations.h"
-#include "util/environment.h"
 #include "util/logging.h"
 #include "util/product_names.h"
 

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "os/error_text.h"
 #include "service/service_control.h"
 #include "service/win32_service.h"
 #include "util/logging.h"
@@ -11,7 +12,6 @@
 #include "util/printable.h"
 #include "util/quietly.h"
 #include "util/string_utils.h"
-#include "util/system_error.h"
 #include "util/type_name.h"
 
 namespace zarn {

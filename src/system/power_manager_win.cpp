@@ -2,11 +2,11 @@
 
 #include <exception>
 
+#include "os/handles_win.h"
 #include "prefs/preferences.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/type_name.h"
-#include "util/windows_handles.h"
 
 namespace zarn {
 namespace {

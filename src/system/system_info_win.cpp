@@ -3,12 +3,12 @@
 #include <array>
 #include <optional>
 
+#include "os/handles_win.h"
+#include "os/process.h"
 #include "system/system_info.h"
-#include "util/environment.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
-#include "util/windows_handles.h"
 
 namespace zarn {
 namespace {

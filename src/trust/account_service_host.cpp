@@ -4,7 +4,7 @@
 #include <charconv>
 #include <cstdint>
 
-#include "util/environment.h"
+#include "os/process.h"
 #include "util/product_names.h"
 
 namespace zarn {

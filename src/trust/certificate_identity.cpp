@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <memory>
 
-#include "trust/wide_text.h"
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/string_utils.h"
 
 namespace zarn {
 namespace {
@@ -84,7 +84,7 @@ std::string GetCertNameAttribute(const Certificate& certificate, const char* oid
     return {};
   }
   text.resize(length - 1);
-  return utf8FromWide(text);
+  return StringUtils::utf16to8(text);
 }
 
 }  // namespace zarn

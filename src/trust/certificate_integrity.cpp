@@ -1,16 +1,16 @@
 #include "trust/certificate_integrity.h"
 
-#include "trust/wide_text.h"
+#include "os/system_error.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/system_error.h"
+#include "util/string_utils.h"
 
 namespace zarn {
 namespace {
 
 /// The first line of every check; the text that stands for the file in it and in others.
 std::string announceCheck(const std::wstring& shownAs) {
-  std::string shown = printable(utf8FromWide(shownAs));
+  std::string shown = printable(StringUtils::utf16to8(shownAs));
   logLine(LogLevel::Debug, "Checking Certificate of installer: %s", shown);
   return shown;
 }

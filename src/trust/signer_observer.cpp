@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "trust/certificate_identity.h"
-#include "trust/wide_text.h"
+#include "util/string_utils.h"
 
 namespace zarn {
 namespace {
@@ -16,7 +16,7 @@ std::string subjectOf(const Certificate& certificate) {
     std::wstring text(length, L'\0');
     if (length < 2 || certificate.subjectAttribute(oid, text.data(), length) == 0) continue;
     text.resize(length - 1);
-    subject += (subject.empty() ? "" : ", ") + std::string(label) + "=" + utf8FromWide(text);
+    subject += (subject.empty() ? "" : ", ") + std::string(label) + "=" + StringUtils::utf16to8(text);
   }
   return subject;
 }

@@ -12,10 +12,10 @@
 #include <utility>
 #include <vector>
 
+#include "os/handles_win.h"
 #include "trust/certificate_table.h"
 #include "trust/wintrust_call_win.h"
 #include "util/io_deadline.h"
-#include "util/windows_handles.h"
 
 namespace zarn {
 namespace {

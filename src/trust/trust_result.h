@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "util/system_error.h"
+#include "os/system_error.h"
 
 namespace zarn {
 

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "os/error_text.h"
+#include "os/handles_win.h"
 #include "trust/update_policy.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
@@ -9,7 +11,6 @@
 #include "util/product_names.h"
 #include "util/quietly.h"
 #include "util/string_utils.h"
-#include "util/windows_handles.h"
 
 namespace zarn {
 namespace {

@@ -1,6 +1,7 @@
 #include <chrono>
 #include <utility>
 
+#include "os/error_text.h"
 #include "trust/certificate_integrity.h"
 #include "update/file_digest.h"
 #include "update/install_request.h"
@@ -14,7 +15,6 @@
 #include "util/printable.h"
 #include "util/quietly.h"
 #include "util/string_utils.h"
-#include "util/system_error.h"
 
 namespace zarn {
 namespace {
@@ -80,7 +80,9 @@ void noteInstalled(const InstallCollaborators& collaborators, InstallRecord& rec
 /// A file's real name, which its open handle pins; empty, with the last error set, on failure.
 std::wstring pinnedName(const FileHandle& file) {
   const IoDeadline deadline(kOpenLimit);
-  return finalPath(file.get());
+  const auto name = finalPath(file.get());
+  if (!name) SetLastError(name.error().code());
+  return name.value_or(std::wstring());
 }
 
 /// Hands the record over when the request ends, in whichever way.

@@ -7,14 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "update/log_source.h"
+#include "os/error_text.h"
+#include "os/files.h"
 #include "util/held_folder.h"
 #include "util/io_deadline.h"
 #include "util/log_names.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/product_names.h"
-#include "util/system_error.h"
 
 namespace zarn {
 namespace {
@@ -32,54 +32,58 @@ bool isRegularFile(const fs::directory_entry& entry) {
 
 /// Below what callers choose: a link in its place is refused, and what is made there
 /// is made in the folder that was found, whatever its name leads to later.
-FileUtils::HeldFolder makeDestination(error_code& error) {
+Result<FileUtils::HeldFolder> makeDestination() {
+  using FileUtils::HeldFolder;
   const std::string logs = FileUtils::logDirectory();
-  FileUtils::HeldFolder folder =
-      FileUtils::HeldFolder::hold(logs, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
-  if (!folder && FileUtils::HeldFolder::isMissing(folder.error()) && FileUtils::makeLogDirectory()) {
-    folder = FileUtils::HeldFolder::hold(logs, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
-  }
-  if (folder) folder = folder.folder(names::kInstallerLogs.narrow, FileUtils::Existing::OpenOrCreate);
-  if (!folder) error.assign(static_cast<int>(folder.error()), boost::system::system_category());
-  return folder;
+  const auto hold = [&] {
+    return HeldFolder::hold(logs, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
+  };
+  auto folder = hold();
+  if (!folder && folder.error().isNotFound() && FileUtils::makeLogDirectory()) folder = hold();
+  if (!folder) return folder;
+  return folder->folder(names::kInstallerLogs.narrow, FileUtils::Existing::OpenOrCreate);
 }
 
-/// 0, or the system's error.
-std::uint32_t copyBytes(std::FILE* from, std::FILE* to) {
+Result<void> copyBytes(std::FILE* from, std::FILE* to) {
   IoDeadline deadline(kLogFileLimit);
   std::vector<char> bytes(std::size_t{64} << 10U);
   std::size_t count = 0;
   do {
     count = std::fread(bytes.data(), 1, bytes.size(), from);
-    if (std::fwrite(bytes.data(), 1, count, to) != count) return failureCode(lastSystemError());
+    if (std::fwrite(bytes.data(), 1, count, to) != count) return lastFailure();
     deadline.renew();
   } while (count == bytes.size());
-  const bool done = std::ferror(from) == 0 && std::fflush(to) == 0;
-  return done ? 0 : failureCode(lastSystemError());
+  return resultOf(std::ferror(from) == 0 && std::fflush(to) == 0);
+}
+
+/// Copies to a name where nothing stands.
+Result<void> copyTo(const FileUtils::HeldFolder& destination, const std::string& name, std::FILE& source) {
+  auto copy = destination.create(name);
+  if (!copy) return failure(copy.error());
+  const auto copied = copyBytes(&source, copy->get());
+  os::copyFileTime(source, **copy);
+  copy->reset();
+  if (!copied) destination.remove(name);  // half a log would keep the next one out
+  return copied;
+}
+
+Result<os::ScopedFile> openSource(const fs::path& path) {
+  const IoDeadline deadline(kOpenLimit);
+  return os::openPlainFile(path);
 }
 
 void copyLog(const fs::path& from, const FileUtils::HeldFolder& destination) {
   const std::string name = FileUtils::toUtf8(from.filename());
-  error_code error;
-  const auto source = openLogSource(from, error);
-  if (!source && !error) {
+  const auto source = openSource(from);
+  if (source && !*source) {
     logLine(LogLevel::Debug, "Not collecting %s, it is not a plain file with one name", printable(name));
     return;
   }
-  if (source) {
-    std::uint32_t code = 0;
-    if (auto copy = destination.create(name, code)) {
-      code = copyBytes(source.get(), copy.get());
-      keepTime(source.get(), copy.get());
-      copy.reset();
-      if (code != 0) destination.remove(name);  // half a log would keep the next one out
-    }
-    error.assign(static_cast<int>(code), boost::system::system_category());
-  }
+  const auto copied = source ? copyTo(destination, name, **source) : Result<void>(failure(source.error()));
   // An earlier installer's log stays; this one's is not worth a second name.
-  if (!error || error == boost::system::errc::file_exists) return;
-  logLine(LogLevel::Debug, "Failed copying file %s, copy_file: %d, %s", printable(name), error.value(),
-          systemErrorPhrase(error));
+  if (copied || copied.error().isAlreadyThere()) return;
+  logLine(LogLevel::Debug, "Failed copying file %s, copy_file: %d, %s", printable(name),
+          copied.error().code(), systemErrorPhrase(copied.error()));
 }
 
 void copyLogs(fs::directory_iterator entries, const FileUtils::HeldFolder& destination) {
@@ -94,13 +98,13 @@ void copyLogs(fs::directory_iterator entries, const FileUtils::HeldFolder& desti
 
 void collectInstallerLogs() {
   const IoDeadline deadline(kCollectionLimit);
-  error_code error;
-  const FileUtils::HeldFolder destination = makeDestination(error);
-  if (error) {
+  const auto destination = makeDestination();
+  if (!destination) {
     logLine(LogLevel::Error, "Failed creating \"Installer Logs\" directory, create_directories: %d, %s",
-            error.value(), systemErrorPhrase(error));
+            destination.error().code(), systemErrorPhrase(destination.error()));
     return;
   }
+  error_code error;
   const fs::path source = fs::temp_directory_path(error);
   if (error) {
     logLine(LogLevel::Error, "Failed getting temp_directory_path: %d, %s", error.value(),
@@ -114,10 +118,10 @@ void collectInstallerLogs() {
     return;
   }
   try {
-    copyLogs(entries, destination);
+    copyLogs(entries, *destination);
   } catch (const std::exception& failure) {
     logLine(LogLevel::Error, "Failed copying installer logs to %s, Exception: %s",
-            printable(destination.path()), printable(failure.what()));
+            printable(destination->path()), printable(failure.what()));
   }
 }
 

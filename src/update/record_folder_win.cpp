@@ -8,12 +8,13 @@
 #include <array>
 #include <cstddef>
 
+#include "os/error_text.h"
+#include "os/handles_win.h"
 #include "update/record_folder.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
-#include "util/windows_handles.h"
 
 namespace zarn {
 namespace {
@@ -190,8 +191,10 @@ bool RecordFolder::hold() {
   if (error == 0) {
     // What is to be trusted stays where it is: others cannot rename, replace or link it.
     auto held = FileUtils::HeldFolder::hold(path_, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
-    error = held.error();
-    if (held) held_ = std::move(held);
+    if (held)
+      held_ = std::move(*held);
+    else
+      error = held.error().code();
   }
   if (error != 0 && !hasComplained_) {
     logLine(LogLevel::Error, "The update history cannot be kept in %s: %s", printable(path_),

@@ -12,7 +12,6 @@
 #include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/string_utils.h"
-#include "util/system_error.h"
 
 namespace zarn {
 namespace {

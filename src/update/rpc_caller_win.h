@@ -8,8 +8,8 @@
 #include <functional>
 #include <string>
 
+#include "os/handles_win.h"
 #include "update/requester.h"
-#include "util/windows_handles.h"
 
 namespace zarn {
 

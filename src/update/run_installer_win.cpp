@@ -1,11 +1,11 @@
 #include <utility>
 
+#include "os/error_text.h"
+#include "os/handles_win.h"
 #include "update/run_installer.h"
 #include "update/status.h"
 #include "util/logging.h"
 #include "util/quietly.h"
-#include "util/system_error.h"
-#include "util/windows_handles.h"
 
 namespace zarn {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "util/windows_handles.h"
+#include "os/handles_win.h"
 
 namespace zarn {
 

@@ -9,7 +9,6 @@
 #include "util/path_judge.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"
-#include "util/system_error.h"
 
 namespace zarn {
 namespace {
@@ -74,7 +73,7 @@ FileHandle openDiskFile(const std::wstring& path) {
   if (!file) return file;
   // A link may have led elsewhere than the name said.
   DWORD refusal = GetFileType(file.get()) != FILE_TYPE_DISK ? ERROR_BAD_FILE_TYPE : 0U;
-  if (refusal == 0) refusal = refusalOf(finalPath(file.get()));
+  if (refusal == 0) refusal = refusalOf(finalPath(file.get()).value_or(std::wstring()));
   if (refusal == 0) return file;
   file.reset();
   SetLastError(refusal);
@@ -106,7 +105,11 @@ bool copyBundle(const std::wstring& from, const std::wstring& to, std::int64_t m
 
 FileHandle openStagedCopy(const std::wstring& path) {
   FileHandle file = openForExamination(path, kAnonymous | FILE_FLAG_OPEN_REPARSE_POINT);
-  if (file && !isPlainFileWithOneName(file.get())) file.reset();
+  if (!file) return file;
+  if (const auto plain = checkPlainFileWithOneName(file.get()); !plain) {
+    file.reset();
+    SetLastError(plain.error().code());
+  }
   return file;
 }
 

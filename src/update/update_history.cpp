@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "update/file_end.h"
+#include "os/files.h"
 #include "util/held_folder.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
@@ -66,7 +66,7 @@ bool append(std::FILE* file, std::string_view line) {
                        std::fwrite(line.data(), 1, line.size(), file) == line.size() &&
                        std::fflush(file) == 0;
   // A full disk takes the first half of a line gladly.
-  if (!written) cutFile(file, end);
+  if (!written) os::cutFile(*file, end);
   return written;
 }
 
@@ -81,12 +81,12 @@ std::optional<std::uint64_t> sizeOf(std::FILE* file) {
 /// also when it could not be moved for too long.
 FileUtils::ScopedFile openWithRoom(const FileUtils::HeldFolder& folder, const HistoryNames& names,
                                    std::uint64_t maximumBytes) {
-  FileUtils::ScopedFile file = folder.open(names.current, "a+b");
+  auto file = folder.open(names.current, "a+b").value_or(nullptr);
   const auto bytes = file ? sizeOf(file.get()) : std::nullopt;
   if (!bytes || *bytes < maximumBytes) return file;
   file.reset();
   if (!folder.rename(names.current, names.earlier) && *bytes / 2 >= maximumBytes) return nullptr;
-  return folder.open(names.current, "a+b");
+  return folder.open(names.current, "a+b").value_or(nullptr);
 }
 
 }  // namespace
@@ -145,7 +145,7 @@ bool appendToHistory(std::string_view directory, std::string_view line) {
   // Callers may choose the directory; see where the log is rotated.
   const auto folder =
       FileUtils::HeldFolder::hold(directory, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
-  if (folder && appendLine(folder, kHistoryNames, line)) return true;
+  if (folder && appendLine(*folder, kHistoryNames, line)) return true;
   logUnwrittenRecord();
   return false;
 }

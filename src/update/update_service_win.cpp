@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 
+#include "os/error_text.h"
 #include "service/end_process.h"
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
@@ -24,7 +25,6 @@
 #include "util/printable.h"
 #include "util/quietly.h"
 #include "util/string_utils.h"
-#include "util/system_error.h"
 
 namespace zarn {
 namespace {

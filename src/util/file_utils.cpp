@@ -4,11 +4,13 @@
 #include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
+#include <cstring>
 #include <exception>
 #include <utility>
 #include <vector>
 
-#include "util/file_utils_platform.h"
+#include "os/error_text.h"
+#include "os/process.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/mutex.h"
@@ -114,14 +116,28 @@ std::string withLongPathPrefix(std::string_view path) {
   return std::string(driveLetter && path.size() > kLongPathBytes ? R"(\\?\)" : "").append(path);
 }
 
+fs::path toPath(std::string_view path) {
+  auto native = os::pathFromUtf8(withLongPathPrefix(path));
+  if (native) return std::move(*native);
+  logLine(LogLevel::Error, "utf8to16: MultiByteToWideChar failed: %d", native.error().code());
+  return {};
+}
+
+std::string toUtf8(const fs::path& path) {
+  auto text = os::utf8FromPath(path);
+  if (text) return std::move(*text);
+  logLine(LogLevel::Error, "utf16to8: WideCharToMultiByte failed: %d", text.error().code());
+  return {};
+}
+
 std::string join(std::string_view directory, std::string_view name) {
   std::string result(directory);
-  if (!result.empty() && !platform::isSeparator(result.back())) result += platform::kSeparator;
+  if (!result.empty() && !os::isSeparator(result.back())) result += os::kSeparator;
   result += name;
   std::string reduced;
   reduced.reserve(result.size());
   for (std::size_t i = 0; i < result.size(); ++i) {
-    const bool repeats = i > 1 && platform::isSeparator(result[i]) && platform::isSeparator(result[i - 1]);
+    const bool repeats = i > 1 && os::isSeparator(result[i]) && os::isSeparator(result[i - 1]);
     if (!repeats) reduced += result[i];
   }
   return reduced;
@@ -223,6 +239,26 @@ std::uint64_t fileSize(std::string_view path) {
   return ~std::uint64_t{0};
 }
 
+void logOpenFailure(std::string_view path, const os::OpenFailure& reason) {
+  using Step = os::OpenFailure::Step;
+  if (reason.step == Step::Open) {
+    logLine(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d", printable(path), reason.code);
+    return;
+  }
+  const auto error = static_cast<int>(reason.code);
+  const char* const call = reason.step == Step::Descriptor ? "_open_osfhandle" : "_fdopen";
+  logLine(LogLevel::Error, "safe_fopen: %s failed with errno %d: %s", call, error,
+          std::string_view(std::strerror(error)));
+}
+
+ScopedFile safeOpen(std::string_view path, const char* mode, bool shareDelete, Links links) {
+  if (*mode == '\0') mode = "r";
+  auto file = os::openStream(toPath(path), mode, shareDelete ? os::Sharing::All : os::Sharing::Read, links);
+  if (file) return std::move(*file);
+  logOpenFailure(path, file.error());
+  return nullptr;
+}
+
 void setApplicationDataOverride(std::string path) {
   auto& current = applicationDataOverride();
   const MutexLock lock(current.mutex);
@@ -232,7 +268,7 @@ void setApplicationDataOverride(std::string path) {
 bool isBelowOverride(std::string_view path) {
   const std::string current = overridePath();
   return !current.empty() && path.starts_with(current) &&
-         (path.size() == current.size() || platform::isSeparator(path[current.size()]));
+         (path.size() == current.size() || os::isSeparator(path[current.size()]));
 }
 
 void setLocalAppDataPathReader(std::string (*reader)()) noexcept {
@@ -240,6 +276,12 @@ void setLocalAppDataPathReader(std::string (*reader)()) noexcept {
 }
 
 namespace {
+
+std::string userApplicationDataFolder() {
+  auto folder = os::userDataFolder();
+  if (!folder) logFatal("SHGetSpecialFolderPath(CSIDL_LOCAL_APPDATA) failed: %d", folder.error().code());
+  return std::move(*folder);
+}
 
 /// Empty for the service's own folder.
 std::string chosenBase() {
@@ -275,7 +317,7 @@ std::string applicationDataDirectory(bool withProduct, bool allowPreference) {
   }
   std::string base;
   if (allowPreference) base = chosenBase();
-  if (base.empty()) base = platform::userApplicationDataFolder();
+  if (base.empty()) base = userApplicationDataFolder();
   return withProduct ? join(base, names::kProductFolder.narrow) : base;
 }
 
@@ -296,8 +338,9 @@ std::string databasesDirectory() {
 }
 
 std::string resourcesDirectory() {
-  const fs::path executable = toPath(platform::executablePath());
-  return join(toUtf8(executable.parent_path()), "Resources");
+  const auto executable = os::executablePath();
+  if (!executable) logFatal("GetModuleFileNameW failed: %d", executable.error().code());
+  return join(toUtf8(toPath(*executable).parent_path()), "Resources");
 }
 
 std::string certificateFile() {

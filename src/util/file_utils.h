@@ -5,17 +5,15 @@
 
 #include <boost/filesystem/path.hpp>
 #include <cstdint>
-#include <cstdio>
-#include <memory>
 #include <string>
 #include <string_view>
 
+#include "os/files.h"
+
 namespace zarn::FileUtils {
 
-struct FileCloser {
-  void operator()(std::FILE* file) const noexcept { static_cast<void>(std::fclose(file)); }
-};
-using ScopedFile = std::unique_ptr<std::FILE, FileCloser>;
+using os::Links;
+using os::ScopedFile;
 
 // ---- Paths -----------------------------------------------------------------
 
@@ -48,19 +46,14 @@ bool createDirectories(std::string_view path);
 /// In bytes; all bits set (-1 seen as signed) when the size cannot be read.
 [[nodiscard]] std::uint64_t fileSize(std::string_view path);
 
-/// What safeOpen does with a file that is a link, or that has more than one name.
-enum class Links : std::uint8_t {
-  Follow,
-  /// Neither followed nor truncated: the open fails. For files that a privileged
-  /// process writes where others may have planted something.
-  Refuse,
-};
-
 /// Opens a C stream with the modes of fopen (r, w, a, +, b; an empty mode
 /// reads). `shareDelete` lets other processes read, write, rename and delete the
 /// file while it is open; without it they can only read. Null on failure.
 [[nodiscard]] ScopedFile safeOpen(std::string_view path, const char* mode, bool shareDelete,
                                   Links links = Links::Follow);
+
+/// Why safeOpen, or a held folder, has no stream, as one line.
+void logOpenFailure(std::string_view path, const os::OpenFailure& reason);
 
 // ---- Directories ---------------------------------------------------------------
 

@@ -3,11 +3,11 @@
 #include <utility>
 #include <vector>
 
+#include "os/error_text.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/path_judge.h"
 #include "util/printable.h"
-#include "util/system_error.h"
 
 namespace zarn::FileUtils {
 namespace {
@@ -15,120 +15,144 @@ namespace {
 /// Deeper trees stay: each level costs a handle and a piece of the stack.
 constexpr unsigned kDeepestTree = 200;
 
-/// Whether a name can be no path: no separator, no stream, no step up.
-bool isOneComponent(std::string_view name) {
-  return !name.empty() && name != "." && name != ".." &&
-         name.find_first_of(std::string_view("\\/:\0", 4)) == std::string_view::npos;
+using Name = os::Folder::Name;
+
+/// The name in the system's encoding, when it can be no path: it holds no separator, no
+/// stream and no step up.
+Result<Name> componentOf(std::string_view name) {
+  const bool isOne = !name.empty() && name != "." && name != ".." &&
+                     name.find_first_of(std::string_view("\\/:\0", 4)) == std::string_view::npos;
+  if (!isOne) return failure(SystemError::invalidName());
+  return toPath(name).native();
+}
+
+/// What is gone already counts as removed.
+Result<void> unlessMissing(const Result<void>& removed) {
+  return !removed && removed.error().isNotFound() ? Result<void>() : removed;
+}
+
+Result<void> removeTree(const os::Folder& parent, const Name& name, unsigned depth) {
+  const auto removed = unlessMissing(parent.remove(name));
+  if (removed || !removed.error().isNotEmpty() || depth == kDeepestTree) return removed;
+  {
+    // The folder's handle is closed before the folder itself is removed.
+    const auto folder = parent.folder(name, Existing::Only);
+    if (!folder) return failure(folder.error());
+    // Listed first: what is removed while a folder is read may be passed over.
+    std::vector<Name> names;
+    const auto listed = folder->list([&](const FolderEntry& entry) { names.push_back(entry.name.native()); });
+    if (!listed) return listed;
+    for (const Name& found : names) {
+      const auto below = removeTree(*folder, found, depth + 1);
+      if (!below) return below;
+    }
+  }
+  return unlessMissing(parent.remove(name));
 }
 
 }  // namespace
 
-HeldFolder HeldFolder::hold(std::string_view path, Links links, OwnPlaces ownPlaces) {
+Result<HeldFolder> HeldFolder::hold(std::string_view path, Links links, OwnPlaces ownPlaces) {
   const IoDeadline deadline(kOpenLimit);
-  HeldFolder folder = holdPath(path, links);
-  if (!folder || ownPlaces == OwnPlaces::Allow || isBelowOverride(path)) return folder;
+  auto folder = os::Folder::open(toPath(path), links);
+  if (!folder) return failure(folder.error());
+  HeldFolder held(std::move(*folder));
+  if (ownPlaces == OwnPlaces::Allow || isBelowOverride(path)) return held;
   // What its name led to may have changed since it was judged.
-  const bool isRefused = judgePath(folder.path()) == PathKind::Share ? !isUsable(PathKind::Share)
-                                                                     : liesIn(folder.path(), ownFolders());
-  return isRefused ? HeldFolder(kRefused) : std::move(folder);
+  const bool isRefused = judgePath(held.path()) == PathKind::Share ? !isUsable(PathKind::Share)
+                                                                   : liesIn(held.path(), ownFolders());
+  if (isRefused) return failure(SystemError::accessDenied());
+  return held;
 }
 
-HeldFolder HeldFolder::folder(std::string_view name, Existing existing) const {
-  if (!isOneComponent(name)) return HeldFolder(kInvalidName);
+Result<HeldFolder> HeldFolder::folder(std::string_view name, Existing existing) const {
+  const auto component = componentOf(name);
+  if (!component) return failure(component.error());
   const IoDeadline deadline(kLogFileLimit);
-  return holdName(toPath(name).native(), existing);
+  auto found = folder_.folder(*component, existing);
+  if (!found) return failure(found.error());
+  return HeldFolder(std::move(*found));
 }
 
-ScopedFile HeldFolder::create(std::string_view name, std::uint32_t& error) const {
-  error = kInvalidName;
-  if (!isOneComponent(name)) return nullptr;
+Result<ScopedFile> HeldFolder::create(std::string_view name) const {
+  const auto component = componentOf(name);
+  if (!component) return failure(component.error());
   const IoDeadline deadline(kLogFileLimit);
-  return openName(toPath(name).native(), "wb", Existing::Never, error);
+  auto file = folder_.file(*component, "wb", Existing::Never);
+  if (!file) return failure(file.error().code);
+  return std::move(*file);
 }
 
-ScopedFile HeldFolder::open(std::string_view name, const char* mode, Existing existing) const {
-  ScopedFile file;
-  std::uint32_t error = kInvalidName;
-  if (isOneComponent(name)) {
+Result<ScopedFile> HeldFolder::open(std::string_view name, const char* mode, Existing existing) const {
+  const auto component = componentOf(name);
+  os::OpenFailure reason{os::OpenFailure::Step::Open, SystemError::invalidName().code()};
+  if (component) {
     const IoDeadline deadline(kLogFileLimit);
-    file = openName(toPath(name).native(), mode, existing, error);
+    auto file = folder_.file(*component, mode, existing);
+    if (file) return std::move(*file);
+    reason = file.error();
   }
-  if (file) return file;
-  logLine(LogLevel::Error, "safe_fopen: CreateFileW for '%s' failed: %d", printable(pathOf(name)), error);
-  setLastSystemError(error);
-  return nullptr;
+  logOpenFailure(pathOf(name), reason);
+  return failure(reason.code);
 }
 
 bool HeldFolder::exists(std::string_view name) const {
+  const auto component = componentOf(name);
   const IoDeadline deadline(kLogFileLimit);
-  return isOneComponent(name) && findName(toPath(name).native()) == 0;
+  return component && folder_.find(*component);
 }
 
 bool HeldFolder::rename(std::string_view from, std::string_view to) const {
-  std::uint32_t error = kInvalidName;
-  if (isOneComponent(from) && isOneComponent(to)) {
+  const auto source = componentOf(from);
+  const auto target = componentOf(to);
+  Result<void> moved = failure(SystemError::invalidName());
+  if (source && target) {
     const IoDeadline deadline(kLogFileLimit);
-    error = renameName(toPath(from).native(), toPath(to).native());
+    moved = folder_.rename(*source, *target);
   }
-  if (error == 0) return true;
+  if (moved) return true;
   logLine(LogLevel::Error, "Couldn't copy file %s to %s: %s", printable(pathOf(from)), printable(pathOf(to)),
-          systemErrorPhrase(error));
+          systemErrorPhrase(moved.error()));
   return false;
 }
 
-std::uint32_t HeldFolder::tryRemove(std::string_view name) const {
-  if (!isOneComponent(name)) return kInvalidName;
+Result<void> HeldFolder::tryRemove(std::string_view name) const {
+  const auto component = componentOf(name);
+  if (!component) return failure(component.error());
   const IoDeadline deadline(kLogFileLimit);
-  const std::uint32_t error = removeName(toPath(name).native());
-  return isMissing(error) ? 0 : error;
+  return unlessMissing(folder_.remove(*component));
 }
 
 bool HeldFolder::remove(std::string_view name) const {
-  const std::uint32_t error = tryRemove(name);
-  if (error == 0) return true;
+  const auto removed = tryRemove(name);
+  if (removed) return true;
   logLine(LogLevel::Error, "Couldn't delete the file %s: %s", printable(pathOf(name)),
-          systemErrorPhrase(error));
+          systemErrorPhrase(removed.error()));
   return false;
 }
 
-std::uint32_t HeldFolder::removeTree(std::string_view name) const {
-  if (!isOneComponent(name)) return kInvalidName;
+Result<void> HeldFolder::removeTree(std::string_view name) const {
+  const auto component = componentOf(name);
+  if (!component) return failure(component.error());
   const IoDeadline deadline(kOpenLimit);
-  return removeTree(toPath(name).native(), 0);
+  return FileUtils::removeTree(folder_, *component, 0);
 }
 
-std::uint32_t HeldFolder::removeTree(const Name& name, unsigned depth) const {
-  std::uint32_t error = removeName(name);
-  if (error == 0 || isMissing(error)) return 0;
-  if (!isNotEmpty(error) || depth == kDeepestTree) return error;
-  {
-    const HeldFolder folder = holdName(name, Existing::Only);
-    if (!folder) return folder.error();
-    // Listed first: what is removed while a folder is read may be passed over.
-    std::vector<Name> names;
-    error = folder.listNames([&](const FolderEntry& entry) { names.push_back(entry.name.native()); });
-    for (const Name& found : names) {
-      if (error == 0) error = folder.removeTree(found, depth + 1);
-    }
-    if (error != 0) return error;
-  }
-  error = removeName(name);
-  return isMissing(error) ? 0 : error;
-}
-
-std::uint32_t HeldFolder::list(const std::function<void(const FolderEntry&)>& visit) const {
+Result<void> HeldFolder::list(const std::function<void(const FolderEntry&)>& visit) const {
   const IoDeadline deadline(kLogFileLimit);
-  return listNames(visit);
+  return folder_.list(visit);
 }
 
 bool removeWhatever(std::string_view path, bool quiet) {
   if (path.empty()) return true;
   const boost::filesystem::path target = toPath(path);
-  const HeldFolder parent = HeldFolder::hold(toUtf8(target.parent_path()), Links::Follow, OwnPlaces::Allow);
-  const std::uint32_t error = parent ? parent.removeTree(toUtf8(target.filename())) : parent.error();
-  if (error == 0 || HeldFolder::isMissing(error)) return true;
+  const auto parent = HeldFolder::hold(toUtf8(target.parent_path()), Links::Follow, OwnPlaces::Allow);
+  const auto removed = unlessMissing(parent ? parent->removeTree(toUtf8(target.filename()))
+                                            : Result<void>(failure(parent.error())));
+  if (removed) return true;
   if (!quiet)
-    logLine(LogLevel::Error, "Couldn't delete the file %s: %s", printable(path), systemErrorPhrase(error));
+    logLine(LogLevel::Error, "Couldn't delete the file %s: %s", printable(path),
+            systemErrorPhrase(removed.error()));
   return false;
 }
 

@@ -10,7 +10,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include "util/io_interruption.h"
+#include "os/process.h"
 
 namespace zarn {
 
@@ -42,7 +42,7 @@ class IoDeadline {
   using Clock = std::chrono::steady_clock;
 
   const std::chrono::milliseconds limit_;
-  const InterruptibleThread thread_;
+  const os::InterruptibleThread thread_;
   std::atomic<std::uint32_t> renewals_{0};
   bool isArmed_ = false;
   // The watch's, under its mutex.

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "os/error_text.h"
 #include "util/mutex.h"
 
 namespace zarn {

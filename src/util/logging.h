@@ -25,8 +25,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "os/system_error.h"
 #include "util/quietly.h"
-#include "util/system_error.h"
 
 namespace zarn {
 

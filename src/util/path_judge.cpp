@@ -2,8 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/filesystem/operations.hpp>
 
-#include "util/environment.h"
+#include "os/files.h"
+#include "os/process.h"
+#include "os/text.h"
+#include "util/io_deadline.h"
+#include "util/logging.h"
 #include "util/product_names.h"
 
 namespace zarn {
@@ -17,19 +22,8 @@ constexpr bool isSeparator(char c) noexcept {
   return c == '\\' || c == '/';
 }
 
-constexpr char lowered(char c) noexcept {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-constexpr bool isLetter(char c) noexcept {
-  return lowered(c) >= 'a' && lowered(c) <= 'z';
-}
-
-/// Whether the texts are the same but for the case of ASCII letters.
-constexpr bool isSame(std::string_view a, std::string_view b) noexcept {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char x, char y) { return lowered(x) == lowered(y); });
-}
+using os::equalsIgnoringCase;
+using os::isLetter;
 
 /// Takes the first component off `rest`, passing over the separators before it; empty at the end.
 constexpr std::string_view takeComponent(std::string_view& rest) noexcept {
@@ -54,10 +48,12 @@ constexpr bool isReservedName(std::string_view component) noexcept {
   while (name.ends_with(' ')) name.remove_suffix(1);
   constexpr std::array<std::string_view, 7> devices = {"nul",    "con",     "aux",   "prn",
                                                        "conin$", "conout$", "clock$"};
-  if (std::any_of(devices.begin(), devices.end(), [&](auto device) { return isSame(name, device); }))
+  if (std::any_of(devices.begin(), devices.end(),
+                  [&](auto device) { return equalsIgnoringCase(name, device); }))
     return true;
   const std::string_view port = name.substr(0, 3);
-  return (isSame(port, "com") || isSame(port, "lpt")) && isPortNumber(name.substr(port.size()));
+  return (equalsIgnoringCase(port, "com") || equalsIgnoringCase(port, "lpt")) &&
+         isPortNumber(name.substr(port.size()));
 }
 
 constexpr bool isDots(std::string_view component) noexcept {
@@ -86,8 +82,8 @@ PathKind judgeShare(std::string_view rest, bool literal) noexcept {
   std::string_view tail = rest;
   const std::string_view host = takeComponent(tail);
   const std::string_view share = takeComponent(tail);
-  if (host == "." || host == "?" || isSame(share, "pipe") || isSame(share, "ipc$") ||
-      isSame(share, "mailslot"))
+  if (host == "." || host == "?" || equalsIgnoringCase(share, "pipe") || equalsIgnoringCase(share, "ipc$") ||
+      equalsIgnoringCase(share, "mailslot"))
     return PathKind::Device;
   if (isDots(host) || isDots(share)) return PathKind::Malformed;
   return judgeComponents(rest, literal, PathKind::Share);
@@ -100,7 +96,7 @@ bool beginsWithDrive(std::string_view path) noexcept {
 /// Behind "\\?\".
 PathKind judgeLiteral(std::string_view rest) noexcept {
   if (beginsWithDrive(rest)) return judgeComponents(rest.substr(2), true, PathKind::LocalFolder);
-  if (rest.size() > 4 && isSame(rest.substr(0, 3), "UNC") && isSeparator(rest[3]))
+  if (rest.size() > 4 && equalsIgnoringCase(rest.substr(0, 3), "UNC") && isSeparator(rest[3]))
     return judgeShare(rest.substr(4), true);
   return PathKind::Device;
 }
@@ -180,10 +176,67 @@ bool liesIn(std::string_view realPath, const std::vector<std::string>& folders) 
     if (folder.empty()) return false;
     std::string_view rest = realPath;
     for (auto wanted = takeComponent(folder); !wanted.empty(); wanted = takeComponent(folder)) {
-      if (!isSame(takeComponent(rest), wanted)) return false;
+      if (!equalsIgnoringCase(takeComponent(rest), wanted)) return false;
     }
     return true;
   });
+}
+
+namespace {
+
+std::string below(std::string folder, std::string_view name) {
+  if (!folder.ends_with('\\')) folder += '\\';
+  return folder.append(name);
+}
+
+std::string recordFolder() {
+  const auto folder = os::machineDataFolder();
+  return folder ? below(*folder, names::kRecordFolder.narrow) : std::string();
+}
+
+std::string temporaryFolder() {
+  boost::system::error_code error;
+  const auto folder = boost::filesystem::temp_directory_path(error);
+  return error ? std::string() : os::utf8FromPath(folder).value_or(std::string());
+}
+
+/// Of a local folder's path with its dots resolved.
+PathKind judgeRealPath(const std::string& path, const std::vector<std::string>& ownFolders) {
+  const auto real = os::realPath(below(below(path, names::kProductFolder.narrow), names::kLogs.narrow));
+  if (!real || real->empty()) return PathKind::Unreachable;
+  if (real->starts_with(R"(\\?\UNC\)")) return PathKind::Share;
+  return liesIn(*real, ownFolders) ? PathKind::OwnPlace : PathKind::LocalFolder;
+}
+
+}  // namespace
+
+PathKind judgeAppDataPath(std::string_view path, const std::vector<std::string>& ownFolders) {
+  // The native build takes every path: it serves no callers.
+  if (!os::kPathsNameDrives) return PathKind::LocalFolder;
+  const PathKind kind = judgePath(path);
+  if (kind != PathKind::LocalFolder) return kind;
+  const std::string resolved = resolveDots(path);
+  if (!os::wideFromUtf8(resolved)) return PathKind::Malformed;  // no UTF-8
+  const IoDeadline deadline(kOpenLimit);
+  return os::isOnNetworkDrive(resolved) ? PathKind::Share : judgeRealPath(resolved, ownFolders);
+}
+
+std::vector<std::string> ownFoldersOf(const std::string& program) {
+  const IoDeadline deadline(kOpenLimit);
+  const std::string programFolder = program.substr(0, program.find_last_of("\\/"));
+  std::vector<std::string> result;
+  for (const std::string& folder : {programFolder, temporaryFolder(), recordFolder()}) {
+    if (judgePath(folder) != PathKind::LocalFolder) continue;
+    const std::string asNamed = resolveDots(folder);
+    result.push_back(os::realPath(asNamed).value_or(asNamed));
+  }
+  return result;
+}
+
+std::vector<std::string> ownFolders() {
+  const auto program = os::executablePath();
+  if (!program) logFatal("GetModuleFileNameW failed: %d", program.error().code());
+  return ownFoldersOf(*program);
 }
 
 }  // namespace zarn

@@ -1,5 +1,5 @@
 // Conversions between the UTF-8 that the service uses inside and the UTF-16 of
-// wide Windows calls. Windows only: the native build has no wide calls.
+// wide Windows calls, with a log line for what cannot be converted.
 #pragma once
 
 #include <string>

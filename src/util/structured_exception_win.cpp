@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "util/system_error.h"
+#include "os/system_error.h"
 
 // g++ has no __try; the assembler can still give a function a scope table, which
 // is all that __try compiles to on x86-64. In zarnCallCatching the slots above the

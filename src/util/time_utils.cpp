@@ -5,6 +5,7 @@
 #include <exception>
 #include <limits>
 
+#include "os/clock.h"
 #include "util/logging.h"
 
 namespace zarn::TimeUtils {
@@ -70,7 +71,7 @@ bool validFields(const std::tm& fields) noexcept {
 bool epochToLocal(std::int64_t seconds, std::tm& out) {
   out = std::tm{};
   if (isNoTime(seconds)) return false;
-  if (!platform::localTime(seconds, out)) {
+  if (!os::localTime(seconds, out)) {
     out = std::tm{};
   } else if (validFields(out)) {
     return !isAllZero(out);
@@ -81,7 +82,7 @@ bool epochToLocal(std::int64_t seconds, std::tm& out) {
 }
 
 bool epochToUtc(std::int64_t seconds, std::tm& out) {
-  if (!isNoTime(seconds) && platform::utcTime(seconds, out)) return !isAllZero(out);
+  if (!isNoTime(seconds) && os::utcTime(seconds, out)) return !isAllZero(out);
   logLine(LogLevel::Error, "[Time] Failed to convert '%lld' from epoch to GMT.", seconds);
   out = std::tm{};
   return false;

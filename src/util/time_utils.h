@@ -20,11 +20,4 @@ namespace zarn::TimeUtils {
 /// seconds are refused; minutes have no upper bound.
 [[nodiscard]] bool validFields(const std::tm& fields) noexcept;
 
-namespace platform {
-
-/// The C library's conversions; `out` is meaningless after false.
-bool localTime(std::int64_t seconds, std::tm& out) noexcept;
-bool utcTime(std::int64_t seconds, std::tm& out) noexcept;
-
-}  // namespace platform
 }  // namespace zarn::TimeUtils

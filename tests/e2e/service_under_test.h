@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "util/windows_handles.h"
+#include "os/handles_win.h"
 
 namespace zarn::testing {
 

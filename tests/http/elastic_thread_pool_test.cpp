@@ -1,4 +1,5 @@
 #include "http/elastic_thread_pool.h"
+#include "os/process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,7 +9,6 @@
 #include <thread>
 
 #include "support/recording_log.h"
-#include "util/system_error.h"
 
 namespace zarn::testing {
 namespace {

@@ -13,8 +13,8 @@
 #include <utility>
 
 #include "log/probe_log.h"
+#include "os/process.h"
 #include "support/environment.h"
-#include "util/environment.h"
 
 namespace zarn::testing {
 namespace {

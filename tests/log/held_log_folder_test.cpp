@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "log/probe_log.h"
-#include "util/windows_handles.h"
+#include "os/handles_win.h"
 
 namespace zarn::testing {
 namespace {

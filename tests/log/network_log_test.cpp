@@ -7,9 +7,9 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/udp.hpp>
 
-#include "log/log_platform.h"
 #include "log/probe_log.h"
 #include "log/reachable_endpoint.h"
+#include "os/clock.h"
 
 namespace zarn::testing {
 namespace {
@@ -89,7 +89,7 @@ TEST(NetworkedLog, CopiesLinesUntilItsTimeIsUp) {
   const std::string enabled = "Enabling networked logging for 2 minutes";
   EXPECT_THAT(receiver.receive(), MatchesRegex("<134>" + head + enabled + "\\."));
   EXPECT_THAT(receiver.receive(), MatchesRegex("<128>" + head + "one"));
-  log.startNetworkLog("127.0.0.1", receiver.port(), platform::currentLogTime().seconds - 1);
+  log.startNetworkLog("127.0.0.1", receiver.port(), os::wallTime().seconds - 1);
   log.write({"late"});
   log.write({"later"});
   EXPECT_THAT(messagesIn(dir.path()),

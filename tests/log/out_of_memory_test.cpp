@@ -4,6 +4,7 @@
 
 #include "log/log_queue.h"
 #include "log/probe_log.h"
+#include "os/system_error.h"
 #include "support/failing_new.h"
 
 namespace zarn::testing {

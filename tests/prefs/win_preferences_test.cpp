@@ -6,10 +6,10 @@
 #include <atomic>
 #include <thread>
 
+#include "os/handles_win.h"
 #include "prefs/preferences_fixture.h"
 #include "support/recording_log.h"
 #include "util/string_utils.h"
-#include "util/windows_handles.h"
 
 namespace zarn::testing {
 namespace {

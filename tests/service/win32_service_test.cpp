@@ -1,4 +1,5 @@
 #include "service/win32_service.h"
+#include "os/error_text.h"
 
 #include <gtest/gtest.h>
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "os/handles_win.h"
 #include "support/temp_directory.h"
 #include "util/string_utils.h"
-#include "util/windows_handles.h"
 
 namespace zarn::testing {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "util/environment.h"
+#include "os/process.h"
 #include "util/file_utils.h"
 
 namespace zarn::testing {

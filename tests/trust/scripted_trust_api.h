@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "os/system_error.h"
 #include "trust/trust_api.h"
-#include "util/system_error.h"
 
 namespace zarn::testing {
 

@@ -9,13 +9,13 @@
 
 #include <cstddef>
 
+#include "os/handles_win.h"
 #include "program_image.h"
 #include "support/recording_log.h"
 #include "support/temp_directory.h"
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
 #include "trust/wintrust_call_win.h"
-#include "util/windows_handles.h"
 
 namespace zarn::testing {
 namespace {

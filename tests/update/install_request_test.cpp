@@ -1,15 +1,16 @@
 // The steps of a request and what is held meanwhile; tests/e2e sees what becomes of which bundle.
 #include "update/install_request.h"
+#include "os/error_text.h"
 
 #include <gtest/gtest.h>
 
 #include <new>
 #include <stdexcept>
 
+#include "os/handles_win.h"
 #include "support/recording_log.h"
 #include "update/helper.h"
 #include "update/staged_installer.h"
-#include "util/windows_handles.h"
 
 namespace zarn {
 namespace {
@@ -117,7 +118,7 @@ TEST_F(InstallRequestTest, ChecksACallersFileByTheNameThatItsHandleHas) {
     EXPECT_EQ(request.checkCallersBundle(path), Status::SignatureRefused);
     EXPECT_TRUE(log_.contains("Failed CreateFile() of " + StringUtils::utf16to8(path)));
   }
-  EXPECT_EQ(checked, (std::vector<std::wstring>{finalPath(file.get()), wide(bundle_)}));
+  EXPECT_EQ(checked, (std::vector<std::wstring>{finalPath(file.get()).value(), wide(bundle_)}));
 }
 
 TEST_F(InstallRequestTest, ExitCodesBecomeStatusesAndTwoRestartTheService) {

@@ -11,10 +11,10 @@
 #include <functional>
 #include <memory>
 
+#include "os/handles_win.h"
 #include "support/recording_log.h"
 #include "support/temp_directory.h"
 #include "update/helper.h"
-#include "util/windows_handles.h"
 
 namespace zarn {
 namespace {

@@ -23,7 +23,7 @@ class UpdateHistory : public ::testing::Test {
   bool append(std::string_view line) {
     const auto held =
         FileUtils::HeldFolder::hold(folder_.path(), FileUtils::Links::Refuse, FileUtils::OwnPlaces::Refuse);
-    return appendLine(held, kHistoryNames, line, 12);
+    return appendLine(held.value(), kHistoryNames, line, 12);
   }
 };
 

@@ -1,4 +1,5 @@
 #include "util/logging.h"
+#include "os/error_text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

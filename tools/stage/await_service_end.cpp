@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "util/windows_handles.h"
+#include "os/handles_win.h"
 
 namespace {
 

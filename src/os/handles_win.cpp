@@ -1,0 +1,25 @@
+#include "os/handles_win.h"
+
+namespace zarn {
+
+Result<void> checkPlainFileWithOneName(HANDLE file) noexcept {
+  if (GetFileType(file) != FILE_TYPE_DISK) return failure(ERROR_BAD_FILE_TYPE);
+  BY_HANDLE_FILE_INFORMATION information{};
+  if (GetFileInformationByHandle(file, &information) == 0) return lastFailure();
+  constexpr DWORD unwanted = FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY;
+  const bool isPlain = (information.dwFileAttributes & unwanted) == 0 && information.nNumberOfLinks == 1;
+  if (!isPlain) return failure(SystemError::accessDenied());
+  return {};
+}
+
+Result<std::wstring> finalPath(HANDLE file) {
+  constexpr DWORD longestPath = 32'768;
+  std::wstring path(longestPath, L'\0');
+  const DWORD length = GetFinalPathNameByHandleW(file, path.data(), longestPath, FILE_NAME_NORMALIZED);
+  if (length == 0) return lastFailure();
+  if (length >= longestPath) return failure(ERROR_FILENAME_EXCED_RANGE);
+  path.resize(length);
+  return path;
+}
+
+}  // namespace zarn

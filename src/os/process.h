@@ -1,0 +1,48 @@
+// This process and its threads.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "os/system_error.h"
+
+namespace zarn {
+
+/// The variable's text in UTF-8; nothing when it is not set. May be called from any thread.
+[[nodiscard]] std::optional<std::string> environmentVariable(const char* name);
+
+/// The system's identifier of the calling thread, as it appears in log lines.
+[[nodiscard]] std::uint32_t currentThreadId() noexcept;
+
+/// Names the calling thread for debuggers; at most 15 characters are kept everywhere.
+void setCurrentThreadName(const char* name) noexcept;
+
+namespace os {
+
+/// For this process, its C library included. Not while other threads read the environment.
+void removeEnvironmentVariable(const char* name) noexcept;
+
+/// Full path of the running program, UTF-8.
+[[nodiscard]] Result<std::string> executablePath();
+
+/// Ends the process with the exception code 0xC0DEDEAD (natively: by abort()).
+[[noreturn]] void endAfterFatalError() noexcept;
+
+/// The thread that makes the object, seen from others. Must not outlive it.
+class InterruptibleThread {
+ public:
+  InterruptibleThread() noexcept;
+  InterruptibleThread(const InterruptibleThread&) = delete;
+  InterruptibleThread& operator=(const InterruptibleThread&) = delete;
+  ~InterruptibleThread();
+
+  /// Cancels the blocking operation that the thread is in, if it is in one. From any thread.
+  void cancelIo() const noexcept;
+
+ private:
+  void* handle_ = nullptr;  ///< null on Windows when the system gives none
+};
+
+}  // namespace os
+}  // namespace zarn

@@ -1,0 +1,36 @@
+#include "os/system_error.h"
+
+#include <cerrno>
+
+namespace zarn {
+
+std::uint32_t lastSystemError() noexcept {
+  return static_cast<std::uint32_t>(errno);
+}
+
+void setLastSystemError(std::uint32_t code) noexcept {
+  errno = static_cast<int>(code);
+}
+
+SystemError SystemError::accessDenied() noexcept {
+  return SystemError(EACCES);
+}
+
+SystemError SystemError::invalidName() noexcept {
+  return SystemError(EINVAL);
+}
+
+bool SystemError::isNotFound() const noexcept {
+  return code_ == ENOENT;
+}
+
+bool SystemError::isAlreadyThere() const noexcept {
+  return code_ == EEXIST;
+}
+
+// POSIX lets a system choose between the two.
+bool SystemError::isNotEmpty() const noexcept {
+  return code_ == ENOTEMPTY || code_ == EEXIST;
+}
+
+}  // namespace zarn

@@ -1,0 +1,22 @@
+#include "util/string_utils.h"
+
+#include "os/text.h"
+#include "util/logging.h"
+
+namespace zarn::StringUtils {
+
+std::wstring utf8to16(std::string_view text) {
+  auto wide = os::wideFromUtf8(text);
+  if (wide) return std::move(*wide);
+  logLine(LogLevel::Error, "utf8to16: MultiByteToWideChar failed: %d", wide.error().code());
+  return {};
+}
+
+std::string utf16to8(std::wstring_view text) {
+  auto narrow = os::utf8FromWide(text);
+  if (narrow) return std::move(*narrow);
+  logLine(LogLevel::Error, "utf16to8: WideCharToMultiByte failed: %d", narrow.error().code());
+  return {};
+}
+
+}  // namespace zarn::StringUtils
