@@ -1,7 +1,7 @@
 """Suppressed log calls, promises and thread pools."""
 
 import group
-from group import Table, Target
+from group import Target
 
 TITLE = "Calls, promises and pools"
 REPEATS = {"suppressed-call": 200_000_000, "atomic-load": 200_000_000, "promise-zarn": 2_000_000,
