@@ -18,7 +18,7 @@ NAMES = {"zarn": "this service", "find": "19 x find", "hyperscan": "Hyperscan", 
          "relayed": "the same behind three hand-offs", "memchr": "memchr (no scrubbing)",
          "write": "bare writes (no logger)", "boost-sync": "Boost.Log, synchronous",
          "boost-async": "Boost.Log, asynchronous", "null": "service that does nothing",
-         "bare": "bare copy and check"}
+         "bare": "bare copy and check", "promise-zarn": "this service", "promise-std": "std::promise"}
 EMPHASIS = {"missed": "**missed**", "failed": "**failed**"}
 
 

@@ -49,7 +49,9 @@ class Results:
 
     def fail(self, cell, error):
         self.numbers.pop(cell, None)
-        text = f"{error}".replace(f"{ROOT}/", "") or type(error).__name__
+        text = f"{error}" or type(error).__name__
+        for checkout in (f"{ROOT}/", f"Z:{ROOT}/".replace("/", "\\")):  # where it lies is no part of a report
+            text = text.replace(checkout, "")
         self.failures[cell] = "\n".join(text.rstrip().splitlines()[-SHOWN_LINES:])
 
     def has(self, cell):
@@ -99,7 +101,10 @@ def output_of(command, **options):
 
 def numbers_of(output):
     """Lines "name value", as measure.h writes them."""
-    return {name: float(value) for name, value in (line.split() for line in output.split("\n") if line.strip())}
+    try:
+        return {name: float(value) for name, value in (line.split() for line in output.splitlines() if line.strip())}
+    except ValueError:
+        raise RuntimeError(f"no numbers: {output}") from None
 
 
 def words(options):

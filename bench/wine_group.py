@@ -21,6 +21,7 @@ BUNDLE_MIB = 256
 GROWING_MIB = (1, 4, 16, 64, 256, 1023)  # the signature must fit into the limit of 1 GiB
 IDLE_SECONDS = 60
 IDLE_LIMIT = 240  # seconds
+STARTS_IN_A_ROUND = 4  # in turn: single starts scatter by a factor of three
 COPY = r"C:\zarn-test\copy.exe"
 
 TARGETS = (
@@ -170,8 +171,9 @@ class Bench(group.Bench):
         return self.program.cell(name, cell="bare", path=self._bundle(mib), target=COPY, small=self._bundle(1))
 
     def cells(self):
-        return [*(self._start_cell(who) for who in SERVICES), self._install_cell("zarn install", self.mib),
-                self._bare_cell("bare install", self.mib)]
+        starts = 1 if self.quick else STARTS_IN_A_ROUND
+        return [*(self._start_cell(who) for _ in range(starts) for who in SERVICES),
+                self._install_cell("zarn install", self.mib), self._bare_cell("bare install", self.mib)]
 
     def growth_cells(self):
         size, preferences = GROWTH
