@@ -75,11 +75,19 @@ def of_this_machine(results, options):
     return {"machine": processor(), "facts": facts, "failures": results.failures, "medians": medians}
 
 
+def as_json(measured):
+    """With a line for each cell, so that a later run's changes can be read."""
+    parts = {name: json.dumps(part, indent=1) for name, part in measured.items()}
+    cells = [f"  {json.dumps(cell)}: {json.dumps(numbers)}" for cell, numbers in measured["medians"].items()]
+    parts["medians"] = "{\n" + ",\n".join(cells) + "\n}"
+    return "{\n" + ",\n".join(f"{json.dumps(name)}: {text}" for name, text in parts.items()) + "\n}\n"
+
+
 def keep(measured, groups, folder, docs):
     """In place of what was kept of this kind of machine."""
     figures = Figures(measured)
     folder.mkdir(parents=True, exist_ok=True)
-    (folder / f"{figures.slug}.json").write_text(json.dumps(measured, indent=1) + "\n")
+    (folder / f"{figures.slug}.json").write_text(as_json(measured))
     plots = docs / "plots" / figures.slug
     plots.mkdir(parents=True, exist_ok=True)
     for old in plots.glob("*.svg"):
