@@ -1,10 +1,11 @@
-// http_bench candidate=zarn|easy url=URL ca=PEM callers=N requests=N bytes=N
+// http_bench candidate=zarn|easy|relayed url=URL ca=PEM callers=N requests=N bytes=N
 //
 // Each caller makes so many GET requests, one after another. Every body must be as
-// long as it should and hold the letters that tools/bench.py had the server serve.
+// long as it should and hold the letters that bench/bench.py had the server serve.
 // The server names its connections in the header X-Connection; they are counted.
 #include <array>
 #include <barrier>
+#include <condition_variable>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -93,6 +94,74 @@ class EasyCaller {
   std::string headers_;
 };
 
+/// A sleeper and who wakes it: the plainest hand-off between two threads.
+class HandOff {
+ public:
+  void wake() {
+    {
+      const std::lock_guard lock(mutex_);
+      called_ = true;
+    }
+    condition_.notify_one();
+  }
+  void sleep() {
+    std::unique_lock lock(mutex_);
+    condition_.wait(lock, [this] { return called_; });
+    called_ = false;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable condition_;
+  bool called_ = false;
+};
+
+/// The same easy handle behind three hand-offs, as many as a request of the service has:
+/// the caller wakes the thread that transfers, that one the thread that answers, and that
+/// one the caller. Its time holds what waking threads costs on this machine, and no more.
+class RelayedCaller {
+ public:
+  explicit RelayedCaller(const Task& task) : caller_(task) {}
+  RelayedCaller(const RelayedCaller&) = delete;
+  RelayedCaller& operator=(const RelayedCaller&) = delete;
+  ~RelayedCaller() {
+    connections_ = nullptr;  // the end
+    toTransfer_.wake();
+    transfer_.join();
+    answer_.join();
+  }
+
+  void get(Connections& connections) {
+    connections_ = &connections;
+    toTransfer_.wake();
+    toCaller_.sleep();
+    if (failure_) std::rethrow_exception(failure_);
+  }
+
+ private:
+  void transfer() {
+    for (toTransfer_.sleep(); connections_ != nullptr; toTransfer_.sleep()) {
+      try {
+        caller_.get(*connections_);
+      } catch (...) {
+        failure_ = std::current_exception();
+      }
+      toAnswer_.wake();
+    }
+    toAnswer_.wake();
+  }
+  void answer() {
+    for (toAnswer_.sleep(); connections_ != nullptr; toAnswer_.sleep()) toCaller_.wake();
+  }
+
+  EasyCaller caller_;
+  Connections* connections_ = nullptr;
+  std::exception_ptr failure_;
+  HandOff toTransfer_, toAnswer_, toCaller_;
+  std::thread transfer_{[this] { transfer(); }};
+  std::thread answer_{[this] { answer(); }};
+};
+
 struct Result {
   std::vector<double> waits;
   Connections connections;
@@ -145,8 +214,8 @@ void measure(const Options& options) {
     std::string_view name;
     Result (*perform)(const Task&);
   };
-  static constexpr std::array<Candidate, 2> kCandidates = {
-      {{"zarn", perform<ZarnCaller>}, {"easy", perform<EasyCaller>}}};
+  static constexpr std::array<Candidate, 3> kCandidates = {
+      {{"zarn", perform<ZarnCaller>}, {"easy", perform<EasyCaller>}, {"relayed", perform<RelayedCaller>}}};
 
   const Task task{options.text("url"), options.text("ca"), options.number("callers"),
                   options.number("requests"), std::string(options.number("bytes"), 'b')};

@@ -15,10 +15,11 @@ CELLS = {  # name: (scheme, callers, requests of each)
     "http 8": ("http", 8, 2000),
     "https 8": ("https", 8, 2000),
 }
-CANDIDATES = ("zarn", "easy")
+CANDIDATES = ("zarn", "easy", "relayed")
 TARGETS = (
+    # Three threads hand a request on; with a handle of its own the caller does all itself.
     Target("GET over kept-alive https, p50, one caller", ("zarn https 1", "p50_us"), [("easy https 1", "p50_us")],
-           at_most=2.0, peer="a reused easy handle"),
+           at_most=1, price=(1.85, 3, "hand-off", "p50_us"), peer="1.85 x a reused easy handle + 3 hand-offs"),
     Target("connects in that run", ("zarn https 1", "connects"), at_most=1),
     Target("requests/s, 8 callers, http", ("zarn http 8", "requests_per_s"), [("easy http 8", "requests_per_s")],
            at_least=0.5, peer="8 reused easy handles"),
@@ -99,7 +100,10 @@ class Bench(group.Bench):
                                 bytes=BODY_BYTES)
 
     def cells(self):
-        return [self._cell(who, f"{who} {name}", *cell) for name, cell in CELLS.items() for who in CANDIDATES]
+        hand_off = self.native.cell("hand-off", "micro_bench", candidate="hand-off-asio",
+                                    repeat=100 if self.quick else 1000)
+        return [hand_off, *(self._cell(who, f"{who} {name}", *cell)
+                            for name, cell in CELLS.items() for who in CANDIDATES)]
 
     def growth_cells(self):
         return [self._cell(who, name, "http", x, 16_000 // x) for who, x, name in GROWTH[0].cells()]

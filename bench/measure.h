@@ -1,5 +1,5 @@
 // What the benchmark programs share: options, clocks, percentiles, and results as
-// lines "name value" on standard output, which tools/bench.py reads.
+// lines "name value" on standard output, which bench/bench.py reads.
 #pragma once
 
 #include <algorithm>

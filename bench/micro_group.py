@@ -5,8 +5,9 @@ from group import Table, Target
 
 TITLE = "Calls, promises and pools"
 REPEATS = {"suppressed-call": 200_000_000, "atomic-load": 200_000_000, "promise-zarn": 2_000_000,
-           "promise-std": 2_000_000, "tasks-zarn": 2_000_000, "tasks-asio": 2_000_000, "hand-off-zarn": 1000,
-           "hand-off-asio": 1000}
+           "promise-std": 2_000_000, "promise-zarn-beside-thread": 2_000_000,
+           "promise-std-beside-thread": 2_000_000, "tasks-zarn": 2_000_000, "tasks-asio": 2_000_000,
+           "hand-off-zarn": 1000, "hand-off-asio": 1000}
 TARGETS = (
     Target("suppressed log call", ("suppressed-call", "ns"), [("atomic-load", "ns")], at_most=2, peer="an atomic load"),
     Target("suppressed log call", ("suppressed-call", "ns"), at_most=1, unit="ns"),
@@ -17,7 +18,10 @@ TARGETS = (
     Target("idle hand-off", ("hand-off-zarn", "p50_us"), [("hand-off-asio", "p50_us")], at_most=1.2,
            peer="asio::thread_pool"),
 )
-TABLES = ()
+TABLES = (
+    Table("Promise: create, resolve, get", ("promise-zarn", "promise-std"), (
+        ("in a process of one thread", "{}", "ns"), ("beside a sleeping thread", "{}-beside-thread", "ns"))),
+)
 GROWTH = ()
 
 

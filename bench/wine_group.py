@@ -1,6 +1,7 @@
 """The service as a whole, under Wine: installs, start, idling, size."""
 
 import contextlib
+import functools
 import os
 import pathlib
 import time
@@ -19,6 +20,8 @@ MIB = 1 << 20
 BUNDLE_MIB = 256
 GROWING_MIB = (1, 4, 16, 64, 256, 1023)  # the signature must fit into the limit of 1 GiB
 IDLE_SECONDS = 60
+IDLE_LIMIT = 240  # seconds
+STARTS_IN_A_ROUND = 4  # in turn: single starts scatter by a factor of three
 COPY = r"C:\zarn-test\copy.exe"
 
 TARGETS = (
@@ -168,8 +171,9 @@ class Bench(group.Bench):
         return self.program.cell(name, cell="bare", path=self._bundle(mib), target=COPY, small=self._bundle(1))
 
     def cells(self):
-        return [*(self._start_cell(who) for who in SERVICES), self._install_cell("zarn install", self.mib),
-                self._bare_cell("bare install", self.mib)]
+        starts = 1 if self.quick else STARTS_IN_A_ROUND
+        return [*(self._start_cell(who) for _ in range(starts) for who in SERVICES),
+                self._install_cell("zarn install", self.mib), self._bare_cell("bare install", self.mib)]
 
     def growth_cells(self):
         size, preferences = GROWTH
@@ -181,13 +185,15 @@ class Bench(group.Bench):
 
     # ---- Idling --------------------------------------------------------------------
 
-    def _idle(self, names, results):
+    def _idle(self, names):
+        """What the processes do in the same minute, by name of the cell."""
         seconds = 5 if self.quick else IDLE_SECONDS
         time.sleep(seconds / 2)  # what came before is over
         processes = {name: IdleProcess(self.machine.prefix, PROGRAMS[name.split()[0]]) for name in names}
         before = {name: process.usage() for name, process in processes.items()}
         time.sleep(seconds)
         share = IDLE_SECONDS / seconds
+        result = {}
         for name, process in processes.items():
             after = process.usage()
             # A thread that is there at both ends shows what it did; one that came or
@@ -196,14 +202,37 @@ class Bench(group.Bench):
             switches = sum(after[thread][0] - before[name][thread][0] for thread in stayed)
             switches += len(before[name].keys() ^ after.keys())
             cpu_ms = sum(after[thread][1] - before[name][thread][1] for thread in stayed)
-            results.add(name, {"switches": switches * share, "cpu_ms": cpu_ms * share, **process.memory()})
+            result[name] = {"switches": switches * share, "cpu_ms": cpu_ms * share, **process.memory()}
+        return result
 
-    def measure_once(self, results):
-        results.add("size", {"MiB": (self.options.dist / "ZarnUpdateService.exe").stat().st_size / MIB})
+    def _idle_cells(self, names, prepare):
+        """The first cell that runs measures for all."""
+        measured = {}
+
+        def run(name):
+            if name not in measured:
+                prepare()
+                measured.update(self._idle(names))
+            return measured[name]
+        return [rounds.Cell(name, functools.partial(run, name), IDLE_LIMIT) for name in names]
+
+    def _start_both_anew(self):
         self._stop(stage.SERVICE)
         self._start(stage.SERVICE)
         self._start(NULL_SERVICE)
-        self._idle(("zarn idle after start", "null idle after start"), results)
+
+    def _check_a_bundle(self):
+        self._start(stage.SERVICE)
         self.machine.wine(self.options.dist / "zarn-update.exe", "check", self._bundle(1))
-        self._idle(("zarn idle after a check",), results)
-        self._stop(NULL_SERVICE)
+
+    def _size(self):
+        return {"MiB": (self.options.dist / "ZarnUpdateService.exe").stat().st_size / MIB}
+
+    def once_cells(self):
+        return [rounds.Cell("size", self._size),
+                *self._idle_cells(("zarn idle after start", "null idle after start"), self._start_both_anew),
+                *self._idle_cells(("zarn idle after a check",), self._check_a_bundle)]
+
+    def recover(self):
+        """Ends whatever a failed cell has left behind."""
+        self.machine.wine("--restart")
