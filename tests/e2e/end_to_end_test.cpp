@@ -62,7 +62,7 @@ TEST_F(EndToEnd, ApprovedBundleIsInstalledOnceAndTheServiceEndsToBeRestarted) {
            std::string("DEBUG - Shutting down for restart")}) {
     EXPECT_THAT(log, HasSubstr(line));
   }
-  EXPECT_THAT(log, Not(HasSubstr("SERVICE_STOPPED")));
+  EXPECT_THAT(log, AllOf(Not(HasSubstr("SERVICE_STOPPED")), Not(HasSubstr(" ERROR - "))));
 
   service_.start();
   EXPECT_EQ(ServiceUnderTest::log(1), log) << "the second start rotates the log";
