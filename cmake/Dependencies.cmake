@@ -60,6 +60,10 @@ foreach(target zarn_boost zarn_fmt zarn_curl)
   endforeach()
 endforeach()
 
-if(ZARN_BUILD_TESTS)
+if(ZARN_BUILD_TESTS AND WIN32)
+  # Debian ships its source for such builds.
+  set(INSTALL_GTEST OFF)
+  add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+elseif(ZARN_BUILD_TESTS)
   find_package(GTest REQUIRED)
 endif()

@@ -46,6 +46,64 @@ if(WIN32)
                       -Wl,--dynamicbase -Wl,--nxcompat)
 endif()
 
+# Most of a file's compile time goes into the headers of libraries, so several files of
+# a target are compiled as one. They share a scope then: names in anonymous namespaces
+# must differ within a folder. CMake's own UNITY_BUILD names the files by absolute paths,
+# by which a compiler cache would tell one checkout from another.
+option(ZARN_BATCHES "Compile source files in batches; off for tools that look at each file" ON)
+set(ZARN_BATCH_SIZE 8 CACHE STRING "The most source files in a batch")
+
+# zarn_batch_sources(TARGET): replaces the target's C++ files by batches of them. It does
+# so at the end of the folder, when it is known which files have compile options of their
+# own: those are batched with files that have the same ones.
+function(zarn_batch_sources target)
+  if(ZARN_BATCHES)
+    cmake_language(EVAL CODE "cmake_language(DEFER CALL zarn_make_batches [[${target}]])")
+  endif()
+endfunction()
+
+function(zarn_make_batches target)
+  get_target_property(sources ${target} SOURCES)
+  set(all_options "")
+  foreach(source ${sources})
+    get_source_file_property(definitions ${source} COMPILE_DEFINITIONS)
+    # Of one kind are only files of this folder that differ in nothing but their options.
+    if(definitions OR IS_ABSOLUTE ${source} OR NOT source MATCHES "\\.cpp$")
+      list(APPEND rest ${source})
+      continue()
+    endif()
+    get_source_file_property(options ${source} COMPILE_OPTIONS)
+    list(APPEND all_options "${options}")
+    list(APPEND files_${options} ${source})
+  endforeach()
+  list(REMOVE_DUPLICATES all_options)
+
+  set(number 0)
+  foreach(options ${all_options})
+    list(LENGTH files_${options} count)
+    math(EXPR batches "(${count} + ${ZARN_BATCH_SIZE} - 1) / ${ZARN_BATCH_SIZE}")
+    math(EXPR size "(${count} + ${batches} - 1) / ${batches}")
+    while(files_${options})
+      list(SUBLIST files_${options} 0 ${size} files)
+      list(REMOVE_ITEM files_${options} ${files})
+      math(EXPR number "${number} + 1")
+      set(batch ${CMAKE_CURRENT_BINARY_DIR}/${target}_${number}.cpp)
+      set(text "// Made by cmake/Flags.cmake.\n")
+      foreach(file ${files})
+        file(RELATIVE_PATH path ${CMAKE_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR}/${file})
+        string(APPEND text "#include \"${path}\"\n")
+      endforeach()
+      file(CONFIGURE OUTPUT ${batch} CONTENT "${text}" @ONLY)
+      set_source_files_properties(${batch} PROPERTIES INCLUDE_DIRECTORIES ${CMAKE_SOURCE_DIR})
+      if(options)
+        set_source_files_properties(${batch} PROPERTIES COMPILE_OPTIONS "${options}")
+      endif()
+      list(APPEND rest ${batch})
+    endwhile()
+  endforeach()
+  set_property(TARGET ${target} PROPERTY SOURCES ${rest})
+endfunction()
+
 # zarn_library(NAME FILES... [WIN FILES...] [POSIX FILES...] [LINK TARGETS...])
 # A folder's library: portable files, the files of one platform, and what it depends on.
 function(zarn_library name)
@@ -58,6 +116,7 @@ function(zarn_library name)
   endif()
   add_library(${name} STATIC ${files})
   target_link_libraries(${name} PUBLIC zarn_flags ${arg_LINK})
+  zarn_batch_sources(${name})
 endfunction()
 
 # zarn_small(NAME): a library whose work is calls to the system, where the program's

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Cross-builds the libraries that Debian does not ship for MinGW, from Debian's
-# own source packages, into a cache folder keyed by this recipe. Prints the
-# prefix on the last line of its output.
+# own source packages, into a cache folder keyed by this recipe. Leaves the
+# folder's path in the cache's file mingw64-prefix.
+#   tools/dependencies.sh             build what is missing
+#   tools/dependencies.sh --missing   name what is missing
 set -euo pipefail
 # shellcheck source=tools/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
@@ -9,22 +11,21 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 triplet=x86_64-w64-mingw32
 compiler=$triplet-g++-posix
 key=$({
-  cat "${BASH_SOURCE[0]}" "$root/cmake/toolchain-mingw64.cmake"
+  cat "${BASH_SOURCE[0]}" "$root/cmake/toolchain-mingw64.cmake" "$root/cmake/boost/CMakeLists.txt"
   "$compiler" --version
-  dpkg-query -W googletest libz-mingw-w64-dev
+  dpkg-query -W libz-mingw-w64-dev
 } | sha256sum | cut -c1-16)
 home=$cache/mingw64-$key
 prefix=$home/prefix
 sources=$cache/sources
-work=$home/work
 logs=$home/logs
-mkdir -p "$prefix" "$sources" "$work" "$logs"
+libraries=(openssl curl boost fmt libzip)
 
-# One run at a time: two checkouts may share the cache.
-if [ "${1:-}" != --recipe ]; then
-  exec 9>"$home/lock"
-  flock 9
+if [ "${1:-}" = --missing ]; then
+  for name in "${libraries[@]}"; do [ -f "$home/$name.done" ] || echo "$name"; done
+  exit
 fi
+mkdir -p "$prefix/include" "$prefix/lib" "$sources" "$logs"
 
 # ---- Debian source packages ------------------------------------------------
 
@@ -55,27 +56,31 @@ apt_private() {
     -o APT::Sandbox::User=root -o APT::Get::List-Cleanup=0 "${@:2}"
 }
 
-# fetch NAME SERIES: the newest source version of NAME whose upstream version
-# begins with SERIES and that comes down whole; unpacked with Debian's patches
-# in $work/NAME. A mirror may lack the newest while it still has the one before.
-fetch() {
-  local name=$1 series=$2 version versions
-  [ ! -f "$sources/$name-$series.version" ] || versions=$(cat "$sources/$name-$series.version")
-  if [ -z "${versions:-}" ]; then
-    apt_private apt-get update >"$logs/apt-src.log" 2>&1 || { cat "$logs/apt-src.log" >&2; return 1; }
+# download NAME SERIES: the newest source version of NAME whose upstream version
+# begins with SERIES and that comes down whole, into $sources; sets $version.
+# A mirror may lack the newest while it still has the one before.
+download() {
+  local name=$1 series=$2 versions
+  if [ -s "$sources/$name-$series.version" ]; then
+    versions=$(cat "$sources/$name-$series.version")
+  else
     versions=$(apt_private apt-cache showsrc "$name" 2>/dev/null |
       sed -nE "s/^Version: ((1:)?${series//./\\.}.*)/\1/p" | sort -uVr)
   fi
   for version in $versions; do
-    if (cd "$sources" && apt_private apt-get source --download-only "$name=$version") >>"$logs/apt-src.log" 2>&1; then
+    if (cd "$sources" && apt_private apt-get source --download-only "$name=$version"); then
       echo "$version" >"$sources/$name-$series.version"
-      rm -rf "${work:?}/$name"
-      (cd "$work" && dpkg-source --no-check -x "$sources/${name}_${version#*:}.dsc" "$name") >>"$logs/apt-src.log" 2>&1
       return
     fi
   done
-  echo "no source version of $name $series could be fetched; see $logs/apt-src.log" >&2
+  echo "no source version of $name $series could be fetched" >&2
   return 1
+}
+
+# fetch NAME SERIES: downloads and unpacks it with Debian's patches in $work/NAME.
+fetch() {
+  download "$@"
+  (cd "$work" && dpkg-source --no-check -x "$sources/${1}_${version#*:}.dsc" "$1")
 }
 
 # ---- Recipes -----------------------------------------------------------------
@@ -84,8 +89,7 @@ harden="-O2 -fstack-protector-strong -D_FORTIFY_SOURCE=2 -ffunction-sections -fd
 export SOURCE_DATE_EPOCH=1700000000
 
 cross_cmake() { # SOURCE OPTIONS...
-  local source=$1 target
-  target=$work/build-$(basename "$source")
+  local source=$1 target=$work/build
   shift
   cmake -G Ninja -S "$source" -B "$target" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchain-mingw64.cmake" \
     -DCMAKE_BUILD_TYPE=None -DCMAKE_C_FLAGS="$harden -ffile-prefix-map=$work=." \
@@ -96,20 +100,32 @@ cross_cmake() { # SOURCE OPTIONS...
 }
 
 # No configuration file, engine or provider module is ever looked for, and the
-# compiled-in folder lies where only administrators can write.
+# compiled-in folder lies where only administrators can write. What is left out
+# besides is what no TLS 1.2 or 1.3 server asks a client for today: old or national
+# ciphers and digests, binary curves, and formats that are not TLS.
 recipe_openssl() {
+  local no_algorithms=(
+    no-aria no-bf no-blake2 no-camellia no-cast no-des no-dsa no-ec2m no-gost no-idea no-md4 no-mdc2 no-rc2 no-rc4
+    no-rmd160 no-scrypt no-seed no-siphash no-siv no-sm2 no-sm3 no-sm4 no-whirlpool
+    no-cmp no-cms no-ct no-nextprotoneg no-rfc3779 no-srtp no-ts
+  )
   fetch openssl 3.0
   cd "$work/openssl"
   CC=gcc-posix CXX=g++-posix ./Configure mingw64 --cross-compile-prefix=$triplet- \
     --prefix="$prefix" --libdir=lib \
     no-shared no-tests no-engine no-dynamic-engine no-module no-autoload-config no-dso no-legacy \
     no-ssl3 no-tls1 no-tls1_1 no-dtls no-comp no-srp no-weak-ssl-ciphers no-ui-console no-capieng \
+    "${no_algorithms[@]}" \
     -O2 -fstack-protector-strong -D_FORTIFY_SOURCE=2 -ffunction-sections -fdata-sections
   # Given here, since Configure takes a drive letter for a relative path.
   local home='C:/Windows/System32/ZarnUpdateService/tls'
   local homes=(OPENSSLDIR="$home" ENGINESDIR="$home/engines" MODULESDIR="$home/modules")
-  make -j "$jobs" build_libs "${homes[@]}"
-  make install_dev "${homes[@]}"
+  # Only what is linked: "build_libs" would build the libraries of its programs, too.
+  make -j "$jobs" build_generated "${homes[@]}"
+  make -j "$jobs" libcrypto.a libssl.a "${homes[@]}"
+  mkdir -p "$prefix/include/openssl"
+  cp include/openssl/*.h "$prefix/include/openssl"
+  cp libcrypto.a libssl.a "$prefix/lib"
   # shellcheck disable=SC2312
   if strings "$prefix/lib/libcrypto.a" | grep -q "$cache"; then
     echo 'a path of the build machine is compiled into libcrypto' >&2
@@ -161,10 +177,16 @@ PATCH
     -DUSE_ZLIB=ON -DZLIB_INCLUDE_DIR=/usr/$triplet/include -DZLIB_LIBRARY=/usr/$triplet/lib/libz.a
 }
 
+# The headers of all of Boost, the sources of what is linked. Debian's patches touch
+# nothing else in them than Phoenix, which is left out for that.
 recipe_boost() {
-  fetch boost1.81 1.81
-  cross_cmake "$work/boost1.81" -DBUILD_TESTING=OFF -DBOOST_INSTALL_LAYOUT=system -DBOOST_RUNTIME_LINK=static \
-    -DBOOST_INCLUDE_LIBRARIES='filesystem;thread;date_time;asio;property_tree;algorithm'
+  download boost1.81 1.81
+  tar -xJf "$sources/boost1.81_${version%-*}.orig.tar.xz" -C "$work" --wildcards --exclude='boost/libs/phoenix' \
+    --transform='s,^boost/libs/.*/include/boost/,include/boost/,' 'boost/libs/*/include/boost/*' \
+    boost/libs/{atomic,chrono,date_time,filesystem,thread}/src
+  cross_cmake "$root/cmake/boost" -DBOOST_SOURCE="$work/boost" -DBOOST_INCLUDE="$work/include"
+  rm -rf "$prefix/include/boost"
+  mv "$work/include/boost" "$prefix/include/boost"
 }
 
 # Plain zip archives: no encryption, no other compression.
@@ -176,30 +198,60 @@ recipe_libzip() {
     -DZLIB_INCLUDE_DIR=/usr/$triplet/include -DZLIB_LIBRARY=/usr/$triplet/lib/libz.a
 }
 
-recipe_googletest() {
-  cp -r /usr/src/googletest "$work/googletest"
-  cross_cmake "$work/googletest" -DBUILD_GMOCK=ON -Dgtest_disable_pthreads=OFF
-}
+# ---- Building them -----------------------------------------------------------
 
-build_library() {
-  local name=$1
-  if [ ! -f "$home/$name.done" ]; then
-    # A recipe stops at its first failing command, which `step` alone would not
-    # see: bash ignores errexit inside a condition.
-    step "$name" "$logs/$name.log" bash -euo pipefail "${BASH_SOURCE[0]}" --recipe "$name"
-    rm -rf "${work:?}"/*
-    touch "$home/$name.done"
-  fi
-}
-
+# A recipe stops at its first failing command: it is run by a bash of its own, since
+# bash ignores errexit inside a condition.
 if [ "${1:-}" = --recipe ]; then
+  work=$home/work/$2
+  rm -rf "$work"
+  mkdir -p "$work"
   "recipe_$2"
+  rm -rf "$work"
+  touch "$home/$2.done"
   exit
 fi
 
-libraries=(openssl fmt curl boost libzip googletest)
-pending=0
-for name in "${libraries[@]}"; do [ -f "$home/$name.done" ] || pending=1; done
-[ $pending = 0 ] || say "Building the libraries for Windows, once, into $home"
-for name in "${libraries[@]}"; do build_library "$name"; done
+# build_in_turn NAMES...: what is missing of them; says which one failed.
+build_in_turn() {
+  local name
+  for name in "$@"; do
+    [ ! -f "$home/$name.done" ] || continue
+    if ! bash -euo pipefail "${BASH_SOURCE[0]}" --recipe "$name" >"$logs/$name.log" 2>&1; then
+      tail -n 30 "$logs/$name.log"
+      echo "the library $name cannot be built; the whole output is in $logs/$name.log"
+      return 1
+    fi
+    echo "$name is built"
+  done
+}
+
+# curl needs OpenSSL, so these two take longest and go first. While curl finds out about
+# the compiler, on one processor, the other libraries keep the others busy.
+if [ "${1:-}" = --all ]; then
+  build_in_turn openssl curl &
+  renice -n 15 $BASHPID >/dev/null
+  build_in_turn boost fmt libzip && others=0 || others=1
+  wait $! || others=1
+  exit "$others"
+fi
+
+if [ "${1:-}" = --lists ]; then
+  apt_private apt-get update
+  exit
+fi
+
+# One run at a time: two checkouts may share the cache.
+exec 9>"$home/lock"
+flock 9
+mapfile -t missing < <("${BASH_SOURCE[0]}" --missing)
+if [ ${#missing[@]} -gt 0 ]; then
+  say "Building the libraries for Windows, once, into $home"
+  [ "$(find "$sources" -name '*.version' | wc -l)" = ${#libraries[@]} ] ||
+    step "lists of source packages" "$logs/lists.log" "${BASH_SOURCE[0]}" --lists
+  step_logs=("${missing[@]/#/$logs/}")
+  step_logs=("${step_logs[@]/%/.log}")
+  rm -f "${step_logs[@]}"
+  step "${missing[*]}" "$logs/all.log" "${BASH_SOURCE[0]}" --all
+fi
 echo "$prefix" >"$cache/mingw64-prefix"

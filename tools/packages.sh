@@ -14,14 +14,17 @@ packages_native=(
 packages_package=(nsis python3)
 packages_wine=(wine64 nginx-light openssl osslsigncode rsyslog python3)
 packages_bench=(libspdlog-dev libgoogle-glog-dev libboost-log1.81-dev libhyperscan-dev strace python3)
-packages_lint=(clang-format clang-tidy shellcheck)
+packages_lint=(clang-format clang-tidy shellcheck flake8)
+
+missing_packages() {
+  comm -23 <(printf '%s\n' "$@" | sort -u) \
+    <(dpkg-query -W -f='${db:Status-Status} ${Package}\n' "$@" 2>/dev/null | sed -n 's/^installed //p' | sort -u)
+}
 
 # Installs what is missing of the packages named, and says what it does.
 install_packages() {
-  local missing=() name
-  for name in "$@"; do
-    dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null | grep -qx installed || missing+=("$name")
-  done
+  local missing
+  mapfile -t missing < <(missing_packages "$@")
   [ ${#missing[@]} -gt 0 ] || return 0
   require_root_for "${#missing[@]} Debian packages are missing: ${missing[*]}"
   say "Installing ${#missing[@]} Debian packages: ${missing[*]}"

@@ -13,7 +13,7 @@ build_in() { # FOLDER
   cd "$clone"
   # shellcheck disable=SC2086  # several options, or none
   cmake --preset windows -DZARN_BUILD_TESTS=OFF ${ZARN_WINDOWS_OPTIONS:-}
-  cmake --build build/windows -j "$jobs"
+  cmake --build build/windows -j "$jobs" --target src/all client/all setup/all
   cmake --install build/windows --prefix "$1/result/dist" --component dist --strip
   tools/package.sh build/windows "$1/result/dist" "$1/result/package"
 }

@@ -23,7 +23,7 @@ namespace {
 
 using boost::asio::ip::udp;
 
-constexpr std::size_t kTimeBufferBytes = 128;
+constexpr std::size_t kTimestampBytes = 128;
 
 bool isControl(char c) noexcept {
   return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
@@ -40,7 +40,7 @@ std::size_t cutBetweenCharacters(std::string_view text, std::size_t bytes) noexc
 
 std::string sendingTime() {
   const std::tm fields = localCalendarTime(os::wallTime().seconds);
-  std::array<char, kTimeBufferBytes> buffer{};
+  std::array<char, kTimestampBytes> buffer{};
   return {buffer.data(), std::strftime(buffer.data(), buffer.size(), "%b %d %H:%M:%S", &fields)};
 }
 

@@ -16,7 +16,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-const std::string kDigest = "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f";
+const std::string kImageDigest = "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f";
 
 class TrustChecks : public ::testing::Test {
  protected:
@@ -52,7 +52,7 @@ TEST_F(TrustChecks, WhatIsRightPassesAndEverythingIsReleasedLast) {
   EXPECT_THAT(api_.calls, ElementsAre("CreateFileW", "ImageGetCertificateHeader", "ImageGetCertificateData",
                                       "WinVerifyTrust", "release"));
   api_.calls.clear();
-  EXPECT_TRUE(identity({"x", kDigest}).isVerified());
+  EXPECT_TRUE(identity({"x", kImageDigest}).isVerified());
   EXPECT_THAT(api_.calls, ElementsAre("CryptQueryObject", "CryptMsgGetParam (size)", "CryptMsgGetParam",
                                       "CertFindCertificateInStore", "CryptHashCertificate (size)",
                                       "CryptHashCertificate", "fetch", "release", "release"));
@@ -76,7 +76,7 @@ TEST_F(TrustChecks, AnyFailedCallRefusesWhateverTheLastErrorIs) {
     for (const std::uint32_t lastError : {0U, 5U, 0x80092009U}) {
       SCOPED_TRACE(call + " " + std::to_string(lastError));
       startFailing(call, lastError);
-      const TrustResult result = checksIntegrity ? integrity() : identity({kDigest, ""});
+      const TrustResult result = checksIntegrity ? integrity() : identity({kImageDigest, ""});
       EXPECT_EQ(static_cast<std::uint32_t>(result.code()), lastError == 0 ? 31 : lastError);
       EXPECT_TRUE(log_.contains(message));
       if (api_.calls.size() > 1) {
@@ -115,11 +115,11 @@ TEST_F(TrustChecks, TheProvidersStatusIsTheResultAndAnError) {
 }
 
 TEST_F(TrustChecks, AnyOtherSignerIsRefusedAndDescribed) {
-  const std::set<std::string> nearly = {boost::to_upper_copy(kDigest), kDigest + " ", kDigest.substr(0, 63),
-                                        ""};
+  const std::set<std::string> nearly = {boost::to_upper_copy(kImageDigest), kImageDigest + " ",
+                                        kImageDigest.substr(0, 63), ""};
   EXPECT_EQ(identity(nearly).code(), 30005);
   EXPECT_THAT(log_.texts(),
-              ElementsAre("Certificate hash: " + kDigest, "Certificate Common Name: Zarn \xC3\x9C\\x0a",
+              ElementsAre("Certificate hash: " + kImageDigest, "Certificate Common Name: Zarn \xC3\x9C\\x0a",
                           "Certificate Organization Name: Zarn, Inc.", "Certificate Locality Name: L",
                           "Certificate State Name: ", "Certificate Country Name: Z",
                           "Certificate couldn't be verified"));
@@ -152,7 +152,7 @@ TEST_F(TrustChecks, AnObserverNamesTheSignerAndNotWhoIsMerelyCarriedAlong) {
     const auto fetch = [] { return std::set<std::string>{""}; };
     EXPECT_FALSE(CheckCertificateIdentity(observer, L"x.exe", fetch).isVerified());
     ASSERT_TRUE(observer.signer());
-    EXPECT_EQ(observer.signer()->digest, *failing == '\0' ? kDigest : "");
+    EXPECT_EQ(observer.signer()->digest, *failing == '\0' ? kImageDigest : "");
     EXPECT_EQ(observer.signer()->subject, "CN=Zarn \xC3\x9C\n, O=Zarn, Inc., L=L, C=Z");
   }
 }

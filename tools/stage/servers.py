@@ -118,7 +118,7 @@ def start_nginx(directory, profile, sockets):
     configuration = os.path.join(directory, "nginx.conf")
     with open(configuration, "w", encoding="utf-8") as file:
         file.write(NGINX_CONFIGURATION.format(directory=directory, profile=profile, path=PROFILE_PATH,
-                                               user="user root;" if os.geteuid() == 0 else "", **ports))
+                                              user="user root;" if os.geteuid() == 0 else "", **ports))
     descriptors = [listener.fileno() for listener in sockets.values()]
     environment = dict(os.environ, NGINX="".join(f"{number};" for number in descriptors))
     environment["PATH"] = environment.get("PATH", "") + ":/usr/sbin"

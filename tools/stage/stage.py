@@ -116,7 +116,7 @@ def make_bundles(publisher, genuine, intruder, folder):
     # Properly signed, but for a processor that this system has not.
     foreign = bytearray(genuine.read_bytes())
     header = int.from_bytes(foreign[0x3C:0x40], "little")
-    foreign[header + 4 : header + 6] = (0x01C4).to_bytes(2, "little")
+    foreign[header + 4:header + 6] = (0x01C4).to_bytes(2, "little")
     unstartable = folder / "foreign.tmp"
     unstartable.write_bytes(foreign)
     publisher.sign(publisher.approved, unstartable, folder / "unstartable.exe", [authority])
