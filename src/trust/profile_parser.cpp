@@ -6,10 +6,9 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "util/exceptions.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/quietly.h"
-#include "util/type_name.h"
 
 namespace zarn {
 
