@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <memory>
 
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/string_utils.h"

@@ -1,6 +1,7 @@
 #include "trust/certificate_integrity.h"
 
 #include "os/system_error.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/string_utils.h"

@@ -9,10 +9,9 @@
 
 #include "http/http_client.h"
 #include "trust/account_service_host.h"
+#include "util/exceptions.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/quietly.h"
-#include "util/type_name.h"
 
 namespace zarn {
 

@@ -14,7 +14,7 @@
 #include <utility>
 #include <variant>
 
-#include "util/file_version.h"
+#include "util/product_version.h"
 
 namespace zarn {
 

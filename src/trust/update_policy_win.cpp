@@ -5,11 +5,11 @@
 #include "os/error_text.h"
 #include "os/handles_win.h"
 #include "trust/update_policy.h"
+#include "util/exceptions.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/product_names.h"
-#include "util/quietly.h"
 #include "util/string_utils.h"
 
 namespace zarn {

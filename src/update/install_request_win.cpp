@@ -7,13 +7,14 @@
 #include "update/install_request.h"
 #include "update/installer_logs.h"
 #include "update/staged_installer.h"
+#include "util/exceptions.h"
 #include "util/file_utils.h"
-#include "util/file_version.h"
 #include "util/io_deadline.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/mutex.h"
 #include "util/printable.h"
-#include "util/quietly.h"
+#include "util/product_version.h"
 #include "util/string_utils.h"
 
 namespace zarn {

@@ -18,11 +18,12 @@
 #include "update/staged_installer.h"
 #include "update/update_history.h"
 #include "update/update_service.h"
+#include "util/exceptions.h"
 #include "util/file_utils.h"
 #include "util/held_folder.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/quietly.h"
 #include "util/string_utils.h"
 
 namespace zarn {
