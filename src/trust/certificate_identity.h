@@ -2,9 +2,7 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <string>
-#include <vector>
 
 #include "trust/trust_api.h"
 #include "trust/trust_result.h"
@@ -23,27 +21,5 @@ inline constexpr std::uint32_t kIdentityRefused = 30005;
 /// the moment the certificate is found, and its subject is read without log lines.
 IdentityResult CheckCertificateIdentity(TrustApi& api, const std::wstring& path,
                                         const ProfileSource& fetchProfile);
-
-/// An attribute of a certificate's subject.
-struct SubjectField {
-  const char* oid;
-  const char* label;  ///< in a distinguished name
-  const char* words;
-};
-inline constexpr SubjectField kSubjectFields[] = {{"2.5.4.3", "CN", "Common Name"},
-                                                  {"2.5.4.10", "O", "Organization Name"},
-                                                  {"2.5.4.7", "L", "Locality Name"},
-                                                  {"2.5.4.8", "S", "State Name"},
-                                                  {"2.5.4.6", "C", "Country Name"}};
-
-/// Two lower-case hexadecimal digits for each byte.
-[[nodiscard]] std::string digestText(std::span<const std::uint8_t> digest);
-
-/// The digest's bytes; empty when the provider fails, which is logged.
-[[nodiscard]] std::vector<std::uint8_t> HashCertificateSha256(const Certificate& certificate);
-
-/// The first attribute `oid` of the certificate's subject, UTF-8; empty when the
-/// provider fails, which is logged. The certificate's author chose the text.
-[[nodiscard]] std::string GetCertNameAttribute(const Certificate& certificate, const char* oid);
 
 }  // namespace zarn

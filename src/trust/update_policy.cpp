@@ -69,11 +69,10 @@ PolicyResult judgeByPolicy(const StoredPolicy& stored, const UpdatePolicy& built
 }
 
 Stored<ProductVersion> asVersion(const Stored<std::string>& text) {
-  if (const auto* problem = problemOf(text)) return *problem;
-  const auto* const stored = std::get_if<std::string>(&text);
-  if (stored == nullptr) return std::monostate();
-  if (const auto version = parseVersion(*stored)) return *version;
-  return Unreadable{"\"" + printable(*stored) + "\" is no version"};
+  return whenRead(text, [](const std::string& stored) -> Stored<ProductVersion> {
+    if (const auto version = parseVersion(stored)) return *version;
+    return Unreadable{"\"" + printable(stored) + "\" is no version"};
+  });
 }
 
 std::optional<std::string> versionToRemember(const Stored<ProductVersion>& highest,

@@ -64,6 +64,15 @@ struct StoredPolicy {
   Stored<ProductVersion> highestInstalled{};
 };
 
+/// What `next` makes of a stored value; one that is missing or unreadable stays so.
+template <typename T, typename Next>
+[[nodiscard]] auto whenRead(const Stored<T>& stored, const Next& next)
+    -> decltype(next(std::declval<const T&>())) {
+  if (const auto* problem = std::get_if<Unreadable>(&stored)) return *problem;
+  if (const auto* value = std::get_if<T>(&stored)) return next(*value);
+  return std::monostate();
+}
+
 /// A stored text as the version that it must be.
 [[nodiscard]] Stored<ProductVersion> asVersion(const Stored<std::string>& text);
 

@@ -17,6 +17,11 @@ using ::testing::ElementsAre;
 
 const std::string kDigest = "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f";
 
+/// The second line about a failed call begins like this.
+std::string errorLine(std::uint32_t error) {
+  return "    Win32 Error: " + std::to_string(static_cast<std::int32_t>(error)) + " ";
+}
+
 class TrustChecks : public ::testing::Test {
  protected:
   TrustChecks() {
@@ -36,9 +41,9 @@ class TrustChecks : public ::testing::Test {
     });
   }
   TrustResult identity(const ApprovedDigests& approved) { return check(approved).result; }
-  void startFailing(const std::string& call, std::uint32_t lastError = 0) {
+  void startFailing(const std::string& call, std::uint32_t error = 1) {
     api_.failingCall = call;
-    api_.failure = lastError;
+    api_.error = SystemError(error);
     api_.calls.clear();
     log_.clear();
   }
@@ -63,7 +68,7 @@ TEST_F(TrustChecks, WhatIsRightPassesAndEverythingIsReleasedLast) {
                           LoggedLine{LogLevel::Debug, "Certificate identity verified"}));
 }
 
-TEST_F(TrustChecks, AnyFailedCallRefusesWhateverTheLastErrorIs) {
+TEST_F(TrustChecks, AnyFailedCallRefusesWithItsError) {
   const std::tuple<bool, std::string, std::string> steps[] = {
       {true, "CreateFileW", "Failed CreateFile() of a\\x0ab.exe"},
       {true, "ImageGetCertificateHeader", "ImageGetCertificateHeader() failed"},
@@ -74,12 +79,13 @@ TEST_F(TrustChecks, AnyFailedCallRefusesWhateverTheLastErrorIs) {
       {false, "CertFindCertificateInStore", "CertFindCertificateInStore failed"},
   };
   for (const auto& [checksIntegrity, call, message] : steps) {
-    for (const std::uint32_t lastError : {0U, 5U, 0x80092009U}) {
-      SCOPED_TRACE(call + " " + std::to_string(lastError));
-      startFailing(call, lastError);
+    for (const std::uint32_t error : {5U, 0x80092009U}) {
+      SCOPED_TRACE(call + " " + std::to_string(error));
+      startFailing(call, error);
       const TrustResult result = checksIntegrity ? integrity() : identity({kDigest, ""});
-      EXPECT_EQ(static_cast<std::uint32_t>(result.code()), lastError == 0 ? 31 : lastError);
+      EXPECT_EQ(static_cast<std::uint32_t>(result.code()), error);
       EXPECT_TRUE(log_.contains(message));
+      EXPECT_THAT(log_.texts().back(), ::testing::StartsWith(errorLine(error)));
       if (api_.calls.size() > 1) {
         EXPECT_EQ(api_.calls.back(), "release");
         api_.calls.pop_back();
@@ -108,11 +114,12 @@ TEST_F(TrustChecks, TheLogShowsTheCallersWordsWhateverTheFileIsCalled) {
 }
 
 TEST_F(TrustChecks, TheProvidersStatusIsTheResultAndAnError) {
-  startFailing("WinVerifyTrust");
+  startFailing("WinVerifyTrust", 5);
   api_.trustStatus = static_cast<std::int32_t>(0x800b010cU);  // a certificate was revoked
   EXPECT_EQ(integrity().code(), api_.trustStatus);
   const LoggedLine line{LogLevel::Error, "Certificate couldn't be verified with the following error:"};
   EXPECT_THAT(log_.lines(), ::testing::Contains(line));
+  EXPECT_THAT(log_.texts().back(), ::testing::StartsWith(errorLine(5)));
 }
 
 TEST_F(TrustChecks, AnyOtherSignerIsRefusedAndDescribed) {
