@@ -12,13 +12,13 @@
 #include "service/mitigations.h"
 #include "system/system_info.h"
 #include "update/update_service.h"
+#include "util/exceptions.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/product_names.h"
-#include "util/quietly.h"
+#include "util/product_version.h"
 #include "util/string_utils.h"
-#include "util/type_name.h"
-#include "util/version.h"
 
 namespace zarn {
 namespace {
@@ -28,8 +28,8 @@ constexpr char kBuildPlatform[] = "windows-x86_64";
 /// DLLs that are loaded from here on come from the system directory only. What
 /// the program imports is found before any of its code runs; it imports system
 /// libraries only.
-bool restrictDllSearch() noexcept {
-  return SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32) != 0 && SetDllDirectoryW(L"") != 0;
+Result<void> restrictDllSearch() noexcept {
+  return resultOf(SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32) != 0 && SetDllDirectoryW(L"") != 0);
 }
 
 /// The first lines of every log file.
@@ -87,8 +87,7 @@ void startNetworkLogging(Log& log) noexcept {
 }  // namespace zarn
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
-  const bool dllSearchIsRestricted = zarn::restrictDllSearch();
-  const DWORD dllSearchError = GetLastError();
+  const auto restricted = zarn::restrictDllSearch();  // before there is a log to say how it went
   // A runtime that ends the process in its own way must not ask anybody with a
   // message box; nobody could answer it.
   _set_error_mode(_OUT_TO_STDERR);
@@ -97,9 +96,9 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   log.setFileOpenedRoutine(zarn::writeBanner);
   log.start(zarn::names::kLog.narrow);
   zarn::logLine(zarn::LogLevel::Debug, "Main Thread");
-  if (!dllSearchIsRestricted) {
-    SetLastError(dllSearchError);
-    zarn::logWin32Error(zarn::LogLevel::Error, "The DLL search could not be restricted.");
+  if (!restricted) {
+    zarn::logSystemFailure(zarn::LogLevel::Error, restricted.error(),
+                           "The DLL search could not be restricted.");
   }
   zarn::applyMitigations();
   zarn::startNetworkLogging(log);

@@ -2,6 +2,7 @@
 
 #include "os/process.h"
 #include "service/mitigations.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/product_names.h"
 

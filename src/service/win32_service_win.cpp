@@ -7,12 +7,12 @@
 #include "os/error_text.h"
 #include "service/service_control.h"
 #include "service/win32_service.h"
+#include "util/exceptions.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/mutex.h"
 #include "util/printable.h"
-#include "util/quietly.h"
 #include "util/string_utils.h"
-#include "util/type_name.h"
 
 namespace zarn {
 namespace {

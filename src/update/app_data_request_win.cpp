@@ -2,6 +2,7 @@
 #include "prefs/preferences.h"
 #include "update/app_data_request.h"
 #include "update/rpc_caller_win.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/string_utils.h"

@@ -4,8 +4,9 @@
 #include "os/handles_win.h"
 #include "update/run_installer.h"
 #include "update/status.h"
+#include "util/exceptions.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
-#include "util/quietly.h"
 
 namespace zarn {
 namespace {

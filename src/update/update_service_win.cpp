@@ -10,7 +10,6 @@
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
 #include "trust/certificate_profile.h"
-#include "trust/signer_observer.h"
 #include "update/app_data_request.h"
 #include "update/install_request.h"
 #include "update/record_folder.h"
@@ -19,11 +18,12 @@
 #include "update/staged_installer.h"
 #include "update/update_history.h"
 #include "update/update_service.h"
+#include "util/exceptions.h"
 #include "util/file_utils.h"
 #include "util/held_folder.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/quietly.h"
 #include "util/string_utils.h"
 
 namespace zarn {
@@ -55,15 +55,8 @@ const InstallRequest& installRequest() {
             return CheckCertificateIntegrity(systemTrustApi(), path, shownAs);
           },
       .checkIdentity =
-          [](const std::wstring& path, IdentityFacts& facts) {
-            SignerObserver observer(systemTrustApi());
-            const TrustResult result = CheckCertificateIdentity(observer, path, [&facts] {
-              auto profile = FetchCertificateProfile();
-              facts.profileWasHad = !profile.empty();
-              return profile;
-            });
-            facts.signer = observer.signer();
-            return result;
+          [](const std::wstring& path) {
+            return CheckCertificateIdentity(systemTrustApi(), path, FetchCertificateProfile);
           },
       .checkPolicy = CheckUpdatePolicy,
       .installed = rememberInstalledVersion,

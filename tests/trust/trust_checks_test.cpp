@@ -9,7 +9,6 @@
 #include "support/recording_log.h"
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
-#include "trust/signer_observer.h"
 
 namespace zarn::testing {
 namespace {
@@ -17,6 +16,11 @@ namespace {
 using ::testing::ElementsAre;
 
 const std::string kImageDigest = "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f";
+
+/// The second line about a failed call begins like this.
+std::string errorLine(std::uint32_t error) {
+  return "    Win32 Error: " + std::to_string(static_cast<std::int32_t>(error)) + " ";
+}
 
 class TrustChecks : public ::testing::Test {
  protected:
@@ -30,15 +34,16 @@ class TrustChecks : public ::testing::Test {
   }
 
   TrustResult integrity() { return CheckCertificateIntegrity(api_, L"a\nb.exe"); }
-  TrustResult identity(const std::set<std::string>& approved) {
+  IdentityResult check(const std::optional<ApprovedDigests>& approved) {
     return CheckCertificateIdentity(api_, L"a\nb.exe", [&] {
       api_.calls.emplace_back("fetch");
       return approved;
     });
   }
-  void startFailing(const std::string& call, std::uint32_t lastError = 0) {
+  TrustResult identity(const ApprovedDigests& approved) { return check(approved).result; }
+  void startFailing(const std::string& call, std::uint32_t error = 1) {
     api_.failingCall = call;
-    api_.failure = lastError;
+    api_.error = SystemError(error);
     api_.calls.clear();
     log_.clear();
   }
@@ -53,6 +58,7 @@ TEST_F(TrustChecks, WhatIsRightPassesAndEverythingIsReleasedLast) {
                                       "WinVerifyTrust", "release"));
   api_.calls.clear();
   EXPECT_TRUE(identity({"x", kImageDigest}).isVerified());
+  std::erase_if(api_.calls, [](const auto& call) { return call.starts_with("CertGetNameStringW"); });
   EXPECT_THAT(api_.calls, ElementsAre("CryptQueryObject", "CryptMsgGetParam (size)", "CryptMsgGetParam",
                                       "CertFindCertificateInStore", "CryptHashCertificate (size)",
                                       "CryptHashCertificate", "fetch", "release", "release"));
@@ -62,7 +68,7 @@ TEST_F(TrustChecks, WhatIsRightPassesAndEverythingIsReleasedLast) {
                           LoggedLine{LogLevel::Debug, "Certificate identity verified"}));
 }
 
-TEST_F(TrustChecks, AnyFailedCallRefusesWhateverTheLastErrorIs) {
+TEST_F(TrustChecks, AnyFailedCallRefusesWithItsError) {
   const std::tuple<bool, std::string, std::string> steps[] = {
       {true, "CreateFileW", "Failed CreateFile() of a\\x0ab.exe"},
       {true, "ImageGetCertificateHeader", "ImageGetCertificateHeader() failed"},
@@ -73,12 +79,13 @@ TEST_F(TrustChecks, AnyFailedCallRefusesWhateverTheLastErrorIs) {
       {false, "CertFindCertificateInStore", "CertFindCertificateInStore failed"},
   };
   for (const auto& [checksIntegrity, call, message] : steps) {
-    for (const std::uint32_t lastError : {0U, 5U, 0x80092009U}) {
-      SCOPED_TRACE(call + " " + std::to_string(lastError));
-      startFailing(call, lastError);
+    for (const std::uint32_t error : {5U, 0x80092009U}) {
+      SCOPED_TRACE(call + " " + std::to_string(error));
+      startFailing(call, error);
       const TrustResult result = checksIntegrity ? integrity() : identity({kImageDigest, ""});
-      EXPECT_EQ(static_cast<std::uint32_t>(result.code()), lastError == 0 ? 31 : lastError);
+      EXPECT_EQ(static_cast<std::uint32_t>(result.code()), error);
       EXPECT_TRUE(log_.contains(message));
+      EXPECT_THAT(log_.texts().back(), ::testing::StartsWith(errorLine(error)));
       if (api_.calls.size() > 1) {
         EXPECT_EQ(api_.calls.back(), "release");
         api_.calls.pop_back();
@@ -107,16 +114,17 @@ TEST_F(TrustChecks, TheLogShowsTheCallersWordsWhateverTheFileIsCalled) {
 }
 
 TEST_F(TrustChecks, TheProvidersStatusIsTheResultAndAnError) {
-  startFailing("WinVerifyTrust");
+  startFailing("WinVerifyTrust", 5);
   api_.trustStatus = static_cast<std::int32_t>(0x800b010cU);  // a certificate was revoked
   EXPECT_EQ(integrity().code(), api_.trustStatus);
   const LoggedLine line{LogLevel::Error, "Certificate couldn't be verified with the following error:"};
   EXPECT_THAT(log_.lines(), ::testing::Contains(line));
+  EXPECT_THAT(log_.texts().back(), ::testing::StartsWith(errorLine(5)));
 }
 
 TEST_F(TrustChecks, AnyOtherSignerIsRefusedAndDescribed) {
-  const std::set<std::string> nearly = {boost::to_upper_copy(kImageDigest), kImageDigest + " ",
-                                        kImageDigest.substr(0, 63), ""};
+  const std::set<std::string> nearly = {boost::to_upper_copy(kImageDigest), kImageDigest + " ", kImageDigest.substr(0, 63),
+                                        ""};
   EXPECT_EQ(identity(nearly).code(), 30005);
   EXPECT_THAT(log_.texts(),
               ElementsAre("Certificate hash: " + kImageDigest, "Certificate Common Name: Zarn \xC3\x9C\\x0a",
@@ -143,17 +151,29 @@ TEST_F(TrustChecks, WhatCannotBeReadIsEmptyAndNeverApproved) {
   }
 }
 
-TEST_F(TrustChecks, AnObserverNamesTheSignerAndNotWhoIsMerelyCarriedAlong) {
+TEST_F(TrustChecks, TheAnswerNamesTheSignerAndTellsAnEmptyProfileFromNone) {
+  // Who is merely carried along is never named.
   api_.carried.insert(api_.carried.begin(), {"CN=Decoy, 2", {0xFF}, {{"2.5.4.3", L"Decoy"}}});
-  for (const char* failing : {"", "CryptHashCertificate"}) {
+  const struct {
+    std::string failing;
+    std::optional<ApprovedDigests> approved;
+    std::optional<std::string> digest;
+    ProfileState profile;
+  } table[] = {{"", ApprovedDigests{kImageDigest, "x"}, kImageDigest, ProfileState::Had},
+               {"", ApprovedDigests{}, kImageDigest, ProfileState::Had},
+               {"", std::nullopt, kImageDigest, ProfileState::NotHad},
+               {"CryptHashCertificate", ApprovedDigests{""}, "", ProfileState::Had},
+               {"CertFindCertificateInStore", ApprovedDigests{""}, std::nullopt, ProfileState::NotAsked}};
+  for (const auto& [failing, approved, digest, profile] : table) {
     startFailing(failing);
-    SignerObserver observer(api_);
-    EXPECT_FALSE(observer.signer());
-    const auto fetch = [] { return std::set<std::string>{""}; };
-    EXPECT_FALSE(CheckCertificateIdentity(observer, L"x.exe", fetch).isVerified());
-    ASSERT_TRUE(observer.signer());
-    EXPECT_EQ(observer.signer()->digest, *failing == '\0' ? kImageDigest : "");
-    EXPECT_EQ(observer.signer()->subject, "CN=Zarn \xC3\x9C\n, O=Zarn, Inc., L=L, C=Z");
+    const IdentityResult answer = check(approved);
+    EXPECT_EQ(answer.result.isVerified(), approved && approved->contains(kImageDigest));
+    EXPECT_EQ(answer.profile, profile);
+    EXPECT_EQ(answer.approvedDigests, profile == ProfileState::Had ? approved->size() : 0);
+    ASSERT_EQ(answer.signer.has_value(), digest.has_value());
+    if (!digest) continue;
+    EXPECT_EQ(answer.signer->digest, *digest);
+    EXPECT_EQ(answer.signer->subject, "CN=Zarn \xC3\x9C\n, O=Zarn, Inc., L=L, C=Z");
   }
 }
 
