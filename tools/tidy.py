@@ -92,16 +92,19 @@ def main():
 
     def tidy(file):
         extra = [f"--extra-arg={argument}" for argument in ("-Wno-unknown-warning-option", *options.extra_arg)]
-        return file, subprocess.run(["clang-tidy", "--quiet", "-p", database, *extra, file],
-                                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        result = subprocess.run(["clang-tidy", "--quiet", "-p", database, *extra, file],
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        if result.returncode == 0:
+            stamps[file].touch()
+        return file, result
 
     failed = 0
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
-        for done, (file, result) in enumerate(pool.map(tidy, waiting), 1):
+        running = [pool.submit(tidy, file) for file in waiting]
+        for done, future in enumerate(concurrent.futures.as_completed(running), 1):
+            file, result = future.result()
             print(f"[{done}/{len(waiting)}] {pathlib.Path(file).relative_to(ROOT)}", flush=True)
-            if result.returncode == 0:
-                stamps[file].touch()
-            else:
+            if result.returncode != 0:
                 failed += 1
                 print(result.stdout, flush=True)
     sys.exit(f"clang-tidy finds fault with {failed} files" if failed else 0)

@@ -68,7 +68,10 @@ class CentralCollection(unittest.TestCase):
     def log(self):
         """The newest log's lines: level and message."""
         logs = next(self.machine.prefix.glob("drive_c/users/*/AppData/Local/Zarn Media Server/Logs"))
-        text = (logs / "Zarn Update Service.log").read_text(errors="surrogateescape")
+        try:
+            text = (logs / "Zarn Update Service.log").read_text(errors="surrogateescape")
+        except FileNotFoundError:  # the service is between renaming the old file and opening the new one
+            return []
         return re.findall(r"^\w{3} .*? \[\d+\] (\w+) - (.*)$", text, re.MULTILINE)
 
     def serve_one_check(self, collector_setting, path):
