@@ -10,6 +10,7 @@
 namespace zarn {
 namespace {
 
+// Domain names have no room for more.
 constexpr std::size_t kLongestHostBytes = 253;
 constexpr std::string_view kAddressCharacters = "0123456789abcdefABCDEF:.";
 constexpr std::string_view kNameCharacters =
@@ -30,6 +31,8 @@ std::string accountServiceHost() {
   return chosen && !chosen->empty() ? *chosen : ZARN_ACCOUNT_SERVICE_HOST;
 }
 
+// The characters are listed, not the forbidden ones: whatever could end the host in a
+// URL, or be decoded into something that does, is then refused without being known.
 bool isHostWithOptionalPort(std::string_view text) {
   std::string_view rest;
   if (text.starts_with('[')) {

@@ -24,6 +24,7 @@ namespace {
 
 constexpr char kPath[] = "/api/zmscert/profile";
 
+// The request's own time limit also bounds this wait.
 std::shared_ptr<HttpContext> transferAndWait(std::shared_ptr<HttpContext> context) {
   return HttpClient::submit(std::move(context))->wait();
 }
@@ -58,6 +59,7 @@ std::optional<ApprovedDigests> parseCertificateProfile(const std::string& body) 
     std::istringstream stream(body);
     boost::property_tree::ptree tree;
     boost::property_tree::read_json(stream, tree);
+    // The keys do not matter: a list and an object with values are read alike.
     ApprovedDigests digests;
     for (const auto& [key, child] : tree.get_child("certs")) digests.insert(child.data());
     return digests;

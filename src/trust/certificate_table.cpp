@@ -92,6 +92,8 @@ CertificateTable judgeCertificateTable(std::uint64_t fileBytes, const ReadAt& re
   const ImageReader image(fileBytes, readAt);
   const auto table = findTable(image);
   if (!table) return {Verdict::Missing};
+  // A table in the headers could change what it is described by, and one of any size
+  // would make a parser allocate as much.
   if (table->size > kMaxCertificateTableBytes || table->offset < table->endOfHeaders ||
       !image.contains(table->offset, table->size)) {
     return {Verdict::Refused};

@@ -31,6 +31,7 @@ Refusal judgeVersion(const Stored<ProductVersion>& highest, const std::optional<
     return unreadableValue(names::kHighestInstalledVersionValue.narrow, *problem);
   }
   if (!version) return "it has no version number";
+  // On a machine where nothing was installed yet, every version is high enough.
   const auto* const installed = std::get_if<ProductVersion>(&highest);
   if (installed == nullptr || *version >= *installed) return std::nullopt;
   return fmt::format("its version {} is lower than {}, which was installed before", versionText(*version),
@@ -45,12 +46,14 @@ UpdatePolicy builtInPolicy() {
 
 PolicyResult judgeByPolicy(const StoredPolicy& stored, const UpdatePolicy& builtIn,
                            const std::function<FileVersion()>& readBundle) {
+  // A rule that cannot be read may be in force, so it refuses before any other is asked.
   if (const auto* problem = problemOf(stored.requiredProduct)) {
     return PolicyResult::refused(unreadableValue(names::kRequiredProductValue.narrow, *problem));
   }
   if (const auto* problem = problemOf(stored.refuseOlder)) {
     return PolicyResult::refused(unreadableValue(names::kRefuseOlderValue.narrow, *problem));
   }
+  // What the administrator stored counts, also where it switches a built-in rule off.
   UpdatePolicy policy = builtIn;
   if (const auto* product = std::get_if<std::string>(&stored.requiredProduct)) {
     policy.requiredProduct = *product;
@@ -77,6 +80,7 @@ Stored<ProductVersion> asVersion(const Stored<std::string>& text) {
 
 std::optional<std::string> versionToRemember(const Stored<ProductVersion>& highest,
                                              const ProductVersion& installed) {
+  // What cannot be read may have been a higher version.
   if (problemOf(highest) != nullptr) return std::nullopt;
   const auto* const before = std::get_if<ProductVersion>(&highest);
   if (before != nullptr && *before >= installed) return std::nullopt;

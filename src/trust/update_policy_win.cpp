@@ -71,6 +71,7 @@ Stored<std::uint32_t> readNumber(const Stored<RegistryKey>& key, const wchar_t* 
   });
 }
 
+/// Lies in the service's own key and not in the policy's, which belongs to administrators.
 Stored<ProductVersion> readHighestInstalled() {
   return asVersion(
       readText(openForReading(names::kServiceKey.wide), names::kHighestInstalledVersionValue.wide));
@@ -106,6 +107,7 @@ PolicyResult CheckUpdatePolicy(const std::string& path) {
   return result;
 }
 
+// The installer has run by now: whatever fails here must not change the request's answer.
 void rememberInstalledVersion(const ProductVersion& version) noexcept {
   quietly([&] {
     const auto highest = readHighestInstalled();

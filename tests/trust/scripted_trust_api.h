@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "os/system_error.h"
 #include "trust/certificate_integrity.h"
 #include "trust/trust_api.h"
 
@@ -37,16 +36,59 @@ struct ScriptedTrustApi final : TrustApi {
   template <typename Unit>
   Result<std::uint32_t> fill(const std::string& name, std::span<Unit> buffer, std::span<const Unit> content) {
     std::copy_n(content.begin(), std::min(content.size(), buffer.size()), buffer.begin());
-    return call(buffer.empty() ? name + " (size)" : name).map([&] {
-      return static_cast<std::uint32_t>(content.size());
-    });
+    const auto size = static_cast<std::uint32_t>(content.size());
+    return call(buffer.empty() ? name + " (size)" : name).map([size] { return size; });
   }
 
-  Result<std::unique_ptr<SignedFile>> openFile(const std::wstring& path) override {
+  /// Whatever a call opens.
+  struct Object final : SignedFile, EmbeddedSignature, Certificate {
+    explicit Object(ScriptedTrustApi& script, const CarriedCertificate* found = nullptr)
+        : api(script), certificate(found) {}
+    ~Object() override { api.calls.emplace_back("release"); }
+
+    Result<std::uint32_t> certificateLength() override {
+      return api.call("ImageGetCertificateHeader").map([] { return std::uint32_t{4711}; });
+    }
+    Result<void> readCertificate(std::uint32_t length) override {
+      return length == 4711 ? api.call("ImageGetCertificateData") : failure(1);
+    }
+    Result<std::uint32_t> signerInfo(std::span<std::byte> buffer) const override {
+      return api.fill("CryptMsgGetParam", buffer, std::as_bytes(std::span(api.signerOfMessage)));
+    }
+    Result<std::unique_ptr<Certificate>> findCertificate(std::span<const std::byte> signer) const override {
+      if (const auto called = api.call("CertFindCertificateInStore"); !called) return failure(called.error());
+      for (const CarriedCertificate& one : api.carried) {
+        const bool isSigners = std::ranges::equal(std::as_bytes(std::span(one.issuerAndSerial)), signer);
+        if (isSigners) return std::make_unique<Object>(api, &one);
+      }
+      return failure(2);
+    }
+    Result<std::uint32_t> sha256(std::span<std::uint8_t> buffer) const override {
+      // Asked for the size, a provider may answer more than it writes.
+      return api.fill<std::uint8_t>("CryptHashCertificate", buffer, certificate->digest)
+          .map([&](std::uint32_t size) { return size + (buffer.empty() ? 8 : 0); });
+    }
+    Result<std::uint32_t> subjectAttribute(const char* oid, std::span<wchar_t> buffer) const override {
+      const auto found = certificate->subject.find(oid);
+      const std::wstring text = found == certificate->subject.end() ? L"" : found->second;
+      return api.fill<wchar_t>("CertGetNameStringW", buffer, std::span(text.c_str(), text.size() + 1));
+    }
+
+    ScriptedTrustApi& api;
+    const CarriedCertificate* certificate;
+  };
+
+  template <typename Interface>
+  Result<std::unique_ptr<Interface>> open(const char* name, const std::wstring& path) {
     paths.insert(path);
-    return call("CreateFileW").map([&]() -> std::unique_ptr<SignedFile> {
-      return std::make_unique<File>(*this);
-    });
+    if (const auto called = call(name); !called) return failure(called.error());
+    return std::make_unique<Object>(*this);
+  }
+  Result<std::unique_ptr<SignedFile>> openFile(const std::wstring& path) override {
+    return open<SignedFile>("CreateFileW", path);
+  }
+  Result<std::unique_ptr<EmbeddedSignature>> querySignature(const std::wstring& path) override {
+    return open<EmbeddedSignature>("CryptQueryObject", path);
   }
   std::int32_t verifyTrust(const std::wstring& path) override {
     paths.insert(path);
@@ -54,61 +96,6 @@ struct ScriptedTrustApi final : TrustApi {
     setLastSystemError(error.code());
     return trustStatus;
   }
-  Result<std::unique_ptr<EmbeddedSignature>> querySignature(const std::wstring& path) override {
-    paths.insert(path);
-    return call("CryptQueryObject").map([&]() -> std::unique_ptr<EmbeddedSignature> {
-      return std::make_unique<Signature>(*this);
-    });
-  }
-
-  template <typename Interface>
-  struct Scripted : Interface {
-    explicit Scripted(ScriptedTrustApi& script) : api(script) {}
-    ~Scripted() override { api.calls.emplace_back("release"); }
-    ScriptedTrustApi& api;
-  };
-
-  struct File final : Scripted<SignedFile> {
-    using Scripted::Scripted;
-    Result<std::uint32_t> certificateLength() override {
-      return api.call("ImageGetCertificateHeader").map([] { return std::uint32_t{4711}; });
-    }
-    Result<void> readCertificate(std::uint32_t length) override {
-      return length == 4711 ? api.call("ImageGetCertificateData") : failure(1);
-    }
-  };
-
-  struct Context final : Scripted<Certificate> {
-    Context(ScriptedTrustApi& script, const CarriedCertificate& found)
-        : Scripted(script), certificate(found) {}
-    Result<std::uint32_t> sha256(std::span<std::uint8_t> buffer) const override {
-      // Asked for the size, a provider may answer more than it writes.
-      return api.fill<std::uint8_t>("CryptHashCertificate", buffer, certificate.digest)
-          .map([&](std::uint32_t size) { return size + (buffer.empty() ? 8 : 0); });
-    }
-    Result<std::uint32_t> subjectAttribute(const char* oid, std::span<wchar_t> buffer) const override {
-      const auto found = certificate.subject.find(oid);
-      const std::wstring text = found == certificate.subject.end() ? L"" : found->second;
-      return api.fill<wchar_t>("CertGetNameStringW", buffer, std::span(text.c_str(), text.size() + 1));
-    }
-    const CarriedCertificate& certificate;
-  };
-
-  struct Signature final : Scripted<EmbeddedSignature> {
-    using Scripted::Scripted;
-    Result<std::uint32_t> signerInfo(std::span<std::byte> buffer) const override {
-      return api.fill("CryptMsgGetParam", buffer, std::as_bytes(std::span(api.signerOfMessage)));
-    }
-    Result<std::unique_ptr<Certificate>> findCertificate(std::span<const std::byte> signer) const override {
-      if (const auto called = api.call("CertFindCertificateInStore"); !called) return failure(called.error());
-      for (const CarriedCertificate& certificate : api.carried) {
-        if (std::ranges::equal(std::as_bytes(std::span(certificate.issuerAndSerial)), signer)) {
-          return std::make_unique<Context>(api, certificate);
-        }
-      }
-      return failure(2);
-    }
-  };
 };
 
 /// "Verified", which a check alone can say. Logs what the check does.

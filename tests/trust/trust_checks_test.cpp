@@ -8,7 +8,6 @@
 #include "scripted_trust_api.h"
 #include "support/recording_log.h"
 #include "trust/certificate_identity.h"
-#include "trust/certificate_integrity.h"
 
 namespace zarn::testing {
 namespace {
@@ -17,30 +16,25 @@ using ::testing::ElementsAre;
 
 const std::string kImageDigest = "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f";
 
-/// The second line about a failed call begins like this.
-std::string errorLine(std::uint32_t error) {
-  return "    Win32 Error: " + std::to_string(static_cast<std::int32_t>(error)) + " ";
-}
-
 class TrustChecks : public ::testing::Test {
  protected:
   TrustChecks() {
     std::vector<std::uint8_t> digest(32);
     std::iota(digest.begin(), digest.end(), std::uint8_t{0});
     api_.carried = {
+        {"CN=Decoy, 2", {0xAB, 0x0A}, {{"2.5.4.3", L"Decoy"}}},
         {api_.signerOfMessage,
          digest,
          {{"2.5.4.3", L"Zarn \u00DC\n"}, {"2.5.4.10", L"Zarn, Inc."}, {"2.5.4.7", L"L"}, {"2.5.4.6", L"Z"}}}};
   }
 
   TrustResult integrity() { return CheckCertificateIntegrity(api_, L"a\nb.exe"); }
-  IdentityResult check(const std::optional<ApprovedDigests>& approved) {
+  IdentityResult identity(const std::optional<ApprovedDigests>& approved) {
     return CheckCertificateIdentity(api_, L"a\nb.exe", [&] {
       api_.calls.emplace_back("fetch");
       return approved;
     });
   }
-  TrustResult identity(const ApprovedDigests& approved) { return check(approved).result; }
   void startFailing(const std::string& call, std::uint32_t error = 1) {
     api_.failingCall = call;
     api_.error = SystemError(error);
@@ -57,7 +51,7 @@ TEST_F(TrustChecks, WhatIsRightPassesAndEverythingIsReleasedLast) {
   EXPECT_THAT(api_.calls, ElementsAre("CreateFileW", "ImageGetCertificateHeader", "ImageGetCertificateData",
                                       "WinVerifyTrust", "release"));
   api_.calls.clear();
-  EXPECT_TRUE(identity({"x", kImageDigest}).isVerified());
+  EXPECT_TRUE(identity({{"x", kImageDigest}}).result.isVerified());
   std::erase_if(api_.calls, [](const auto& call) { return call.starts_with("CertGetNameStringW"); });
   EXPECT_THAT(api_.calls, ElementsAre("CryptQueryObject", "CryptMsgGetParam (size)", "CryptMsgGetParam",
                                       "CertFindCertificateInStore", "CryptHashCertificate (size)",
@@ -68,111 +62,93 @@ TEST_F(TrustChecks, WhatIsRightPassesAndEverythingIsReleasedLast) {
                           LoggedLine{LogLevel::Debug, "Certificate identity verified"}));
 }
 
-TEST_F(TrustChecks, AnyFailedCallRefusesWithItsError) {
-  const std::tuple<bool, std::string, std::string> steps[] = {
-      {true, "CreateFileW", "Failed CreateFile() of a\\x0ab.exe"},
-      {true, "ImageGetCertificateHeader", "ImageGetCertificateHeader() failed"},
-      {true, "ImageGetCertificateData", "ImageGetCertificateData() failed"},
-      {false, "CryptQueryObject", "CryptQueryObject() failed"},
-      {false, "CryptMsgGetParam (size)", "CryptMsgGetParm() (Getting Size) failed"},
-      {false, "CryptMsgGetParam", "CryptMsgGetParm() failed"},
-      {false, "CertFindCertificateInStore", "CertFindCertificateInStore failed"},
-  };
-  for (const auto& [checksIntegrity, call, message] : steps) {
+TEST_F(TrustChecks, AnyFailedCallRefusesAndIsLoggedWithItsError) {
+  api_.trustStatus = static_cast<std::int32_t>(0x800b010cU);  // a certificate was revoked
+  enum class Ends { Integrity, Identity, Nothing };
+  const std::tuple<Ends, std::string, std::string> steps[] = {
+      {Ends::Integrity, "CreateFileW", "Failed CreateFile() of a\\x0ab.exe"},
+      {Ends::Integrity, "ImageGetCertificateHeader", "ImageGetCertificateHeader() failed"},
+      {Ends::Integrity, "ImageGetCertificateData", "ImageGetCertificateData() failed"},
+      {Ends::Integrity, "WinVerifyTrust", "Certificate couldn't be verified with the following error:"},
+      {Ends::Identity, "CryptQueryObject", "CryptQueryObject() failed"},
+      {Ends::Identity, "CryptMsgGetParam (size)", "CryptMsgGetParm() (Getting Size) failed"},
+      {Ends::Identity, "CryptMsgGetParam", "CryptMsgGetParm() failed"},
+      {Ends::Identity, "CertFindCertificateInStore", "CertFindCertificateInStore failed"},
+      {Ends::Nothing, "CryptHashCertificate (size)",
+       "CryptHashCertificate() (calculating output size) failed"},
+      {Ends::Nothing, "CryptHashCertificate", "CryptHashCertificate() failed"},
+      {Ends::Nothing, "CertGetNameStringW (size)", "CertGetNameStringW() (Get size) failed"},
+      {Ends::Nothing, "CertGetNameStringW", "CertGetNameString() failed"}};
+  for (const auto& [ends, call, message] : steps) {
     for (const std::uint32_t error : {5U, 0x80092009U}) {
       SCOPED_TRACE(call + " " + std::to_string(error));
       startFailing(call, error);
-      const TrustResult result = checksIntegrity ? integrity() : identity({kImageDigest, ""});
-      EXPECT_EQ(static_cast<std::uint32_t>(result.code()), error);
-      EXPECT_TRUE(log_.contains(message));
-      EXPECT_THAT(log_.texts().back(), ::testing::StartsWith(errorLine(error)));
-      if (api_.calls.size() > 1) {
-        EXPECT_EQ(api_.calls.back(), "release");
-        api_.calls.pop_back();
-      }
-      EXPECT_EQ(api_.calls.back(), call);
+      // A malformed profile can hold empty text.
+      const TrustResult result = ends == Ends::Integrity ? integrity() : identity(ApprovedDigests{""}).result;
+      const bool isProviders = call == "WinVerifyTrust";
+      EXPECT_EQ(result.code(), isProviders             ? api_.trustStatus
+                               : ends == Ends::Nothing ? 30005
+                                                       : static_cast<std::int32_t>(error));
+      const auto lines = log_.lines();
+      const auto line = std::ranges::find(lines, message, &LoggedLine::text);
+      ASSERT_LT(line - lines.begin() + 1, lines.end() - lines.begin());
+      EXPECT_EQ(line->level, isProviders ? LogLevel::Error : LogLevel::Debug);
+      EXPECT_TRUE(line[1].text.starts_with(
+          "    Win32 Error: " + std::to_string(static_cast<std::int32_t>(error)) + " "));
+      const std::string read =
+          call.starts_with("CryptHash") ? "Certificate hash: " : "Certificate Common Name: ";
+      EXPECT_EQ(log_.contains(read), ends == Ends::Nothing);
+      if (ends == Ends::Nothing || api_.calls.size() == 1) continue;
+      EXPECT_THAT(std::vector(api_.calls.end() - 2, api_.calls.end()), ElementsAre(call, "release"));
     }
   }
 }
 
 TEST_F(TrustChecks, TheLogShowsTheCallersWordsWhateverTheFileIsCalled) {
-  const auto announced = [&] { return log_.contains("Checking Certificate of installer: words\\x0a"); };
+  const std::string announced = "Checking Certificate of installer: words\\x0a";
   EXPECT_TRUE(CheckCertificateIntegrity(api_, L"real.exe", L"words\n").isVerified());
   EXPECT_EQ(api_.paths, std::set<std::wstring>{L"real.exe"});
-  EXPECT_TRUE(announced());
-  for (const std::uint32_t error : {2U, 0U}) {
-    startFailing("CreateFileW", error);
-    EXPECT_EQ(CheckCertificateIntegrity(api_, L"real.exe", L"words\n").code(), error == 0 ? 31 : 2);
-    const auto failure = log_.texts();
-    startFailing("");
-    EXPECT_EQ(integrityOfUnopened(L"words\n", error).code(), error == 0 ? 31 : 2);
-    EXPECT_TRUE(announced());
-    EXPECT_EQ(log_.texts(), failure);
-    EXPECT_TRUE(log_.contains("Failed CreateFile() of words\\x0a"));
-    EXPECT_THAT(api_.calls, ElementsAre());
-  }
-}
-
-TEST_F(TrustChecks, TheProvidersStatusIsTheResultAndAnError) {
-  startFailing("WinVerifyTrust", 5);
-  api_.trustStatus = static_cast<std::int32_t>(0x800b010cU);  // a certificate was revoked
-  EXPECT_EQ(integrity().code(), api_.trustStatus);
-  const LoggedLine line{LogLevel::Error, "Certificate couldn't be verified with the following error:"};
-  EXPECT_THAT(log_.lines(), ::testing::Contains(line));
-  EXPECT_THAT(log_.texts().back(), ::testing::StartsWith(errorLine(5)));
+  EXPECT_TRUE(log_.contains(announced));
+  startFailing("CreateFileW", 2);
+  EXPECT_EQ(CheckCertificateIntegrity(api_, L"real.exe", L"words\n").code(), 2);
+  const auto texts = log_.texts();
+  EXPECT_EQ(texts.front(), announced);
+  EXPECT_EQ(texts.at(1), "Failed CreateFile() of words\\x0a");
+  log_.clear();
+  EXPECT_EQ(integrityOfUnopened(L"words\n", 2).code(), 2);
+  EXPECT_EQ(log_.texts(), texts);
+  EXPECT_EQ(integrityOfUnopened(L"words\n", 0).code(), 31);
 }
 
 TEST_F(TrustChecks, AnyOtherSignerIsRefusedAndDescribed) {
-  const std::set<std::string> nearly = {boost::to_upper_copy(kImageDigest), kImageDigest + " ", kImageDigest.substr(0, 63),
-                                        ""};
-  EXPECT_EQ(identity(nearly).code(), 30005);
+  // The last one is carried along, and made no signature.
+  const ApprovedDigests nearly = {boost::to_upper_copy(kImageDigest), kImageDigest + " ", kImageDigest.substr(0, 63),
+                                  "ab0a"};
+  EXPECT_EQ(identity(nearly).result.code(), 30005);
   EXPECT_THAT(log_.texts(),
               ElementsAre("Certificate hash: " + kImageDigest, "Certificate Common Name: Zarn \xC3\x9C\\x0a",
                           "Certificate Organization Name: Zarn, Inc.", "Certificate Locality Name: L",
                           "Certificate State Name: ", "Certificate Country Name: Z",
                           "Certificate couldn't be verified"));
-  EXPECT_EQ(identity({}).code(), 30005);
-  // An approved certificate that is merely carried along does not help.
-  api_.carried.insert(api_.carried.begin(), {"CN=Zarn, 2", {0xAB, 0x0A}, {}});
-  EXPECT_EQ(identity({"ab0a"}).code(), 30005);
-}
-
-TEST_F(TrustChecks, WhatCannotBeReadIsEmptyAndNeverApproved) {
-  const std::pair<std::string, std::string> steps[] = {
-      {"CryptHashCertificate (size)", "CryptHashCertificate() (calculating output size) failed"},
-      {"CryptHashCertificate", "CryptHashCertificate() failed"},
-      {"CertGetNameStringW (size)", "CertGetNameStringW() (Get size) failed"},
-      {"CertGetNameStringW", "CertGetNameString() failed"}};
-  for (const auto& [call, message] : steps) {
-    startFailing(call);
-    EXPECT_EQ(identity({"", std::string(64, '0')}).code(), 30005);  // a malformed profile can hold empty text
-    EXPECT_TRUE(log_.contains(message));
-    EXPECT_TRUE(log_.contains("Certificate hash: ") || log_.contains("Certificate Common Name: "));
-  }
+  EXPECT_EQ(log_.lines().back().level, LogLevel::Error);
 }
 
 TEST_F(TrustChecks, TheAnswerNamesTheSignerAndTellsAnEmptyProfileFromNone) {
-  // Who is merely carried along is never named.
-  api_.carried.insert(api_.carried.begin(), {"CN=Decoy, 2", {0xFF}, {{"2.5.4.3", L"Decoy"}}});
-  const struct {
-    std::string failing;
-    std::optional<ApprovedDigests> approved;
-    std::optional<std::string> digest;
-    ProfileState profile;
-  } table[] = {{"", ApprovedDigests{kImageDigest, "x"}, kImageDigest, ProfileState::Had},
-               {"", ApprovedDigests{}, kImageDigest, ProfileState::Had},
-               {"", std::nullopt, kImageDigest, ProfileState::NotHad},
-               {"CryptHashCertificate", ApprovedDigests{""}, "", ProfileState::Had},
-               {"CertFindCertificateInStore", ApprovedDigests{""}, std::nullopt, ProfileState::NotAsked}};
+  const std::tuple<const char*, std::optional<ApprovedDigests>, const char*, ProfileState> table[] = {
+      {"", ApprovedDigests{kImageDigest, "x"}, kImageDigest.c_str(), ProfileState::Had},
+      {"", ApprovedDigests{}, kImageDigest.c_str(), ProfileState::Had},
+      {"", std::nullopt, kImageDigest.c_str(), ProfileState::NotHad},
+      {"CryptHashCertificate", ApprovedDigests{""}, "", ProfileState::Had},
+      {"CertFindCertificateInStore", ApprovedDigests{kImageDigest}, nullptr, ProfileState::NotAsked}};
   for (const auto& [failing, approved, digest, profile] : table) {
     startFailing(failing);
-    const IdentityResult answer = check(approved);
-    EXPECT_EQ(answer.result.isVerified(), approved && approved->contains(kImageDigest));
+    const IdentityResult answer = identity(approved);
+    EXPECT_EQ(answer.result.isVerified(), digest != nullptr && approved && approved->contains(kImageDigest));
     EXPECT_EQ(answer.profile, profile);
     EXPECT_EQ(answer.approvedDigests, profile == ProfileState::Had ? approved->size() : 0);
-    ASSERT_EQ(answer.signer.has_value(), digest.has_value());
-    if (!digest) continue;
-    EXPECT_EQ(answer.signer->digest, *digest);
+    ASSERT_EQ(answer.signer.has_value(), digest != nullptr);
+    if (digest == nullptr) continue;
+    EXPECT_EQ(answer.signer->digest, digest);
     EXPECT_EQ(answer.signer->subject, "CN=Zarn \xC3\x9C\n, O=Zarn, Inc., L=L, C=Z");
   }
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include "os/registry.h"
 #include "support/recording_log.h"
 #include "trust/update_policy.h"
 #include "util/product_names.h"
@@ -23,28 +24,27 @@ class MachinePolicy : public ::testing::Test {
       RegDeleteKeyW(HKEY_LOCAL_MACHINE, key);
     }
   }
-  static void store(const wchar_t* key, const wchar_t* name, DWORD type, const std::wstring& bytes) {
-    const auto size = static_cast<DWORD>(bytes.size() * sizeof(wchar_t));
-    ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, name, type, bytes.data(), size), ERROR_SUCCESS);
+  static void store(const wchar_t* path, const wchar_t* name, DWORD type, const std::wstring& bytes) {
+    const auto key = os::createRegistryKey(HKEY_LOCAL_MACHINE, path, KEY_SET_VALUE);
+    const std::size_t size = bytes.size() * sizeof(wchar_t);
+    ASSERT_TRUE(os::writeRegistryValue(key.value().get(), name, type, bytes.data(), size));
   }
-  static std::string highestInstalled() {
-    wchar_t text[64] = {};
-    DWORD size = sizeof(text);
-    RegGetValueW(HKEY_LOCAL_MACHINE, names::kServiceKey.wide, names::kHighestInstalledVersionValue.wide,
-                 RRF_RT_REG_SZ, nullptr, text, &size);
-    return StringUtils::utf16to8(text);
+  static std::wstring highestInstalled() {
+    const auto key = os::openRegistryKey(HKEY_LOCAL_MACHINE, names::kServiceKey.wide, KEY_QUERY_VALUE);
+    return os::readRegistryValue(key.value().get(), names::kHighestInstalledVersionValue.wide, 64)
+        ->text()
+        .c_str();
   }
 
-  /// The end of the one line in the log, or "" for none and an allowed bundle.
+  /// Why the bundle is refused, as the log has it; empty when it is allowed.
   std::string refusal() {
     log_.clear();
-    const bool isAllowed = CheckUpdatePolicy(kBundle).isAllowed();
-    const auto lines = log_.lines();
-    EXPECT_EQ(lines.size(), isAllowed ? 0U : 1U);
-    if (lines.empty()) return "";
-    const std::string begin = "The bundle is refused by policy: ";
-    EXPECT_TRUE(lines[0].level == LogLevel::Error && lines[0].text.starts_with(begin));
-    return lines[0].text.substr(begin.size());
+    const PolicyResult result = CheckUpdatePolicy(kBundle);
+    std::vector<LoggedLine> logged;
+    if (!result.isAllowed())
+      logged.push_back({LogLevel::Error, "The bundle is refused by policy: " + result.sentence()});
+    EXPECT_EQ(log_.lines(), logged);
+    return result.isAllowed() ? "" : result.sentence();
   }
 
   RecordingLog log_;
@@ -57,16 +57,19 @@ TEST_F(MachinePolicy, OnlyTheRequiredProductPassesAndWhatCannotBeReadRefuses) {
   const wchar_t* const required = names::kRequiredProductValue.wide;
   const wchar_t* const refuseOlder = names::kRefuseOlderValue.wide;
   const std::wstring its = StringUtils::utf8to16(product);
-  const std::string unreadable = "the value RequiredProduct cannot be read: ";
+  const std::wstring tooLong(2000, L'x');
+  const std::string noText = "the value RequiredProduct cannot be read: ";
+  const std::string noNumber = "the value RefuseOlder cannot be read: ";
   const std::tuple<const wchar_t*, DWORD, std::wstring, std::string> table[] = {
       {required, REG_SZ, its, ""},
+      {required, REG_SZ, its + std::wstring(1, L'\0') + L"x", ""},
       {required, REG_SZ, L"", ""},
-      {required, REG_SZ, L"Other",
-       "its version resource names the product \"" + product + "\", and not \"Other\""},
-      {required, REG_EXPAND_SZ, its, unreadable + "it has another type"},
-      {required, REG_SZ, std::wstring(2000, L'x'), unreadable + "it is too long"},
-      {refuseOlder, REG_SZ, {0, 0}, "the value RefuseOlder cannot be read: it has another type"},
-      {refuseOlder, REG_DWORD, {0}, "the value RefuseOlder cannot be read: it is too short"}};
+      {required, REG_SZ, L"x", "its version resource names the product \"" + product + "\", and not \"x\""},
+      {required, REG_EXPAND_SZ, tooLong, noText + "it has another type"},
+      {required, REG_SZ, tooLong, noText + "it is too long"},
+      {refuseOlder, REG_SZ, {0, 0}, noNumber + "it has another type"},
+      {refuseOlder, REG_DWORD, {0, 0, 0}, noNumber + "it is too long"},
+      {refuseOlder, REG_DWORD, {0}, noNumber + "it is too short"}};
   for (const auto& [name, type, bytes, answer] : table) {
     clear();
     store(names::kPolicyKey.wide, name, type, bytes);
@@ -79,14 +82,14 @@ TEST_F(MachinePolicy, NothingLowerThanWhatWasInstalledPassesOnceThePolicySaysSo)
   ProductVersion higher = version;
   ++higher.parts[3];
   rememberInstalledVersion({{0, 0, 0, 1}});
-  EXPECT_EQ(highestInstalled(), "0.0.0.1");
+  EXPECT_EQ(highestInstalled(), L"0.0.0.1");
   store(names::kPolicyKey.wide, names::kRefuseOlderValue.wide, REG_DWORD, {1, 0});
   rememberInstalledVersion(version);
   EXPECT_EQ(refusal(), "");
   rememberInstalledVersion(higher);
   rememberInstalledVersion(version);  // lower again
   const std::string highest = versionText(higher);
-  EXPECT_EQ(highestInstalled(), highest);
+  EXPECT_EQ(highestInstalled(), StringUtils::utf8to16(highest));
   EXPECT_EQ(refusal(), "its version " + versionText(version) + " is lower than " + highest +
                            ", which was installed before");
   store(names::kServiceKey.wide, names::kHighestInstalledVersionValue.wide, REG_SZ, L"x");
@@ -94,7 +97,7 @@ TEST_F(MachinePolicy, NothingLowerThanWhatWasInstalledPassesOnceThePolicySaysSo)
   log_.clear();
   rememberInstalledVersion(higher);
   EXPECT_TRUE(log_.contains("The highest installed version was not stored: \"x\" is no version"));
-  EXPECT_EQ(highestInstalled(), "x");
+  EXPECT_EQ(highestInstalled(), L"x");
 }
 
 }  // namespace
