@@ -10,7 +10,6 @@
 #include <stdexcept>
 #include <thread>
 
-#include "service/service_control.h"
 #include "support/recording_log.h"
 
 namespace zarn::testing {
@@ -24,10 +23,10 @@ class RecordingServiceControl final : public ServiceControl {
   RecordingServiceControl() { ServiceControl::use(this); }
   ~RecordingServiceControl() {
     ServiceControl::use(nullptr);
-    Win32ServiceRegistration::forget();
+    Win32Service::forgetRegistered();
   }
 
-  bool startDispatcher(const SERVICE_TABLE_ENTRYW* services) override {
+  Result<void> startDispatcher(const SERVICE_TABLE_ENTRYW* services) override {
     EXPECT_STREQ(services[0].lpServiceName, L"");
     EXPECT_EQ(services[1].lpServiceProc, nullptr);
     serviceThread_ = std::jthread([this, serviceMain = services[0].lpServiceProc] {
@@ -35,14 +34,15 @@ class RecordingServiceControl final : public ServiceControl {
       letDispatcherReturn();  // the real one would go on waiting unless the service had stopped
     });
     over_.get_future().wait();
-    return true;
+    return {};
   }
-  SERVICE_STATUS_HANDLE registerHandler(const wchar_t* name, LPHANDLER_FUNCTION_EX given) override {
+  Result<SERVICE_STATUS_HANDLE> registerHandler(const wchar_t* name, LPHANDLER_FUNCTION_EX given) override {
     registeredName = name;
     handler = given;
-    return fails("register") ? nullptr : reinterpret_cast<SERVICE_STATUS_HANDLE>(this);
+    if (failing == "register") return failure(kFailure);
+    return reinterpret_cast<SERVICE_STATUS_HANDLE>(this);
   }
-  bool setStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS& status) override {
+  Result<void> setStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS& status) override {
     EXPECT_EQ(handle, reinterpret_cast<SERVICE_STATUS_HANDLE>(this));
     EXPECT_EQ(status.dwServiceType, 0x10U);
     logLine(LogLevel::Debug, "report %d controls %d exit %d point %d hint %d", status.dwCurrentState,
@@ -51,7 +51,8 @@ class RecordingServiceControl final : public ServiceControl {
       letDispatcherReturn();  // at once, while the service thread goes on
       Sleep(50);
     }
-    return !fails("report " + std::to_string(status.dwCurrentState));
+    if (failing == "report " + std::to_string(status.dwCurrentState)) return failure(kFailure);
+    return {};
   }
 
   std::string failing;
@@ -59,11 +60,6 @@ class RecordingServiceControl final : public ServiceControl {
   LPHANDLER_FUNCTION_EX handler = nullptr;
 
  private:
-  bool fails(const std::string& call) const {
-    SetLastError(kFailure);
-    return call == failing;
-  }
-
   void letDispatcherReturn() {
     std::call_once(returned_, [this] { over_.set_value(); });
   }
