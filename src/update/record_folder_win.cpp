@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 
 #include "os/error_text.h"
 #include "os/files.h"
 #include "os/handles_win.h"
+#include "update/impersonation_win.h"
 #include "update/record_folder.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
@@ -27,33 +27,19 @@ constexpr wchar_t kFolderSecurity[] =
 /// How often a place is cleared in which others keep putting something.
 constexpr int kTries = 4;
 
-/// "S-1-5-18"; empty when it cannot be had.
-std::wstring identifierText(PSID identifier) {
-  wchar_t* text = nullptr;
-  if (ConvertSidToStringSidW(identifier, &text) == 0) return {};
-  const LocalMemory owner(text);
-  return text;
-}
-
-std::wstring ownIdentifier() {
+std::string ownIdentifier() {
   KernelHandle token;
   if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.receive()) == 0) return {};
-  alignas(TOKEN_USER) std::array<std::byte, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> buffer{};
-  DWORD size = 0;
-  if (GetTokenInformation(token.get(), TokenUser, buffer.data(), static_cast<DWORD>(buffer.size()), &size) ==
-      0) {
-    return {};
-  }
-  return identifierText(reinterpret_cast<const TOKEN_USER*>(buffer.data())->User.Sid);
+  return userOf(token);
 }
 
 bool isTrustedIdentifier(PSID identifier) {
-  constexpr std::array<const wchar_t*, 3> trusted = {
-      L"S-1-5-18",                                                         // the system
-      L"S-1-5-32-544",                                                     // administrators
-      L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464"};  // TrustedInstaller
+  constexpr std::array<std::string_view, 3> trusted = {
+      "S-1-5-18",                                                         // the system
+      "S-1-5-32-544",                                                     // administrators
+      "S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464"};  // TrustedInstaller
   if (identifier == nullptr) return false;
-  const std::wstring text = identifierText(identifier);
+  const std::string text = identifierText(identifier);
   return !text.empty() &&
          (std::find(trusted.begin(), trusted.end(), text) != trusted.end() || text == ownIdentifier());
 }

@@ -19,7 +19,9 @@ constexpr auto kLimit = 200ms;
 
 /// A listener of which each part can be made to hang. Outlives the threads left behind.
 struct Stage {
-  std::atomic<bool> listenEnds{false}, stopEnds{true}, busy{false}, told{false};
+  std::atomic<bool> listens{true}, listenEnds{false}, stopEnds{true}, busy{false}, told{false};
+
+  std::atomic<std::uint32_t> stopAnswer{9};
 
   [[nodiscard]] static ListenerCalls calls(const std::shared_ptr<Stage>& stage) {
     return {.listen = [stage]() -> std::uint32_t {
@@ -27,9 +29,10 @@ struct Stage {
               return 7;
             },
             .stopListening = [stage]() -> std::uint32_t {
+              if (!stage->listens) return BoundedListener::kNotListening;
               stage->told = true;
               while (!stage->stopEnds) std::this_thread::sleep_for(1ms);
-              return 9;
+              return stage->stopAnswer;
             },
             .waitUntilIdle =
                 [stage](std::chrono::milliseconds limit) {
@@ -68,6 +71,25 @@ TEST(BoundedListener, CutsNoWorkShort) {
   stage->busy = false;
   running.get();
   stage->listenEnds = true;
+}
+
+TEST(BoundedListener, AStopThatComesBeforeItListensIsNotLostAndALaterOneDoesNotWait) {
+  const testing::RecordingLog log;
+  const auto stage = std::make_shared<Stage>();
+  stage->listens = false;
+  stage->listenEnds = true;
+  stage->stopAnswer = 0;
+  BoundedListener listener(Stage::calls(stage));
+  auto running = std::async(std::launch::async, [&] { return listener.run(); });
+  auto stopping = std::async(std::launch::async, [&] { return listener.stop(); });
+  EXPECT_EQ(stopping.wait_for(100ms), std::future_status::timeout);
+  stage->listens = true;
+  EXPECT_EQ(stopping.get(), 0U);
+  EXPECT_EQ(running.get(), 7U);
+  stage->listens = false;
+  const auto start = Clock::now();
+  EXPECT_EQ(listener.stop(), BoundedListener::kNotListening);
+  EXPECT_LT(Clock::now() - start, 1s) << "tried again for two";
 }
 
 }  // namespace

@@ -1,16 +1,15 @@
 // The steps of a request and what is held meanwhile; tests/e2e sees what becomes of which bundle.
 #include "update/install_request.h"
-#include "os/error_text.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <new>
 #include <stdexcept>
 
-#include "os/handles_win.h"
+#include "os/error_text.h"
 #include "support/recording_log.h"
 #include "update/helper.h"
-#include "update/staged_installer.h"
 
 namespace zarn {
 namespace {
@@ -32,24 +31,41 @@ bool canBeChanged(const std::string& path) {
 
 class InstallRequestTest : public ::testing::Test {
  protected:
-  InstallRequestTest() {
+  InstallRequestTest() { begin(); }
+
+  /// A bundle that everybody approves.
+  void begin() {
+    bundle_ = folder_.appData / "bundle.exe";
+    FileUtils::deleteFile(bundle_);
     FileUtils::copyFile(ZARN_TEST_HELPER, bundle_);
+    collaborators_ = {};
     collaborators_.checkIntegrity = [](auto&, auto&) { return TrustResult::verified(); };
     collaborators_.checkIdentity = [](auto&, auto&) { return TrustResult::verified(); };
     collaborators_.checkPolicy = [](const std::string&) { return PolicyResult::allowed(); };
     collaborators_.installed = [](const ProductVersion&) {};
     collaborators_.record = [this](const InstallRecord& record) { record_ = record; };
+    collaborators_.restart = [this] { restarted_ = true; };
+    restarted_ = false;
+    log_.clear();
   }
 
   Status install() { return InstallRequest(collaborators_).Install({}, wide(bundle_), exitCode_); }
 
+  /// The first check that did not pass, in words.
+  std::string decidingCheck() const {
+    for (const auto& [name, verdict, detail] : record_.checks)
+      if (verdict != "passed") return name + " " + verdict + ": " + detail;
+    return "";
+  }
+
   testing::RecordingLog log_;
   testing::TemporaryFolder folder_;
-  const std::string bundle_ = folder_.appData / "bundle.exe";
+  std::string bundle_;
   const std::string staged_ = folder_.temp / "ZarnMediaServerUpdate.exe";
   InstallCollaborators collaborators_;
   std::int32_t exitCode_ = kUnset;
   InstallRecord record_;
+  bool restarted_ = false;
 };
 
 TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
@@ -67,10 +83,10 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
   };
   collaborators_.checkIntegrity = check("integrity");
   collaborators_.checkIdentity = check("identity");
-  collaborators_.runOptions.readExitCode = [](void* process, std::uint32_t& code) {
+  collaborators_.runOptions.readExitCode = [](void* process) {
     // The installer has ended; until now its file could not be changed either.
     EXPECT_FALSE(canBeChanged(StringUtils::utf16to8(stagedInstallerPath())));
-    return readExitCode(process, code);
+    return readExitCode(process);
   };
   EXPECT_EQ(install(), Status::Failed);
   EXPECT_EQ(exitCode_, 1);
@@ -83,27 +99,75 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
   EXPECT_EQ(testing::readFile(folder_.installerLog("dd_vcredist.log")), "kept");
 }
 
-TEST_F(InstallRequestTest, RunsNothingThatACheckRefuses) {
-  collaborators_.checkPolicy = [](const std::string&) { return PolicyResult::refused("it is older"); };
-  EXPECT_EQ(install(), Status::SignerRefused);
-  EXPECT_EQ(record_.checks.at(static_cast<std::size_t>(Check::Policy)).detail, "it is older");
-  int identityChecks = 0;
-  collaborators_.checkIdentity = [&](const std::wstring&, IdentityFacts& facts) {
-    facts = {ObservedSigner{"5e1f", "CN=Somebody"}, true};
-    ++identityChecks;
-    return TrustResult::refused(5);
+TEST_F(InstallRequestTest, RunsNothingThatIsRefusedAndRecordsWhichCheckJudgedOrCouldNot) {
+  const auto answer = [](std::uint32_t code, bool profileWasHad) {
+    return [=](auto&, auto& facts) {
+      facts = {ObservedSigner{"5e1f", "CN=Somebody"}, profileWasHad};
+      return TrustResult::refused(code);
+    };
   };
-  EXPECT_EQ(install(), Status::SignerRefused);
-  EXPECT_EQ(record_.signerSubject, "CN=Somebody");
-  collaborators_.checkIntegrity = [](auto&, auto&) { return TrustResult::refused(0); };
-  EXPECT_EQ(install(), Status::SignatureRefused);
-  EXPECT_EQ(identityChecks, 1);
+  const auto inWords = [](std::uint32_t code) { return describeSystemError(code); };
+  FileHandle holder;
+  const struct {
+    std::function<void()> arrange;
+    Status status;
+    std::string decidingCheck;
+    std::string line;
+    std::uint32_t lastError = 0;
+  } cases[] = {
+      {[&] {
+         collaborators_.openBundle = [](auto&) -> Result<FileHandle> {
+           SetLastError(0);
+           return failure(ERROR_FILE_NOT_FOUND);
+         };
+       },
+       Status::Failed, "open failed: " + inWords(2), "CreateFileW() failed.", 2},
+      {[&] { boost::filesystem::resize_file(FileUtils::toPath(bundle_), 0x40000001); }, Status::Failed,
+       "size refused: more than 1 GiB", "Provided bundle is too large."},
+      {[&] {
+         FileUtils::move(bundle_, bundle_ + ".EXE");
+         bundle_ += ".EXE";
+       },
+       Status::Failed, "extension refused: not \".exe\" in these letters",
+       "Provided bundle has invalid extension."},
+      {[&] {
+         testing::writeFile(staged_, "held");
+         holder = openForWriting(staged_);
+       },
+       Status::Failed, "copy failed: " + inWords(ERROR_FILE_EXISTS),
+       "Failed to copy bundle to temp directory.", ERROR_FILE_EXISTS},
+      {[&] {
+         holder.reset();
+         collaborators_.checkIntegrity = [](auto&, auto&) { return TrustResult::refused(0); };
+       },
+       Status::SignatureRefused, "integrity refused: " + inWords(31), ""},
+      {[&] { collaborators_.checkIdentity = answer(5, true); }, Status::SignerRefused,
+       "identity refused: " + inWords(5), ""},
+      {[&] { collaborators_.checkIdentity = answer(30005, false); }, Status::SignerRefused,
+       "identity failed: " + inWords(30005), ""},
+      {[&] {
+         collaborators_.checkPolicy = [](const std::string&) { return PolicyResult::refused("it is older"); };
+       },
+       Status::SignerRefused, "policy refused: it is older", ""},
+  };
+  for (const auto& one : cases) {
+    begin();
+    one.arrange();
+    EXPECT_EQ(install(), one.status) << one.decidingCheck;
+    EXPECT_EQ(decidingCheck(), one.decidingCheck);
+    EXPECT_EQ(record_.status, one.status);
+    EXPECT_TRUE(one.line.empty() || log_.contains(one.line)) << one.line;
+    const std::string named =
+        "    Win32 Error: " + std::to_string(one.lastError) + " " + systemErrorText(one.lastError);
+    EXPECT_TRUE(one.lastError == 0 || log_.contains(named)) << named;
+    EXPECT_FALSE(log_.contains("Create Process Success! Waiting for process to complete."));
+    EXPECT_EQ(record_.signerSubject, one.decidingCheck.starts_with("identity") ? "CN=Somebody" : "");
+  }
   EXPECT_EQ(exitCode_, kUnset);
-  EXPECT_FALSE(log_.contains("Create Process Success! Waiting for process to complete."));
 }
 
 TEST_F(InstallRequestTest, ChecksACallersFileByTheNameThatItsHandleHas) {
-  const FileHandle file = openBundle(wide(bundle_));
+  const auto file = openBundle(wide(bundle_));
   std::vector<std::wstring> checked;
   collaborators_.checkIntegrity = [&](const std::wstring& path, const std::wstring& shownAs) {
     checked.insert(checked.end(), {path, shownAs});
@@ -118,42 +182,55 @@ TEST_F(InstallRequestTest, ChecksACallersFileByTheNameThatItsHandleHas) {
     EXPECT_EQ(request.checkCallersBundle(path), Status::SignatureRefused);
     EXPECT_TRUE(log_.contains("Failed CreateFile() of " + StringUtils::utf16to8(path)));
   }
-  EXPECT_EQ(checked, (std::vector<std::wstring>{finalPath(file.get()).value(), wide(bundle_)}));
+  EXPECT_EQ(checked, (std::vector<std::wstring>{finalPath(file->get()).value(), wide(bundle_)}));
 }
 
-TEST_F(InstallRequestTest, ExitCodesBecomeStatusesAndTwoRestartTheService) {
-  for (const auto& [code, status, restarts] : {std::tuple{0U, 0, true},
-                                               {3010U, 30000, true},
-                                               {1641U, 30001, false},
-                                               {30003U, 30003, false},
-                                               {259U, 30002, false},
-                                               {42U, 30002, false},
-                                               {0xC0000005U, 30002, false}}) {
+TEST_F(InstallRequestTest, AnswersWithTheInstallersExitCodeAndRestartsWhereItTookEffect) {
+  for (const auto& [code, status, restarts] :
+       {std::tuple{0U, 0, true}, {1641U, 30001, false}, {0xC0000005U, 30002, false}}) {
     const testing::HelperOrder order(code);
-    bool restarted = false;
-    collaborators_.restart = [&] { restarted = true; };
-    EXPECT_EQ(static_cast<int>(install()), status) << code;
+    begin();
+    EXPECT_EQ(numberOf(install()), status) << code;
     EXPECT_EQ(static_cast<std::uint32_t>(exitCode_), code);
-    EXPECT_EQ(restarted, restarts) << code;
+    EXPECT_EQ(record_.exitCode, code);
+    EXPECT_EQ(restarted_, restarts) << code;
   }
+}
+
+TEST_F(InstallRequestTest, AnExitCodeThatCannotBeReadIsAStatusOfItsOwn) {
+  const testing::HelperOrder order(0);
+  static HANDLE doubtful = nullptr;
+  collaborators_.runOptions.readExitCode = [](void* process) -> Result<std::uint32_t> {
+    doubtful = process;
+    SetLastError(0);
+    return failure(ERROR_INVALID_HANDLE);
+  };
+  EXPECT_EQ(install(), Status::ExitCodeUnknown);
+  EXPECT_EQ(exitCode_, 30003);
+  EXPECT_FALSE(restarted_);
+  EXPECT_THAT(log_.lines(),
+              ::testing::IsSupersetOf(std::vector<testing::LoggedLine>{
+                  {LogLevel::Error, "Failed to get exit code"},
+                  {LogLevel::Error, "    Win32 Error: 6 " + systemErrorText(ERROR_INVALID_HANDLE)}}));
+  EXPECT_NE(GetProcessId(doubtful), 0U) << "a handle in doubt is not closed";
+  CloseHandle(doubtful);
 }
 
 TEST_F(InstallRequestTest, NothingThatFailsAfterTheInstallerChangesTheAnswer) {
   const testing::HelperOrder order(3010);
-  bool restarted = false;
   collaborators_.record = [](const InstallRecord&) { throw std::bad_alloc(); };
-  collaborators_.restart = [&] {
-    restarted = true;
+  collaborators_.restart = [this] {
+    restarted_ = true;
     throw std::runtime_error("the listener is gone");
   };
   EXPECT_EQ(install(), Status::RebootRequired);
   EXPECT_EQ(exitCode_, 3010);
-  EXPECT_TRUE(restarted);
+  EXPECT_TRUE(restarted_);
 }
 
 TEST_F(InstallRequestTest, RecordsWhoAskedAndWhatWasNotEvenBegun) {
-  const Requester requester{.caller = {.sid = "S-1-5-7", .processId = {}, .image = {}}, .isGone = {}};
-  InstallRequest(collaborators_).refuse(requester, wide(bundle_), "too many requests wait");
+  InstallRequest(collaborators_)
+      .refuse({.sid = "S-1-5-7", .processId = {}, .image = {}}, wide(bundle_), "too many requests wait");
   EXPECT_EQ(record_.caller.sid, "S-1-5-7");
   EXPECT_EQ(record_.path, bundle_);
   EXPECT_EQ(record_.status, Status::Failed);
