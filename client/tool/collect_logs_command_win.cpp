@@ -16,7 +16,6 @@
 #include "client/tool/text.h"
 #include "os/error_text.h"
 #include "util/held_folder.h"
-#include "util/log_names.h"
 #include "util/printable.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"

@@ -5,7 +5,7 @@
 
 #include "client/tool/text.h"
 #include "util/printable.h"
-#include "util/version.h"
+#include "util/product_version.h"
 
 namespace zarn::tool {
 namespace {

@@ -10,8 +10,8 @@
 #include "client/tool/service_setup_win.h"
 #include "client/tool/text.h"
 #include "os/error_text.h"
-#include "util/file_version.h"
 #include "util/printable.h"
+#include "util/product_version.h"
 
 namespace zarn::tool {
 namespace {

@@ -19,13 +19,13 @@
 namespace zarn::tool {
 
 Verification::Verification(std::wstring path, const CapturedLog& log, TrustApi& api)
-    : path_(std::move(path)), log_(log), observer_(api) {}
+    : path_(std::move(path)), log_(log), api_(api) {}
 
 std::int32_t Verification::run() {
   if (!open() || !size() || !extension()) return client::kFailed;
   signatureHolds_ = integrity();
-  if (!signatureHolds_) return observeSigner(), client::kSignatureRefused;
-  return identity() && policy() ? client::kInstalled : client::kSignerRefused;
+  if (!signatureHolds_) return findSigner(), client::kSignatureRefused;
+  return checkIdentity() && policy() ? client::kInstalled : client::kSignerRefused;
 }
 
 bool Verification::open() {
@@ -53,29 +53,28 @@ bool Verification::extension() {
 bool Verification::integrity() {
   std::optional<TrustResult> result;
   const std::uint32_t exception =
-      callCatching([&] { result = CheckCertificateIntegrity(observer_, path_); }, catchEvery);
+      callCatching([&] { result = CheckCertificateIntegrity(api_, path_); }, catchEvery);
   if (!result) return stopForException(kIntegrity, exception);
   // Not what the system compared: providers differ in that, and none says.
   if (result->isVerified()) return pass(kIntegrity, "accepted by the system");
   return stop(kIntegrity, "refused", static_cast<std::uint32_t>(result->code()));
 }
 
-bool Verification::identity() {
+bool Verification::checkIdentity() {
   const std::size_t errorsBefore = log_.errors().size();
-  std::optional<TrustResult> result;
-  const auto check = [&] {
-    result = CheckCertificateIdentity(observer_, path_, [this] {
-      profile_ = FetchCertificateProfile();
-      return *profile_;
-    });
-  };
+  const auto check = [this] { identity_ = CheckCertificateIdentity(api_, path_, FetchCertificateProfile); };
   const std::uint32_t exception = callCatching(check, catchEvery);
-  if (!result) return stopForException(kIdentity, exception);
-  if (result->isVerified()) return pass(kIdentity, "the signer's digest is approved");
-  if (!profile_) return stop(kIdentity, "failed", static_cast<std::uint32_t>(result->code()));
-  if (profile_->empty()) {
-    return stop(kIdentity, "failed", "no approved digests to be had: " + log_.errors().at(errorsBefore),
-                "Check the way to the account service, and Resources\\cacert.pem beside this program");
+  if (!identity_) return stopForException(kIdentity, exception);
+  signer_ = identity_->signer;
+  if (identity_->result.isVerified()) return pass(kIdentity, "the signer's digest is approved");
+  switch (identity_->profile) {
+    case ProfileState::NotAsked:
+      return stop(kIdentity, "failed", static_cast<std::uint32_t>(identity_->result.code()));
+    case ProfileState::NotHad:
+      return stop(kIdentity, "failed", "no approved digests to be had: " + log_.errors().at(errorsBefore),
+                  "Check the way to the account service, and Resources\\cacert.pem beside this program");
+    case ProfileState::Had:
+      break;
   }
   return stop(kIdentity, "refused", "the signer's digest is not approved",
               "Use a bundle that an approved certificate signed, or have the digest approved");
@@ -89,11 +88,11 @@ bool Verification::policy() {
 
 /// Who signed is worth knowing also when the signature is refused. The answer of
 /// this check is of no account: nobody is approved in it.
-void Verification::observeSigner() {
-  const auto observe = [this] {
-    static_cast<void>(CheckCertificateIdentity(observer_, path_, [] { return std::set<std::string>(); }));
+void Verification::findSigner() {
+  const auto find = [this] {
+    signer_ = CheckCertificateIdentity(api_, path_, [] { return ApprovedDigests(); }).signer;
   };
-  static_cast<void>(callCatching(observe, catchEvery));
+  static_cast<void>(callCatching(find, catchEvery));
 }
 
 bool Verification::pass(StepIndex step, std::string detail) {

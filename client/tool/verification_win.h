@@ -4,12 +4,12 @@
 #include <array>
 #include <cstdint>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "client/tool/captured_log.h"
 #include "os/handles_win.h"
-#include "trust/signer_observer.h"
+#include "trust/trust_api.h"
+#include "trust/trust_result.h"
 
 namespace zarn::tool {
 
@@ -34,10 +34,10 @@ class Verification {
   [[nodiscard]] const auto& steps() const noexcept { return steps_; }
   /// What to do about the deciding check; a sentence without a full stop.
   [[nodiscard]] const std::string& advice() const noexcept { return advice_; }
-  [[nodiscard]] const std::optional<ObservedSigner>& signer() const noexcept { return observer_.signer(); }
+  [[nodiscard]] const std::optional<Signer>& signer() const noexcept { return signer_; }
   [[nodiscard]] bool signatureHolds() const noexcept { return signatureHolds_; }
-  /// The approved digests; nothing when it did not come to that.
-  [[nodiscard]] const std::optional<std::set<std::string>>& profile() const noexcept { return profile_; }
+  /// The identity check's answer; nothing when it did not come to that.
+  [[nodiscard]] const std::optional<IdentityResult>& identity() const noexcept { return identity_; }
   [[nodiscard]] std::int64_t bytes() const noexcept { return bytes_; }
 
  private:
@@ -47,9 +47,9 @@ class Verification {
   bool size();
   bool extension();
   bool integrity();
-  bool identity();
+  bool checkIdentity();
   bool policy();
-  void observeSigner();
+  void findSigner();
   bool pass(StepIndex step, std::string detail);
   bool stop(StepIndex step, const char* verdict, std::string detail, std::string advice);
   bool stop(StepIndex step, const char* verdict, std::uint32_t code);
@@ -60,8 +60,9 @@ class Verification {
   FileHandle file_;
   std::int64_t bytes_ = -1;
   bool signatureHolds_ = false;
-  SignerObserver observer_;
-  std::optional<std::set<std::string>> profile_;
+  TrustApi& api_;
+  std::optional<Signer> signer_;
+  std::optional<IdentityResult> identity_;
   std::string advice_ = "Nothing";
   std::array<Step, 6> steps_{Step{"open"},      Step{"size"},     Step{"extension"},
                              Step{"integrity"}, Step{"identity"}, Step{"policy"}};

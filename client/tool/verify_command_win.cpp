@@ -38,16 +38,16 @@ void describeSigner(Answer& answer, const Verification& verification) {
 }
 
 void describeProfile(Answer& answer, const Verification& verification, const std::string& host) {
-  const auto& profile = verification.profile();
-  const auto& signer = verification.signer();
-  const bool holds = signer && profile && profile->contains(signer->digest);
+  const auto& identity = verification.identity();
+  const bool asked = identity && identity->profile != ProfileState::NotAsked;
+  const bool holds = identity && identity->result.isVerified();
   answer.json["profile"] = {{"host", host},
-                            {"asked", profile.has_value()},
-                            {"digests", profile ? Json(profile->size()) : Json(nullptr)},
-                            {"holdsSigner", profile ? Json(holds) : Json(nullptr)}};
+                            {"asked", asked},
+                            {"digests", asked ? Json(identity->approvedDigests) : Json(nullptr)},
+                            {"holdsSigner", asked ? Json(holds) : Json(nullptr)}};
   std::string text = printable(host) + ", not asked";
-  if (profile) {
-    text = printable(host) + ", approved digests: " + std::to_string(profile->size()) +
+  if (asked) {
+    text = printable(host) + ", approved digests: " + std::to_string(identity->approvedDigests) +
            (holds ? ", the signer's among them" : ", not the signer's");
   }
   answer.text += fields({{"Profile", text}});

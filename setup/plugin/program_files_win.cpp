@@ -18,7 +18,6 @@
 #include "os/handles_win.h"
 #include "plugin/setup_error.h"
 #include "util/held_folder.h"
-#include "util/log_names.h"
 #include "util/path_judge.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"

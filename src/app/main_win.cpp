@@ -12,13 +12,13 @@
 #include "service/end_process.h"
 #include "system/system_info.h"
 #include "update/update_service.h"
+#include "util/exceptions.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/product_names.h"
-#include "util/quietly.h"
+#include "util/product_version.h"
 #include "util/string_utils.h"
-#include "util/type_name.h"
-#include "util/version.h"
 
 namespace zarn {
 namespace {
@@ -123,8 +123,7 @@ void startNetworkLogging(Log& log) noexcept {
 }  // namespace zarn
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
-  // Before anything else of ours runs, and long before there is a log to say how it went.
-  const auto restricted = zarn::restrictDllSearch();
+  const auto restricted = zarn::restrictDllSearch();  // before there is a log to say how it went
   // A runtime that ends the process in its own way must not ask anybody with a
   // message box; nobody could answer it.
   _set_error_mode(_OUT_TO_STDERR);
@@ -134,8 +133,8 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   log.start(zarn::names::kLog.narrow);
   zarn::logLine(zarn::LogLevel::Debug, "Main Thread");
   if (!restricted) {
-    zarn::setLastSystemError(restricted.error().code());  // which the second line names
-    zarn::logWin32Error(zarn::LogLevel::Error, "The DLL search could not be restricted.");
+    zarn::logSystemFailure(zarn::LogLevel::Error, restricted.error(),
+                           "The DLL search could not be restricted.");
   }
   zarn::applyMitigations();
   zarn::startNetworkLogging(log);

@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "os/process.h"
+#include "util/exceptions.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/quietly.h"
 
 namespace zarn {
 

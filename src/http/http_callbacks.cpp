@@ -14,9 +14,9 @@
 
 #include "http/http_context.h"
 #include "http/tls_key_log.h"
+#include "util/exceptions.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/quietly.h"
 
 namespace zarn {
 namespace {

@@ -12,10 +12,9 @@
 #include "http/elastic_thread_pool.h"
 #include "http/http_completion.h"
 #include "os/process.h"
+#include "util/exceptions.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/quietly.h"
-#include "util/type_name.h"
 
 namespace zarn {
 namespace {

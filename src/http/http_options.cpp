@@ -12,7 +12,7 @@
 #include "os/files.h"
 #include "util/file_utils.h"
 #include "util/logging.h"
-#include "util/version.h"
+#include "util/product_version.h"
 
 // An option, its value and the call's own words for the log. The values below are
 // spelled the way the log shows them.

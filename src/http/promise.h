@@ -19,10 +19,10 @@
 #include <utility>
 #include <vector>
 
+#include "util/exceptions.h"
 #include "util/logging.h"
 #include "util/mutex.h"
 #include "util/printable.h"
-#include "util/quietly.h"
 
 namespace zarn {
 

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "prefs/preferences.h"
+#include "util/exceptions.h"
 #include "util/file_utils.h"
-#include "util/quietly.h"
 
 namespace zarn {
 namespace {

@@ -17,11 +17,10 @@
 #include "log/network_log.h"
 #include "os/clock.h"
 #include "os/process.h"
+#include "util/exceptions.h"
 #include "util/io_deadline.h"
 #include "util/mutex.h"
 #include "util/printable.h"
-#include "util/quietly.h"
-#include "util/type_name.h"
 
 namespace zarn {
 

@@ -12,9 +12,9 @@
 #include "log/token_scrubber.h"
 #include "os/clock.h"
 #include "os/text.h"
-#include "util/log_names.h"
 #include "util/logging.h"
 #include "util/printable.h"
+#include "util/product_names.h"
 
 namespace zarn::LogFiles {
 
@@ -90,7 +90,7 @@ void writeStartupCrash(std::string_view directory, std::string_view reason) {
   const auto folder =
       FileUtils::HeldFolder::hold(directory, FileUtils::Links::Follow, FileUtils::OwnPlaces::Refuse);
   if (!folder) return;
-  const auto file = folder->open(kStartupCrashLog, "w");
+  const auto file = folder->open(names::kStartupCrashLog.narrow, "w");
   if (!file) return;
   std::string text = logTimeText(os::wallTime().seconds) +
                      formatPrintf(": Failed to initialize logging: %s", printable(reason));

@@ -16,7 +16,7 @@
 #include "log/log_line.h"
 #include "log/reachable_endpoint.h"
 #include "os/clock.h"
-#include "util/quietly.h"
+#include "util/exceptions.h"
 
 namespace zarn {
 namespace {

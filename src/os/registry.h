@@ -30,6 +30,9 @@ struct RegistryData {
 /// read then. An empty name is the key's unnamed value.
 [[nodiscard]] Result<RegistryData> readRegistryValue(HKEY key, const wchar_t* name, std::size_t mostBytes);
 
+/// Of a value of any size, which is not read.
+[[nodiscard]] Result<DWORD> registryValueType(HKEY key, const wchar_t* name);
+
 /// Of a value of type REG_DWORD and its size; fails with ERROR_INVALID_DATATYPE for others.
 [[nodiscard]] Result<std::uint32_t> readRegistryNumber(HKEY key, const wchar_t* name);
 

@@ -52,6 +52,13 @@ Result<RegistryData> readRegistryValue(HKEY key, const wchar_t* name, std::size_
   return data;
 }
 
+Result<DWORD> registryValueType(HKEY key, const wchar_t* name) {
+  DWORD type = REG_NONE;
+  const auto asked = resultOfStatus(RegQueryValueExW(key, name, nullptr, &type, nullptr, nullptr));
+  if (!asked) return failure(asked.error());
+  return type;
+}
+
 Result<std::uint32_t> readRegistryNumber(HKEY key, const wchar_t* name) {
   std::uint32_t number = 0;
   const auto data = readRegistryValue(key, name, sizeof(number));

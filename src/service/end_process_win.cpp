@@ -6,8 +6,8 @@
 
 #include "log/log.h"
 #include "os/handles_win.h"
+#include "util/exceptions.h"
 #include "util/logging.h"
-#include "util/quietly.h"
 
 namespace zarn {
 

@@ -6,12 +6,12 @@
 
 #include "os/error_text.h"
 #include "service/win32_service.h"
+#include "util/exceptions.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/mutex.h"
 #include "util/printable.h"
-#include "util/quietly.h"
 #include "util/string_utils.h"
-#include "util/type_name.h"
 
 namespace zarn {
 namespace {
@@ -110,19 +110,17 @@ std::uint32_t Win32Service::runAsService(std::string_view name) {
     const MutexLock lastLineIsWritten(lastLineMutex);
     return 0;
   }
-  setLastSystemError(dispatched.error().code());  // which logWin32Error() names in a second line
-  return failureCode(
-      logWin32Error(LogLevel::Error, "Win32Service::runAsService() - StartServiceCtrlDispatcher() failed"));
+  return logSystemFailure(LogLevel::Error, dispatched.error(),
+                          "Win32Service::runAsService() - StartServiceCtrlDispatcher() failed");
 }
 
 void Win32Service::serviceMain() {
   logLine(LogLevel::Debug, "Win32Service::serviceMain: RegisterServiceCtrlHandlerEx");
   const auto registration = ServiceControl::current().registerHandler(name_.c_str(), controlRoutine);
   if (!registration) {
-    setLastSystemError(registration.error().code());
-    logWin32Error(LogLevel::Debug,
-                  "Win32Service::serviceMain: RegisterServiceCtrlHandlerExW(), "
-                  "RegisterServiceCtrlHandlerExW() failed.");
+    logSystemFailure(LogLevel::Debug, registration.error(),
+                     "Win32Service::serviceMain: RegisterServiceCtrlHandlerExW(), "
+                     "RegisterServiceCtrlHandlerExW() failed.");
     return;
   }
   statusHandle_ = *registration;
@@ -248,9 +246,8 @@ std::uint32_t Win32Service::report(const SERVICE_STATUS& status, const char* ope
   status_ = status;
   const auto reported = ServiceControl::current().setStatus(statusHandle_, status_);
   if (reported) return 0;
-  setLastSystemError(reported.error().code());
-  return failureCode(logWin32Error(LogLevel::Debug, "Win32Service::%s() - SetServiceStatus() failed",
-                                   std::string_view(operation)));
+  return logSystemFailure(LogLevel::Debug, reported.error(), "Win32Service::%s() - SetServiceStatus() failed",
+                          std::string_view(operation));
 }
 
 }  // namespace zarn

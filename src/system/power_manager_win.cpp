@@ -4,9 +4,9 @@
 
 #include "os/handles_win.h"
 #include "prefs/preferences.h"
+#include "util/exceptions.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/type_name.h"
 
 namespace zarn {
 namespace {

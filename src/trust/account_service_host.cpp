@@ -1,17 +1,16 @@
 #include "trust/account_service_host.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 
 #include "os/process.h"
+#include "os/text.h"
 #include "util/product_names.h"
 
 namespace zarn {
 namespace {
 
 constexpr std::size_t kLongestHostBytes = 253;
-constexpr std::string_view kDigits = "0123456789";
 constexpr std::string_view kAddressCharacters = "0123456789abcdefABCDEF:.";
 constexpr std::string_view kNameCharacters =
     "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-_.";
@@ -21,9 +20,7 @@ bool consistsOf(std::string_view text, std::string_view characters) {
 }
 
 bool isPort(std::string_view text) {
-  std::uint16_t port = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-  return consistsOf(text, kDigits) && error == std::errc() && end == text.data() + text.size() && port != 0;
+  return os::parseNumber<std::uint16_t>(text).value_or(0) != 0;
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "trust/certificate_integrity.h"
 
-#include "os/system_error.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
@@ -15,9 +15,8 @@ std::string announceCheck(const std::wstring& shownAs) {
   return shown;
 }
 
-/// For the thread's last error.
-TrustResult refuseUnopened(const std::string& shown) {
-  return TrustResult::refused(logWin32Error(LogLevel::Debug, "Failed CreateFile() of %s", shown));
+TrustResult refuseUnopened(const std::string& shown, SystemError error) {
+  return TrustResult::refused(logSystemFailure(LogLevel::Debug, error, "Failed CreateFile() of %s", shown));
 }
 
 }  // namespace
@@ -30,17 +29,22 @@ TrustResult CheckCertificateIntegrity(TrustApi& api, const std::wstring& path, c
   const std::string shown = announceCheck(shownAs);
   // Open until the end: what the provider reads by name cannot be written meanwhile.
   const auto file = api.openFile(path);
-  if (!file) return refuseUnopened(shown);
-  const auto length = file->certificateLength();
+  if (!file) return refuseUnopened(shown, file.error());
+  const auto length = (*file)->certificateLength();
   if (!length) {
-    return TrustResult::refused(logWin32Error(LogLevel::Debug, "ImageGetCertificateHeader() failed"));
+    return TrustResult::refused(
+        logSystemFailure(LogLevel::Debug, length.error(), "ImageGetCertificateHeader() failed"));
   }
-  if (!file->readCertificate(*length)) {
-    return TrustResult::refused(logWin32Error(LogLevel::Debug, "ImageGetCertificateData() failed"));
+  // The data itself is not looked at. That it can be read shows that the file has an
+  // entry for the provider to judge.
+  if (const auto data = (*file)->readCertificate(*length); !data) {
+    return TrustResult::refused(
+        logSystemFailure(LogLevel::Debug, data.error(), "ImageGetCertificateData() failed"));
   }
 
   const std::int32_t status = api.verifyTrust(path);
   if (status != 0) {
+    // The second line shows the last error, which need not be the status.
     logWin32Error(LogLevel::Error, "Certificate couldn't be verified with the following error:");
     return TrustResult::refused(static_cast<std::uint32_t>(status));
   }
@@ -49,9 +53,7 @@ TrustResult CheckCertificateIntegrity(TrustApi& api, const std::wstring& path, c
 }
 
 TrustResult integrityOfUnopened(const std::wstring& path, std::uint32_t error) {
-  const std::string shown = announceCheck(path);
-  setLastSystemError(error);
-  return refuseUnopened(shown);
+  return refuseUnopened(announceCheck(path), SystemError(error));
 }
 
 }  // namespace zarn

@@ -14,7 +14,6 @@ namespace zarn {
 /// certificate of the chain revoked. Otherwise refused with the Win32 error of
 /// the step that failed or with the provider's status. The file is held open
 /// against writing while it is checked. May block on the network for revocation.
-TrustResult CheckCertificateIntegrity(const std::wstring& path);
 TrustResult CheckCertificateIntegrity(TrustApi& api, const std::wstring& path);
 
 /// The same for who has another name for the file than the caller used: the log

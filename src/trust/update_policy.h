@@ -14,9 +14,11 @@
 #include <utility>
 #include <variant>
 
-#include "util/file_version.h"
+#include "util/product_version.h"
 
 namespace zarn {
+
+struct StoredPolicy;
 
 struct UpdatePolicy {
   /// The product name that a bundle must have, letter by letter; empty for any.
@@ -28,10 +30,10 @@ struct UpdatePolicy {
 /// As it was chosen when the program was built.
 [[nodiscard]] UpdatePolicy builtInPolicy();
 
-/// Allowed, or refused with a sentence; there is no way to have one by default.
+/// Allowed, which only judgeByPolicy() can say, or refused with a sentence; there is
+/// no way to have one by default.
 class [[nodiscard]] PolicyResult {
  public:
-  static PolicyResult allowed() { return PolicyResult(std::nullopt); }
   static PolicyResult refused(std::string sentence) { return PolicyResult(std::move(sentence)); }
 
   [[nodiscard]] bool isAllowed() const noexcept { return !refusal_; }
@@ -40,6 +42,9 @@ class [[nodiscard]] PolicyResult {
   [[nodiscard]] const std::string& sentence() const { return refusal_.value(); }
 
  private:
+  friend PolicyResult judgeByPolicy(const StoredPolicy& stored, const UpdatePolicy& builtIn,
+                                    const std::function<FileVersion()>& readBundle);
+
   explicit PolicyResult(std::optional<std::string> refusal) : refusal_(std::move(refusal)) {}
 
   std::optional<std::string> refusal_;
@@ -58,6 +63,15 @@ struct StoredPolicy {
   Stored<std::uint32_t> refuseOlder{};
   Stored<ProductVersion> highestInstalled{};
 };
+
+/// What `next` makes of a stored value; one that is missing or unreadable stays so.
+template <typename T, typename Next>
+[[nodiscard]] auto whenRead(const Stored<T>& stored, const Next& next)
+    -> decltype(next(std::declval<const T&>())) {
+  if (const auto* problem = std::get_if<Unreadable>(&stored)) return *problem;
+  if (const auto* value = std::get_if<T>(&stored)) return next(*value);
+  return std::monostate();
+}
 
 /// A stored text as the version that it must be.
 [[nodiscard]] Stored<ProductVersion> asVersion(const Stored<std::string>& text);

@@ -1,77 +1,74 @@
 #include <windows.h>
 
-#include <array>
+#include <cstring>
+#include <utility>
 
 #include "os/error_text.h"
-#include "os/handles_win.h"
+#include "os/registry.h"
 #include "trust/update_policy.h"
+#include "util/exceptions.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/product_names.h"
-#include "util/quietly.h"
 #include "util/string_utils.h"
 
 namespace zarn {
 namespace {
 
 /// Longer than any product name.
-constexpr std::size_t kLongestText = 1024;
+constexpr std::size_t kLongestTextBytes = 1024 * sizeof(wchar_t);
 
-Unreadable unreadable(LSTATUS error) {
-  return {printable(describeSystemError(static_cast<std::uint32_t>(error)))};
+Unreadable unreadable(SystemError error) {
+  return {printable(describeSystemError(error))};
 }
 
-/// The key for reading; nothing when there is none.
+template <typename T>
+Stored<T> asStored(Result<T> result) {
+  if (result) return std::move(*result);
+  if (result.error().isNotFound()) return std::monostate();
+  return unreadable(result.error());
+}
+
 Stored<RegistryKey> openForReading(const wchar_t* path) {
-  RegistryKey key;
-  const LSTATUS error = RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_QUERY_VALUE, key.receive());
-  if (error == ERROR_SUCCESS) return key;
-  if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return std::monostate();
-  return unreadable(error);
+  return asStored(os::openRegistryKey(HKEY_LOCAL_MACHINE, path, KEY_QUERY_VALUE));
 }
 
-/// A value of the type `wanted` and at most `capacity` bytes; its size.
-Stored<DWORD> readValue(const Stored<RegistryKey>& key, const wchar_t* name, DWORD wanted, void* buffer,
-                        std::size_t capacity) {
-  if (const auto* problem = std::get_if<Unreadable>(&key)) return *problem;
-  const auto* const opened = std::get_if<RegistryKey>(&key);
-  if (opened == nullptr) return std::monostate();
-  DWORD type = REG_NONE;
-  auto size = static_cast<DWORD>(capacity);
-  const LSTATUS error =
-      RegQueryValueExW(opened->get(), name, nullptr, &type, static_cast<BYTE*>(buffer), &size);
-  if (error == ERROR_FILE_NOT_FOUND) return std::monostate();
-  if (error != ERROR_SUCCESS && error != ERROR_MORE_DATA) return unreadable(error);
-  if (type != wanted) return Unreadable{"it has another type"};
-  if (error == ERROR_MORE_DATA) return Unreadable{"it is too long"};
-  return size;
+/// The bytes of a value of the type `wanted`, at most `mostBytes` of them. The type is
+/// judged before the length, so that an administrator hears of the graver mistake.
+Stored<os::RegistryData> readValue(const Stored<RegistryKey>& key, const wchar_t* name, DWORD wanted,
+                                   std::size_t mostBytes) {
+  return whenRead(key, [&](const RegistryKey& opened) -> Stored<os::RegistryData> {
+    const auto type = os::registryValueType(opened.get(), name);
+    auto data = os::readRegistryValue(opened.get(), name, mostBytes);
+    if ((type && *type != wanted) || (data && data->type != wanted)) return Unreadable{"it has another type"};
+    if (!data && data.error().code() == ERROR_MORE_DATA) return Unreadable{"it is too long"};
+    return asStored(std::move(data));
+  });
 }
 
 Stored<std::string> readText(const Stored<RegistryKey>& key, const wchar_t* name) {
-  std::array<wchar_t, kLongestText> text{};
-  const auto size = readValue(key, name, REG_SZ, text.data(), sizeof(text));
-  if (const auto* problem = std::get_if<Unreadable>(&size)) return *problem;
-  const auto* const bytes = std::get_if<DWORD>(&size);
-  if (bytes == nullptr) return std::monostate();
-  const std::wstring_view stored(text.data(), *bytes / sizeof(wchar_t));
-  const std::wstring_view wide = stored.substr(0, stored.find(L'\0'));
-  std::string result = StringUtils::utf16to8(wide);
-  // An empty text stands for "no rule": what cannot be converted must not become one.
-  if (*bytes % sizeof(wchar_t) != 0 || (result.empty() && !wide.empty())) {
-    return Unreadable{"it is no text"};
-  }
-  return result;
+  const auto data = readValue(key, name, REG_SZ, kLongestTextBytes);
+  return whenRead(data, [](const os::RegistryData& stored) -> Stored<std::string> {
+    const std::wstring text = stored.text();
+    const std::wstring wide = text.substr(0, text.find(L'\0'));
+    std::string result = StringUtils::utf16to8(wide);
+    // An empty text stands for "no rule": what cannot be converted must not become one.
+    if (stored.bytes.size() % sizeof(wchar_t) != 0 || (result.empty() && !wide.empty())) {
+      return Unreadable{"it is no text"};
+    }
+    return result;
+  });
 }
 
 Stored<std::uint32_t> readNumber(const Stored<RegistryKey>& key, const wchar_t* name) {
-  std::uint32_t number = 0;
-  const auto size = readValue(key, name, REG_DWORD, &number, sizeof(number));
-  if (const auto* problem = std::get_if<Unreadable>(&size)) return *problem;
-  const auto* const bytes = std::get_if<DWORD>(&size);
-  if (bytes == nullptr) return std::monostate();
-  if (*bytes != sizeof(number)) return Unreadable{"it is too short"};
-  return number;
+  const auto data = readValue(key, name, REG_DWORD, sizeof(std::uint32_t));
+  return whenRead(data, [](const os::RegistryData& stored) -> Stored<std::uint32_t> {
+    std::uint32_t number = 0;
+    if (stored.bytes.size() != sizeof(number)) return Unreadable{"it is too short"};
+    std::memcpy(&number, stored.bytes.data(), sizeof(number));
+    return number;
+  });
 }
 
 Stored<ProductVersion> readHighestInstalled() {
@@ -85,15 +82,11 @@ StoredPolicy readPolicy() {
           readNumber(policy, names::kRefuseOlderValue.wide), readHighestInstalled()};
 }
 
-LSTATUS writeHighestInstalled(const std::string& version) {
-  RegistryKey key;
-  const LSTATUS error = RegCreateKeyExW(HKEY_LOCAL_MACHINE, names::kServiceKey.wide, 0, nullptr, 0,
-                                        KEY_SET_VALUE, nullptr, key.receive(), nullptr);
-  if (error != ERROR_SUCCESS) return error;
-  const std::wstring text = StringUtils::utf8to16(version);
-  return RegSetValueExW(key.get(), names::kHighestInstalledVersionValue.wide, 0, REG_SZ,
-                        reinterpret_cast<const BYTE*>(text.c_str()),
-                        static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+Result<void> writeHighestInstalled(const std::string& version) {
+  const auto key = os::createRegistryKey(HKEY_LOCAL_MACHINE, names::kServiceKey.wide, KEY_SET_VALUE);
+  if (!key) return failure(key.error());
+  return os::writeRegistryText(key->get(), names::kHighestInstalledVersionValue.wide,
+                               StringUtils::utf8to16(version));
 }
 
 void logNotRemembered(const std::string& reason) {
@@ -104,7 +97,7 @@ void logNotRemembered(const std::string& reason) {
 
 PolicyResult CheckUpdatePolicy(const std::string& path) {
   auto result = judgeByPolicy(readPolicy(), builtInPolicy(), [&] {
-    const IoDeadline deadline(kOpenLimit);
+    const IoDeadline deadline(kOpenLimit);  // the bundle may lie on a share that does not answer
     return readFileVersion(path);
   });
   if (!result.isAllowed()) {
@@ -119,8 +112,8 @@ void rememberInstalledVersion(const ProductVersion& version) noexcept {
     if (const auto* problem = std::get_if<Unreadable>(&highest)) return logNotRemembered(problem->reason);
     const auto text = versionToRemember(highest, version);
     if (!text) return;
-    const LSTATUS error = writeHighestInstalled(*text);
-    if (error != ERROR_SUCCESS) logNotRemembered(unreadable(error).reason);
+    const auto written = writeHighestInstalled(*text);
+    if (!written) logNotRemembered(unreadable(written.error()).reason);
   });
 }
 

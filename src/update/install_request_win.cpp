@@ -5,13 +5,14 @@
 #include "trust/certificate_integrity.h"
 #include "update/install_request.h"
 #include "update/installer_logs.h"
+#include "util/exceptions.h"
 #include "util/file_utils.h"
-#include "util/file_version.h"
 #include "util/io_deadline.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/mutex.h"
 #include "util/printable.h"
-#include "util/quietly.h"
+#include "util/product_version.h"
 #include "util/string_utils.h"
 
 namespace zarn {
@@ -55,8 +56,7 @@ bool isAcceptableBundle(HANDLE bundle, const std::wstring& path, InstallRecord& 
 /// Ends a request for which the system refused something, with the line that says so.
 Status endWithFailure(InstallRecord& record, Check check, SystemError error, const char* line) {
   record.note(check, Verdict::Failed, describeSystemError(error));
-  setLastSystemError(error.code());  // which logWin32Error() names in a second line
-  logWin32Error(LogLevel::Error, "%s", line);
+  logSystemFailure(LogLevel::Error, error, "%s", line);
   return Status::Failed;
 }
 
@@ -213,14 +213,13 @@ Status InstallRequest::runChecks(const std::wstring& path, const std::wstring& s
                                  InstallRecord& record) const {
   const TrustResult integrity = collaborators_.checkIntegrity(path, shownAs);
   if (!noteAnswer(record, Check::Integrity, integrity, Verdict::Refused)) return Status::SignatureRefused;
-  IdentityFacts facts;
-  const TrustResult identity = collaborators_.checkIdentity(path, facts);
-  if (facts.signer) {
-    record.signerDigest = facts.signer->digest;
-    record.signerSubject = facts.signer->subject;
+  const IdentityResult identity = collaborators_.checkIdentity(path);
+  if (identity.signer) {
+    record.signerDigest = identity.signer->digest;
+    record.signerSubject = identity.signer->subject;
   }
-  const Verdict refusal = facts.profileWasHad ? Verdict::Refused : Verdict::Failed;
-  if (!noteAnswer(record, Check::Identity, identity, refusal)) return Status::SignerRefused;
+  const Verdict refusal = identity.profile == ProfileState::Had ? Verdict::Refused : Verdict::Failed;
+  if (!noteAnswer(record, Check::Identity, identity.result, refusal)) return Status::SignerRefused;
   const PolicyResult policy = collaborators_.checkPolicy(StringUtils::utf16to8(path));
   if (policy.isAllowed()) return record.note(Check::Policy, Verdict::Passed), Status::Installed;
   record.note(Check::Policy, Verdict::Refused, policy.sentence());

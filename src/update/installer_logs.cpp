@@ -11,7 +11,6 @@
 #include "os/files.h"
 #include "util/held_folder.h"
 #include "util/io_deadline.h"
-#include "util/log_names.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/product_names.h"

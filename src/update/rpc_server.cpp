@@ -4,9 +4,9 @@
 #include <exception>
 #include <string_view>
 
+#include "util/exceptions.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/type_name.h"
 
 namespace zarn::rpc_server {
 namespace {

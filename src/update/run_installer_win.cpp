@@ -4,8 +4,9 @@
 #include "os/handles_win.h"
 #include "update/run_installer.h"
 #include "update/status.h"
+#include "util/exceptions.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
-#include "util/quietly.h"
 
 namespace zarn {
 namespace {
@@ -40,8 +41,8 @@ Result<std::uint32_t> readExitCode(void* process) {
 std::uint32_t RunInstaller(const std::wstring& installerPath, const RunInstallerOptions& options) {
   auto installer = startInstaller(installerPath);
   if (!installer) {
-    setLastSystemError(installer.error().code());  // named by the second of the two lines
-    return failureCode(logWin32Error(LogLevel::Error, "UpdateService::RunInstaller: CreateProcess failed"));
+    return logSystemFailure(LogLevel::Error, installer.error(),
+                            "UpdateService::RunInstaller: CreateProcess failed");
   }
   // While an installer runs and after it has, a line that cannot be had changes nothing.
   quietly([] { logLine(LogLevel::Debug, "Create Process Success! Waiting for process to complete."); });
@@ -58,10 +59,10 @@ std::uint32_t RunInstaller(const std::wstring& installerPath, const RunInstaller
   if (!exitCode) {
     quietly([] { logLine(LogLevel::Error, "Failed to get exit code"); });
     quietly([&] {
-      setLastSystemError(exitCode.error().code());  // named by the second of the two lines
-      logWin32Error(LogLevel::Error,
-                    "UpdateService::RunInstaller: GetExitCodeProcess failed while retrieving exit code from "
-                    "installer.");
+      logSystemFailure(
+          LogLevel::Error, exitCode.error(),
+          "UpdateService::RunInstaller: GetExitCodeProcess failed while retrieving exit code from "
+          "installer.");
     });
     // Handles in doubt are not closed: they could be somebody else's by now.
     static_cast<void>(installer->process.release());

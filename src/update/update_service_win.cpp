@@ -12,17 +12,17 @@
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
 #include "trust/certificate_profile.h"
-#include "trust/signer_observer.h"
 #include "update/bundle.h"
 #include "update/impersonation_win.h"
 #include "update/install_request.h"
 #include "update/record_folder.h"
 #include "update/update_service.h"
+#include "util/exceptions.h"
 #include "util/file_utils.h"
 #include "util/held_folder.h"
+#include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/quietly.h"
 #include "util/string_utils.h"
 
 namespace zarn {
@@ -55,15 +55,8 @@ const InstallRequest& installRequest() {
             return CheckCertificateIntegrity(systemTrustApi(), path, shownAs);
           },
       .checkIdentity =
-          [](const std::wstring& path, IdentityFacts& facts) {
-            SignerObserver observer(systemTrustApi());
-            const TrustResult result = CheckCertificateIdentity(observer, path, [&facts] {
-              auto profile = FetchCertificateProfile();
-              facts.profileWasHad = !profile.empty();
-              return profile;
-            });
-            facts.signer = observer.signer();
-            return result;
+          [](const std::wstring& path) {
+            return CheckCertificateIdentity(systemTrustApi(), path, FetchCertificateProfile);
           },
       .checkPolicy = CheckUpdatePolicy,
       .installed = rememberInstalledVersion,
@@ -93,9 +86,8 @@ void adoptAppDataPath(std::wstring_view path) {
   // have none made where it may not make them itself.
   Log::instance().moveToCurrentDirectory([](const std::function<void()>& make) {
     const auto made = runAsCaller(make);
-    if (made) return;
-    setLastSystemError(made.error().code());  // which logWin32Error() names in a second line
-    logWin32Error(LogLevel::Warn, "The caller lets nobody make folders in its name.");
+    if (!made)
+      logSystemFailure(LogLevel::Warn, made.error(), "The caller lets nobody make folders in its name.");
   });
 }
 

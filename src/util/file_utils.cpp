@@ -25,7 +25,11 @@ namespace fs = boost::filesystem;
 using boost::system::error_code;
 
 constexpr std::size_t kLongPathBytes = 250;
+/// What is made below a chosen path is no longer than this: "\Zarn Media Server\Logs\" and
+/// the names in it.
+constexpr std::size_t kLongestPathBelowBytes = 128;
 
+// The preference store lies above this library, so it hands its reader down.
 std::atomic<std::string (*)()> localAppDataPathReader{nullptr};
 
 struct Override {
@@ -97,6 +101,8 @@ std::string usedBefore() {
 }
 
 /// The preference's text, or what is used in its place; empty for the service's own folder.
+///
+/// Judged at every look-up, because what the path leads to may change while its text stays.
 std::string usableBase(const std::string& path) {
   if (isKnownRefusal(path)) return usedBefore();
   const auto own = path.empty() ? std::vector<std::string>() : ownFolders();
@@ -107,6 +113,15 @@ std::string usableBase(const std::string& path) {
   }
   noteRefused(path, kind);
   return usedBefore();
+}
+
+/// Behind the prefix for long paths the system takes each character as it stands, so that
+/// a chosen path that may get the prefix must hold neither "/" nor "..".
+std::string withoutDotsWhenLong(std::string path) {
+  if (path.size() + kLongestPathBelowBytes <= kLongPathBytes) return path;
+  if (!os::kPathsNameDrives || judgePath(path) != PathKind::LocalFolder) return path;
+  constexpr std::size_t prefixBytes = 4;
+  return resolveDots(path).substr(prefixBytes);
 }
 
 }  // namespace
@@ -162,6 +177,7 @@ bool copyDirectoryRecursively(std::string_view from, std::string_view to) {
 
 namespace {
 
+/// The source goes only when all of it has been copied.
 bool moveAcrossVolumes(std::string_view from, std::string_view to) {
   error_code error;
   const fs::path source = toPath(from);
@@ -224,6 +240,7 @@ bool exists(std::string_view path) noexcept {
 
 bool isDirectory(std::string_view path) {
   error_code error;
+  // A missing directory is an answer and no failure, so that it leaves no line.
   const bool result = fs::is_directory(toPath(path), error);
   if (error && error != boost::system::errc::no_such_file_or_directory) {
     logLine(LogLevel::Error, "IsDirectory failed %s", systemErrorPhrase(error));
@@ -252,7 +269,7 @@ void logOpenFailure(std::string_view path, const os::OpenFailure& reason) {
 }
 
 ScopedFile safeOpen(std::string_view path, const char* mode, bool shareDelete, Links links) {
-  if (*mode == '\0') mode = "r";
+  if (*mode == '\0') mode = "r";  // fopen knows no empty mode
   auto file = os::openStream(toPath(path), mode, shareDelete ? os::Sharing::All : os::Sharing::Read, links);
   if (file) return std::move(*file);
   logOpenFailure(path, file.error());
@@ -265,6 +282,7 @@ void setApplicationDataOverride(std::string path) {
   current.path = std::move(path);
 }
 
+// A prefix of the text is not enough: "C:\Data2" does not lie below "C:\Data".
 bool isBelowOverride(std::string_view path) {
   const std::string current = overridePath();
   return !current.empty() && path.starts_with(current) &&
@@ -277,6 +295,7 @@ void setLocalAppDataPathReader(std::string (*reader)()) noexcept {
 
 namespace {
 
+/// Without it there is no place for a log, so that nobody can be told but by the end.
 std::string userApplicationDataFolder() {
   auto folder = os::userDataFolder();
   if (!folder) logFatal("SHGetSpecialFolderPath(CSIDL_LOCAL_APPDATA) failed: %d", folder.error().code());
@@ -286,7 +305,7 @@ std::string userApplicationDataFolder() {
 /// Empty for the service's own folder.
 std::string chosenBase() {
   auto* const reader = localAppDataPathReader.load();
-  return reader != nullptr ? usableBase(reader()) : std::string();
+  return reader != nullptr ? withoutDotsWhenLong(usableBase(reader())) : std::string();
 }
 
 }  // namespace
@@ -296,6 +315,7 @@ bool isApplicationDataChosen() {
 }
 
 bool makeLogDirectory() {
+  // A chosen path may lie on a drive that does not answer.
   const IoDeadline deadline(kOpenLimit);
   const std::string base = overridePath().empty() ? chosenBase() : std::string();
   if (base.empty()) return createDirectories(applicationDataDirectory()) && createDirectories(logDirectory());

@@ -74,6 +74,7 @@ Result<HeldFolder> HeldFolder::folder(std::string_view name, Existing existing) 
   return HeldFolder(std::move(*found));
 }
 
+// Never an existing file: what stands at the name may be a link of somebody else's making.
 Result<ScopedFile> HeldFolder::create(std::string_view name) const {
   const auto component = componentOf(name);
   if (!component) return failure(component.error());
@@ -84,6 +85,7 @@ Result<ScopedFile> HeldFolder::create(std::string_view name) const {
 }
 
 Result<ScopedFile> HeldFolder::open(std::string_view name, const char* mode, Existing existing) const {
+  // The reason stays what it is here when the name is no component.
   const auto component = componentOf(name);
   os::OpenFailure reason{os::OpenFailure::Step::Open, SystemError::invalidName().code()};
   if (component) {
@@ -145,6 +147,7 @@ Result<void> HeldFolder::list(const std::function<void(const FolderEntry&)>& vis
 
 bool removeWhatever(std::string_view path, bool quiet) {
   if (path.empty()) return true;
+  // By the parent's handle and a name, as everything else here: no link is followed.
   const boost::filesystem::path target = toPath(path);
   const auto parent = HeldFolder::hold(toUtf8(target.parent_path()), Links::Follow, OwnPlaces::Allow);
   const auto removed = unlessMissing(parent ? parent->removeTree(toUtf8(target.filename()))

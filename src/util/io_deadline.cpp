@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include "util/exceptions.h"
 #include "util/mutex.h"
-#include "util/quietly.h"
 
 namespace zarn {
 
@@ -30,6 +30,7 @@ class IoWatch {
     armed_.push_back(&deadline);
     deadline.renewalsSeen_ = deadline.renewals_.load(std::memory_order_relaxed);
     deadline.due_ = IoDeadline::Clock::now() + deadline.limit_;
+    // Most deadlines are due later than one that is armed already: those wake nobody.
     const bool wake = deadline.due_ < wakesAt_;
     lock.unlock();
     if (wake) wake_.notify_one();
@@ -65,6 +66,8 @@ class IoWatch {
     }
   }
 
+  /// Renewing only counts up, so that it costs the thread nothing; whether it happened is
+  /// found out here, which is why a limit may last up to twice as long.
   static void attend(IoDeadline& deadline, Clock::time_point now) {
     if (deadline.due_ > now) return;
     const std::uint32_t renewals = deadline.renewals_.load(std::memory_order_relaxed);
@@ -88,6 +91,7 @@ IoDeadline::IoDeadline(std::chrono::milliseconds limit) noexcept : limit_(limit)
   arm();
 }
 
+// Without memory for its entry the deadline stays unarmed, and there is no limit.
 void IoDeadline::arm() noexcept {
   if (isArmed_) return;
   quietly([this] {

@@ -14,15 +14,16 @@
 
 namespace zarn {
 
-/// How long an operation on somebody else's name may take.
+/// How long operations on names that others chose may take: opening one and looking what
+/// it leads to, one step with a log file or its folder, copying a bundle.
 inline constexpr std::chrono::seconds kOpenLimit{10};
 inline constexpr std::chrono::seconds kLogFileLimit{5};
 inline constexpr std::chrono::minutes kCopyLimit{10};
 
 /// While it is armed, every blocking operation of the thread that made it ends, as
-/// cancelled, when the limit has passed (up to twice the limit after a renewal); so do all that follow until
-/// it is disarmed. Only for local variables, on the thread that made them. When the system gives no timer,
-/// there is no limit.
+/// cancelled, when the limit has passed (up to twice the limit after a renewal); so do
+/// all that follow until it is disarmed. Only for local variables, on the thread that
+/// made them. When there is no memory or no thread to watch it, there is no limit.
 class IoDeadline {
  public:
   /// Arms it.

@@ -1,11 +1,8 @@
 #include "util/logging.h"
 
-#include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <limits>
 
-#include "os/error_text.h"
 #include "util/mutex.h"
 
 namespace zarn {
@@ -21,32 +18,7 @@ Mutex changeMutex;
 std::atomic<LogSink*> currentLogSink{nullptr};
 std::atomic<std::int32_t> currentThreshold{kNothingPasses};
 
-std::string formatPrintf(std::string_view format, fmt::printf_args args) {
-  return fmt::vsprintf(fmt::string_view(format.data(), format.size()), args);
-}
-
-void PlainWriter::text(std::string_view text) noexcept {
-  end_ = std::copy(text.begin(), text.end(), end_);
-}
-
-void PlainWriter::number(std::uint64_t magnitude, bool isNegative) noexcept {
-  *end_ = '-';
-  if (isNegative) ++end_;
-  end_ = std::to_chars(end_, end_ + kMostDigits, magnitude).ptr;
-}
-
-void logSystemError(LogLevel level, std::uint32_t code) noexcept {
-  const LogSink* const sink = logSink();
-  if (sink == nullptr || !sink->isEnabled(level)) return;
-  // Without memory for the system's text the caller still gets its code.
-  quietly([&] {
-    // The code is shown as a signed number, as system codes above 0x7fffffff usually are.
-    logLine(level, "    %s",
-            zarn::formatPrintf("Win32 Error: %d %s", static_cast<std::int32_t>(code), systemErrorText(code)));
-  });
-}
-
-void logFatalMessage(const std::string& message) {
+void endWithFatalLine(const std::string& message) {
   if (LogSink* const sink = logSink()) sink->fatal(message);
   std::abort();
 }

@@ -16,7 +16,6 @@
 #define ZARN_GUARDED_BY(m) ZARN_THREAD_ANNOTATION(guarded_by(m))
 #define ZARN_REQUIRES(...) ZARN_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define ZARN_EXCLUDES(...) ZARN_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
-#define ZARN_NO_THREAD_SAFETY_ANALYSIS ZARN_THREAD_ANNOTATION(no_thread_safety_analysis)
 
 namespace zarn {
 

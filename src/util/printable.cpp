@@ -8,7 +8,8 @@ namespace zarn {
 namespace {
 
 /// Length of the valid UTF-8 sequence at the start of `text` and its code point;
-/// 0 when there is none.
+/// 0 when there is none. Overlong forms, surrogates and what lies beyond the last code
+/// point count as none: readers of the log may take them for something else.
 std::size_t decodeUtf8(std::string_view text, char32_t& codePoint) {
   const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
   const std::uint8_t lead = byte(0);
@@ -78,6 +79,7 @@ std::string printable(std::string_view text) {
   result.reserve(std::min(text.size(), kLongestShownText));
   std::size_t room = kLongestShownText;
   for (std::string_view rest = text; !rest.empty();) {
+    // An escaped character counts as what is shown of it, so that the line is bounded, too.
     const Character next = firstCharacter(rest);
     const std::size_t length = next.isPlain ? 1 : kEscapedByte * next.bytes.size();
     if (length > room) return result + cutMark(countCharacters(text));

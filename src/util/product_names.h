@@ -1,8 +1,11 @@
 // Names that the service, zarn-update and the setup program must agree on, each as
-// UTF-8 and as UTF-16: names::kService.narrow, names::kService.wide.
+// UTF-8 and as UTF-16: names::kService.narrow, names::kService.wide. Also which files of
+// a Logs folder are the service's, and which are logs that installers leave.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <string_view>
 
 namespace zarn::names {
 
@@ -48,6 +51,8 @@ inline constexpr Name kLog("Zarn Update Service");
 inline constexpr Name kCurrentLog("Zarn Update Service.log");
 inline constexpr Name kHistory("Update History.jsonl");
 inline constexpr Name kEarlierHistory("Update History.1.jsonl");
+/// Says why the log could not be started.
+inline constexpr Name kStartupCrashLog("Startup Crash.log");
 
 /// Where the record that counts lies, in %ProgramData%; beside the log is a copy.
 inline constexpr Name kRecordFolder("Zarn Update Service");
@@ -58,3 +63,44 @@ inline constexpr Name kEarlierRefused("Refused Requests.1.jsonl");
 inline constexpr Name kCollectedRecord("Record");
 
 }  // namespace zarn::names
+
+namespace zarn {
+
+// The media server writes to the Logs folder, too. Names of files in it are given without
+// their folder, in UTF-8 or UTF-16, and are compared letter for letter.
+
+namespace detail {
+template <typename Char>
+constexpr bool startsWith(std::basic_string_view<Char> name, std::string_view wanted) {
+  return name.size() >= wanted.size() &&
+         std::equal(wanted.begin(), wanted.end(), name.begin(),
+                    [](char letter, Char given) { return given == static_cast<Char>(letter); });
+}
+
+template <typename Char>
+constexpr bool endsWith(std::basic_string_view<Char> name, std::string_view wanted) {
+  return name.size() >= wanted.size() && startsWith(name.substr(name.size() - wanted.size()), wanted);
+}
+}  // namespace detail
+
+/// What the service collects of installers into "Installer Logs".
+template <typename Char>
+[[nodiscard]] constexpr bool isInstallerLogName(std::basic_string_view<Char> name) {
+  return (detail::startsWith(name, names::kProductFolder.narrow) ||
+          detail::startsWith(name, "dd_vcredist")) &&
+         detail::endsWith(name, ".log");
+}
+
+/// The service's logs, its history and the note of a failed start.
+template <typename Char>
+[[nodiscard]] constexpr bool isServiceLogName(std::basic_string_view<Char> name) {
+  constexpr std::string_view crashLog = names::kStartupCrashLog.narrow;
+  return (detail::startsWith(name, "Zarn Update Service.") && detail::endsWith(name, ".log")) ||
+         (detail::startsWith(name, "Update History.") && detail::endsWith(name, ".jsonl")) ||
+         (name.size() == crashLog.size() && detail::startsWith(name, crashLog));
+}
+static_assert(isServiceLogName(std::string_view(names::kCurrentLog.narrow)) &&
+              isServiceLogName(std::string_view(names::kHistory.narrow)) &&
+              isServiceLogName(std::string_view(names::kEarlierHistory.narrow)));
+
+}  // namespace zarn

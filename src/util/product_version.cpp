@@ -2,8 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
-#include <system_error>
+#include "os/text.h"
 
 namespace zarn {
 
@@ -13,15 +12,15 @@ std::string versionText(const ProductVersion& version) {
 
 std::optional<ProductVersion> parseVersion(std::string_view text) {
   ProductVersion version;
-  const char* at = text.data();
-  const char* const end = at + text.size();
-  for (std::size_t i = 0; i < version.parts.size(); ++i) {
-    if (i > 0 && (at == end || *at++ != '.')) return std::nullopt;
-    const auto [next, error] = std::from_chars(at, end, version.parts[i]);
-    if (error != std::errc()) return std::nullopt;
-    at = next;
+  for (std::uint16_t& part : version.parts) {
+    // The last part goes to the end of the text: a fifth one makes it no number.
+    const bool isLast = &part == &version.parts.back();
+    const std::size_t end = isLast ? text.size() : text.find('.');
+    const auto number = os::parseNumber<std::uint16_t>(text.substr(0, end));
+    if (!number || end == std::string_view::npos) return std::nullopt;
+    part = *number;
+    text.remove_prefix(isLast ? end : end + 1);
   }
-  if (at != end) return std::nullopt;
   return version;
 }
 

@@ -3,6 +3,8 @@
 #include "os/text.h"
 #include "util/logging.h"
 
+// An empty text stands for one that cannot be converted: callers pass it on to the system,
+// which refuses it, and the line says why.
 namespace zarn::StringUtils {
 
 std::wstring utf8to16(std::string_view text) {

@@ -55,6 +55,7 @@ bool convertWithLibrary(std::int64_t seconds, std::tm& out) {
 
 }  // namespace
 
+// Not every C library refuses what it cannot convert: some answer with fields out of range.
 bool validFields(const std::tm& fields) noexcept {
   const auto within = [](int value, int low, int high) { return value >= low && value <= high; };
   if (!within(fields.tm_sec, 0, 59)) return false;
@@ -72,7 +73,7 @@ bool epochToLocal(std::int64_t seconds, std::tm& out) {
   out = std::tm{};
   if (isNoTime(seconds)) return false;
   if (!os::localTime(seconds, out)) {
-    out = std::tm{};
+    out = std::tm{};  // what a failed conversion left is no time
   } else if (validFields(out)) {
     return !isAllZero(out);
   }

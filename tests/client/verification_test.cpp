@@ -15,24 +15,24 @@ using ::testing::HasSubstr;
 /// A system whose libraries fault on what the file holds.
 struct FaultingApi final : TrustApi {
   struct File final : SignedFile {
-    std::optional<std::uint32_t> certificateLength() override { return 8; }
-    bool readCertificate(std::uint32_t /*length*/) override { return true; }
+    Result<std::uint32_t> certificateLength() override { return 8; }
+    Result<void> readCertificate(std::uint32_t /*length*/) override { return {}; }
   };
   explicit FaultingApi(bool providerFaults) : trustProviderFaults(providerFaults) {}
   static void writeNull() {
     static int* volatile nowhere = nullptr;
     *nowhere = 1;
   }
-  std::unique_ptr<SignedFile> openFile(const std::wstring& /*path*/) override {
+  Result<std::unique_ptr<SignedFile>> openFile(const std::wstring& /*path*/) override {
     return std::make_unique<File>();
   }
   std::int32_t verifyTrust(const std::wstring& /*path*/) override {
     if (trustProviderFaults) writeNull();
     return 0;
   }
-  std::unique_ptr<EmbeddedSignature> querySignature(const std::wstring& /*path*/) override {
+  Result<std::unique_ptr<EmbeddedSignature>> querySignature(const std::wstring& /*path*/) override {
     writeNull();
-    return nullptr;
+    return failure(1);
   }
   bool trustProviderFaults;  // else the query of the signature does
 };

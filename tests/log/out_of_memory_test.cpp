@@ -6,6 +6,7 @@
 #include "log/probe_log.h"
 #include "os/system_error.h"
 #include "support/failing_new.h"
+#include "util/log_win32_error.h"
 
 namespace zarn::testing {
 namespace {

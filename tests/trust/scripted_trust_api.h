@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "os/system_error.h"
+#include "trust/certificate_integrity.h"
 #include "trust/trust_api.h"
 
 namespace zarn::testing {
@@ -21,86 +21,87 @@ struct CarriedCertificate {
 
 struct ScriptedTrustApi final : TrustApi {
   std::string failingCall;                     // fails with
-  std::uint32_t failure = 0;                   // this last error
+  SystemError error{1};                        // this error
   std::int32_t trustStatus = 0;                // WinVerifyTrust's answer
   std::string signerOfMessage = "CN=Zarn, 1";  // issuer and serial number of signer 0
   std::vector<CarriedCertificate> carried;     // certificates in the signature
   std::vector<std::string> calls;              // what happened
   std::set<std::wstring> paths;                // what it was asked for
 
-  bool succeeds(const std::string& call) {
-    calls.push_back(call);
-    if (call == failingCall) setLastSystemError(failure);
-    return call != failingCall;
+  Result<void> call(const std::string& name) {
+    calls.push_back(name);
+    return name == failingCall ? Result<void>(failure(error)) : Result<void>();
   }
-  /// Of a call that is made without a buffer first, for the size.
-  bool succeeds(const std::string& call, const void* buffer) {
-    return succeeds(buffer == nullptr ? call + " (size)" : call);
+  /// A call that is made without a buffer first, for the size.
+  template <typename Unit>
+  Result<std::uint32_t> fill(const std::string& name, std::span<Unit> buffer, std::span<const Unit> content) {
+    std::copy_n(content.begin(), std::min(content.size(), buffer.size()), buffer.begin());
+    const auto size = static_cast<std::uint32_t>(content.size());
+    return call(buffer.empty() ? name + " (size)" : name).map([size] { return size; });
   }
-  std::unique_ptr<SignedFile> openFile(const std::wstring& path) override {
+
+  /// Whatever a call opens.
+  struct Object final : SignedFile, EmbeddedSignature, Certificate {
+    explicit Object(ScriptedTrustApi& script, const CarriedCertificate* found = nullptr)
+        : api(script), certificate(found) {}
+    ~Object() override { api.calls.emplace_back("release"); }
+
+    Result<std::uint32_t> certificateLength() override {
+      return api.call("ImageGetCertificateHeader").map([] { return std::uint32_t{4711}; });
+    }
+    Result<void> readCertificate(std::uint32_t length) override {
+      return length == 4711 ? api.call("ImageGetCertificateData") : failure(1);
+    }
+    Result<std::uint32_t> signerInfo(std::span<std::byte> buffer) const override {
+      return api.fill("CryptMsgGetParam", buffer, std::as_bytes(std::span(api.signerOfMessage)));
+    }
+    Result<std::unique_ptr<Certificate>> findCertificate(std::span<const std::byte> signer) const override {
+      if (const auto called = api.call("CertFindCertificateInStore"); !called) return failure(called.error());
+      for (const CarriedCertificate& one : api.carried) {
+        const bool isSigners = std::ranges::equal(std::as_bytes(std::span(one.issuerAndSerial)), signer);
+        if (isSigners) return std::make_unique<Object>(api, &one);
+      }
+      return failure(2);
+    }
+    Result<std::uint32_t> sha256(std::span<std::uint8_t> buffer) const override {
+      // Asked for the size, a provider may answer more than it writes.
+      return api.fill<std::uint8_t>("CryptHashCertificate", buffer, certificate->digest)
+          .map([&](std::uint32_t size) { return size + (buffer.empty() ? 8 : 0); });
+    }
+    Result<std::uint32_t> subjectAttribute(const char* oid, std::span<wchar_t> buffer) const override {
+      const auto found = certificate->subject.find(oid);
+      const std::wstring text = found == certificate->subject.end() ? L"" : found->second;
+      return api.fill<wchar_t>("CertGetNameStringW", buffer, std::span(text.c_str(), text.size() + 1));
+    }
+
+    ScriptedTrustApi& api;
+    const CarriedCertificate* certificate;
+  };
+
+  template <typename Interface>
+  Result<std::unique_ptr<Interface>> open(const char* name, const std::wstring& path) {
     paths.insert(path);
-    return succeeds("CreateFileW") ? std::make_unique<File>(*this) : nullptr;
+    if (const auto called = call(name); !called) return failure(called.error());
+    return std::make_unique<Object>(*this);
+  }
+  Result<std::unique_ptr<SignedFile>> openFile(const std::wstring& path) override {
+    return open<SignedFile>("CreateFileW", path);
+  }
+  Result<std::unique_ptr<EmbeddedSignature>> querySignature(const std::wstring& path) override {
+    return open<EmbeddedSignature>("CryptQueryObject", path);
   }
   std::int32_t verifyTrust(const std::wstring& path) override {
     paths.insert(path);
-    return succeeds("WinVerifyTrust") ? 0 : trustStatus;
+    if (call("WinVerifyTrust")) return 0;
+    setLastSystemError(error.code());
+    return trustStatus;
   }
-  std::unique_ptr<EmbeddedSignature> querySignature(const std::wstring& path) override {
-    paths.insert(path);
-    return succeeds("CryptQueryObject") ? std::make_unique<Signature>(*this) : nullptr;
-  }
-
-  template <typename Interface>
-  struct Scripted : Interface {
-    explicit Scripted(ScriptedTrustApi& script) : api(script) {}
-    ~Scripted() override { api.calls.emplace_back("release"); }
-    ScriptedTrustApi& api;
-  };
-
-  struct File final : Scripted<SignedFile> {
-    using Scripted::Scripted;
-    std::optional<std::uint32_t> certificateLength() override {
-      return api.succeeds("ImageGetCertificateHeader") ? std::optional<std::uint32_t>(4711) : std::nullopt;
-    }
-    bool readCertificate(std::uint32_t length) override {
-      return api.succeeds("ImageGetCertificateData") && length == 4711;
-    }
-  };
-
-  struct Context final : Scripted<Certificate> {
-    Context(ScriptedTrustApi& script, const CarriedCertificate& found)
-        : Scripted(script), certificate(found) {}
-    bool sha256(std::uint8_t* buffer, std::uint32_t& size) const override {
-      if (buffer != nullptr) std::ranges::copy(certificate.digest, buffer);
-      // Asked for the size, a provider may answer more than it writes.
-      size = static_cast<std::uint32_t>(certificate.digest.size()) + (buffer == nullptr ? 8 : 0);
-      return api.succeeds("CryptHashCertificate", buffer);
-    }
-    std::uint32_t subjectAttribute(const char* oid, wchar_t* buffer, std::uint32_t size) const override {
-      if (!api.succeeds("CertGetNameStringW", buffer)) return 0;
-      const auto found = certificate.subject.find(oid);
-      const std::wstring text = found == certificate.subject.end() ? L"" : found->second;
-      if (buffer != nullptr) text.copy(buffer, size);
-      return static_cast<std::uint32_t>(text.size()) + 1;
-    }
-    const CarriedCertificate& certificate;
-  };
-
-  struct Signature final : Scripted<EmbeddedSignature> {
-    using Scripted::Scripted;
-    bool signerInfo(std::byte* buffer, std::uint32_t& size) const override {
-      if (buffer != nullptr) std::ranges::copy(std::as_bytes(std::span(api.signerOfMessage)), buffer);
-      size = static_cast<std::uint32_t>(api.signerOfMessage.size());
-      return api.succeeds("CryptMsgGetParam", buffer);
-    }
-    std::unique_ptr<Certificate> findCertificate(std::span<const std::byte> signer) const override {
-      if (!api.succeeds("CertFindCertificateInStore")) return nullptr;
-      const auto found = std::ranges::find_if(api.carried, [&](const auto& certificate) {
-        return std::ranges::equal(std::as_bytes(std::span(certificate.issuerAndSerial)), signer);
-      });
-      return found != api.carried.end() ? std::make_unique<Context>(api, *found) : nullptr;
-    }
-  };
 };
+
+/// "Verified", which a check alone can say. Logs what the check does.
+inline TrustResult verifiedByScript() {
+  ScriptedTrustApi api;
+  return CheckCertificateIntegrity(api, L"verified.exe");
+}
 
 }  // namespace zarn::testing

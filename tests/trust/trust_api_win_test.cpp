@@ -15,12 +15,10 @@
 #include "support/temp_directory.h"
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
-#include "trust/wintrust_call_win.h"
+#include "trust/trust_api_win.h"
 
 namespace zarn::testing {
 namespace {
-
-using Set = std::set<std::string>;
 
 /// A program with a signature of zeros that claims to be `length` bytes long.
 std::string signedWithZeros(std::uint64_t length) {
@@ -67,7 +65,9 @@ TEST_F(SystemTrustApi, RefusesWhatNobodySignedAndKeepsNothingOpen) {
     EXPECT_FALSE(result.isVerified());
     EXPECT_TRUE(code == any || result.code() == code) << result.code();
     EXPECT_TRUE(log.contains(line)) << ::testing::PrintToString(log.texts());
-    EXPECT_FALSE(CheckCertificateIdentity(systemTrustApi(), file_, [] { return Set{""}; }).isVerified());
+    EXPECT_FALSE(CheckCertificateIdentity(systemTrustApi(), file_, [] {
+                   return ApprovedDigests{""};
+                 }).result.isVerified());
     EXPECT_TRUE(log.contains("CryptQueryObject() failed"));
     EXPECT_TRUE(open(GENERIC_READ, 0));
   }
@@ -85,7 +85,7 @@ TEST_F(SystemTrustApi, NoMemoryIsGivenForWhatAFileClaims) {
   const std::size_t before = peakMemory();
   EXPECT_EQ(integrity().code(), ERROR_INVALID_DATA);
   EXPECT_TRUE(log.contains("ImageGetCertificateData() failed"));
-  EXPECT_EQ(systemTrustApi().querySignature(file_), nullptr);
+  EXPECT_FALSE(systemTrustApi().querySignature(file_));
   EXPECT_LT(peakMemory() - before, claim / 10);
 }
 
@@ -94,11 +94,11 @@ TEST_F(SystemTrustApi, ACheckKeepsWritersOutAndNeedsReaders) {
   EXPECT_EQ(integrity().code(), ERROR_FILE_NOT_FOUND);
   writeFile(folder_ / "bundle.exe", "");
   auto checked = systemTrustApi().openFile(file_);
-  ASSERT_NE(checked, nullptr);
+  ASSERT_TRUE(checked);
   EXPECT_FALSE(open(GENERIC_WRITE, everything));
   EXPECT_FALSE(open(DELETE, everything));
   EXPECT_TRUE(open(GENERIC_READ, everything));
-  checked.reset();
+  checked->reset();
   const FileHandle held = open(GENERIC_READ | GENERIC_WRITE, 0);
   EXPECT_EQ(integrity().code(), ERROR_SHARING_VIOLATION);
 }

@@ -8,8 +8,6 @@
 #include "scripted_trust_api.h"
 #include "support/recording_log.h"
 #include "trust/certificate_identity.h"
-#include "trust/certificate_integrity.h"
-#include "trust/signer_observer.h"
 
 namespace zarn::testing {
 namespace {
@@ -24,21 +22,22 @@ class TrustChecks : public ::testing::Test {
     std::vector<std::uint8_t> digest(32);
     std::iota(digest.begin(), digest.end(), std::uint8_t{0});
     api_.carried = {
+        {"CN=Decoy, 2", {0xAB, 0x0A}, {{"2.5.4.3", L"Decoy"}}},
         {api_.signerOfMessage,
          digest,
          {{"2.5.4.3", L"Zarn \u00DC\n"}, {"2.5.4.10", L"Zarn, Inc."}, {"2.5.4.7", L"L"}, {"2.5.4.6", L"Z"}}}};
   }
 
   TrustResult integrity() { return CheckCertificateIntegrity(api_, L"a\nb.exe"); }
-  TrustResult identity(const std::set<std::string>& approved) {
+  IdentityResult identity(const std::optional<ApprovedDigests>& approved) {
     return CheckCertificateIdentity(api_, L"a\nb.exe", [&] {
       api_.calls.emplace_back("fetch");
       return approved;
     });
   }
-  void startFailing(const std::string& call, std::uint32_t lastError = 0) {
+  void startFailing(const std::string& call, std::uint32_t error = 1) {
     api_.failingCall = call;
-    api_.failure = lastError;
+    api_.error = SystemError(error);
     api_.calls.clear();
     log_.clear();
   }
@@ -52,7 +51,8 @@ TEST_F(TrustChecks, WhatIsRightPassesAndEverythingIsReleasedLast) {
   EXPECT_THAT(api_.calls, ElementsAre("CreateFileW", "ImageGetCertificateHeader", "ImageGetCertificateData",
                                       "WinVerifyTrust", "release"));
   api_.calls.clear();
-  EXPECT_TRUE(identity({"x", kDigest}).isVerified());
+  EXPECT_TRUE(identity({{"x", kDigest}}).result.isVerified());
+  std::erase_if(api_.calls, [](const auto& call) { return call.starts_with("CertGetNameStringW"); });
   EXPECT_THAT(api_.calls, ElementsAre("CryptQueryObject", "CryptMsgGetParam (size)", "CryptMsgGetParam",
                                       "CertFindCertificateInStore", "CryptHashCertificate (size)",
                                       "CryptHashCertificate", "fetch", "release", "release"));
@@ -62,98 +62,94 @@ TEST_F(TrustChecks, WhatIsRightPassesAndEverythingIsReleasedLast) {
                           LoggedLine{LogLevel::Debug, "Certificate identity verified"}));
 }
 
-TEST_F(TrustChecks, AnyFailedCallRefusesWhateverTheLastErrorIs) {
-  const std::tuple<bool, std::string, std::string> steps[] = {
-      {true, "CreateFileW", "Failed CreateFile() of a\\x0ab.exe"},
-      {true, "ImageGetCertificateHeader", "ImageGetCertificateHeader() failed"},
-      {true, "ImageGetCertificateData", "ImageGetCertificateData() failed"},
-      {false, "CryptQueryObject", "CryptQueryObject() failed"},
-      {false, "CryptMsgGetParam (size)", "CryptMsgGetParm() (Getting Size) failed"},
-      {false, "CryptMsgGetParam", "CryptMsgGetParm() failed"},
-      {false, "CertFindCertificateInStore", "CertFindCertificateInStore failed"},
-  };
-  for (const auto& [checksIntegrity, call, message] : steps) {
-    for (const std::uint32_t lastError : {0U, 5U, 0x80092009U}) {
-      SCOPED_TRACE(call + " " + std::to_string(lastError));
-      startFailing(call, lastError);
-      const TrustResult result = checksIntegrity ? integrity() : identity({kDigest, ""});
-      EXPECT_EQ(static_cast<std::uint32_t>(result.code()), lastError == 0 ? 31 : lastError);
-      EXPECT_TRUE(log_.contains(message));
-      if (api_.calls.size() > 1) {
-        EXPECT_EQ(api_.calls.back(), "release");
-        api_.calls.pop_back();
-      }
-      EXPECT_EQ(api_.calls.back(), call);
+TEST_F(TrustChecks, AnyFailedCallRefusesAndIsLoggedWithItsError) {
+  api_.trustStatus = static_cast<std::int32_t>(0x800b010cU);  // a certificate was revoked
+  enum class Ends { Integrity, Identity, Nothing };
+  const std::tuple<Ends, std::string, std::string> steps[] = {
+      {Ends::Integrity, "CreateFileW", "Failed CreateFile() of a\\x0ab.exe"},
+      {Ends::Integrity, "ImageGetCertificateHeader", "ImageGetCertificateHeader() failed"},
+      {Ends::Integrity, "ImageGetCertificateData", "ImageGetCertificateData() failed"},
+      {Ends::Integrity, "WinVerifyTrust", "Certificate couldn't be verified with the following error:"},
+      {Ends::Identity, "CryptQueryObject", "CryptQueryObject() failed"},
+      {Ends::Identity, "CryptMsgGetParam (size)", "CryptMsgGetParm() (Getting Size) failed"},
+      {Ends::Identity, "CryptMsgGetParam", "CryptMsgGetParm() failed"},
+      {Ends::Identity, "CertFindCertificateInStore", "CertFindCertificateInStore failed"},
+      {Ends::Nothing, "CryptHashCertificate (size)",
+       "CryptHashCertificate() (calculating output size) failed"},
+      {Ends::Nothing, "CryptHashCertificate", "CryptHashCertificate() failed"},
+      {Ends::Nothing, "CertGetNameStringW (size)", "CertGetNameStringW() (Get size) failed"},
+      {Ends::Nothing, "CertGetNameStringW", "CertGetNameString() failed"}};
+  for (const auto& [ends, call, message] : steps) {
+    for (const std::uint32_t error : {5U, 0x80092009U}) {
+      SCOPED_TRACE(call + " " + std::to_string(error));
+      startFailing(call, error);
+      // A malformed profile can hold empty text.
+      const TrustResult result = ends == Ends::Integrity ? integrity() : identity(ApprovedDigests{""}).result;
+      const bool isProviders = call == "WinVerifyTrust";
+      EXPECT_EQ(result.code(), isProviders             ? api_.trustStatus
+                               : ends == Ends::Nothing ? 30005
+                                                       : static_cast<std::int32_t>(error));
+      const auto lines = log_.lines();
+      const auto line = std::ranges::find(lines, message, &LoggedLine::text);
+      ASSERT_LT(line - lines.begin() + 1, lines.end() - lines.begin());
+      EXPECT_EQ(line->level, isProviders ? LogLevel::Error : LogLevel::Debug);
+      EXPECT_TRUE(line[1].text.starts_with(
+          "    Win32 Error: " + std::to_string(static_cast<std::int32_t>(error)) + " "));
+      const std::string read =
+          call.starts_with("CryptHash") ? "Certificate hash: " : "Certificate Common Name: ";
+      EXPECT_EQ(log_.contains(read), ends == Ends::Nothing);
+      if (ends == Ends::Nothing || api_.calls.size() == 1) continue;
+      EXPECT_THAT(std::vector(api_.calls.end() - 2, api_.calls.end()), ElementsAre(call, "release"));
     }
   }
 }
 
 TEST_F(TrustChecks, TheLogShowsTheCallersWordsWhateverTheFileIsCalled) {
-  const auto announced = [&] { return log_.contains("Checking Certificate of installer: words\\x0a"); };
+  const std::string announced = "Checking Certificate of installer: words\\x0a";
   EXPECT_TRUE(CheckCertificateIntegrity(api_, L"real.exe", L"words\n").isVerified());
   EXPECT_EQ(api_.paths, std::set<std::wstring>{L"real.exe"});
-  EXPECT_TRUE(announced());
-  for (const std::uint32_t error : {2U, 0U}) {
-    startFailing("CreateFileW", error);
-    EXPECT_EQ(CheckCertificateIntegrity(api_, L"real.exe", L"words\n").code(), error == 0 ? 31 : 2);
-    const auto failure = log_.texts();
-    startFailing("");
-    EXPECT_EQ(integrityOfUnopened(L"words\n", error).code(), error == 0 ? 31 : 2);
-    EXPECT_TRUE(announced());
-    EXPECT_EQ(log_.texts(), failure);
-    EXPECT_TRUE(log_.contains("Failed CreateFile() of words\\x0a"));
-    EXPECT_THAT(api_.calls, ElementsAre());
-  }
-}
-
-TEST_F(TrustChecks, TheProvidersStatusIsTheResultAndAnError) {
-  startFailing("WinVerifyTrust");
-  api_.trustStatus = static_cast<std::int32_t>(0x800b010cU);  // a certificate was revoked
-  EXPECT_EQ(integrity().code(), api_.trustStatus);
-  const LoggedLine line{LogLevel::Error, "Certificate couldn't be verified with the following error:"};
-  EXPECT_THAT(log_.lines(), ::testing::Contains(line));
+  EXPECT_TRUE(log_.contains(announced));
+  startFailing("CreateFileW", 2);
+  EXPECT_EQ(CheckCertificateIntegrity(api_, L"real.exe", L"words\n").code(), 2);
+  const auto texts = log_.texts();
+  EXPECT_EQ(texts.front(), announced);
+  EXPECT_EQ(texts.at(1), "Failed CreateFile() of words\\x0a");
+  log_.clear();
+  EXPECT_EQ(integrityOfUnopened(L"words\n", 2).code(), 2);
+  EXPECT_EQ(log_.texts(), texts);
+  EXPECT_EQ(integrityOfUnopened(L"words\n", 0).code(), 31);
 }
 
 TEST_F(TrustChecks, AnyOtherSignerIsRefusedAndDescribed) {
-  const std::set<std::string> nearly = {boost::to_upper_copy(kDigest), kDigest + " ", kDigest.substr(0, 63),
-                                        ""};
-  EXPECT_EQ(identity(nearly).code(), 30005);
+  // The last one is carried along, and made no signature.
+  const ApprovedDigests nearly = {boost::to_upper_copy(kDigest), kDigest + " ", kDigest.substr(0, 63),
+                                  "ab0a"};
+  EXPECT_EQ(identity(nearly).result.code(), 30005);
   EXPECT_THAT(log_.texts(),
               ElementsAre("Certificate hash: " + kDigest, "Certificate Common Name: Zarn \xC3\x9C\\x0a",
                           "Certificate Organization Name: Zarn, Inc.", "Certificate Locality Name: L",
                           "Certificate State Name: ", "Certificate Country Name: Z",
                           "Certificate couldn't be verified"));
-  EXPECT_EQ(identity({}).code(), 30005);
-  // An approved certificate that is merely carried along does not help.
-  api_.carried.insert(api_.carried.begin(), {"CN=Zarn, 2", {0xAB, 0x0A}, {}});
-  EXPECT_EQ(identity({"ab0a"}).code(), 30005);
+  EXPECT_EQ(log_.lines().back().level, LogLevel::Error);
 }
 
-TEST_F(TrustChecks, WhatCannotBeReadIsEmptyAndNeverApproved) {
-  const std::pair<std::string, std::string> steps[] = {
-      {"CryptHashCertificate (size)", "CryptHashCertificate() (calculating output size) failed"},
-      {"CryptHashCertificate", "CryptHashCertificate() failed"},
-      {"CertGetNameStringW (size)", "CertGetNameStringW() (Get size) failed"},
-      {"CertGetNameStringW", "CertGetNameString() failed"}};
-  for (const auto& [call, message] : steps) {
-    startFailing(call);
-    EXPECT_EQ(identity({"", std::string(64, '0')}).code(), 30005);  // a malformed profile can hold empty text
-    EXPECT_TRUE(log_.contains(message));
-    EXPECT_TRUE(log_.contains("Certificate hash: ") || log_.contains("Certificate Common Name: "));
-  }
-}
-
-TEST_F(TrustChecks, AnObserverNamesTheSignerAndNotWhoIsMerelyCarriedAlong) {
-  api_.carried.insert(api_.carried.begin(), {"CN=Decoy, 2", {0xFF}, {{"2.5.4.3", L"Decoy"}}});
-  for (const char* failing : {"", "CryptHashCertificate"}) {
+TEST_F(TrustChecks, TheAnswerNamesTheSignerAndTellsAnEmptyProfileFromNone) {
+  const std::tuple<const char*, std::optional<ApprovedDigests>, const char*, ProfileState> table[] = {
+      {"", ApprovedDigests{kDigest, "x"}, kDigest.c_str(), ProfileState::Had},
+      {"", ApprovedDigests{}, kDigest.c_str(), ProfileState::Had},
+      {"", std::nullopt, kDigest.c_str(), ProfileState::NotHad},
+      {"CryptHashCertificate", ApprovedDigests{""}, "", ProfileState::Had},
+      {"CertFindCertificateInStore", ApprovedDigests{kDigest}, nullptr, ProfileState::NotAsked}};
+  for (const auto& [failing, approved, digest, profile] : table) {
     startFailing(failing);
-    SignerObserver observer(api_);
-    EXPECT_FALSE(observer.signer());
-    const auto fetch = [] { return std::set<std::string>{""}; };
-    EXPECT_FALSE(CheckCertificateIdentity(observer, L"x.exe", fetch).isVerified());
-    ASSERT_TRUE(observer.signer());
-    EXPECT_EQ(observer.signer()->digest, *failing == '\0' ? kDigest : "");
-    EXPECT_EQ(observer.signer()->subject, "CN=Zarn \xC3\x9C\n, O=Zarn, Inc., L=L, C=Z");
+    const IdentityResult answer = identity(approved);
+    EXPECT_EQ(answer.result.isVerified(), digest != nullptr && approved && approved->contains(kDigest));
+    EXPECT_EQ(answer.profile, profile);
+    EXPECT_EQ(answer.approvedDigests, profile == ProfileState::Had ? approved->size() : 0);
+    ASSERT_EQ(answer.signer.has_value(), digest != nullptr);
+    if (digest == nullptr) continue;
+    EXPECT_EQ(answer.signer->digest, digest);
+    EXPECT_EQ(answer.signer->subject, "CN=Zarn \xC3\x9C\n, O=Zarn, Inc., L=L, C=Z");
   }
 }
 

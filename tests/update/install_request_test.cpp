@@ -9,6 +9,7 @@
 
 #include "os/error_text.h"
 #include "support/recording_log.h"
+#include "trust/scripted_trust_api.h"
 #include "update/helper.h"
 
 namespace zarn {
@@ -28,6 +29,9 @@ bool canBeChanged(const std::string& path) {
   return openForWriting(path) || MoveFileW(wide(path).c_str(), wide(path + ".moved").c_str()) != 0 ||
          DeleteFileW(wide(path).c_str()) != 0;
 }
+std::string secondLine(std::uint32_t code) {
+  return "    Win32 Error: " + std::to_string(code) + " " + systemErrorText(code);
+}
 
 class InstallRequestTest : public ::testing::Test {
  protected:
@@ -38,31 +42,26 @@ class InstallRequestTest : public ::testing::Test {
     bundle_ = folder_.appData / "bundle.exe";
     FileUtils::deleteFile(bundle_);
     FileUtils::copyFile(ZARN_TEST_HELPER, bundle_);
-    collaborators_ = {};
-    collaborators_.checkIntegrity = [](auto&, auto&) { return TrustResult::verified(); };
-    collaborators_.checkIdentity = [](auto&, auto&) { return TrustResult::verified(); };
-    collaborators_.checkPolicy = [](const std::string&) { return PolicyResult::allowed(); };
-    collaborators_.installed = [](const ProductVersion&) {};
-    collaborators_.record = [this](const InstallRecord& record) { record_ = record; };
-    collaborators_.restart = [this] { restarted_ = true; };
+    with_ = {.openBundle = openBundle,
+             .checkIntegrity = [this](auto&, auto&) { return verified_; },
+             .checkIdentity = [this](auto&) { return IdentityResult{verified_}; },
+             .checkPolicy = [](auto&) { return judgeByPolicy({}, {}, {}); },
+             .installed = [](auto&) {},
+             .record = [this](auto& record) { record_ = record; },
+             .restart = [this] { restarted_ = true; },
+             .runOptions = {}};
     restarted_ = false;
     log_.clear();
   }
 
-  Status install() { return InstallRequest(collaborators_).Install({}, wide(bundle_), exitCode_); }
+  Status install() { return InstallRequest(with_).Install({}, wide(bundle_), exitCode_); }
 
-  /// The first check that did not pass, in words.
-  std::string decidingCheck() const {
-    for (const auto& [name, verdict, detail] : record_.checks)
-      if (verdict != "passed") return name + " " + verdict + ": " + detail;
-    return "";
-  }
-
+  const TrustResult verified_ = testing::verifiedByScript();
   testing::RecordingLog log_;
   testing::TemporaryFolder folder_;
   std::string bundle_;
   const std::string staged_ = folder_.temp / "ZarnMediaServerUpdate.exe";
-  InstallCollaborators collaborators_;
+  InstallCollaborators with_;
   std::int32_t exitCode_ = kUnset;
   InstallRecord record_;
   bool restarted_ = false;
@@ -71,19 +70,17 @@ class InstallRequestTest : public ::testing::Test {
 TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
   const testing::HelperOrder order(1);
   testing::writeFile(folder_.temp / "dd_vcredist.log", "kept");
-  const auto check = [this](const char* name) {
-    return [this, name](const std::wstring& path, auto&) {
-      EXPECT_EQ(path, wide(staged_));
-      EXPECT_EQ(logTagPrefix(), "[UpdateService/Install] ");
-      EXPECT_FALSE(canBeChanged(staged_));
-      EXPECT_FALSE(canBeChanged(bundle_));
-      log_.submit(LogLevel::Debug, name);
-      return TrustResult::verified();
-    };
+  const auto look = [this](const char* name, const std::wstring& path) {
+    EXPECT_EQ(path, wide(staged_));
+    EXPECT_EQ(logTagPrefix(), "[UpdateService/Install] ");
+    EXPECT_FALSE(canBeChanged(staged_));
+    EXPECT_FALSE(canBeChanged(bundle_));
+    log_.submit(LogLevel::Debug, name);
+    return verified_;
   };
-  collaborators_.checkIntegrity = check("integrity");
-  collaborators_.checkIdentity = check("identity");
-  collaborators_.runOptions.readExitCode = [](void* process) {
+  with_.checkIntegrity = [&](auto& path, auto&) { return look("integrity", path); };
+  with_.checkIdentity = [&](auto& path) { return IdentityResult{look("identity", path)}; };
+  with_.runOptions.readExitCode = [](void* process) {
     // The installer has ended; until now its file could not be changed either.
     EXPECT_FALSE(canBeChanged(StringUtils::utf16to8(stagedInstallerPath())));
     return readExitCode(process);
@@ -100,68 +97,50 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
 }
 
 TEST_F(InstallRequestTest, RunsNothingThatIsRefusedAndRecordsWhichCheckJudgedOrCouldNot) {
-  const auto answer = [](std::uint32_t code, bool profileWasHad) {
-    return [=](auto&, auto& facts) {
-      facts = {ObservedSigner{"5e1f", "CN=Somebody"}, profileWasHad};
-      return TrustResult::refused(code);
+  const auto signer = [this](ProfileState profile) {
+    with_.checkIdentity = [profile](auto&) {
+      return IdentityResult{TrustResult::refused(5), Signer{"5e1f", "CN=Somebody"}, profile};
     };
   };
-  const auto inWords = [](std::uint32_t code) { return describeSystemError(code); };
   FileHandle holder;
   const struct {
     std::function<void()> arrange;
     Status status;
-    std::string decidingCheck;
-    std::string line;
-    std::uint32_t lastError = 0;
+    std::string decidingCheck, line;
   } cases[] = {
       {[&] {
-         collaborators_.openBundle = [](auto&) -> Result<FileHandle> {
+         with_.openBundle = [](auto&) -> Result<FileHandle> {
            SetLastError(0);
            return failure(ERROR_FILE_NOT_FOUND);
          };
        },
-       Status::Failed, "open failed: " + inWords(2), "CreateFileW() failed.", 2},
+       Status::Failed, "open failed: " + describeSystemError(2), secondLine(2)},
       {[&] { boost::filesystem::resize_file(FileUtils::toPath(bundle_), 0x40000001); }, Status::Failed,
        "size refused: more than 1 GiB", "Provided bundle is too large."},
-      {[&] {
-         FileUtils::move(bundle_, bundle_ + ".EXE");
-         bundle_ += ".EXE";
-       },
-       Status::Failed, "extension refused: not \".exe\" in these letters",
-       "Provided bundle has invalid extension."},
-      {[&] {
-         testing::writeFile(staged_, "held");
-         holder = openForWriting(staged_);
-       },
-       Status::Failed, "copy failed: " + inWords(ERROR_FILE_EXISTS),
-       "Failed to copy bundle to temp directory.", ERROR_FILE_EXISTS},
-      {[&] {
-         holder.reset();
-         collaborators_.checkIntegrity = [](auto&, auto&) { return TrustResult::refused(0); };
-       },
-       Status::SignatureRefused, "integrity refused: " + inWords(31), ""},
-      {[&] { collaborators_.checkIdentity = answer(5, true); }, Status::SignerRefused,
-       "identity refused: " + inWords(5), ""},
-      {[&] { collaborators_.checkIdentity = answer(30005, false); }, Status::SignerRefused,
-       "identity failed: " + inWords(30005), ""},
-      {[&] {
-         collaborators_.checkPolicy = [](const std::string&) { return PolicyResult::refused("it is older"); };
-       },
+      {[&] { FileUtils::move(bundle_, bundle_ + "X"), bundle_ += "X"; }, Status::Failed,
+       "extension refused: not \".exe\" in these letters", "Provided bundle has invalid extension."},
+      {[&] { testing::writeFile(staged_, "held"), holder = openForWriting(staged_); }, Status::Failed,
+       "copy failed: " + describeSystemError(ERROR_FILE_EXISTS), secondLine(ERROR_FILE_EXISTS)},
+      {[&] { holder.reset(), with_.checkIntegrity = [](auto&, auto&) { return TrustResult::refused(0); }; },
+       Status::SignatureRefused, "integrity refused: " + describeSystemError(31), ""},
+      {[&] { signer(ProfileState::Had); }, Status::SignerRefused,
+       "identity refused: " + describeSystemError(5), ""},
+      {[&] { signer(ProfileState::NotHad); }, Status::SignerRefused,
+       "identity failed: " + describeSystemError(5), ""},
+      {[&] { with_.checkPolicy = [](auto&) { return PolicyResult::refused("it is older"); }; },
        Status::SignerRefused, "policy refused: it is older", ""},
   };
-  for (const auto& one : cases) {
+  for (const auto& [arrange, status, decidingCheck, line] : cases) {
     begin();
-    one.arrange();
-    EXPECT_EQ(install(), one.status) << one.decidingCheck;
-    EXPECT_EQ(decidingCheck(), one.decidingCheck);
-    EXPECT_EQ(record_.status, one.status);
-    EXPECT_TRUE(one.line.empty() || log_.contains(one.line)) << one.line;
-    const std::string named =
-        "    Win32 Error: " + std::to_string(one.lastError) + " " + systemErrorText(one.lastError);
-    EXPECT_TRUE(one.lastError == 0 || log_.contains(named)) << named;
+    arrange();
+    EXPECT_EQ(install(), status) << decidingCheck;
+    const auto decided =
+        std::ranges::find_if(record_.checks, [](auto& one) { return one.verdict != "passed"; });
+    EXPECT_EQ(decided->name + " " + decided->verdict + ": " + decided->detail, decidingCheck);
+    EXPECT_EQ(record_.status, status);
+    EXPECT_EQ(record_.signerSubject, decided->name == "identity" ? "CN=Somebody" : "");
+    EXPECT_TRUE(line.empty() || log_.contains(line)) << line;
     EXPECT_FALSE(log_.contains("Create Process Success! Waiting for process to complete."));
-    EXPECT_EQ(record_.signerSubject, one.decidingCheck.starts_with("identity") ? "CN=Somebody" : "");
   }
   EXPECT_EQ(exitCode_, kUnset);
 }
@@ -169,12 +148,12 @@ TEST_F(InstallRequestTest, RunsNothingThatIsRefusedAndRecordsWhichCheckJudgedOrC
 TEST_F(InstallRequestTest, ChecksACallersFileByTheNameThatItsHandleHas) {
   const auto file = openBundle(wide(bundle_));
   std::vector<std::wstring> checked;
-  collaborators_.checkIntegrity = [&](const std::wstring& path, const std::wstring& shownAs) {
+  with_.checkIntegrity = [&](auto& path, auto& shownAs) {
     checked.insert(checked.end(), {path, shownAs});
     EXPECT_FALSE(canBeChanged(bundle_));
-    return TrustResult::verified();
+    return verified_;
   };
-  const InstallRequest request(collaborators_);
+  const InstallRequest request(with_);
   EXPECT_EQ(request.checkCallersBundle(wide(bundle_)), Status::Installed);
   for (const wchar_t* path :
        {LR"(C:\missing.exe)", LR"(\\.\NUL)", LR"(\\.\pipe\zarn-nobody.exe)", LR"(//./pipe/zarn-nobody.exe)",
@@ -200,7 +179,7 @@ TEST_F(InstallRequestTest, AnswersWithTheInstallersExitCodeAndRestartsWhereItToo
 TEST_F(InstallRequestTest, AnExitCodeThatCannotBeReadIsAStatusOfItsOwn) {
   const testing::HelperOrder order(0);
   static HANDLE doubtful = nullptr;
-  collaborators_.runOptions.readExitCode = [](void* process) -> Result<std::uint32_t> {
+  with_.runOptions.readExitCode = [](void* process) -> Result<std::uint32_t> {
     doubtful = process;
     SetLastError(0);
     return failure(ERROR_INVALID_HANDLE);
@@ -208,29 +187,24 @@ TEST_F(InstallRequestTest, AnExitCodeThatCannotBeReadIsAStatusOfItsOwn) {
   EXPECT_EQ(install(), Status::ExitCodeUnknown);
   EXPECT_EQ(exitCode_, 30003);
   EXPECT_FALSE(restarted_);
-  EXPECT_THAT(log_.lines(),
-              ::testing::IsSupersetOf(std::vector<testing::LoggedLine>{
-                  {LogLevel::Error, "Failed to get exit code"},
-                  {LogLevel::Error, "    Win32 Error: 6 " + systemErrorText(ERROR_INVALID_HANDLE)}}));
+  const std::vector<testing::LoggedLine> wanted = {{LogLevel::Error, "Failed to get exit code"},
+                                                   {LogLevel::Error, secondLine(ERROR_INVALID_HANDLE)}};
+  EXPECT_THAT(log_.lines(), ::testing::IsSupersetOf(wanted));
   EXPECT_NE(GetProcessId(doubtful), 0U) << "a handle in doubt is not closed";
   CloseHandle(doubtful);
 }
 
 TEST_F(InstallRequestTest, NothingThatFailsAfterTheInstallerChangesTheAnswer) {
   const testing::HelperOrder order(3010);
-  collaborators_.record = [](const InstallRecord&) { throw std::bad_alloc(); };
-  collaborators_.restart = [this] {
-    restarted_ = true;
-    throw std::runtime_error("the listener is gone");
-  };
+  with_.record = [](auto&) { throw std::bad_alloc(); };
+  with_.restart = [this] { restarted_ = true, throw std::runtime_error("the listener is gone"); };
   EXPECT_EQ(install(), Status::RebootRequired);
   EXPECT_EQ(exitCode_, 3010);
   EXPECT_TRUE(restarted_);
 }
 
 TEST_F(InstallRequestTest, RecordsWhoAskedAndWhatWasNotEvenBegun) {
-  InstallRequest(collaborators_)
-      .refuse({.sid = "S-1-5-7", .processId = {}, .image = {}}, wide(bundle_), "too many requests wait");
+  InstallRequest(with_).refuse({"S-1-5-7", {}, ""}, wide(bundle_), "too many requests wait");
   EXPECT_EQ(record_.caller.sid, "S-1-5-7");
   EXPECT_EQ(record_.path, bundle_);
   EXPECT_EQ(record_.status, Status::Failed);

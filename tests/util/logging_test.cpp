@@ -1,5 +1,6 @@
 #include "util/logging.h"
 #include "os/error_text.h"
+#include "util/log_win32_error.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "util/file_utils.h"
-#include "util/file_version.h"
+#include "util/product_version.h"
 #include "util/string_utils.h"
 
 namespace zarn {

@@ -1,4 +1,4 @@
-#include "util/type_name.h"
+#include "util/exceptions.h"
 
 #include <cxxabi.h>
 
@@ -9,8 +9,9 @@
 namespace zarn {
 namespace {
 
+// The demangler answers with memory of malloc(), or with none.
 struct FreeDeleter {
-  void operator()(char* text) const noexcept { std::free(text); }  // NOLINT: what the demangler answers
+  void operator()(char* text) const noexcept { std::free(text); }  // NOLINT: see above
 };
 
 }  // namespace
