@@ -85,10 +85,11 @@ class ScriptedService final : public Win32Service {
   Step onStop = kRefuses;
 };
 
-/// The log as one text, a line break after each line, with short names for what comes often.
+/// The log as one text, a line break after each line and "!" before errors, with short names
+/// for what comes often.
 std::string transcript(const RecordingLog& log) {
   std::string text;
-  for (const auto& line : log.lines()) text += line.text + "\n";
+  for (const auto& line : log.lines()) text += (line.level == LogLevel::Error ? "!" : "") + line.text + "\n";
   const std::string lastError = "    Win32 Error: 13 " + systemErrorText(kFailure);
   for (const auto& [from, to] : {std::pair<std::string, std::string>{"Win32Service::serviceMain: ", "M "},
                                  {"Win32Service::serviceCtrlHandler: ", "C "},
@@ -106,7 +107,7 @@ const std::string kStarting = kPending + "M Call initialize()\n";
 const std::string kRunning =
     kStarting +
     "M Finished initialize()\nS Running - SERVICE_RUNNING\nreport 4 controls 1 exit 0 point 0 hint 0\n";
-const std::string kGaveUp = "Exiting Win32Service::serviceMain due to initialization failure.\n";
+const std::string kGaveUp = "!Exiting Win32Service::serviceMain due to initialization failure.\n";
 
 void logEnd(std::uint32_t code) {
   logLine(LogLevel::Debug, "ended with %d", code);
@@ -143,7 +144,7 @@ TEST_F(Win32ServiceTest, LivesFromStartToStopAndOnlyOnceAProcess) {
 }
 
 TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLinesAndEndsWhatNobodyWasToldTheEndOf) {
-  const std::string caught = "M Caught std::exception gone, type: std::runtime_error\n";
+  const std::string caught = "!M Caught std::exception gone, type: std::runtime_error\n";
   const std::string stopped = "S Stopped - SERVICE_STOPPED\nreport 1 controls 0 exit 0 point 0 hint 0\n";
   const struct {
     const char* failingCall;
@@ -154,7 +155,7 @@ TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLinesAndEndsWhatNobodyWasTo
        "M RegisterServiceCtrlHandlerEx\n"
        "M RegisterServiceCtrlHandlerExW(), RegisterServiceCtrlHandlerExW() failed.\n(13)\nended with 1\n"},
       {"", kRefuses, kWorks,
-       kStarting + "M initialize() failure: 5, " + systemErrorPhrase(5) + "\nM Finished initialize()\n" +
+       kStarting + "!M initialize() failure: 5, " + systemErrorPhrase(5) + "\nM Finished initialize()\n" +
            kGaveUp + "ended with 5\n"},
       {"", kThrows, kWorks, kStarting + caught + kGaveUp + "ended with 1\n"},
       {"report 2", kWorks, kWorks,
