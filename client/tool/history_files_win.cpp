@@ -45,8 +45,8 @@ RecordSource recordSource(const std::string& given) {
     return {mayBeFolder(collected) ? std::move(collected) : given, 0};
   }
   RecordSource source{recordFolderPath(), 0};
-  const std::uint32_t problem = recordFolderProblem(source.folder);
-  if (!isMissing(problem)) source.error = problem;
+  const auto checked = checkRecordFolder(source.folder);
+  if (!checked && !checked.error().isNotFound()) source.error = checked.error().code();
   return source;
 }
 

@@ -12,7 +12,7 @@
 #include "trust/certificate_integrity.h"
 #include "trust/certificate_profile.h"
 #include "trust/update_policy.h"
-#include "update/staged_installer.h"
+#include "update/bundle.h"
 #include "util/string_utils.h"
 #include "util/structured_exception.h"
 
@@ -29,9 +29,10 @@ std::int32_t Verification::run() {
 }
 
 bool Verification::open() {
-  file_ = openBundle(path_);
-  if (file_) return pass(kOpen, "plain file, held against writing");
-  return stop(kOpen, "failed", failureCode(lastSystemError()));
+  auto file = openBundle(path_);
+  if (!file) return stop(kOpen, "failed", file.error().code());
+  file_ = std::move(*file);
+  return pass(kOpen, "plain file, held against writing");
 }
 
 bool Verification::size() {

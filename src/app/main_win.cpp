@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "log/log.h"
+#include "os/process.h"
 #include "service/end_process.h"
-#include "service/mitigations.h"
 #include "system/system_info.h"
 #include "update/update_service.h"
 #include "util/exceptions.h"
@@ -30,6 +30,42 @@ constexpr char kBuildPlatform[] = "windows-x86_64";
 /// libraries only.
 Result<void> restrictDllSearch() noexcept {
   return resultOf(SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32) != 0 && SetDllDirectoryW(L"") != 0);
+}
+
+template <typename Policy>
+void applyMitigation(PROCESS_MITIGATION_POLICY kind, Policy policy, const char* words) {
+  if (SetProcessMitigationPolicy(kind, &policy, sizeof(policy)) != FALSE) return;
+  logWin32Error(LogLevel::Warn, "A mitigation could not be set: %s", words);
+}
+
+/// Asks the system to refuse the process: images from shares and from files of low
+/// integrity, DLLs beside a program before those of the system, extension points (hooks
+/// and the like), wrong handles (an exception ends the process), and, for now only
+/// reported, links that users made. With the environment variable
+/// ZARN_MEDIA_SERVER_ENFORCE_REDIRECTION_TRUST set to 1 such links are not followed,
+/// which keeps media servers out whose data lies behind one. What the system does not
+/// know is logged as a warning; the process goes on without it.
+void applyMitigations() {
+  PROCESS_MITIGATION_REDIRECTION_TRUST_POLICY links{};
+  const bool enforce = environmentVariable(names::kEnforceRedirectionTrustVariable.narrow) == "1";
+  links.EnforceRedirectionTrust = enforce ? 1U : 0U;
+  links.AuditRedirectionTrust = enforce ? 0U : 1U;
+  applyMitigation(ProcessRedirectionTrustPolicy, links, "redirection trust");
+
+  PROCESS_MITIGATION_IMAGE_LOAD_POLICY images{};
+  images.NoRemoteImages = 1;
+  images.NoLowMandatoryLabelImages = 1;
+  images.PreferSystem32Images = 1;
+  applyMitigation(ProcessImageLoadPolicy, images, "image loads");
+
+  PROCESS_MITIGATION_EXTENSION_POINT_DISABLE_POLICY extensions{};
+  extensions.DisableExtensionPoints = 1;
+  applyMitigation(ProcessExtensionPointDisablePolicy, extensions, "extension points");
+
+  PROCESS_MITIGATION_STRICT_HANDLE_CHECK_POLICY handles{};
+  handles.RaiseExceptionOnInvalidHandleReference = 1;
+  handles.HandleExceptionsPermanentlyEnabled = 1;
+  applyMitigation(ProcessStrictHandleCheckPolicy, handles, "strict handles");
 }
 
 /// The first lines of every log file.

@@ -9,7 +9,29 @@
 #include <string>
 #include <string_view>
 
+#include "os/system_error.h"
+
 namespace zarn {
+
+/// The three calls to the service control manager, which can fail but not be made to fail
+/// for a test.
+class ServiceControl {
+ public:
+  /// Blocks until the service has ended, for which the process's first thread is used up.
+  virtual Result<void> startDispatcher(const SERVICE_TABLE_ENTRYW* services) = 0;
+  virtual Result<SERVICE_STATUS_HANDLE> registerHandler(const wchar_t* name,
+                                                        LPHANDLER_FUNCTION_EX handler) = 0;
+  virtual Result<void> setStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS& status) = 0;
+
+  /// The one in use: Windows' own unless a test has put another in its place.
+  [[nodiscard]] static ServiceControl& current() noexcept;
+
+  /// Takes `control` (null: Windows' own) from here on. It must outlive its use.
+  static void use(ServiceControl* control) noexcept;
+
+ protected:
+  ~ServiceControl() = default;
+};
 
 /// Derive, and call runAsService() on the one instance. Codes are Win32 error
 /// codes; 0 is success.
@@ -51,7 +73,8 @@ class Win32Service {
   /// answered with success whatever this returns.
   std::uint32_t serviceCtrlHandler(std::uint32_t control);
 
-  [[nodiscard]] const SERVICE_STATUS& status() const noexcept { return status_; }
+  /// Forgets that a service has run, so that a test program can run one after another.
+  static void forgetRegistered() noexcept;
 
  protected:
   // Never destroyed through this class: the process ends without it.
@@ -78,13 +101,6 @@ class Win32Service {
   std::function<void(std::uint32_t)> unfinishedRoutine_;
   std::uint32_t unfinishedCode_ = ERROR_INVALID_FUNCTION;
   bool isFinished_ = false;
-};
-
-/// The instance registered for this process.
-struct Win32ServiceRegistration {
-  [[nodiscard]] static Win32Service* instance() noexcept;
-  /// Lets a test program run one service after another.
-  static void forget() noexcept;
 };
 
 }  // namespace zarn

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "os/error_text.h"
-#include "service/service_control.h"
 #include "service/win32_service.h"
 #include "util/exceptions.h"
 #include "util/log_win32_error.h"
@@ -17,7 +16,25 @@
 namespace zarn {
 namespace {
 
-constexpr DWORD kStartWaitHintMs = 1000;
+constexpr DWORD kStartWaitHintMilliseconds = 1000;
+
+class WindowsServiceControl final : public ServiceControl {
+ public:
+  Result<void> startDispatcher(const SERVICE_TABLE_ENTRYW* services) override {
+    return resultOf(StartServiceCtrlDispatcherW(services) != 0);
+  }
+  Result<SERVICE_STATUS_HANDLE> registerHandler(const wchar_t* name, LPHANDLER_FUNCTION_EX handler) override {
+    const SERVICE_STATUS_HANDLE handle = RegisterServiceCtrlHandlerExW(name, handler, nullptr);
+    if (handle == nullptr) return lastFailure();
+    return handle;
+  }
+  Result<void> setStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS& status) override {
+    return resultOf(SetServiceStatus(handle, &status) != 0);
+  }
+};
+
+WindowsServiceControl windowsControl;
+std::atomic<ServiceControl*> inUse{&windowsControl};
 
 Mutex registrationMutex;
 /// Held from the stopped report to the line after it. The report lets the dispatcher
@@ -64,11 +81,15 @@ SERVICE_STATUS statusOf(DWORD state) {
 
 }  // namespace
 
-Win32Service* Win32ServiceRegistration::instance() noexcept {
-  return registered.load();
+ServiceControl& ServiceControl::current() noexcept {
+  return *inUse.load();
 }
 
-void Win32ServiceRegistration::forget() noexcept {
+void ServiceControl::use(ServiceControl* control) noexcept {
+  inUse.store(control != nullptr ? control : &windowsControl);
+}
+
+void Win32Service::forgetRegistered() noexcept {
   registered.store(nullptr);
 }
 
@@ -84,23 +105,25 @@ std::uint32_t Win32Service::runAsService(std::string_view name) {
   std::array<wchar_t, 1> noName = {L'\0'};
   const std::array<SERVICE_TABLE_ENTRYW, 2> services = {
       {{noName.data(), serviceMainRoutine}, {nullptr, nullptr}}};
-  if (ServiceControl::current().startDispatcher(services.data())) {
+  const auto dispatched = ServiceControl::current().startDispatcher(services.data());
+  if (dispatched) {
     const MutexLock lastLineIsWritten(lastLineMutex);
     return 0;
   }
-  return failureCode(
-      logWin32Error(LogLevel::Error, "Win32Service::runAsService() - StartServiceCtrlDispatcher() failed"));
+  return logSystemFailure(LogLevel::Error, dispatched.error(),
+                          "Win32Service::runAsService() - StartServiceCtrlDispatcher() failed");
 }
 
 void Win32Service::serviceMain() {
   logLine(LogLevel::Debug, "Win32Service::serviceMain: RegisterServiceCtrlHandlerEx");
-  statusHandle_ = ServiceControl::current().registerHandler(name_.c_str(), controlRoutine);
-  if (statusHandle_ == nullptr) {
-    logWin32Error(LogLevel::Debug,
-                  "Win32Service::serviceMain: RegisterServiceCtrlHandlerExW(), "
-                  "RegisterServiceCtrlHandlerExW() failed.");
+  const auto registration = ServiceControl::current().registerHandler(name_.c_str(), controlRoutine);
+  if (!registration) {
+    logSystemFailure(LogLevel::Debug, registration.error(),
+                     "Win32Service::serviceMain: RegisterServiceCtrlHandlerExW(), "
+                     "RegisterServiceCtrlHandlerExW() failed.");
     return;
   }
+  statusHandle_ = *registration;
   if (sendServiceStartPending() != 0) return;
   // After a failed start no stopped report is sent, on purpose: the service stays
   // start-pending until its process is ended, by endUnfinished() or from outside.
@@ -194,7 +217,7 @@ std::uint32_t Win32Service::sendServiceStartPending() {
   logLine(LogLevel::Debug, "Win32Service::sendServiceStartPending - SERVICE_START_PENDING");
   SERVICE_STATUS status = statusOf(SERVICE_START_PENDING);
   status.dwCheckPoint = status_.dwCheckPoint + 1;
-  status.dwWaitHint = kStartWaitHintMs;
+  status.dwWaitHint = kStartWaitHintMilliseconds;
   return report(status, "sendServiceStartPending");
 }
 
@@ -221,9 +244,10 @@ std::uint32_t Win32Service::sendServiceStopped(std::uint32_t exitCode) {
 
 std::uint32_t Win32Service::report(const SERVICE_STATUS& status, const char* operation) {
   status_ = status;
-  if (ServiceControl::current().setStatus(statusHandle_, status_)) return 0;
-  return failureCode(logWin32Error(LogLevel::Debug, "Win32Service::%s() - SetServiceStatus() failed",
-                                   std::string_view(operation)));
+  const auto reported = ServiceControl::current().setStatus(statusHandle_, status_);
+  if (reported) return 0;
+  return logSystemFailure(LogLevel::Debug, reported.error(), "Win32Service::%s() - SetServiceStatus() failed",
+                          std::string_view(operation));
 }
 
 }  // namespace zarn

@@ -12,12 +12,20 @@ namespace zarn {
 
 using std::chrono::milliseconds;
 
+namespace {
+
+constexpr int kStopTries = 100;
+constexpr milliseconds kStopRetry{20};
+
+}  // namespace
+
 /// Shared with the threads that may be left behind.
 struct BoundedListener::State {
   struct Answers {
     std::optional<std::uint32_t> listened;
     std::optional<std::uint32_t> stopped;
     bool isStopAsked = false;
+    bool hasStopSucceeded = false;
   };
   using Answer = std::optional<std::uint32_t> Answers::*;
 
@@ -27,6 +35,25 @@ struct BoundedListener::State {
     const MutexLock lock(mutex);
     answers.*answer = status;
     changed.notify_all();
+  }
+
+  /// The service counts as running a moment before it listens. A stop that comes in between
+  /// would be the last one that the control manager sends, so it is tried again until it
+  /// has an effect, or listening is over without it.
+  std::uint32_t stopListening() ZARN_EXCLUDES(mutex) {
+    std::uint32_t status = calls.stopListening();
+    for (int tries = 0; status == kNotListening && !isOver() && tries < kStopTries; ++tries) {
+      std::this_thread::sleep_for(kStopRetry);
+      status = calls.stopListening();
+    }
+    const MutexLock lock(mutex);
+    if (status == 0) answers.hasStopSucceeded = true;
+    return status;
+  }
+
+  bool isOver() ZARN_EXCLUDES(mutex) {
+    const MutexLock lock(mutex);
+    return answers.listened.has_value() || answers.hasStopSucceeded;
   }
 
   /// Nothing when the limit passed first.
@@ -89,7 +116,7 @@ std::uint32_t BoundedListener::stop() {
     state->answers.stopped.reset();
     state->changed.notify_all();
   }
-  begin([state] { state->keep(&State::Answers::stopped, state->calls.stopListening()); });
+  begin([state] { state->keep(&State::Answers::stopped, state->stopListening()); });
   return state->await(&State::Answers::stopped).value_or(kTimedOut);
 }
 

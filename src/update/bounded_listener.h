@@ -17,7 +17,8 @@ namespace zarn {
 struct ListenerCalls {
   /// Blocks until listening has ended; a status, 0 for success.
   std::function<std::uint32_t()> listen;
-  /// Makes listen() return; a status, 0 for success.
+  /// Makes listen() return; a status, 0 for success, BoundedListener::kNotListening when
+  /// it does not listen yet or any more.
   std::function<std::uint32_t()> stopListening;
   /// Sleeps until no work runs that must not be cut short; false when it still does after the limit.
   std::function<bool(std::chrono::milliseconds)> waitUntilIdle;
@@ -30,6 +31,8 @@ class BoundedListener {
   static constexpr std::chrono::minutes kLongestWork{45};
   /// What stop() answers when stopListening() did not come back (ERROR_TIMEOUT).
   static constexpr std::uint32_t kTimedOut = 1460;
+  /// RPC_S_NOT_LISTENING.
+  static constexpr std::uint32_t kNotListening = 1715;
 
   explicit BoundedListener(ListenerCalls calls, std::chrono::milliseconds limit = kLimit);
   BoundedListener(const BoundedListener&) = delete;
@@ -40,7 +43,8 @@ class BoundedListener {
   /// returns 0 and leaves the thread behind: the process is about to end.
   std::uint32_t run();
 
-  /// Ends listening; from any thread. Returns at the limit at the latest.
+  /// Ends listening; from any thread. One that comes before run() listens is tried again
+  /// for two seconds. Returns stopListening()'s last status, at the limit at the latest.
   std::uint32_t stop();
 
  private:

@@ -8,18 +8,17 @@
 
 #include "trust/trust_result.h"
 #include "trust/update_policy.h"
-#include "update/requester.h"
+#include "update/bundle.h"
+#include "update/install_record.h"
 #include "update/run_installer.h"
-#include "update/staged_installer.h"
 #include "update/status.h"
-#include "update/update_history.h"
 
 namespace zarn {
 
 /// What an install request needs of the rest of the service.
 struct InstallCollaborators {
   /// Opens a bundle for whoever asks, as zarn::openBundle() does.
-  std::function<FileHandle(const std::wstring&)> openBundle = zarn::openBundle;
+  std::function<Result<FileHandle>(const std::wstring&)> openBundle = zarn::openBundle;
   /// Whether the system trusts the signature of the file at a path; the log shows the second text.
   std::function<TrustResult(const std::wstring&, const std::wstring&)> checkIntegrity;
   /// Whether its signer is approved.
@@ -46,14 +45,14 @@ class InstallRequest {
   /// written only when the copy got past all checks. Throws what the
   /// collaborators throw before an installer runs, after the request has been
   /// recorded; once one has run, nothing that fails changes the answer.
-  Status Install(const Requester& requester, const std::wstring& bundlePath, std::int32_t& exitCode) const;
+  Status Install(const Caller& caller, const std::wstring& bundlePath, std::int32_t& exitCode) const;
 
   /// The checks alone, for a caller's own file, which may be anything. Installed
   /// stands for "trusted" here; else SignatureRefused or SignerRefused.
   [[nodiscard]] Status checkCallersBundle(const std::wstring& path) const;
 
   /// Records an install that is not even begun. `reason` is the end of a sentence.
-  void refuse(const Requester& requester, const std::wstring& bundlePath, const char* reason) const;
+  void refuse(const Caller& caller, const std::wstring& bundlePath, const char* reason) const;
 
  private:
   struct Outcome {
@@ -61,8 +60,7 @@ class InstallRequest {
     bool restartsService = false;
   };
 
-  Outcome installRecorded(const Requester& requester, const std::wstring& bundlePath,
-                          std::int32_t& exitCode) const;
+  Outcome installRecorded(const Caller& caller, const std::wstring& bundlePath, std::int32_t& exitCode) const;
   Outcome install(const std::wstring& bundlePath, std::int32_t& exitCode, InstallRecord& record) const;
   Outcome installStaged(const std::wstring& stagedPath, std::int32_t& exitCode, InstallRecord& record) const;
   [[nodiscard]] Status CheckBundle(const std::wstring& path, InstallRecord& record) const;

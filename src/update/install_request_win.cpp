@@ -3,10 +3,8 @@
 
 #include "os/error_text.h"
 #include "trust/certificate_integrity.h"
-#include "update/file_digest.h"
 #include "update/install_request.h"
 #include "update/installer_logs.h"
-#include "update/staged_installer.h"
 #include "util/exceptions.h"
 #include "util/file_utils.h"
 #include "util/io_deadline.h"
@@ -35,7 +33,7 @@ std::int64_t sizeOf(HANDLE file, const std::wstring& path) {
   const IoDeadline deadline(kOpenLimit);
   LARGE_INTEGER bytes{};
   if (GetFileSizeEx(file, &bytes) != 0) return bytes.QuadPart;
-  const DWORD error = failureCode(GetLastError());
+  const SystemError error = SystemError::last();
   logLine(LogLevel::Error, "Couldn't get size of file %s: %s", shown(path), systemErrorPhrase(error));
   return -1;
 }
@@ -45,20 +43,21 @@ bool isAcceptableBundle(HANDLE bundle, const std::wstring& path, InstallRecord& 
   if (bytes >= 0) record.size = static_cast<std::uint64_t>(bytes);
   if (!isAcceptableBundleSize(bytes)) {
     logLine(LogLevel::Error, "Provided bundle is too large.");
-    return record.note(Check::Size, Verdict::Refused, "more than 1 GiB");
+    return record.note(Check::Size, Verdict::Refused, kTooLarge.text);
   }
   record.note(Check::Size, Verdict::Passed);
   if (!hasBundleExtension(path)) {
     logLine(LogLevel::Error, "Provided bundle has invalid extension.");
-    return record.note(Check::Extension, Verdict::Refused, "not \".exe\" in these letters");
+    return record.note(Check::Extension, Verdict::Refused, kNotExe);
   }
   return record.note(Check::Extension, Verdict::Passed);
 }
 
-/// Notes a system call that failed, whose last error stays as it was.
-void noteFailure(InstallRecord& record, Check check) {
-  const LastErrorKeeper keeper;
-  record.note(check, Verdict::Failed, describeSystemError(failureCode(lastSystemError())));
+/// Ends a request for which the system refused something, with the line that says so.
+Status endWithFailure(InstallRecord& record, Check check, SystemError error, const char* line) {
+  record.note(check, Verdict::Failed, describeSystemError(error));
+  logSystemFailure(LogLevel::Error, error, "%s", line);
+  return Status::Failed;
 }
 
 /// Notes the answer of a trust check, `refusal` unless it is "trusted"; true when it is.
@@ -78,29 +77,28 @@ void noteInstalled(const InstallCollaborators& collaborators, InstallRecord& rec
   if (judgeExitCode(exitCode).restartsService && version.number) collaborators.installed(*version.number);
 }
 
-/// A file's real name, which its open handle pins; empty, with the last error set, on failure.
-std::wstring pinnedName(const FileHandle& file) {
+/// A file's real name, which its open handle pins: what the caller's name leads to may be
+/// something else by now.
+Result<std::wstring> pinnedName(const FileHandle& file) {
   const IoDeadline deadline(kOpenLimit);
-  const auto name = finalPath(file.get());
-  if (!name) SetLastError(name.error().code());
-  return name.value_or(std::wstring());
+  return finalPath(file.get());
 }
 
 /// Hands the record over when the request ends, in whichever way.
 class Recording {
  public:
-  Recording(const InstallCollaborators& collaborators, const Requester& requester,
-            const std::wstring& bundlePath)
+  Recording(const InstallCollaborators& collaborators, const Caller& caller, const std::wstring& bundlePath)
       : collaborators_(collaborators) {
-    record_.began = std::chrono::system_clock::now();
-    record_.caller = requester.caller;
+    record_.time = isoTime(std::chrono::system_clock::now());
+    record_.caller = caller;
     record_.path = StringUtils::utf16to8(bundlePath);
   }
   Recording(const Recording&) = delete;
   Recording& operator=(const Recording&) = delete;
   ~Recording() {
-    record_.duration =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_);
+    record_.durationMilliseconds =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_)
+            .count();
     quietly([this] {  // no update depends on its record
       if (collaborators_.record) collaborators_.record(record_);
     });
@@ -127,28 +125,26 @@ void tidyUp(const std::wstring& stagedPath) {
 InstallRequest::InstallRequest(InstallCollaborators collaborators)
     : collaborators_(std::move(collaborators)) {}
 
-Status InstallRequest::Install(const Requester& requester, const std::wstring& bundlePath,
+Status InstallRequest::Install(const Caller& caller, const std::wstring& bundlePath,
                                std::int32_t& exitCode) const {
   const MutexLock lock(installMutex);
   const LogTag serviceTag("UpdateService");
   const LogTag installTag("Install");
   logLine(LogLevel::Debug, "bundlePath: %s", shown(bundlePath));
 
-  const Outcome outcome = installRecorded(requester, bundlePath, exitCode);
+  const Outcome outcome = installRecorded(caller, bundlePath, exitCode);
   if (outcome.restartsService) quietly([this] { collaborators_.restart(); });
   return outcome.status;
 }
 
-void InstallRequest::refuse(const Requester& requester, const std::wstring& bundlePath,
-                            const char* reason) const {
-  Recording recording(collaborators_, requester, bundlePath);
+void InstallRequest::refuse(const Caller& caller, const std::wstring& bundlePath, const char* reason) const {
+  Recording recording(collaborators_, caller, bundlePath);
   recording.record().reason = std::string("The request was refused: ") + reason + ".";
 }
 
-InstallRequest::Outcome InstallRequest::installRecorded(const Requester& requester,
-                                                        const std::wstring& bundlePath,
+InstallRequest::Outcome InstallRequest::installRecorded(const Caller& caller, const std::wstring& bundlePath,
                                                         std::int32_t& exitCode) const {
-  Recording recording(collaborators_, requester, bundlePath);
+  Recording recording(collaborators_, caller, bundlePath);
   const Outcome outcome = install(bundlePath, exitCode, recording.record());
   recording.record().status = outcome.status;
   return outcome;
@@ -157,23 +153,15 @@ InstallRequest::Outcome InstallRequest::installRecorded(const Requester& request
 InstallRequest::Outcome InstallRequest::install(const std::wstring& bundlePath, std::int32_t& exitCode,
                                                 InstallRecord& record) const {
   // Open until the request ends, so that nobody changes what is examined here.
-  const FileHandle bundle = collaborators_.openBundle(bundlePath);
-  if (!bundle) {
-    noteFailure(record, Check::Open);
-    logWin32Error(LogLevel::Error, "CreateFileW() failed.");
-    return {Status::Failed};
-  }
+  const auto bundle = collaborators_.openBundle(bundlePath);
+  if (!bundle) return {endWithFailure(record, Check::Open, bundle.error(), "CreateFileW() failed.")};
   record.note(Check::Open, Verdict::Passed);
-  if (!isAcceptableBundle(bundle.get(), bundlePath, record)) return {Status::Failed};
+  if (!isAcceptableBundle(bundle->get(), bundlePath, record)) return {Status::Failed};
   const std::wstring stagedPath = stagedInstallerPath();
-  // By its real name, which the open handle pins: what the caller's name leads to may
-  // be something else by now.
-  const std::wstring pinnedPath = pinnedName(bundle);
-  if (pinnedPath.empty() || !copyBundle(pinnedPath, stagedPath)) {
-    noteFailure(record, Check::Copy);
-    logWin32Error(LogLevel::Error, "Failed to copy bundle to temp directory.");
-    return {Status::Failed};
-  }
+  const auto pinned = pinnedName(*bundle);
+  const auto copied = pinned ? copyBundle(*pinned, stagedPath) : Result<void>(failure(pinned.error()));
+  if (!copied)
+    return {endWithFailure(record, Check::Copy, copied.error(), "Failed to copy bundle to temp directory.")};
   return installStaged(stagedPath, exitCode, record);
 }
 
@@ -182,14 +170,11 @@ InstallRequest::Outcome InstallRequest::installStaged(const std::wstring& staged
   // From here until the installer has ended nobody can write, rename or delete
   // the copy: what is checked is what runs. Whoever exchanged it before this open
   // only has the exchanged file checked.
-  FileHandle copy = openStagedCopy(stagedPath);
-  if (!copy) {
-    noteFailure(record, Check::Copy);
-    logWin32Error(LogLevel::Error, "CreateFileW() for temp file failed.");
-    return {Status::Failed};
-  }
+  auto copy = openStagedCopy(stagedPath);
+  if (!copy)
+    return {endWithFailure(record, Check::Copy, copy.error(), "CreateFileW() for temp file failed.")};
   record.note(Check::Copy, Verdict::Passed);
-  BackgroundDigest digest(copy.get());
+  BackgroundDigest digest(copy->get());
   const Status judged = CheckBundle(stagedPath, record);
   if (judged != Status::Installed) {
     record.sha256 = digest.finish();
@@ -199,9 +184,9 @@ InstallRequest::Outcome InstallRequest::installStaged(const std::wstring& staged
   exitCode = static_cast<std::int32_t>(installerExit);
   // From here on nothing that fails may change the answer or keep the service from restarting.
   quietly([&] { noteInstalled(collaborators_, record, installerExit, digest.finish(), stagedPath); });
-  copy.reset();
+  copy->reset();
   quietly([&] { tidyUp(stagedPath); });
-  const InstallerExit judgement = judgeExitCode(installerExit);
+  const StatusFacts& judgement = judgeExitCode(installerExit);
   return {judgement.status, judgement.restartsService};
 }
 
@@ -214,14 +199,14 @@ Status InstallRequest::checkCallersBundle(const std::wstring& path) const {
   logCheck(path);
   // Held while it is checked by its real name, so that what the caller's name leads to
   // does not matter any more.
-  const FileHandle file = collaborators_.openBundle(path);
-  const std::wstring pinnedPath = file ? pinnedName(file) : std::wstring();
-  if (pinnedPath.empty()) {
-    static_cast<void>(integrityOfUnopened(path, GetLastError()));
+  const auto file = collaborators_.openBundle(path);
+  const auto pinned = file ? pinnedName(*file) : Result<std::wstring>(failure(file.error()));
+  if (!pinned) {
+    static_cast<void>(integrityOfUnopened(path, pinned.error().code()));
     return Status::SignatureRefused;
   }
   InstallRecord unused;
-  return runChecks(pinnedPath, path, unused);
+  return runChecks(*pinned, path, unused);
 }
 
 Status InstallRequest::runChecks(const std::wstring& path, const std::wstring& shownAs,

@@ -16,8 +16,7 @@ struct InstallerProcess {
   KernelHandle thread;
 };
 
-/// Without a process on failure; the last error says why.
-InstallerProcess startInstaller(const std::wstring& path) {
+Result<InstallerProcess> startInstaller(const std::wstring& path) {
   // Unquoted: the installer is named by the application name, and our fixed
   // staging path reaches it as its first word.
   std::wstring commandLine = path + L" /quiet /norestart";
@@ -26,28 +25,28 @@ InstallerProcess startInstaller(const std::wstring& path) {
   PROCESS_INFORMATION started{};
   if (CreateProcessW(path.c_str(), commandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
                      nullptr, &startup, &started) == 0) {
-    return {};
+    return lastFailure();
   }
-  return {KernelHandle(started.hProcess), KernelHandle(started.hThread)};
+  return InstallerProcess{KernelHandle(started.hProcess), KernelHandle(started.hThread)};
 }
 
 }  // namespace
 
-bool readExitCode(void* process, std::uint32_t& exitCode) {
+Result<std::uint32_t> readExitCode(void* process) {
   DWORD code = 0;
-  const bool read = GetExitCodeProcess(process, &code) != 0;
-  exitCode = code;
-  return read;
+  if (GetExitCodeProcess(process, &code) == 0) return lastFailure();
+  return code;
 }
 
 std::uint32_t RunInstaller(const std::wstring& installerPath, const RunInstallerOptions& options) {
-  InstallerProcess installer = startInstaller(installerPath);
-  if (!installer.process) {
-    return failureCode(logWin32Error(LogLevel::Error, "UpdateService::RunInstaller: CreateProcess failed"));
+  auto installer = startInstaller(installerPath);
+  if (!installer) {
+    return logSystemFailure(LogLevel::Error, installer.error(),
+                            "UpdateService::RunInstaller: CreateProcess failed");
   }
   // While an installer runs and after it has, a line that cannot be had changes nothing.
   quietly([] { logLine(LogLevel::Debug, "Create Process Success! Waiting for process to complete."); });
-  const DWORD waited = WaitForSingleObject(installer.process.get(), options.waitMilliseconds);
+  const DWORD waited = WaitForSingleObject(installer->process.get(), options.waitMilliseconds);
   if (waited == WAIT_TIMEOUT) {
     quietly([] { logLine(LogLevel::Error, "Wait for installer timed out."); });
   } else if (waited == WAIT_FAILED) {
@@ -56,27 +55,25 @@ std::uint32_t RunInstaller(const std::wstring& installerPath, const RunInstaller
         [] { logWin32Error(LogLevel::Error, "UpdateService::RunInstaller: WaitForSingleObject failed"); });
   }
 
-  std::uint32_t exitCode = 0;
-  if (!options.readExitCode(installer.process.get(), exitCode)) {
-    {
-      const LastErrorKeeper keeper;
-      quietly([] { logLine(LogLevel::Error, "Failed to get exit code"); });
-    }
-    quietly([] {
-      logWin32Error(LogLevel::Error,
-                    "UpdateService::RunInstaller: GetExitCodeProcess failed while retrieving exit code from "
-                    "installer.");
+  const auto exitCode = options.readExitCode(installer->process.get());
+  if (!exitCode) {
+    quietly([] { logLine(LogLevel::Error, "Failed to get exit code"); });
+    quietly([&] {
+      logSystemFailure(
+          LogLevel::Error, exitCode.error(),
+          "UpdateService::RunInstaller: GetExitCodeProcess failed while retrieving exit code from "
+          "installer.");
     });
     // Handles in doubt are not closed: they could be somebody else's by now.
-    static_cast<void>(installer.process.release());
-    static_cast<void>(installer.thread.release());
+    static_cast<void>(installer->process.release());
+    static_cast<void>(installer->thread.release());
     return kExitCodeUnknown;
   }
-  quietly([exitCode] {
-    logLine(LogLevel::Debug, "Installer exit code:  %d - %s", static_cast<std::int32_t>(exitCode),
-            systemErrorPhrase(exitCode));
+  quietly([code = *exitCode] {
+    logLine(LogLevel::Debug, "Installer exit code:  %d - %s", static_cast<std::int32_t>(code),
+            systemErrorPhrase(code));
   });
-  return exitCode;
+  return *exitCode;
 }
 
 }  // namespace zarn

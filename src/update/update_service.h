@@ -8,7 +8,7 @@
 #include "service/win32_service.h"
 #include "update/bounded_listener.h"
 #include "update/call_queue.h"
-#include "update/requester.h"
+#include "update/rpc_server.h"
 #include "update/status.h"
 
 namespace zarn {
@@ -17,7 +17,7 @@ namespace zarn {
 /// took effect (ERROR_RESTART_APPLICATION).
 inline constexpr std::uint32_t kRestartCode = 1467;
 
-class UpdateService final : public Win32Service {
+class UpdateService final : public Win32Service, public ServedCalls {
  public:
   // How many calls run at once, and how many may wait behind them.
   static constexpr CallQueue::Limits kInstalls{.running = 1, .waiting = 16};
@@ -43,18 +43,20 @@ class UpdateService final : public Win32Service {
   /// Ends listening; run() then ends the process when all calls are answered.
   void requestRestart();
 
-  // ---- The procedures' work, on a thread of the RPC runtime. Each waits for its turn,
-  // and fails when there is none: too many wait, the caller is gone, the service stops.
+  // ---- The procedures' work. Each waits for its turn, and fails when there is none: too
+  // many wait, the caller is gone, the service stops.
 
-  Status Install(const Requester& requester, const std::wstring& bundlePath, std::int32_t& exitCode);
-  [[nodiscard]] Status CheckBundle(const Requester& requester, const std::wstring& bundlePath);
-  void setLocalAppDataPath(const Requester& requester, const std::wstring& path);
+  Status Install(const Requester& requester, const std::wstring& bundlePath, std::int32_t& exitCode) override;
+  [[nodiscard]] Status CheckBundle(const Requester& requester, const std::wstring& bundlePath) override;
+  /// Stores the media server's local application-data directory as the preference
+  /// LocalAppDataPath and moves the service's log there at once: the next line is the last
+  /// in the old file. Failures are logged only.
+  void setLocalAppDataPath(const Requester& requester, const std::wstring& path) override;
 
  private:
   /// A turn in `queue`; without one a line says why `procedure` does nothing for `path`.
   CallQueue::Turn takeTurn(CallQueue& queue, const Requester& requester, const char* procedure,
                            const std::wstring& path);
-  std::uint32_t stopListening();
 
   CallQueue installs_{kInstalls};
   CallQueue checks_{kChecks};
@@ -62,7 +64,6 @@ class UpdateService final : public Win32Service {
   CallQueue refusals_{kRefusals};
   BoundedListener listener_;
   std::atomic<std::uint32_t> restartCode_{0};
-  std::atomic<bool> stopped_{false};  ///< listening has ended, or is told to
 };
 
 }  // namespace zarn

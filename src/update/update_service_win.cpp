@@ -5,18 +5,17 @@
 #include <memory>
 #include <optional>
 
+#include "log/log.h"
 #include "os/error_text.h"
+#include "prefs/preferences.h"
 #include "service/end_process.h"
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
 #include "trust/certificate_profile.h"
-#include "update/app_data_request.h"
+#include "update/bundle.h"
+#include "update/impersonation_win.h"
 #include "update/install_request.h"
 #include "update/record_folder.h"
-#include "update/rpc_caller_win.h"
-#include "update/rpc_server.h"
-#include "update/staged_installer.h"
-#include "update/update_history.h"
 #include "update/update_service.h"
 #include "util/exceptions.h"
 #include "util/file_utils.h"
@@ -29,8 +28,9 @@
 namespace zarn {
 namespace {
 
-constexpr int kStopTries = 100;
-constexpr DWORD kStopRetryMilliseconds = 20;
+static_assert(BoundedListener::kNotListening == RPC_S_NOT_LISTENING);
+static_assert(BoundedListener::kTimedOut == ERROR_TIMEOUT);
+
 constexpr int kEndpointTries = 40;
 constexpr DWORD kEndpointRetryMilliseconds = 250;
 
@@ -44,7 +44,7 @@ RecordFolder& recordFolder() {
 void keep(const InstallRecord& record) {
   quietly([&record] { recordFolder().append(record); });
   if (!record.reason.empty()) return;  // not even begun, and perhaps one of many
-  appendToHistory(FileUtils::logDirectory(), historyLine(record));
+  appendToHistory(FileUtils::logDirectory(), recordLine(record));
 }
 
 const InstallRequest& installRequest() {
@@ -78,18 +78,27 @@ std::uint32_t openEndpoint() {
   return status;
 }
 
+void adoptAppDataPath(std::wstring_view path) {
+  const std::string text = StringUtils::utf16to8(path);
+  logLine(LogLevel::Debug, "Setting Local Appdata Path: %s", printable(text));
+  Preferences::instance().setStringValue("LocalAppDataPath", text);
+  // Folders that are missing on the way are made with the caller's rights, so that it can
+  // have none made where it may not make them itself.
+  Log::instance().moveToCurrentDirectory([](const std::function<void()>& make) {
+    const auto made = runAsCaller(make);
+    if (!made)
+      logSystemFailure(LogLevel::Warn, made.error(), "The caller lets nobody make folders in its name.");
+  });
+}
+
 }  // namespace
 
 UpdateService::UpdateService()
-    : listener_({.listen =
-                     [this] {
-                       const std::uint32_t status = rpc_server::listen();
-                       stopped_ = true;
-                       return status;
-                     },
-                 .stopListening = [this] { return stopListening(); },
-                 .waitUntilIdle =
-                     [this](std::chrono::milliseconds limit) { return installs_.waitUntilIdle(limit); }}) {}
+    : listener_({.listen = rpc_server::listen,
+                 .stopListening = rpc_server::stopListening,
+                 .waitUntilIdle = [this](std::chrono::milliseconds limit) {
+                   return installs_.waitUntilIdle(limit);
+                 }}) {}
 
 UpdateService& UpdateService::instance() {
   static UpdateService service;
@@ -102,7 +111,7 @@ std::uint32_t UpdateService::initialize() {
     logWin32Error(LogLevel::Error, "UpdateService::initialize: RpcServerUseProtSeqEp failed.");
     return status;
   }
-  if (const std::uint32_t status = rpc_server::registerInterface(); status != 0) {
+  if (const std::uint32_t status = rpc_server::registerInterface(*this); status != 0) {
     logWin32Error(LogLevel::Error, "UpdateService::initialize: RpcServerRegisterIf failed.");
     return status;
   }
@@ -146,18 +155,6 @@ std::uint32_t UpdateService::stop() {
   return status;
 }
 
-std::uint32_t UpdateService::stopListening() {
-  std::uint32_t status = rpc_server::stopListening();
-  // The service is reported as running a moment before it listens. A stop that
-  // comes in between would be the last one that the control manager sends.
-  for (int tries = 0; status == RPC_S_NOT_LISTENING && !stopped_ && tries < kStopTries; ++tries) {
-    Sleep(kStopRetryMilliseconds);
-    status = rpc_server::stopListening();
-  }
-  if (status == 0) stopped_ = true;
-  return status;
-}
-
 void UpdateService::requestRestart() {
   restartCode_.store(kRestartCode);
   stop();
@@ -179,10 +176,10 @@ CallQueue::Turn UpdateService::takeTurn(CallQueue& queue, const Requester& reque
 Status UpdateService::Install(const Requester& requester, const std::wstring& bundlePath,
                               std::int32_t& exitCode) {
   const auto turn = takeTurn(installs_, requester, "Install", bundlePath);
-  if (turn) return installRequest().Install(requester, bundlePath, exitCode);
+  if (turn) return installRequest().Install(requester.caller, bundlePath, exitCode);
   // Who reads the record can make each line of it slow: a flood waits for none.
   if (const auto place = refusals_.enter(requester.caller.sid, {})) {
-    installRequest().refuse(requester, bundlePath, inWords(turn.refusal()));
+    installRequest().refuse(requester.caller, bundlePath, inWords(turn.refusal()));
   }
   return Status::Failed;
 }
@@ -194,7 +191,7 @@ Status UpdateService::CheckBundle(const Requester& requester, const std::wstring
 
 void UpdateService::setLocalAppDataPath(const Requester& requester, const std::wstring& path) {
   const auto turn = takeTurn(settings_, requester, "SetLocalAppDataPath", path);
-  if (turn) zarn::setLocalAppDataPath(path);
+  if (turn) adoptAppDataPath(path);
 }
 
 }  // namespace zarn

@@ -10,7 +10,6 @@
 #include <stdexcept>
 #include <thread>
 
-#include "service/service_control.h"
 #include "support/recording_log.h"
 
 namespace zarn::testing {
@@ -24,10 +23,10 @@ class RecordingServiceControl final : public ServiceControl {
   RecordingServiceControl() { ServiceControl::use(this); }
   ~RecordingServiceControl() {
     ServiceControl::use(nullptr);
-    Win32ServiceRegistration::forget();
+    Win32Service::forgetRegistered();
   }
 
-  bool startDispatcher(const SERVICE_TABLE_ENTRYW* services) override {
+  Result<void> startDispatcher(const SERVICE_TABLE_ENTRYW* services) override {
     EXPECT_STREQ(services[0].lpServiceName, L"");
     EXPECT_EQ(services[1].lpServiceProc, nullptr);
     serviceThread_ = std::jthread([this, serviceMain = services[0].lpServiceProc] {
@@ -35,14 +34,15 @@ class RecordingServiceControl final : public ServiceControl {
       letDispatcherReturn();  // the real one would go on waiting unless the service had stopped
     });
     over_.get_future().wait();
-    return true;
+    return {};
   }
-  SERVICE_STATUS_HANDLE registerHandler(const wchar_t* name, LPHANDLER_FUNCTION_EX given) override {
+  Result<SERVICE_STATUS_HANDLE> registerHandler(const wchar_t* name, LPHANDLER_FUNCTION_EX given) override {
     registeredName = name;
     handler = given;
-    return fails("register") ? nullptr : reinterpret_cast<SERVICE_STATUS_HANDLE>(this);
+    if (failing == "register") return failure(kFailure);
+    return reinterpret_cast<SERVICE_STATUS_HANDLE>(this);
   }
-  bool setStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS& status) override {
+  Result<void> setStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS& status) override {
     EXPECT_EQ(handle, reinterpret_cast<SERVICE_STATUS_HANDLE>(this));
     EXPECT_EQ(status.dwServiceType, 0x10U);
     logLine(LogLevel::Debug, "report %d controls %d exit %d point %d hint %d", status.dwCurrentState,
@@ -51,7 +51,8 @@ class RecordingServiceControl final : public ServiceControl {
       letDispatcherReturn();  // at once, while the service thread goes on
       Sleep(50);
     }
-    return !fails("report " + std::to_string(status.dwCurrentState));
+    if (failing == "report " + std::to_string(status.dwCurrentState)) return failure(kFailure);
+    return {};
   }
 
   std::string failing;
@@ -59,11 +60,6 @@ class RecordingServiceControl final : public ServiceControl {
   LPHANDLER_FUNCTION_EX handler = nullptr;
 
  private:
-  bool fails(const std::string& call) const {
-    SetLastError(kFailure);
-    return call == failing;
-  }
-
   void letDispatcherReturn() {
     std::call_once(returned_, [this] { over_.set_value(); });
   }
@@ -89,10 +85,11 @@ class ScriptedService final : public Win32Service {
   Step onStop = kRefuses;
 };
 
-/// The log as one text, a line break after each line, with short names for what comes often.
+/// The log as one text, a line break after each line and "!" before errors, with short names
+/// for what comes often.
 std::string transcript(const RecordingLog& log) {
   std::string text;
-  for (const auto& line : log.lines()) text += line.text + "\n";
+  for (const auto& line : log.lines()) text += (line.level == LogLevel::Error ? "!" : "") + line.text + "\n";
   const std::string lastError = "    Win32 Error: 13 " + systemErrorText(kFailure);
   for (const auto& [from, to] : {std::pair<std::string, std::string>{"Win32Service::serviceMain: ", "M "},
                                  {"Win32Service::serviceCtrlHandler: ", "C "},
@@ -110,7 +107,7 @@ const std::string kStarting = kPending + "M Call initialize()\n";
 const std::string kRunning =
     kStarting +
     "M Finished initialize()\nS Running - SERVICE_RUNNING\nreport 4 controls 1 exit 0 point 0 hint 0\n";
-const std::string kGaveUp = "Exiting Win32Service::serviceMain due to initialization failure.\n";
+const std::string kGaveUp = "!Exiting Win32Service::serviceMain due to initialization failure.\n";
 
 void logEnd(std::uint32_t code) {
   logLine(LogLevel::Debug, "ended with %d", code);
@@ -147,7 +144,7 @@ TEST_F(Win32ServiceTest, LivesFromStartToStopAndOnlyOnceAProcess) {
 }
 
 TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLinesAndEndsWhatNobodyWasToldTheEndOf) {
-  const std::string caught = "M Caught std::exception gone, type: std::runtime_error\n";
+  const std::string caught = "!M Caught std::exception gone, type: std::runtime_error\n";
   const std::string stopped = "S Stopped - SERVICE_STOPPED\nreport 1 controls 0 exit 0 point 0 hint 0\n";
   const struct {
     const char* failingCall;
@@ -158,7 +155,7 @@ TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLinesAndEndsWhatNobodyWasTo
        "M RegisterServiceCtrlHandlerEx\n"
        "M RegisterServiceCtrlHandlerExW(), RegisterServiceCtrlHandlerExW() failed.\n(13)\nended with 1\n"},
       {"", kRefuses, kWorks,
-       kStarting + "M initialize() failure: 5, " + systemErrorPhrase(5) + "\nM Finished initialize()\n" +
+       kStarting + "!M initialize() failure: 5, " + systemErrorPhrase(5) + "\nM Finished initialize()\n" +
            kGaveUp + "ended with 5\n"},
       {"", kThrows, kWorks, kStarting + caught + kGaveUp + "ended with 1\n"},
       {"report 2", kWorks, kWorks,

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
-#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -13,135 +13,108 @@ namespace zarn {
 namespace {
 
 using namespace std::chrono_literals;
-using Refusal = CallQueue::Refusal;
 
-/// Calls that wait on threads of their own, and the order in which they got their turns.
-class CallQueueTest : public ::testing::Test {
- protected:
-  void TearDown() override {
-    queue_->close();
-    current_.reset();
-    joinAll();
+/// A queue in which one call runs already, and calls that wait on threads of their own.
+struct Calls {
+  explicit Calls(std::size_t waiting) : queue({.running = 1, .waiting = waiting}) {
+    current.emplace(queue.enter("first", {}));
   }
-
-  /// A queue in which one call runs already.
-  void fill(CallQueue::Limits limits) {
-    queue_ = std::make_unique<CallQueue>(limits);
-    current_.emplace(queue_->enter("first", {}));
+  ~Calls() {
+    queue.close();
+    serve();
   }
-  /// Begins a call and returns when it waits, or has been refused.
-  void call(const std::string& owner, CallQueue::IsGone isGone = {}) {
-    const std::size_t before = queue_->waiting();
-    const std::size_t refusedBefore = refused().size();
-    threads_.emplace_back([this, owner, isGone] {
-      const auto turn = queue_->enter(owner, isGone);
-      const MutexLock lock(mutex_);
-      if (turn) {
-        served_ += owner;
-      } else {
-        refused_ += owner + std::to_string(static_cast<int>(turn.refusal()));
-      }
-    });
-    while (queue_->waiting() <= before && refused().size() <= refusedBefore) std::this_thread::sleep_for(1ms);
+  /// A call of each owner in turn; returns when the last one waits or has been refused.
+  void call(const std::string& owners, const CallQueue::IsGone& isGone = {}) {
+    for (const char owner : owners) {
+      const std::size_t waiting = queue.waiting();
+      const std::size_t before = refused().size();
+      threads.emplace_back([this, owner, isGone] {
+        const auto turn = queue.enter({owner}, isGone);
+        const MutexLock lock(mutex);
+        if (turn)
+          servedOwners += owner;
+        else
+          (refusedOwners += owner) += std::to_string(static_cast<int>(turn.refusal()));
+      });
+      while (queue.waiting() <= waiting && refused().size() <= before) std::this_thread::sleep_for(1ms);
+    }
   }
-  /// Owner and reason of each, in the order in which they were told.
+  /// Owner and number of the reason of each call without a turn, as they were told.
   std::string refused() {
-    const MutexLock lock(mutex_);
-    return refused_;
+    const MutexLock lock(mutex);
+    return refusedOwners;
   }
-  std::string served() {
-    const MutexLock lock(mutex_);
-    return served_;
-  }
-  void joinAll() {
-    for (auto& thread : threads_) thread.join();
-    threads_.clear();
-  }
-  /// Lets all that wait have their turns, one after the other.
-  void serveAll() {
-    current_.reset();
-    joinAll();
+  /// Lets all that wait have their turns, one after the other, and says whose they were.
+  std::string serve() {
+    current.reset();
+    for (auto& thread : threads) thread.join();
+    threads.clear();
+    const MutexLock lock(mutex);
+    return servedOwners;
   }
 
-  Mutex mutex_;
-  std::string served_ ZARN_GUARDED_BY(mutex_);
-  std::string refused_ ZARN_GUARDED_BY(mutex_);
-  std::unique_ptr<CallQueue> queue_;
-  std::optional<CallQueue::Turn> current_;
-  std::vector<std::thread> threads_;
+  Mutex mutex;
+  std::string servedOwners ZARN_GUARDED_BY(mutex), refusedOwners ZARN_GUARDED_BY(mutex);
+  CallQueue queue;
+  std::optional<CallQueue::Turn> current;
+  std::vector<std::thread> threads;
 };
 
-constexpr const char* kFull = "1";
-constexpr const char* kGone = "2";
-constexpr const char* kStopping = "3";
-
-TEST_F(CallQueueTest, OwnersTakeTurnsAndEachOwnersCallsKeepTheirOrder) {
-  fill({.running = 1, .waiting = 16});
-  for (const char* owner : {"a", "a", "a", "a", "b", "b", "c"}) call(owner);
-  serveAll();
-  EXPECT_EQ(served(), "abcabaa");
+TEST(CallQueue, GivesTurnsRoundAndNobodyMoreThanHalfThePlacesWhileOthersAsk) {
+  const struct {
+    std::size_t places;
+    const char *calls, *refused, *served;
+  } cases[] = {{16, "aaaabbc", "", "abcabaa"},
+               {4, "aaaaa", "a1", "aaaa"},           // alone all places, but no more
+               {4, "aaaaabbb", "a1a1a1b1", "abab"},  // b takes the places of a's newest
+               {4, "aaaabbc", "a1a1b1", "abca"}};    // two with half each keep nobody else out
+  for (const auto& [places, owners, refused, served] : cases) {
+    Calls calls(places);
+    calls.call(owners);
+    EXPECT_EQ(calls.serve(), served) << owners;
+    EXPECT_EQ(calls.refused(), refused) << owners;
+  }
 }
 
-TEST_F(CallQueueTest, NobodyHoldsMoreThanHalfWhileOthersAsk) {
-  fill({.running = 1, .waiting = 4});
-  for (int i = 0; i < 4; ++i) call("a");
-  call("a");
-  EXPECT_EQ(refused(), std::string("a") + kFull) << "alone, all places but no more";
-  call("b");  // takes the place of the newest of a's
-  call("b");
-  call("b");
-  EXPECT_EQ(refused(), std::string("a") + kFull + "a" + kFull + "a" + kFull + "b" + kFull);
-  EXPECT_EQ(queue_->waiting(), 4U);
-  call("c");  // two who have half each keep nobody else out
-  serveAll();
-  EXPECT_EQ(served(), "abca");
-}
-
-TEST_F(CallQueueTest, WhoIsGoneGivesThePlaceUpAndGetsNoTurn) {
+TEST(CallQueue, WhoIsGoneGivesThePlaceUpAndGetsNoTurn) {
   std::atomic<bool> gone{false};
-  fill({.running = 1, .waiting = 2});
-  call("a", [&] { return gone.load(); });
-  call("a", [&] { return gone.load(); });
+  Calls calls(2);
+  calls.call("aa", [&] { return gone.load(); });
   gone = true;
-  call("b", [] { return true; });
-  while (refused().size() < 4) std::this_thread::sleep_for(1ms);
-  EXPECT_EQ(queue_->waiting(), 1U) << "b has a place, since a's were given up";
-  serveAll();
-  EXPECT_EQ(served(), "");
-  EXPECT_EQ(refused(), std::string("a") + kGone + "a" + kGone + "b" + kGone);
+  calls.call("b", [] { return true; });
+  while (calls.refused().size() < 4) std::this_thread::sleep_for(1ms);
+  EXPECT_EQ(calls.queue.waiting(), 1U) << "b has a place, since a's were given up";
+  EXPECT_EQ(calls.serve(), "");
+  EXPECT_EQ(calls.refused(), "a2a2b2");
 }
 
-TEST_F(CallQueueTest, ClosingEndsAllThatWaitAndNotWhatRuns) {
-  fill({.running = 1, .waiting = 16});
-  for (int i = 0; i < 3; ++i) call("a");
-  queue_->close();
-  joinAll();
-  call("b");
-  joinAll();
-  EXPECT_EQ(refused(), std::string("a") + kStopping + "a" + kStopping + "a" + kStopping + "b" + kStopping);
-  EXPECT_FALSE(queue_->waitUntilIdle(10ms));
-  current_.reset();
-  EXPECT_TRUE(queue_->waitUntilIdle(0ms));
+TEST(CallQueue, ClosingEndsAllThatWaitAndNotWhatRuns) {
+  Calls calls(16);
+  calls.call("aaa");
+  calls.queue.close();
+  calls.call("b");
+  while (calls.refused().size() < 8) std::this_thread::sleep_for(1ms);
+  EXPECT_FALSE(calls.queue.waitUntilIdle(10ms));
+  EXPECT_EQ(calls.serve(), "");
+  EXPECT_EQ(std::ranges::count(calls.refused(), '3'), 4);
+  EXPECT_TRUE(calls.queue.waitUntilIdle(0ms));
 }
 
 TEST(CallQueue, RunsNoMoreThanItsLimitAndServesEverybody) {
   CallQueue queue({.running = 8, .waiting = 512});
-  std::atomic<int> running{0};
-  std::atomic<int> most{0};
-  std::atomic<int> served{0};
+  std::atomic<int> running{0}, most{0}, served{0};
   std::vector<std::thread> threads;
   for (int thread = 0; thread < 32; ++thread) {
     threads.emplace_back([&, owner = std::to_string(thread % 3)] {
       for (int i = 0; i < 60; ++i) {
         const auto turn = queue.enter(owner, {});
-        if (!turn) continue;
         int seen = most;
         const int now = ++running;
         while (now > seen && !most.compare_exchange_weak(seen, now)) {
         }
         std::this_thread::yield();
         --running;
-        ++served;
+        served += turn ? 1 : 0;
       }
     });
   }

@@ -9,11 +9,9 @@
 
 #include <algorithm>
 #include <functional>
-#include <memory>
 
 #include "os/handles_win.h"
 #include "support/recording_log.h"
-#include "support/temp_directory.h"
 #include "update/helper.h"
 
 namespace zarn {
@@ -23,15 +21,17 @@ using ::testing::Contains;
 using ::testing::HasSubstr;
 using testing::wide;
 
-using Descriptor = std::unique_ptr<void, decltype(&LocalFree)>;
-Descriptor descriptor(const std::string& text) {
-  void* value = nullptr;
-  ConvertStringSecurityDescriptorToSecurityDescriptorW(wide(text).c_str(), SDDL_REVISION_1, &value, nullptr);
-  return {value, &LocalFree};
+LocalMemory descriptor(const std::string& text) {
+  LocalMemory value;
+  ConvertStringSecurityDescriptorToSecurityDescriptorW(wide(text).c_str(), SDDL_REVISION_1, value.receive(),
+                                                       nullptr);
+  return value;
 }
 
 class RecordFolderTest : public ::testing::Test {
  protected:
+  RecordFolderTest() { record_.time = "2026-11-21T10:15:00.007Z"; }
+
   std::ptrdiff_t asides() const {
     using Entries = boost::filesystem::directory_iterator;
     return std::count_if(Entries(FileUtils::toPath(parent_.path())), Entries(), [](const auto& entry) {
@@ -47,68 +47,64 @@ class RecordFolderTest : public ::testing::Test {
   testing::RecordingLog log_;
   testing::TempDirectory parent_;
   const std::string path_ = parent_ / "Record";
+  InstallRecord record_;
 };
 
 TEST_F(RecordFolderTest, TrustsWhatOnlyTheSystemAndAdministratorsMayWrite) {
   const std::string rights = "D:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)";
   const std::string installer = "O:S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
-  for (const std::string& good :
+  const std::pair<bool, std::vector<std::string>> judged[] = {
+      {true,
        {"O:SY" + rights, "O:BA" + rights, installer + rights,
-        "O:SY" + rights + "(D;;FA;;;WD)(A;OICIIO;FA;;;CO)", std::string("O:SYD:")}) {
-    EXPECT_TRUE(isTrustedDescriptor(descriptor(good).get())) << good;
-  }
-  for (const std::string& bad :
-       {"O:WD" + rights, "O:S-1-5-21-1-2-3-1001" + rights, "O:BU" + rights, rights,
+        "O:SYD:", "O:SY" + rights + "(D;;FA;;;WD)(A;OICIIO;FA;;;CO)"}},
+      {false,
+       {"O:WD" + rights, "O:S-1-5-21-1-2-3-1001" + rights, "O:BU" + rights, rights, "O:SY",
         "O:SY" + rights + "(A;;0x2;;;BU)", "O:SY" + rights + "(A;;GW;;;AU)", "O:SY" + rights + "(A;;WD;;;BU)",
-        "O:SY" + rights + "(A;OICIIO;FA;;;S-1-5-21-1-2-3-1001)", std::string("O:SY")}) {
-    EXPECT_FALSE(isTrustedDescriptor(descriptor(bad).get())) << bad;
-  }
+        "O:SY" + rights + "(A;OICIIO;FA;;;S-1-5-21-1-2-3-1001)"}}};
+  for (const auto& [trusted, texts] : judged)
+    for (const auto& text : texts) EXPECT_EQ(isTrustedDescriptor(descriptor(text).get()), trusted) << text;
 }
 
 TEST_F(RecordFolderTest, IsMadeAndHeldAndKeepsRefusalsApart) {
-  InstallRecord record;
-  record.path = "C:\\refused.exe";
   {
     RecordFolder folder(path_);
     EXPECT_TRUE(folder.prepare());
     EXPECT_FALSE(RemoveDirectoryW(wide(path_).c_str())) << "held";
-    EXPECT_TRUE(folder.append(record));
-    record.path = "C:\\ran.exe";
-    record.exitCode = 1603;
-    EXPECT_TRUE(folder.append(record));
+    record_.path = "C:\\refused.exe";
+    EXPECT_TRUE(folder.append(record_));
+    record_.path = "C:\\ran.exe";
+    record_.exitCode = 1603;
+    EXPECT_TRUE(folder.append(record_));
   }
-  EXPECT_EQ(recordFolderProblem(path_), 0U);
+  EXPECT_TRUE(checkRecordFolder(path_));
   EXPECT_THAT(testing::readFile(file("Refused Requests.jsonl")), HasSubstr("refused.exe"));
   EXPECT_THAT(testing::readFile(file("Update History.jsonl")), HasSubstr("ran.exe"));
-  EXPECT_TRUE(RecordFolder(path_).append(record)) << "what is there already is taken up again";
+  EXPECT_TRUE(RecordFolder(path_).append(record_)) << "what is there already is taken up again";
   EXPECT_EQ(asides(), 0);
 }
 
 TEST_F(RecordFolderTest, AReaderWhoLocksTheFileHidesNoInstallation) {
   RecordFolder folder(path_);
-  InstallRecord record;
-  record.exitCode = 0;
-  record.began = std::chrono::system_clock::time_point(std::chrono::milliseconds(1'795'256'100'007));
-  ASSERT_TRUE(folder.append(record));
+  record_.exitCode = 0;
+  ASSERT_TRUE(folder.append(record_));
   const FileHandle reader = open(file("Update History.jsonl"), 0);
-  ASSERT_TRUE(reader);
-  EXPECT_TRUE(folder.append(record));
-  EXPECT_EQ(testing::readFile(file("Update History.2026-11-21T10.15.00.007Z.jsonl")), historyLine(record));
+  EXPECT_TRUE(folder.append(record_));
+  EXPECT_EQ(testing::readFile(file("Update History.2026-11-21T10.15.00.007Z.jsonl")), recordLine(record_));
 }
 
 TEST_F(RecordFolderTest, WhatOthersMayHavePutThereIsMovedAsideAndKept) {
-  const auto plantFolder = [this] {
+  const std::function<void()> plantFile = [this] { testing::writeFile(path_, "forged\n"); };
+  const std::function<void()> plantFolder = [this] {
     CreateDirectoryW(wide(path_).c_str(), nullptr);
     testing::writeFile(file("Update History.jsonl"), "forged\n");
     SetFileSecurityW(wide(path_).c_str(), DACL_SECURITY_INFORMATION, descriptor("D:(A;OICI;FA;;;WD)").get());
   };
   std::ptrdiff_t moved = 0;
-  for (const auto& plant :
-       {std::function<void()>(plantFolder), {[this] { testing::writeFile(path_, "forged\n"); }}}) {
+  for (const auto& plant : {plantFolder, plantFile}) {
     plant();
-    EXPECT_EQ(recordFolderProblem(path_), kFolderNotTrusted);
-    EXPECT_TRUE(RecordFolder(path_).append({}));
-    EXPECT_EQ(recordFolderProblem(path_), 0U);
+    EXPECT_EQ(checkRecordFolder(path_).error().code(), kFolderNotTrusted);
+    EXPECT_TRUE(RecordFolder(path_).append(record_));
+    EXPECT_TRUE(checkRecordFolder(path_));
     EXPECT_FALSE(FileUtils::exists(file("Update History.jsonl")));
     EXPECT_EQ(asides(), ++moved);
     boost::filesystem::remove_all(FileUtils::toPath(path_));
@@ -119,16 +115,13 @@ TEST_F(RecordFolderTest, WhatOthersMayHavePutThereIsMovedAsideAndKept) {
 TEST_F(RecordFolderTest, SaysOnceThatThereIsNoFolderAndTriesAgain) {
   testing::writeFile(path_, "in the way");
   RecordFolder folder(path_);
-  InstallRecord record;
-  record.began = std::chrono::system_clock::now();
-  {
-    const FileHandle holder = open(path_, FILE_SHARE_READ);
-    EXPECT_FALSE(folder.prepare());
-    EXPECT_FALSE(folder.append(record));
-  }
+  FileHandle holder = open(path_, FILE_SHARE_READ);
+  EXPECT_FALSE(folder.prepare());
+  EXPECT_FALSE(folder.append(record_));
   for (const auto level : {LogLevel::Error, LogLevel::Warn})
     EXPECT_EQ(std::ranges::count(log_.lines(), level, &testing::LoggedLine::level), 1);
-  EXPECT_TRUE(folder.append(record));
+  holder.reset();
+  EXPECT_TRUE(folder.append(record_));
 }
 
 }  // namespace

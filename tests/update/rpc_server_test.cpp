@@ -1,4 +1,4 @@
-#include "update/rpc_answer.h"
+#include "update/rpc_server.h"
 
 #include <gtest/gtest.h>
 
@@ -6,10 +6,10 @@
 
 #include "support/recording_log.h"
 
-namespace zarn {
+namespace zarn::rpc_server {
 namespace {
 
-TEST(RpcAnswer, LetsNothingThrownOut) {
+TEST(RpcServer, LetsNothingThrownOut) {
   const testing::RecordingLog log;
   const auto answer = [](const auto& work) { return answerCall("Install", L"p", Status::Failed, work); };
   EXPECT_EQ(answer([](const std::wstring&) { return Status::RebootRequired; }), Status::RebootRequired);
@@ -20,7 +20,7 @@ TEST(RpcAnswer, LetsNothingThrownOut) {
                              "Install: Caught std::exception unknown, type: unknown"}));
 }
 
-TEST(RpcAnswer, RefusesPathsThatWindowsCannotHave) {
+TEST(RpcServer, RefusesPathsThatWindowsCannotHave) {
   const testing::RecordingLog log;
   const auto accept = [](const std::wstring&) { return Status::Installed; };
   const std::wstring longest(32'767, L'x');
@@ -31,4 +31,4 @@ TEST(RpcAnswer, RefusesPathsThatWindowsCannotHave) {
 }
 
 }  // namespace
-}  // namespace zarn
+}  // namespace zarn::rpc_server

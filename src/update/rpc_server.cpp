@@ -1,4 +1,4 @@
-#include "update/rpc_answer.h"
+#include "update/rpc_server.h"
 
 #include <cwchar>
 #include <exception>
@@ -8,7 +8,7 @@
 #include "util/logging.h"
 #include "util/printable.h"
 
-namespace zarn {
+namespace zarn::rpc_server {
 namespace {
 
 bool isAcceptable(const wchar_t* path) {
@@ -39,4 +39,4 @@ Status answerCall(const char* procedure, const wchar_t* path, Status fallback,
   return fallback;
 }
 
-}  // namespace zarn
+}  // namespace zarn::rpc_server

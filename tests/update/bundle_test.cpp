@@ -1,4 +1,4 @@
-#include "update/staged_installer.h"
+#include "update/bundle.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@ namespace {
 
 using testing::wide;
 
-class StagedInstallerTest : public ::testing::Test {
+class BundleTest : public ::testing::Test {
  protected:
   void link(const std::string& existing, const std::string& added) {
     boost::filesystem::create_hard_link(FileUtils::toPath(existing), FileUtils::toPath(added));
@@ -22,21 +22,20 @@ class StagedInstallerTest : public ::testing::Test {
   const std::string staged_ = folder_ / "staged.exe";
 };
 
-TEST_F(StagedInstallerTest, DoesNotWriteThroughAPlantedLink) {
+TEST_F(BundleTest, DoesNotWriteThroughAPlantedLink) {
   testing::writeFile(bundle_, "bundle");
   testing::writeFile(folder_ / "victim", "victim");
   link(folder_ / "victim", staged_);
   EXPECT_TRUE(copyBundle(wide(bundle_), wide(staged_)));
   EXPECT_EQ(testing::readFile(folder_ / "victim"), "victim");
   EXPECT_EQ(testing::readFile(staged_), "bundle");
-  EXPECT_TRUE(openStagedCopy(wide(staged_)).isValid());
+  EXPECT_TRUE(openStagedCopy(wide(staged_)));
 
   link(staged_, folder_ / "second name");
-  EXPECT_FALSE(openStagedCopy(wide(staged_)).isValid());
-  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+  EXPECT_EQ(openStagedCopy(wide(staged_)).error(), SystemError::accessDenied());
 }
 
-TEST_F(StagedInstallerTest, PutsAWholeFolderOutOfItsWay) {
+TEST_F(BundleTest, PutsAWholeFolderOutOfItsWay) {
   testing::writeFile(bundle_, "bundle");
   ASSERT_TRUE(FileUtils::createDirectories(FileUtils::join(staged_, R"(Zarn Media Server\Logs)")));
   testing::writeFile(FileUtils::join(staged_, R"(Zarn Media Server\Logs\a.log)"), "log");
@@ -44,25 +43,23 @@ TEST_F(StagedInstallerTest, PutsAWholeFolderOutOfItsWay) {
   EXPECT_EQ(testing::readFile(staged_), "bundle");
 }
 
-TEST_F(StagedInstallerTest, CopiesUpToTheLimit) {
+TEST_F(BundleTest, CopiesUpToTheLimit) {
   constexpr std::int64_t bytes = 5'000'000;
   testing::writeFile(bundle_, std::string(bytes, 'x'));
   EXPECT_TRUE(copyBundle(wide(bundle_), wide(staged_), bytes));
   EXPECT_EQ(FileUtils::fileSize(staged_), static_cast<std::uint64_t>(bytes));
-  EXPECT_FALSE(copyBundle(wide(bundle_), wide(staged_), bytes - 1));
-  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_REQUEST_ABORTED));
+  EXPECT_EQ(copyBundle(wide(bundle_), wide(staged_), bytes - 1).error().code(), ERROR_REQUEST_ABORTED);
   EXPECT_FALSE(FileUtils::exists(staged_));
 }
 
-TEST_F(StagedInstallerTest, OpensFilesOnDiskOnly) {
+TEST_F(BundleTest, OpensFilesOnDiskOnly) {
   constexpr wchar_t pipeName[] = LR"(\\.\pipe\zarn-staged-installer-test.exe)";
   const FileHandle pipe(CreateNamedPipeW(pipeName, PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 2, 0, 0, 0, nullptr));
   ASSERT_TRUE(pipe.isValid());
   for (const wchar_t* path : {pipeName, LR"(\\.\NUL)"}) {
-    EXPECT_FALSE(openBundle(path).isValid());
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_BAD_PATHNAME)) << "refused by its name";
+    EXPECT_EQ(openBundle(path).error().code(), ERROR_BAD_PATHNAME) << "refused by its name";
   }
-  EXPECT_FALSE(openBundle(wide(folder_.path())).isValid());
+  EXPECT_FALSE(openBundle(wide(folder_.path())));
 }
 
 }  // namespace

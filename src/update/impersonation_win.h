@@ -1,6 +1,5 @@
-// The caller of the RPC call that a thread serves: who it is, whether it is still
-// there, and opening files with its rights instead of ours. Includes windows.h: only
-// for files that call Windows. All of it only on a thread of the RPC runtime, during a call.
+// Acting with somebody else's rights instead of ours, and telling who somebody is.
+// Includes windows.h: only for files that call Windows.
 #pragma once
 
 #include <windows.h>
@@ -9,12 +8,11 @@
 #include <string>
 
 #include "os/handles_win.h"
-#include "update/requester.h"
 
 namespace zarn {
 
-/// Who calls. What the system does not tell stays empty.
-[[nodiscard]] Requester currentRequester();
+// ---- The caller of the call that a thread of the RPC runtime serves. Elsewhere there is
+// none, and each of these fails.
 
 /// Makes the thread act as the caller for a scope. A revert that fails ends the
 /// process: nothing of ours may run on with somebody else's rights, or theirs with ours.
@@ -43,11 +41,16 @@ class Impersonation {
 
 /// Opens a bundle as openBundle() does, with the caller's rights. A caller that only
 /// lets itself be identified must have the right to read a file that lies on a drive
-/// of this machine. Invalid on failure, with the last error set.
-[[nodiscard]] FileHandle openBundleAsCaller(const std::wstring& path);
+/// of this machine.
+[[nodiscard]] Result<FileHandle> openBundleAsCaller(const std::wstring& path);
 
-/// Runs `work` as the caller; false, with the last error set and nothing run, when the
-/// caller does not allow it.
-bool runAsCaller(const std::function<void()>& work);
+/// Runs `work` as the caller; nothing is run when the caller does not allow it.
+Result<void> runAsCaller(const std::function<void()>& work);
+
+// ---- Anybody. Texts are security identifiers, "S-1-5-..."; empty when the system gives none.
+
+[[nodiscard]] std::string identifierText(PSID identifier);
+/// Of the user whose token it is.
+[[nodiscard]] std::string userOf(const KernelHandle& token);
 
 }  // namespace zarn
