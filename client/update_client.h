@@ -18,7 +18,6 @@
 #include <utility>
 #include <variant>
 
-#include "os/system_error.h"
 
 namespace zarn::client {
 
