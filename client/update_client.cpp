@@ -8,7 +8,6 @@
 #include "os/handles.h"
 #include "os/system_error.h"
 #include "update/interface/update_interface.h"
-#include "update/status.h"
 
 namespace zarn::client {
 namespace {
@@ -31,18 +30,6 @@ struct RpcTextTraits {
   static void close(Handle text) noexcept { RpcStringFreeW(&text); }
 };
 using RpcText = ScopedHandle<RpcTextTraits>;
-
-/// The client's header stands alone, so it has the statuses a second time.
-constexpr bool isSame(std::int32_t ours, Status services) {
-  return ours == static_cast<std::int32_t>(services);
-}
-static_assert(isSame(kInstalled, Status::Installed));
-static_assert(isSame(kInstalledRebootRequired, Status::RebootRequired));
-static_assert(isSame(kRebootInitiated, Status::RebootInitiated));
-static_assert(isSame(kFailed, Status::Failed));
-static_assert(isSame(kExitCodeUnknown, Status::ExitCodeUnknown));
-static_assert(isSame(kSignatureRefused, Status::SignatureRefused));
-static_assert(isSame(kSignerRefused, Status::SignerRefused));
 
 CallError failed(RPC_STATUS status) noexcept {
   const auto code = static_cast<std::uint32_t>(status);

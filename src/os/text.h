@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <type_traits>
 
 #include "os/system_error.h"
 
@@ -31,6 +33,25 @@ namespace zarn::os {
 [[nodiscard]] constexpr bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                     [](char x, char y) { return lowerCase(x) == lowerCase(y); });
+}
+
+/// A text of the program that outlives everything, as a literal does.
+template <std::size_t size>
+struct FixedText {
+  char text[size]{};
+
+  // NOLINTNEXTLINE(google-explicit-constructor): it stands for the literal that it would have been
+  constexpr operator std::string_view() const noexcept { return {text, size - 1}; }
+};
+
+/// Literals in one, joined when the program is compiled, so that a number that is named
+/// in many texts is written once.
+template <std::size_t... sizes>
+[[nodiscard]] consteval auto joinedLiterals(const char (&... parts)[sizes]) {
+  FixedText<(sizes + ...) - sizeof...(sizes) + 1> joined;
+  char* end = joined.text;
+  ((end = std::copy_n(parts, sizes - 1, end)), ...);
+  return joined;
 }
 
 /// The number that all of `text` spells, without blanks or a plus sign; a whole one in

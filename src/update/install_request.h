@@ -9,11 +9,11 @@
 #include "trust/signer_observer.h"
 #include "trust/trust_result.h"
 #include "trust/update_policy.h"
+#include "update/install_record.h"
 #include "update/requester.h"
 #include "update/run_installer.h"
 #include "update/staged_installer.h"
 #include "update/status.h"
-#include "update/update_history.h"
 
 namespace zarn {
 

@@ -44,12 +44,12 @@ bool isAcceptableBundle(HANDLE bundle, const std::wstring& path, InstallRecord& 
   if (bytes >= 0) record.size = static_cast<std::uint64_t>(bytes);
   if (!isAcceptableBundleSize(bytes)) {
     logLine(LogLevel::Error, "Provided bundle is too large.");
-    return record.note(Check::Size, Verdict::Refused, "more than 1 GiB");
+    return record.note(Check::Size, Verdict::Refused, kTooLarge.text);
   }
   record.note(Check::Size, Verdict::Passed);
   if (!hasBundleExtension(path)) {
     logLine(LogLevel::Error, "Provided bundle has invalid extension.");
-    return record.note(Check::Extension, Verdict::Refused, "not \".exe\" in these letters");
+    return record.note(Check::Extension, Verdict::Refused, kNotExe);
   }
   return record.note(Check::Extension, Verdict::Passed);
 }
@@ -91,15 +91,16 @@ class Recording {
   Recording(const InstallCollaborators& collaborators, const Requester& requester,
             const std::wstring& bundlePath)
       : collaborators_(collaborators) {
-    record_.began = std::chrono::system_clock::now();
+    record_.time = isoTime(std::chrono::system_clock::now());
     record_.caller = requester.caller;
     record_.path = StringUtils::utf16to8(bundlePath);
   }
   Recording(const Recording&) = delete;
   Recording& operator=(const Recording&) = delete;
   ~Recording() {
-    record_.duration =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_);
+    record_.durationMilliseconds =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_)
+            .count();
     quietly([this] {  // no update depends on its record
       if (collaborators_.record) collaborators_.record(record_);
     });
@@ -200,7 +201,7 @@ InstallRequest::Outcome InstallRequest::installStaged(const std::wstring& staged
   quietly([&] { noteInstalled(collaborators_, record, installerExit, digest.finish(), stagedPath); });
   copy.reset();
   quietly([&] { tidyUp(stagedPath); });
-  const InstallerExit judgement = judgeExitCode(installerExit);
+  const StatusFacts& judgement = judgeExitCode(installerExit);
   return {judgement.status, judgement.restartsService};
 }
 

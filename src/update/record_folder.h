@@ -1,5 +1,6 @@
-// The folder of our own in which the records of install requests lie that count: what
-// callers may not write to, forge or have moved elsewhere.
+// Where the records of install requests lie, and how they are appended. The ones that
+// count lie in a folder of our own, which callers may not write to, forge or have moved
+// elsewhere; a copy of those that came to a check lies beside the log, where callers look.
 #pragma once
 
 #include <cstdint>
@@ -8,11 +9,41 @@
 #include <string_view>
 #include <utility>
 
-#include "update/update_history.h"
+#include "os/system_error.h"
+#include "update/install_record.h"
 #include "util/held_folder.h"
 #include "util/mutex.h"
+#include "util/product_names.h"
 
 namespace zarn {
+
+// ---- Files of records ----------------------------------------------------------
+
+/// A file begins anew when it has reached this size, and replaces the one before.
+inline constexpr std::uint64_t kMaximumHistoryBytes = 8U << 20;
+
+/// A file of records and what it is called when the next one has begun.
+struct RecordFileNames {
+  std::string_view current;
+  std::string_view earlier;
+};
+/// Of the requests that ended with an installer's exit code.
+inline constexpr RecordFileNames kHistoryNames{names::kHistory.narrow, names::kEarlierHistory.narrow};
+/// Of the others, so that many refusals push out no installation.
+inline constexpr RecordFileNames kRefusedNames{names::kRefused.narrow, names::kEarlierRefused.narrow};
+
+/// Appends the line whole or not at all; a torn last line, left by a power cut, is
+/// closed first. Refuses links and files with a second name, and files of twice the
+/// maximum, which grow when somebody keeps them from being renamed. One call at a
+/// time. False on failure, which it leaves to others to log.
+[[nodiscard]] bool appendLine(const FileUtils::HeldFolder& folder, const RecordFileNames& file,
+                              std::string_view line, std::uint64_t maximumBytes = kMaximumHistoryBytes);
+
+/// Appends to "Update History.jsonl" in `directory`, which must exist and which callers
+/// may have chosen. From any thread. False, and logged, on failure.
+bool appendToHistory(std::string_view directory, std::string_view line);
+
+// ---- The folder (on Windows alone) -----------------------------------------------
 
 /// "Zarn Update Service" in the machine's common application data; empty when the
 /// system does not say where that is.
@@ -21,13 +52,13 @@ namespace zarn {
 /// The code for a folder that stands at the place of ours and is not (ERROR_INVALID_OWNER).
 inline constexpr std::uint32_t kFolderNotTrusted = 1307;
 
-/// 0 when what lies in the folder can be trusted: it is a real folder, no link, whose
-/// owner is the system, its administrators, its installer of modules or this process's
-/// own user, and nobody else may write to it. Else kFolderNotTrusted, or the system's
-/// error, such as that there is none. Follows no link and logs nothing.
-[[nodiscard]] std::uint32_t recordFolderProblem(std::string_view path);
+/// Succeeds when what lies in the folder can be trusted: it is a real folder, no link,
+/// whose owner is the system, its administrators, its installer of modules or this
+/// process's own user, and nobody else may write to it. Else kFolderNotTrusted, or the
+/// system's error, such as that there is none. Follows no link and logs nothing.
+[[nodiscard]] Result<void> checkRecordFolder(std::string_view path);
 
-/// The same of a security descriptor alone.
+/// Whether the same holds of a security descriptor alone.
 [[nodiscard]] bool isTrustedDescriptor(void* descriptor);
 
 /// Any thread may use it.
@@ -42,11 +73,10 @@ class RecordFolder {
   /// at level Error says so until it has been had again.
   bool prepare();
 
-  /// Appends to "Update History.jsonl" when an installer ran, to "Refused
-  /// Requests.jsonl" when none did: many refusals push out no installation. When the
-  /// first cannot be written to, the record has a file of its own with its time in the
-  /// name, "Update History.2026-11-21T10.15.00.007Z.jsonl". Prepares the folder first
-  /// when that is still due. False, and logged, on failure.
+  /// Appends to the history when an installer ran, to the refused requests when none
+  /// did. When the first cannot be written to, the record has a file of its own with its
+  /// time in the name, "Update History.2026-11-21T10.15.00.007Z.jsonl". Prepares the
+  /// folder first when that is still due. False, and logged, on failure.
   bool append(const InstallRecord& record);
 
  private:
@@ -57,5 +87,8 @@ class RecordFolder {
   std::optional<FileUtils::HeldFolder> held_ ZARN_GUARDED_BY(mutex_);
   bool hasComplained_ ZARN_GUARDED_BY(mutex_) = false;
 };
+
+/// Says that a record could not be kept, which no answer suffers from.
+void logUnwrittenRecord();
 
 }  // namespace zarn

@@ -2,19 +2,18 @@
 
 #include <aclapi.h>
 #include <sddl.h>
-#include <shlobj.h>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 
 #include "os/error_text.h"
+#include "os/files.h"
 #include "os/handles_win.h"
 #include "update/record_folder.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/printable.h"
-#include "util/string_utils.h"
 
 namespace zarn {
 namespace {
@@ -79,12 +78,14 @@ bool isHarmless(const void* entry) {
   return isTrustedIdentifier(identifier) || isOwnersPlaceholder(identifier);
 }
 
-bool lookUp(HANDLE folder, LocalMemory& descriptor) {
+/// The folder's owner and access list.
+Result<LocalMemory> lookUpRights(HANDLE folder) {
+  LocalMemory descriptor;
   const DWORD error =
       GetSecurityInfo(folder, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, nullptr,
                       nullptr, nullptr, nullptr, descriptor.receive());
-  if (error != ERROR_SUCCESS) SetLastError(error);
-  return error == ERROR_SUCCESS;
+  if (error != ERROR_SUCCESS) return failure(error);
+  return descriptor;
 }
 
 bool isRealFolder(HANDLE folder) {
@@ -94,62 +95,57 @@ bool isRealFolder(HANDLE folder) {
   return (information.dwFileAttributes & kinds) == FILE_ATTRIBUTE_DIRECTORY;
 }
 
-std::uint32_t makeFolder(const std::string& path) {
+Result<void> makeFolder(const std::string& path) {
   LocalMemory descriptor;
   if (ConvertStringSecurityDescriptorToSecurityDescriptorW(kFolderSecurity, SDDL_REVISION_1,
                                                            descriptor.receive(), nullptr) == 0) {
-    return failureCode(GetLastError());
+    return lastFailure();
   }
   SECURITY_ATTRIBUTES attributes{sizeof(attributes), descriptor.get(), FALSE};
-  return CreateDirectoryW(FileUtils::toPath(path).c_str(), &attributes) != 0 ? 0
-                                                                             : failureCode(GetLastError());
+  return resultOf(CreateDirectoryW(FileUtils::toPath(path).c_str(), &attributes) != 0);
 }
 
-/// The time in a form that can be part of a file's name.
-std::string nameTime(std::chrono::system_clock::time_point time) {
-  std::string text = isoTime(time);
-  std::replace(text.begin(), text.end(), ':', '.');
-  return text;
+/// A record's time in a form that can be part of a file's name.
+std::string nameTime(std::string isoTime) {
+  std::replace(isoTime.begin(), isoTime.end(), ':', '.');
+  return isoTime;
 }
 
 /// "Update History.2026-11-21T10.15.00.007Z.jsonl".
 std::string spareHistoryName(const InstallRecord& record) {
   std::string name = names::kHistory.narrow;
-  return name.insert(name.rfind('.'), "." + nameTime(record.began));
+  return name.insert(name.rfind('.'), "." + nameTime(record.time));
 }
 
-/// Out of the way, and kept: it may be evidence. A link is renamed, not followed.
-std::uint32_t moveAside(const std::string& path) {
-  const std::string target = path + " untrusted " + nameTime(std::chrono::system_clock::now());
-  if (MoveFileExW(FileUtils::toPath(path).c_str(), FileUtils::toPath(target).c_str(), 0) == 0) {
-    return failureCode(GetLastError());
-  }
+/// Renames what stands in the way, and keeps it: it may be evidence. A link is renamed,
+/// not followed.
+Result<void> moveAside(const std::string& path) {
+  const std::string target = path + " untrusted " + nameTime(isoTime(std::chrono::system_clock::now()));
+  if (MoveFileExW(FileUtils::toPath(path).c_str(), FileUtils::toPath(target).c_str(), 0) == 0)
+    return lastFailure();
   logLine(LogLevel::Warn, "%s was not the service's own and is now %s.", printable(path), printable(target));
-  return 0;
+  return {};
 }
 
-bool isMissing(std::uint32_t error) noexcept {
-  return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
-}
-
-/// 0 when a folder to be trusted is at the path, if need be a new one.
-std::uint32_t establish(const std::string& path) {
-  std::uint32_t problem = recordFolderProblem(path);
-  for (int tries = 0; problem != 0 && tries < kTries; ++tries) {
-    if (!isMissing(problem) && problem != kFolderNotTrusted) return problem;
-    const std::uint32_t error = isMissing(problem) ? makeFolder(path) : moveAside(path);
-    if (error != 0 && error != ERROR_ALREADY_EXISTS) return error;
-    problem = recordFolderProblem(path);
+/// Sees to it that a folder to be trusted is at the path, if need be a new one.
+Result<void> establish(const std::string& path) {
+  auto checked = checkRecordFolder(path);
+  for (int tries = 0; !checked && tries < kTries; ++tries) {
+    const bool isMissing = checked.error().isNotFound();
+    if (!isMissing && checked.error().code() != kFolderNotTrusted) return checked;
+    const auto cleared = isMissing ? makeFolder(path) : moveAside(path);
+    // Somebody may put something there again as soon as the place is free.
+    if (!cleared && !cleared.error().isAlreadyThere()) return cleared;
+    checked = checkRecordFolder(path);
   }
-  return problem;
+  return checked;
 }
 
 }  // namespace
 
 std::string recordFolderPath() {
-  wchar_t folder[MAX_PATH] = {};
-  if (SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder) != S_OK) return {};
-  return FileUtils::join(StringUtils::utf16to8(folder), names::kRecordFolder.narrow);
+  const auto folder = os::machineDataFolder();
+  return folder ? FileUtils::join(*folder, names::kRecordFolder.narrow) : std::string();
 }
 
 bool isTrustedDescriptor(void* descriptor) {
@@ -170,38 +166,39 @@ bool isTrustedDescriptor(void* descriptor) {
   return true;
 }
 
-std::uint32_t recordFolderProblem(std::string_view path) {
+Result<void> checkRecordFolder(std::string_view path) {
   // Nobody can keep us from asking this little: such an open takes no part in sharing.
   const FileHandle folder(CreateFileW(FileUtils::toPath(path).c_str(), READ_CONTROL | FILE_READ_ATTRIBUTES,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                       OPEN_EXISTING,
                                       FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-  LocalMemory descriptor;
-  if (!folder || !lookUp(folder.get(), descriptor)) {
-    const std::uint32_t error = failureCode(GetLastError());
+  const auto descriptor = folder ? lookUpRights(folder.get()) : Result<LocalMemory>(lastFailure());
+  if (!descriptor) {
     // Ours lets the service and every user ask.
-    return error == ERROR_ACCESS_DENIED ? kFolderNotTrusted : error;
+    const bool isDenied = descriptor.error() == SystemError::accessDenied();
+    return isDenied ? failure(kFolderNotTrusted) : failure(descriptor.error());
   }
-  return isRealFolder(folder.get()) && isTrustedDescriptor(descriptor.get()) ? 0 : kFolderNotTrusted;
+  if (isRealFolder(folder.get()) && isTrustedDescriptor(descriptor->get())) return {};
+  return failure(kFolderNotTrusted);
 }
 
 bool RecordFolder::hold() {
   if (held_) return true;
-  std::uint32_t error = establish(path_);
-  if (error == 0) {
+  Result<void> outcome = establish(path_);
+  if (outcome) {
     // What is to be trusted stays where it is: others cannot rename, replace or link it.
     auto held = FileUtils::HeldFolder::hold(path_, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
     if (held)
       held_ = std::move(*held);
     else
-      error = held.error().code();
+      outcome = failure(held.error());
   }
-  if (error != 0 && !hasComplained_) {
+  if (!outcome && !hasComplained_) {
     logLine(LogLevel::Error, "The update history cannot be kept in %s: %s", printable(path_),
-            describeSystemError(error));
+            describeSystemError(outcome.error()));
   }
-  hasComplained_ = error != 0;
-  return error == 0;
+  hasComplained_ = !outcome;
+  return outcome.has_value();
 }
 
 bool RecordFolder::prepare() {
@@ -214,8 +211,8 @@ bool RecordFolder::append(const InstallRecord& record) {
   const MutexLock lock(mutex_);
   // Every user may read the files, and so ask for a lock on them that we would wait for.
   const IoDeadline deadline(kLogFileLimit);
-  const HistoryNames& file = record.exitCode ? kHistoryNames : kRefusedNames;
-  const std::string line = historyLine(record);
+  const RecordFileNames& file = record.exitCode ? kHistoryNames : kRefusedNames;
+  const std::string line = recordLine(record);
   if (hold()) {
     if (appendLine(*held_, file, line)) return true;
     // Any reader can keep the file from being written to, but not one that is not there

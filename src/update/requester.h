@@ -3,7 +3,7 @@
 
 #include <functional>
 
-#include "update/caller.h"
+#include "update/install_record.h"
 
 namespace zarn {
 

@@ -127,7 +127,7 @@ Requester currentRequester() {
   }
   unsigned long processId = 0;
   if (I_RpcBindingInqLocalClientPID(nullptr, &processId) != RPC_S_OK) return requester;
-  requester.caller.processId = processId;
+  if (processId != 0) requester.caller.processId = processId;
   KernelHandle opened(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, processId));
   if (!opened) return requester;
   const auto process = std::make_shared<KernelHandle>(std::move(opened));

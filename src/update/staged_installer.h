@@ -5,11 +5,14 @@
 #include <string>
 
 #include "os/handles_win.h"
+#include "os/text.h"
+#include "update/status.h"
 
 namespace zarn {
 
-/// No bundle is larger: 1 GiB.
-inline constexpr std::int64_t kMaximumBundleBytes = 0x40000000;
+/// Why a bundle is refused by its size and by its name, as records and zarn-update say it.
+inline constexpr auto kTooLarge = os::joinedLiterals("more than ", kMaximumBundleWords);
+inline constexpr char kNotExe[] = "not \".exe\" in these letters";
 
 /// Whether a bundle may have this size; -1 stands for one that cannot be read and
 /// passes, since the copy has a limit of its own.

@@ -1,51 +1,75 @@
-// What the procedures of the service answer, and how an installer's exit code
-// becomes such an answer.
+// What the procedures of the service answer, how an installer's exit code becomes such
+// an answer, and what each answer means in words. What callers are told of a status, in
+// the client's header, in zarn-update and in the documentation, comes from this table or
+// is compared with it by a test.
 #pragma once
 
-#include <array>
 #include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
 
 namespace zarn {
 
+/// Any other number in its place is a Win32 error code.
 enum class Status : std::int32_t {
-  Installed = 0,
-  /// The installer succeeded and wants a reboot.
+  Installed = 0,  ///< to a check: signature and signer are trusted
   RebootRequired = 30000,
-  /// The installer began a reboot.
   RebootInitiated = 30001,
-  /// The bundle or its copy was unusable, the installer could not be started, or
-  /// it ended with a code that has no status of its own.
   Failed = 30002,
   ExitCodeUnknown = 30003,
-  /// The signature of the bundle is not trusted.
   SignatureRefused = 30004,
-  /// The bundle was signed by somebody who is not approved.
   SignerRefused = 30005,
 };
 
-/// RunInstaller's answer when the installer's exit code could not be read.
-inline constexpr std::uint32_t kExitCodeUnknown = 30003;
+[[nodiscard]] constexpr std::int32_t numberOf(Status status) noexcept {
+  return static_cast<std::int32_t>(status);
+}
 
-struct InstallerExit {
-  std::uint32_t exitCode;
+/// What is known of a status. Texts are English and last as long as the program.
+struct StatusFacts {
   Status status;
+  /// In the client's header the same with a "k" before it.
+  std::string_view name;
+  /// The bundle is installed, also when a reboot is still to come.
+  bool isSuccess;
+  /// The installer's exit code that becomes this status; of a status that stands for no
+  /// single code, nothing.
+  std::optional<std::uint32_t> installerExit;
   /// The update took effect, so the service ends in order to be started anew.
   bool restartsService;
+  /// A few words for a table of requests.
+  std::string_view outcome;
+  /// What happened, a clause without a full stop.
+  std::string_view meaning;
+  /// What to do next, a sentence without a full stop.
+  std::string_view advice;
 };
 
-inline constexpr std::array<InstallerExit, 4> kInstallerExits = {{
-    {0, Status::Installed, true},
-    {1641, Status::RebootInitiated, false},  // ERROR_SUCCESS_REBOOT_INITIATED
-    {3010, Status::RebootRequired, true},    // ERROR_SUCCESS_REBOOT_REQUIRED
-    {kExitCodeUnknown, Status::ExitCodeUnknown, false},
-}};
+/// Every status, by its number.
+[[nodiscard]] std::span<const StatusFacts> statuses() noexcept;
 
-/// Every exit code that the table does not list is a failure.
-[[nodiscard]] constexpr InstallerExit judgeExitCode(std::uint32_t exitCode) noexcept {
-  for (const InstallerExit& known : kInstallerExits) {
-    if (known.exitCode == exitCode) return known;
-  }
-  return {exitCode, Status::Failed, false};
-}
+/// Null for a number that is no status of the service.
+[[nodiscard]] const StatusFacts* factsOf(Status status) noexcept;
+
+/// What Installed means as the answer to a check, in which nothing is installed.
+inline constexpr std::string_view kTrustedMeaning = "signature and signer are trusted";
+
+/// False also for numbers that are no status.
+[[nodiscard]] bool isSuccess(Status status) noexcept;
+
+/// The status that an installer's exit code becomes: Failed for every code that the
+/// table does not list.
+[[nodiscard]] const StatusFacts& judgeExitCode(std::uint32_t exitCode) noexcept;
+
+/// What stands for an installer's exit code that could not be read.
+inline constexpr std::uint32_t kExitCodeUnknown = 30003;
+
+/// No bundle is larger; a larger one is answered with Failed.
+inline constexpr std::int64_t kMaximumBundleGibibytes = 1;
+inline constexpr std::int64_t kMaximumBundleBytes = kMaximumBundleGibibytes << 30;
+/// The same for every text that names it, "1 GiB".
+inline constexpr char kMaximumBundleWords[] = {'0' + kMaximumBundleGibibytes, ' ', 'G', 'i', 'B', '\0'};
+static_assert(kMaximumBundleGibibytes > 0 && kMaximumBundleGibibytes < 10, "the words have one digit");
 
 }  // namespace zarn

@@ -17,7 +17,6 @@
 #include "update/rpc_caller_win.h"
 #include "update/rpc_server.h"
 #include "update/staged_installer.h"
-#include "update/update_history.h"
 #include "update/update_service.h"
 #include "util/file_utils.h"
 #include "util/held_folder.h"
@@ -44,7 +43,7 @@ RecordFolder& recordFolder() {
 void keep(const InstallRecord& record) {
   quietly([&record] { recordFolder().append(record); });
   if (!record.reason.empty()) return;  // not even begun, and perhaps one of many
-  appendToHistory(FileUtils::logDirectory(), historyLine(record));
+  appendToHistory(FileUtils::logDirectory(), recordLine(record));
 }
 
 const InstallRequest& installRequest() {

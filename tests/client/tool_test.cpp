@@ -117,7 +117,7 @@ TEST(Tool, ShowsTheRecordThatCountsAndNoneThatOthersMayHaveWritten) {
     RecordFolder folder(path);
     InstallRecord record;
     for (int number = 0; number < 3; ++number) {
-      record.began = std::chrono::system_clock::time_point(std::chrono::hours(500'000 + number));
+      record.time = isoTime(std::chrono::system_clock::time_point(std::chrono::hours(500'000 + number)));
       record.caller.image = "C:\\" + std::to_string(number);
       record.exitCode = number == 1 ? std::optional<std::uint32_t>(1603) : std::nullopt;
       ASSERT_TRUE(folder.append(record));

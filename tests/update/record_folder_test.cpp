@@ -77,7 +77,7 @@ TEST_F(RecordFolderTest, IsMadeAndHeldAndKeepsRefusalsApart) {
     record.exitCode = 1603;
     EXPECT_TRUE(folder.append(record));
   }
-  EXPECT_EQ(recordFolderProblem(path_), 0U);
+  EXPECT_TRUE(checkRecordFolder(path_));
   EXPECT_THAT(testing::readFile(file("Refused Requests.jsonl")), HasSubstr("refused.exe"));
   EXPECT_THAT(testing::readFile(file("Update History.jsonl")), HasSubstr("ran.exe"));
   EXPECT_TRUE(RecordFolder(path_).append(record)) << "what is there already is taken up again";
@@ -88,12 +88,12 @@ TEST_F(RecordFolderTest, AReaderWhoLocksTheFileHidesNoInstallation) {
   RecordFolder folder(path_);
   InstallRecord record;
   record.exitCode = 0;
-  record.began = std::chrono::system_clock::time_point(std::chrono::milliseconds(1'795'256'100'007));
+  record.time = "2026-11-21T10:15:00.007Z";
   ASSERT_TRUE(folder.append(record));
   const FileHandle reader = open(file("Update History.jsonl"), 0);
   ASSERT_TRUE(reader);
   EXPECT_TRUE(folder.append(record));
-  EXPECT_EQ(testing::readFile(file("Update History.2026-11-21T10.15.00.007Z.jsonl")), historyLine(record));
+  EXPECT_EQ(testing::readFile(file("Update History.2026-11-21T10.15.00.007Z.jsonl")), recordLine(record));
 }
 
 TEST_F(RecordFolderTest, WhatOthersMayHavePutThereIsMovedAsideAndKept) {
@@ -106,9 +106,9 @@ TEST_F(RecordFolderTest, WhatOthersMayHavePutThereIsMovedAsideAndKept) {
   for (const auto& plant :
        {std::function<void()>(plantFolder), {[this] { testing::writeFile(path_, "forged\n"); }}}) {
     plant();
-    EXPECT_EQ(recordFolderProblem(path_), kFolderNotTrusted);
+    EXPECT_EQ(checkRecordFolder(path_).error().code(), kFolderNotTrusted);
     EXPECT_TRUE(RecordFolder(path_).append({}));
-    EXPECT_EQ(recordFolderProblem(path_), 0U);
+    EXPECT_TRUE(checkRecordFolder(path_));
     EXPECT_FALSE(FileUtils::exists(file("Update History.jsonl")));
     EXPECT_EQ(asides(), ++moved);
     boost::filesystem::remove_all(FileUtils::toPath(path_));
@@ -120,7 +120,7 @@ TEST_F(RecordFolderTest, SaysOnceThatThereIsNoFolderAndTriesAgain) {
   testing::writeFile(path_, "in the way");
   RecordFolder folder(path_);
   InstallRecord record;
-  record.began = std::chrono::system_clock::now();
+  record.time = "2026-11-21T10:15:00.007Z";
   {
     const FileHandle holder = open(path_, FILE_SHARE_READ);
     EXPECT_FALSE(folder.prepare());
