@@ -12,6 +12,19 @@
 namespace zarn {
 namespace {
 
+/// Without log lines, as the record wants it also when all is well.
+std::string subjectOf(const Certificate& certificate) {
+  std::string subject;
+  for (const auto& [oid, label, words] : kSubjectFields) {
+    const std::uint32_t length = certificate.subjectAttribute(oid, nullptr, 0);
+    std::wstring text(length, L'\0');
+    if (length < 2 || certificate.subjectAttribute(oid, text.data(), length) == 0) continue;
+    text.resize(length - 1);
+    subject += (subject.empty() ? "" : ", ") + std::string(label) + "=" + StringUtils::utf16to8(text);
+  }
+  return subject;
+}
+
 void logSubject(const Certificate& certificate) {
   for (const SubjectField& field : kSubjectFields) {
     logLine(LogLevel::Debug, "Certificate %s: %s", field.words,
@@ -21,36 +34,41 @@ void logSubject(const Certificate& certificate) {
 
 }  // namespace
 
-TrustResult CheckCertificateIdentity(TrustApi& api, const std::wstring& path,
-                                     const ProfileSource& fetchProfile) {
+IdentityResult CheckCertificateIdentity(TrustApi& api, const std::wstring& path,
+                                        const ProfileSource& fetchProfile) {
   const auto signature = api.querySignature(path);
-  if (!signature) return TrustResult::refused(logWin32Error(LogLevel::Debug, "CryptQueryObject() failed"));
+  if (!signature) return {TrustResult::refused(logWin32Error(LogLevel::Debug, "CryptQueryObject() failed"))};
 
   std::uint32_t size = 0;
   if (!signature->signerInfo(nullptr, size)) {
-    return TrustResult::refused(logWin32Error(LogLevel::Debug, "CryptMsgGetParm() (Getting Size) failed"));
+    return {TrustResult::refused(logWin32Error(LogLevel::Debug, "CryptMsgGetParm() (Getting Size) failed"))};
   }
   std::unique_ptr<Certificate> certificate;  // released after the signer information that found it
   std::vector<std::byte> signer(size);
   if (!signature->signerInfo(signer.data(), size)) {
-    return TrustResult::refused(logWin32Error(LogLevel::Debug, "CryptMsgGetParm() failed"));
+    return {TrustResult::refused(logWin32Error(LogLevel::Debug, "CryptMsgGetParm() failed"))};
   }
   certificate = signature->findCertificate(signer);
   if (!certificate) {
-    return TrustResult::refused(logWin32Error(LogLevel::Debug, "CertFindCertificateInStore failed"));
+    return {TrustResult::refused(logWin32Error(LogLevel::Debug, "CertFindCertificateInStore failed"))};
   }
 
-  const std::string digest = digestText(HashCertificateSha256(*certificate));
-  const std::set<std::string> approved = fetchProfile();
+  IdentityResult answer{TrustResult::refused(kIdentityRefused)};
+  answer.signer.emplace().subject = subjectOf(*certificate);
+  const std::string& digest = answer.signer->digest = digestText(HashCertificateSha256(*certificate));
+  const std::optional<ApprovedDigests> approved = fetchProfile();
+  answer.profile = approved ? ProfileState::Had : ProfileState::NotHad;
+  answer.approvedDigests = approved ? approved->size() : 0;
   // A failed digest is empty text, and a malformed profile can hold empty text too.
-  if (!digest.empty() && approved.contains(digest)) {
+  if (approved && !digest.empty() && approved->contains(digest)) {
     logLine(LogLevel::Debug, "Certificate identity verified");
-    return TrustResult::verified();
+    answer.result = TrustResult::verified();
+    return answer;
   }
   logLine(LogLevel::Debug, "Certificate hash: %s", digest);
   logSubject(*certificate);
   logLine(LogLevel::Error, "Certificate couldn't be verified");
-  return TrustResult::refused(kIdentityRefused);
+  return answer;
 }
 
 std::string digestText(std::span<const std::uint8_t> digest) {

@@ -2,8 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
-#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -16,16 +14,15 @@ namespace zarn {
 /// The signer's certificate is not an approved one.
 inline constexpr std::uint32_t kIdentityRefused = 30005;
 
-/// Answers the approved digests; asked once for each check that gets that far.
-using ProfileSource = std::function<std::set<std::string>()>;
-
 /// Verified when the SHA-256 digest of the certificate that made the file's first
 /// signature, as 64 lower-case hexadecimal digits, is an approved one. Refused
 /// with kIdentityRefused when it is not, else with the Win32 error of the step
 /// that failed. Says nothing about the signature itself: that is
-/// CheckCertificateIntegrity().
-TrustResult CheckCertificateIdentity(TrustApi& api, const std::wstring& path,
-                                     const ProfileSource& fetchProfile);
+/// CheckCertificateIntegrity(). `fetchProfile` is asked once, after the digest is
+/// known; a check that fails before does not ask. The answer's signer is known from
+/// the moment the certificate is found, and its subject is read without log lines.
+IdentityResult CheckCertificateIdentity(TrustApi& api, const std::wstring& path,
+                                        const ProfileSource& fetchProfile);
 
 /// An attribute of a certificate's subject.
 struct SubjectField {

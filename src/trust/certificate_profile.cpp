@@ -1,6 +1,10 @@
 #include "trust/certificate_profile.h"
 
+#include <boost/property_tree/json_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
 #include <exception>
+#include <sstream>
+#include <stdexcept>
 #include <utility>
 
 #include "http/http_client.h"
@@ -11,6 +15,12 @@
 #include "util/type_name.h"
 
 namespace zarn {
+
+/// Named for the log line that shows its type.
+struct ProfileNestingError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 namespace {
 
 constexpr char kPath[] = "/api/zmscert/profile";
@@ -19,7 +29,47 @@ std::shared_ptr<HttpContext> transferAndWait(std::shared_ptr<HttpContext> contex
   return HttpClient::submit(std::move(context))->wait();
 }
 
+/// The JSON reader recurses at every bracket, so deep nesting would exhaust the
+/// stack and end the process before it could be refused. Brackets inside strings
+/// do not count. Up to the first error of syntax, where the reader stops, this
+/// sees the same strings as the reader does.
+void requireShallowNesting(const std::string& body) {
+  int depth = 0;
+  bool inString = false;
+  for (std::size_t i = 0; i < body.size(); ++i) {
+    const char c = body[i];
+    if (inString) {
+      if (c == '\\') ++i;  // whatever is escaped does not end the string
+      if (c == '"') inString = false;
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > kMaxProfileNesting) throw ProfileNestingError("nested too deeply");
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+}
+
 }  // namespace
+
+std::optional<ApprovedDigests> parseCertificateProfile(const std::string& body) {
+  try {
+    requireShallowNesting(body);
+    std::istringstream stream(body);
+    boost::property_tree::ptree tree;
+    boost::property_tree::read_json(stream, tree);
+    ApprovedDigests digests;
+    for (const auto& [key, child] : tree.get_child("certs")) digests.insert(child.data());
+    return digests;
+  } catch (const std::exception& error) {
+    quietly([&] {
+      logLine(LogLevel::Error, "Error: Could not read json data, exception: %s, type: %s",
+              printable(error.what()), typeName(error));
+    });
+    return std::nullopt;
+  }
+}
 
 CertificateProfileClient::CertificateProfileClient(std::string host, std::uint32_t timeoutSeconds,
                                                    std::string authorities)
@@ -31,25 +81,25 @@ CertificateProfileClient::CertificateProfileClient(std::string host, std::uint32
 CertificateProfileClient::CertificateProfileClient(std::string host, Transfer transfer)
     : host_(std::move(host)), transfer_(std::move(transfer)) {}
 
-std::set<std::string> CertificateProfileClient::fetch() const {
+std::optional<ApprovedDigests> CertificateProfileClient::fetch() const {
   if (!isHostWithOptionalPort(host_)) {
     logLine(LogLevel::Error, "Error: Could not receive json data, invalid account service host: %s",
             printable(host_));
-    return {};
+    return std::nullopt;
   }
   const auto response = receive();
-  if (!response) return {};
+  if (!response) return std::nullopt;
   // Unsigned, so that codes below 200 are far above 99.
   if (static_cast<std::uint32_t>(response->httpCode) - 200U > 99U) {
     logLine(LogLevel::Error, "Error: Could not receive json data, http code:  %d", response->httpCode);
-    return {};
+    return std::nullopt;
   }
   auto digests = parseCertificateProfile(response->body);
-  if (response->result != CURLE_OK && !digests.empty()) {
+  if (digests && response->result != CURLE_OK) {
     // What broke off may still read like a whole document.
     logLine(LogLevel::Error, "Error: Could not receive json data, transfer broke off: %s",
             curl_easy_strerror(response->result));
-    return {};
+    return std::nullopt;
   }
   return digests;
 }
@@ -77,7 +127,7 @@ std::shared_ptr<HttpContext> CertificateProfileClient::receive() const {
   return nullptr;
 }
 
-std::set<std::string> FetchCertificateProfile() {
+std::optional<ApprovedDigests> FetchCertificateProfile() {
   return CertificateProfileClient(accountServiceHost()).fetch();
 }
 

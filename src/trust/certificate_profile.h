@@ -5,14 +5,22 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <set>
+#include <optional>
 #include <string>
 
-#include "trust/profile_parser.h"
+#include "trust/trust_result.h"
 
 namespace zarn {
 
 class HttpContext;
+
+/// Brackets and braces of a profile may stand this deep in each other.
+inline constexpr int kMaxProfileNesting = 32;
+
+/// The digests under "certs" of the JSON text `body`, exactly as they stand there;
+/// nothing, and the reason logged at level Error, when it cannot be read. An empty
+/// list is a list. `body` may be anything; its size is the caller's to bound.
+[[nodiscard]] std::optional<ApprovedDigests> parseCertificateProfile(const std::string& body);
 
 /// Fetches the profile from one host. Keeps nothing between fetches; may be used
 /// from any thread.
@@ -33,9 +41,9 @@ class CertificateProfileClient {
   /// For tests: another way to transfer.
   CertificateProfileClient(std::string host, Transfer transfer);
 
-  /// The approved digests; empty, and the reason logged at level Error, when the
+  /// The approved digests; nothing, and the reason logged at level Error, when the
   /// profile cannot be had. Blocks until the transfer has ended, successfully or not.
-  [[nodiscard]] std::set<std::string> fetch() const;
+  [[nodiscard]] std::optional<ApprovedDigests> fetch() const;
 
  private:
   [[nodiscard]] std::shared_ptr<HttpContext> receive() const;
@@ -47,6 +55,6 @@ class CertificateProfileClient {
 };
 
 /// From the account service that accountServiceHost() names.
-[[nodiscard]] std::set<std::string> FetchCertificateProfile();
+[[nodiscard]] std::optional<ApprovedDigests> FetchCertificateProfile();
 
 }  // namespace zarn

@@ -13,27 +13,28 @@ const Unreadable* problemOf(const Stored<T>& stored) {
   return std::get_if<Unreadable>(&stored);
 }
 
-PolicyResult refuseUnreadable(const char* value, const Unreadable& problem) {
-  return PolicyResult::refused(fmt::format("the value {} cannot be read: {}", value, problem.reason));
+/// Why a bundle is refused; nothing when it is not.
+using Refusal = std::optional<std::string>;
+
+std::string unreadableValue(const char* value, const Unreadable& problem) {
+  return fmt::format("the value {} cannot be read: {}", value, problem.reason);
 }
 
-PolicyResult judgeProduct(const std::string& required, const std::string& product) {
-  if (product == required) return PolicyResult::allowed();
+Refusal judgeProduct(const std::string& required, const std::string& product) {
+  if (product == required) return std::nullopt;
   const std::string named = product.empty() ? "no product" : "the product \"" + printable(product) + "\"";
-  return PolicyResult::refused(
-      fmt::format("its version resource names {}, and not \"{}\"", named, printable(required)));
+  return fmt::format("its version resource names {}, and not \"{}\"", named, printable(required));
 }
 
-PolicyResult judgeVersion(const Stored<ProductVersion>& highest,
-                          const std::optional<ProductVersion>& version) {
+Refusal judgeVersion(const Stored<ProductVersion>& highest, const std::optional<ProductVersion>& version) {
   if (const auto* problem = problemOf(highest)) {
-    return refuseUnreadable(names::kHighestInstalledVersionValue.narrow, *problem);
+    return unreadableValue(names::kHighestInstalledVersionValue.narrow, *problem);
   }
-  if (!version) return PolicyResult::refused("it has no version number");
+  if (!version) return "it has no version number";
   const auto* const installed = std::get_if<ProductVersion>(&highest);
-  if (installed == nullptr || *version >= *installed) return PolicyResult::allowed();
-  return PolicyResult::refused(fmt::format("its version {} is lower than {}, which was installed before",
-                                           versionText(*version), versionText(*installed)));
+  if (installed == nullptr || *version >= *installed) return std::nullopt;
+  return fmt::format("its version {} is lower than {}, which was installed before", versionText(*version),
+                     versionText(*installed));
 }
 
 }  // namespace
@@ -45,10 +46,10 @@ UpdatePolicy builtInPolicy() {
 PolicyResult judgeByPolicy(const StoredPolicy& stored, const UpdatePolicy& builtIn,
                            const std::function<FileVersion()>& readBundle) {
   if (const auto* problem = problemOf(stored.requiredProduct)) {
-    return refuseUnreadable(names::kRequiredProductValue.narrow, *problem);
+    return PolicyResult::refused(unreadableValue(names::kRequiredProductValue.narrow, *problem));
   }
   if (const auto* problem = problemOf(stored.refuseOlder)) {
-    return refuseUnreadable(names::kRefuseOlderValue.narrow, *problem);
+    return PolicyResult::refused(unreadableValue(names::kRefuseOlderValue.narrow, *problem));
   }
   UpdatePolicy policy = builtIn;
   if (const auto* product = std::get_if<std::string>(&stored.requiredProduct)) {
@@ -57,14 +58,14 @@ PolicyResult judgeByPolicy(const StoredPolicy& stored, const UpdatePolicy& built
   if (const auto* refuses = std::get_if<std::uint32_t>(&stored.refuseOlder)) {
     policy.refusesOlder = *refuses != 0;
   }
-  if (policy.requiredProduct.empty() && !policy.refusesOlder) return PolicyResult::allowed();
+  const bool asksForProduct = !policy.requiredProduct.empty();
+  if (!asksForProduct && !policy.refusesOlder) return PolicyResult(std::nullopt);
 
   const FileVersion bundle = readBundle();
-  if (!policy.requiredProduct.empty()) {
-    auto judged = judgeProduct(policy.requiredProduct, bundle.product);
-    if (!judged.isAllowed()) return judged;
-  }
-  return policy.refusesOlder ? judgeVersion(stored.highestInstalled, bundle.number) : PolicyResult::allowed();
+  Refusal refusal;
+  if (asksForProduct) refusal = judgeProduct(policy.requiredProduct, bundle.product);
+  if (!refusal && policy.refusesOlder) refusal = judgeVersion(stored.highestInstalled, bundle.number);
+  return PolicyResult(std::move(refusal));
 }
 
 Stored<ProductVersion> asVersion(const Stored<std::string>& text) {

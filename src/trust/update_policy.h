@@ -18,6 +18,8 @@
 
 namespace zarn {
 
+struct StoredPolicy;
+
 struct UpdatePolicy {
   /// The product name that a bundle must have, letter by letter; empty for any.
   std::string requiredProduct;
@@ -28,10 +30,10 @@ struct UpdatePolicy {
 /// As it was chosen when the program was built.
 [[nodiscard]] UpdatePolicy builtInPolicy();
 
-/// Allowed, or refused with a sentence; there is no way to have one by default.
+/// Allowed, which only judgeByPolicy() can say, or refused with a sentence; there is
+/// no way to have one by default.
 class [[nodiscard]] PolicyResult {
  public:
-  static PolicyResult allowed() { return PolicyResult(std::nullopt); }
   static PolicyResult refused(std::string sentence) { return PolicyResult(std::move(sentence)); }
 
   [[nodiscard]] bool isAllowed() const noexcept { return !refusal_; }
@@ -40,6 +42,9 @@ class [[nodiscard]] PolicyResult {
   [[nodiscard]] const std::string& sentence() const { return refusal_.value(); }
 
  private:
+  friend PolicyResult judgeByPolicy(const StoredPolicy& stored, const UpdatePolicy& builtIn,
+                                    const std::function<FileVersion()>& readBundle);
+
   explicit PolicyResult(std::optional<std::string> refusal) : refusal_(std::move(refusal)) {}
 
   std::optional<std::string> refusal_;

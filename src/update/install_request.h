@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 
-#include "trust/signer_observer.h"
 #include "trust/trust_result.h"
 #include "trust/update_policy.h"
 #include "update/install_record.h"
@@ -17,13 +16,6 @@
 
 namespace zarn {
 
-/// What the identity check came to know, for the record.
-struct IdentityFacts {
-  std::optional<ObservedSigner> signer;
-  /// Whether there was a list of approved signers to look into.
-  bool profileWasHad = false;
-};
-
 /// What an install request needs of the rest of the service.
 struct InstallCollaborators {
   /// Opens a bundle for whoever asks, as zarn::openBundle() does.
@@ -31,7 +23,7 @@ struct InstallCollaborators {
   /// Whether the system trusts the signature of the file at a path; the log shows the second text.
   std::function<TrustResult(const std::wstring&, const std::wstring&)> checkIntegrity;
   /// Whether its signer is approved.
-  std::function<TrustResult(const std::wstring&, IdentityFacts&)> checkIdentity;
+  std::function<IdentityResult(const std::wstring&)> checkIdentity;
   /// Whether this machine's policy lets the file at a path (UTF-8) run.
   std::function<PolicyResult(const std::string&)> checkPolicy;
   /// Hears of the version of each update that took effect.

@@ -228,14 +228,13 @@ Status InstallRequest::runChecks(const std::wstring& path, const std::wstring& s
                                  InstallRecord& record) const {
   const TrustResult integrity = collaborators_.checkIntegrity(path, shownAs);
   if (!noteAnswer(record, Check::Integrity, integrity, Verdict::Refused)) return Status::SignatureRefused;
-  IdentityFacts facts;
-  const TrustResult identity = collaborators_.checkIdentity(path, facts);
-  if (facts.signer) {
-    record.signerDigest = facts.signer->digest;
-    record.signerSubject = facts.signer->subject;
+  const IdentityResult identity = collaborators_.checkIdentity(path);
+  if (identity.signer) {
+    record.signerDigest = identity.signer->digest;
+    record.signerSubject = identity.signer->subject;
   }
-  const Verdict refusal = facts.profileWasHad ? Verdict::Refused : Verdict::Failed;
-  if (!noteAnswer(record, Check::Identity, identity, refusal)) return Status::SignerRefused;
+  const Verdict refusal = identity.profile == ProfileState::Had ? Verdict::Refused : Verdict::Failed;
+  if (!noteAnswer(record, Check::Identity, identity.result, refusal)) return Status::SignerRefused;
   const PolicyResult policy = collaborators_.checkPolicy(StringUtils::utf16to8(path));
   if (policy.isAllowed()) return record.note(Check::Policy, Verdict::Passed), Status::Installed;
   record.note(Check::Policy, Verdict::Refused, policy.sentence());

@@ -10,7 +10,6 @@
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
 #include "trust/certificate_profile.h"
-#include "trust/signer_observer.h"
 #include "update/app_data_request.h"
 #include "update/install_request.h"
 #include "update/record_folder.h"
@@ -54,15 +53,8 @@ const InstallRequest& installRequest() {
             return CheckCertificateIntegrity(systemTrustApi(), path, shownAs);
           },
       .checkIdentity =
-          [](const std::wstring& path, IdentityFacts& facts) {
-            SignerObserver observer(systemTrustApi());
-            const TrustResult result = CheckCertificateIdentity(observer, path, [&facts] {
-              auto profile = FetchCertificateProfile();
-              facts.profileWasHad = !profile.empty();
-              return profile;
-            });
-            facts.signer = observer.signer();
-            return result;
+          [](const std::wstring& path) {
+            return CheckCertificateIdentity(systemTrustApi(), path, FetchCertificateProfile);
           },
       .checkPolicy = CheckUpdatePolicy,
       .installed = rememberInstalledVersion,

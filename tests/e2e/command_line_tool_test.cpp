@@ -86,10 +86,15 @@ TEST_F(CommandLineTool, NamesTheSignerAndWhetherTheProfileHoldsIt) {
   EXPECT_EQ(decoy["signer"]["digest"], stageSetting("decoy_digest"));
   EXPECT_EQ(decoy["profile"]["holdsSigner"], false);
 
-  setProfile("no profile");
-  const Json unknown = ask("verify", bundle("approved.exe"));
-  EXPECT_EQ(unknown["status"], 30005);
-  EXPECT_EQ(unknown["steps"][4]["verdict"], "failed");
+  for (const auto& [profile, verdict] :
+       {std::pair{"no profile", "failed"}, {R"({"certs": []})", "refused"}}) {
+    setProfile(profile);
+    const Json verified = ask("verify", bundle("approved.exe"));
+    EXPECT_EQ(verified["status"], 30005);
+    EXPECT_EQ(verified["steps"][4]["verdict"], verdict);
+    ask("install", bundle("approved.exe"));
+    EXPECT_EQ(recorded(lastRecord(), "identity"), verdict);
+  }
 }
 
 TEST_F(CommandLineTool, FindsTheServiceItsLogsAndItsLastOutcome) {

@@ -11,7 +11,7 @@
 namespace zarn::testing {
 namespace {
 
-using Set = std::set<std::string>;
+using Set = std::optional<ApprovedDigests>;  // nothing when it cannot be had
 
 const std::string kDigest = "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef";
 const std::string kNotReceived = "Error: Could not receive json data, ";
@@ -36,12 +36,12 @@ TEST(CertificateProfile, TakesTheValuesUnderCertsAsTheyStand) {
     return R"({"certs":["a"],"x":)" + std::string(depth - 1, '[') + std::string(depth - 1, ']') + "}";
   };
   const std::tuple<std::string, Set, std::string> table[] = {
-      {R"({"certs":[]})", {}, ""},
-      {R"({"certs":["b","a","b"],"other":{"certs":["c"]}})", {"a", "b"}, ""},
-      {R"({"certs":{"first":"a","second":"b"}})", {"a", "b"}, ""},
-      {R"({"certs":["ABCDEF"," a ",17]})", {"ABCDEF", " a ", "17"}, ""},
-      {R"({"certs":["\"{[","\\"],"x":")" + std::string(1000, '{') + R"("})", {"\"{[", "\\"}, ""},
-      {nested(32), {"a"}, ""},
+      {R"({"certs":[]})", ApprovedDigests{}, ""},
+      {R"({"certs":["b","a","b"],"other":{"certs":["c"]}})", {{"a", "b"}}, ""},
+      {R"({"certs":{"first":"a","second":"b"}})", {{"a", "b"}}, ""},
+      {R"({"certs":["ABCDEF"," a ",17]})", {{"ABCDEF", " a ", "17"}}, ""},
+      {R"({"certs":["\"{[","\\"],"x":")" + std::string(1000, '{') + R"("})", {{"\"{[", "\\"}}, ""},
+      {nested(32), {{"a"}}, ""},
       {nested(33), {}, kTooDeep},
       {"\"\\\\\"" + std::string(33, '['), {}, kTooDeep},  // the string ends after its backslash
       {R"({"certs":["a"]}x)", {}, kNotRead},
@@ -65,13 +65,13 @@ TEST(CertificateProfile, EveryServerIsAnsweredAsItDeservesAndTheNextGoodOneServe
   const auto fetchFrom = [&](const std::string& scenario) {
     return CertificateProfileClient(servers.host(scenario), 1, servers.file("ca")).fetch();
   };
-  EXPECT_EQ(fetchFrom("good"), Set{kDigest});
+  EXPECT_EQ(fetchFrom("good"), ApprovedDigests{kDigest});
   for (const auto& [scenario, error] : table) {
     SCOPED_TRACE(scenario);
     const RecordingLog log;
-    EXPECT_EQ(fetchFrom(scenario), Set{});
+    EXPECT_EQ(fetchFrom(scenario), std::nullopt);
     expectError(log, error);
-    EXPECT_EQ(fetchFrom("good"), Set{kDigest});
+    EXPECT_EQ(fetchFrom("good"), ApprovedDigests{kDigest});
     EXPECT_THAT(log.texts().back(),
                 ::testing::EndsWith("200 response from GET " + servers.url("good") + " (reused)"));
   }
@@ -106,7 +106,7 @@ TEST(CertificateProfile, OnlyAWholeResponseWithACodeFrom200To299Counts) {
   for (const auto& [httpCode, result, error] : table) {
     const RecordingLog log;
     ToldClient client{httpCode, result};
-    EXPECT_EQ(client.fetchFrom("h"), error.empty() ? Set{"a"} : Set{});
+    EXPECT_EQ(client.fetchFrom("h"), error.empty() ? Set(ApprovedDigests{"a"}) : std::nullopt);
     expectError(log, error);
   }
 }
@@ -115,7 +115,7 @@ TEST(CertificateProfile, TheRequestIsBoundedAndGoesToNothingButAHost) {
   for (const auto* good :
        {"a", "127-0-0-1.x.zarn.direct:8443", "10.0.0.1:1", "[::1]", "[::ffff:10.0.0.1]:65535"}) {
     ToldClient client;
-    EXPECT_EQ(client.fetchFrom(good), Set{"a"});
+    EXPECT_EQ(client.fetchFrom(good), ApprovedDigests{"a"});
     EXPECT_EQ(client.request->url, "https://" + std::string(good) + "/api/zmscert/profile");
     EXPECT_EQ(client.request->timeout, 60U);
     EXPECT_EQ(client.request->maxDownloadSize, 1 << 20);
@@ -127,7 +127,7 @@ TEST(CertificateProfile, TheRequestIsBoundedAndGoesToNothingButAHost) {
                           "[]"s,   "[::1"s, "[::1]x"s, "[a/b]"s,  "caf\xC3\xA9"s, std::string(254, 'a')}) {
     const RecordingLog log;
     ToldClient client;
-    EXPECT_EQ(client.fetchFrom(bad), Set{}) << bad;
+    EXPECT_EQ(client.fetchFrom(bad), std::nullopt) << bad;
     EXPECT_EQ(client.request, nullptr) << bad;
     expectError(log, kNotReceived + "invalid account service host: " + bad.substr(0, bad.find('\0')));
   }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "os/system_error.h"
+#include "trust/certificate_integrity.h"
 #include "trust/trust_api.h"
 
 namespace zarn::testing {
@@ -102,5 +103,11 @@ struct ScriptedTrustApi final : TrustApi {
     }
   };
 };
+
+/// "Verified", which a check alone can say. Logs what the check does.
+inline TrustResult verifiedByScript() {
+  ScriptedTrustApi api;
+  return CheckCertificateIntegrity(api, L"verified.exe");
+}
 
 }  // namespace zarn::testing

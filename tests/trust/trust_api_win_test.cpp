@@ -20,8 +20,6 @@
 namespace zarn::testing {
 namespace {
 
-using Set = std::set<std::string>;
-
 /// A program with a signature of zeros that claims to be `length` bytes long.
 std::string signedWithZeros(std::uint64_t length) {
   ProgramImage image(true);
@@ -67,7 +65,9 @@ TEST_F(SystemTrustApi, RefusesWhatNobodySignedAndKeepsNothingOpen) {
     EXPECT_FALSE(result.isVerified());
     EXPECT_TRUE(code == any || result.code() == code) << result.code();
     EXPECT_TRUE(log.contains(line)) << ::testing::PrintToString(log.texts());
-    EXPECT_FALSE(CheckCertificateIdentity(systemTrustApi(), file_, [] { return Set{""}; }).isVerified());
+    EXPECT_FALSE(CheckCertificateIdentity(systemTrustApi(), file_, [] {
+                   return ApprovedDigests{""};
+                 }).result.isVerified());
     EXPECT_TRUE(log.contains("CryptQueryObject() failed"));
     EXPECT_TRUE(open(GENERIC_READ, 0));
   }

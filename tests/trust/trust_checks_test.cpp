@@ -9,7 +9,6 @@
 #include "support/recording_log.h"
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
-#include "trust/signer_observer.h"
 
 namespace zarn::testing {
 namespace {
@@ -30,12 +29,13 @@ class TrustChecks : public ::testing::Test {
   }
 
   TrustResult integrity() { return CheckCertificateIntegrity(api_, L"a\nb.exe"); }
-  TrustResult identity(const std::set<std::string>& approved) {
+  IdentityResult check(const std::optional<ApprovedDigests>& approved) {
     return CheckCertificateIdentity(api_, L"a\nb.exe", [&] {
       api_.calls.emplace_back("fetch");
       return approved;
     });
   }
+  TrustResult identity(const ApprovedDigests& approved) { return check(approved).result; }
   void startFailing(const std::string& call, std::uint32_t lastError = 0) {
     api_.failingCall = call;
     api_.failure = lastError;
@@ -53,6 +53,7 @@ TEST_F(TrustChecks, WhatIsRightPassesAndEverythingIsReleasedLast) {
                                       "WinVerifyTrust", "release"));
   api_.calls.clear();
   EXPECT_TRUE(identity({"x", kDigest}).isVerified());
+  std::erase_if(api_.calls, [](const auto& call) { return call.starts_with("CertGetNameStringW"); });
   EXPECT_THAT(api_.calls, ElementsAre("CryptQueryObject", "CryptMsgGetParam (size)", "CryptMsgGetParam",
                                       "CertFindCertificateInStore", "CryptHashCertificate (size)",
                                       "CryptHashCertificate", "fetch", "release", "release"));
@@ -143,17 +144,29 @@ TEST_F(TrustChecks, WhatCannotBeReadIsEmptyAndNeverApproved) {
   }
 }
 
-TEST_F(TrustChecks, AnObserverNamesTheSignerAndNotWhoIsMerelyCarriedAlong) {
+TEST_F(TrustChecks, TheAnswerNamesTheSignerAndTellsAnEmptyProfileFromNone) {
+  // Who is merely carried along is never named.
   api_.carried.insert(api_.carried.begin(), {"CN=Decoy, 2", {0xFF}, {{"2.5.4.3", L"Decoy"}}});
-  for (const char* failing : {"", "CryptHashCertificate"}) {
+  const struct {
+    std::string failing;
+    std::optional<ApprovedDigests> approved;
+    std::optional<std::string> digest;
+    ProfileState profile;
+  } table[] = {{"", ApprovedDigests{kDigest, "x"}, kDigest, ProfileState::Had},
+               {"", ApprovedDigests{}, kDigest, ProfileState::Had},
+               {"", std::nullopt, kDigest, ProfileState::NotHad},
+               {"CryptHashCertificate", ApprovedDigests{""}, "", ProfileState::Had},
+               {"CertFindCertificateInStore", ApprovedDigests{""}, std::nullopt, ProfileState::NotAsked}};
+  for (const auto& [failing, approved, digest, profile] : table) {
     startFailing(failing);
-    SignerObserver observer(api_);
-    EXPECT_FALSE(observer.signer());
-    const auto fetch = [] { return std::set<std::string>{""}; };
-    EXPECT_FALSE(CheckCertificateIdentity(observer, L"x.exe", fetch).isVerified());
-    ASSERT_TRUE(observer.signer());
-    EXPECT_EQ(observer.signer()->digest, *failing == '\0' ? kDigest : "");
-    EXPECT_EQ(observer.signer()->subject, "CN=Zarn \xC3\x9C\n, O=Zarn, Inc., L=L, C=Z");
+    const IdentityResult answer = check(approved);
+    EXPECT_EQ(answer.result.isVerified(), approved && approved->contains(kDigest));
+    EXPECT_EQ(answer.profile, profile);
+    EXPECT_EQ(answer.approvedDigests, profile == ProfileState::Had ? approved->size() : 0);
+    ASSERT_EQ(answer.signer.has_value(), digest.has_value());
+    if (!digest) continue;
+    EXPECT_EQ(answer.signer->digest, *digest);
+    EXPECT_EQ(answer.signer->subject, "CN=Zarn \xC3\x9C\n, O=Zarn, Inc., L=L, C=Z");
   }
 }
 

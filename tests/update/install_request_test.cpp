@@ -9,6 +9,7 @@
 
 #include "os/handles_win.h"
 #include "support/recording_log.h"
+#include "trust/scripted_trust_api.h"
 #include "update/helper.h"
 #include "update/staged_installer.h"
 
@@ -34,15 +35,16 @@ class InstallRequestTest : public ::testing::Test {
  protected:
   InstallRequestTest() {
     FileUtils::copyFile(ZARN_TEST_HELPER, bundle_);
-    collaborators_.checkIntegrity = [](auto&, auto&) { return TrustResult::verified(); };
-    collaborators_.checkIdentity = [](auto&, auto&) { return TrustResult::verified(); };
-    collaborators_.checkPolicy = [](const std::string&) { return PolicyResult::allowed(); };
+    collaborators_.checkIntegrity = [this](auto&, auto&) { return verified_; };
+    collaborators_.checkIdentity = [this](auto&) { return IdentityResult{verified_}; };
+    collaborators_.checkPolicy = [](const std::string&) { return judgeByPolicy({}, {}, {}); };
     collaborators_.installed = [](const ProductVersion&) {};
     collaborators_.record = [this](const InstallRecord& record) { record_ = record; };
   }
 
   Status install() { return InstallRequest(collaborators_).Install({}, wide(bundle_), exitCode_); }
 
+  const TrustResult verified_ = testing::verifiedByScript();
   testing::RecordingLog log_;
   testing::TemporaryFolder folder_;
   const std::string bundle_ = folder_.appData / "bundle.exe";
@@ -56,16 +58,18 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
   const testing::HelperOrder order(1);
   testing::writeFile(folder_.temp / "dd_vcredist.log", "kept");
   const auto check = [this](const char* name) {
-    return [this, name](const std::wstring& path, auto&) {
+    return [this, name](const std::wstring& path, auto&...) {
       EXPECT_EQ(path, wide(staged_));
       EXPECT_EQ(logTagPrefix(), "[UpdateService/Install] ");
       EXPECT_FALSE(canBeChanged(staged_));
       EXPECT_FALSE(canBeChanged(bundle_));
       log_.submit(LogLevel::Debug, name);
-      return TrustResult::verified();
+      return IdentityResult{verified_};
     };
   };
-  collaborators_.checkIntegrity = check("integrity");
+  collaborators_.checkIntegrity = [look = check("integrity")](auto&... names) {
+    return look(names...).result;
+  };
   collaborators_.checkIdentity = check("identity");
   collaborators_.runOptions.readExitCode = [](void* process, std::uint32_t& code) {
     // The installer has ended; until now its file could not be changed either.
@@ -88,16 +92,20 @@ TEST_F(InstallRequestTest, RunsNothingThatACheckRefuses) {
   EXPECT_EQ(install(), Status::SignerRefused);
   EXPECT_EQ(record_.checks.at(static_cast<std::size_t>(Check::Policy)).detail, "it is older");
   int identityChecks = 0;
-  collaborators_.checkIdentity = [&](const std::wstring&, IdentityFacts& facts) {
-    facts = {ObservedSigner{"5e1f", "CN=Somebody"}, true};
-    ++identityChecks;
-    return TrustResult::refused(5);
-  };
-  EXPECT_EQ(install(), Status::SignerRefused);
-  EXPECT_EQ(record_.signerSubject, "CN=Somebody");
+  for (const auto& [profile, verdict] : {std::pair{ProfileState::NotAsked, Verdict::Failed},
+                                         {ProfileState::NotHad, Verdict::Failed},
+                                         {ProfileState::Had, Verdict::Refused}}) {
+    collaborators_.checkIdentity = [&, state = profile](const std::wstring&) {
+      ++identityChecks;
+      return IdentityResult{TrustResult::refused(5), Signer{"5e1f", "CN=Somebody"}, state};
+    };
+    EXPECT_EQ(install(), Status::SignerRefused);
+    EXPECT_EQ(record_.signerSubject, "CN=Somebody");
+    EXPECT_EQ(record_.checks.at(static_cast<std::size_t>(Check::Identity)).verdict, verdict);
+  }
   collaborators_.checkIntegrity = [](auto&, auto&) { return TrustResult::refused(0); };
   EXPECT_EQ(install(), Status::SignatureRefused);
-  EXPECT_EQ(identityChecks, 1);
+  EXPECT_EQ(identityChecks, 3);
   EXPECT_EQ(exitCode_, kUnset);
   EXPECT_FALSE(log_.contains("Create Process Success! Waiting for process to complete."));
 }
@@ -108,7 +116,7 @@ TEST_F(InstallRequestTest, ChecksACallersFileByTheNameThatItsHandleHas) {
   collaborators_.checkIntegrity = [&](const std::wstring& path, const std::wstring& shownAs) {
     checked.insert(checked.end(), {path, shownAs});
     EXPECT_FALSE(canBeChanged(bundle_));
-    return TrustResult::verified();
+    return verified_;
   };
   const InstallRequest request(collaborators_);
   EXPECT_EQ(request.checkCallersBundle(wide(bundle_)), Status::Installed);
