@@ -1,4 +1,3 @@
-#include <array>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -22,9 +21,6 @@ namespace {
 
 using FileUtils::HeldFolder;
 
-/// The error of a folder that is not looked for.
-const SystemError kNoFolder(ERROR_FILE_NOT_FOUND);
-
 /// A folder whose files are collected. It is held from the listing to the last copy:
 /// any user may choose where the logs lie, and exchange what lies there meanwhile.
 struct Place {
@@ -35,34 +31,27 @@ struct Place {
 };
 
 Place placeOf(std::string name, Result<HeldFolder> folder, bool (*isWanted)(std::string_view)) {
-  Result<std::vector<std::string>> files = failure(kNoFolder);
-  if (folder) {
-    files = filesIn(*folder);
-  } else {
-    files = failure(folder.error());
-  }
+  auto files = folder ? filesIn(*folder) : failure(folder.error());
   if (files) std::erase_if(*files, [&](const std::string& file) { return !isWanted(file); });
   return {std::move(name), std::move(folder), std::move(files)};
 }
 
-/// The record folder of this machine, or of logs that were collected before.
-Result<HeldFolder> holdRecord(const std::string& given) {
+/// The Logs folder, then what lies beside it and the record of this machine or of logs
+/// that were collected before.
+std::vector<Place> holdPlaces(const std::string& logFolder, const std::string& given) {
+  std::vector<Place> places;
+  auto logs = HeldFolder::hold(logFolder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow);
+  auto installers = logs ? logs->folder(names::kInstallerLogs.narrow) : failure(logs.error());
+  places.push_back(placeOf("", std::move(logs), isServiceLogName<char>));
+  places.push_back(placeOf(names::kInstallerLogs.narrow, std::move(installers), isInstallerLogName<char>));
   const RecordSource source = recordSource(given);
   // The Logs folder itself is no place apart.
-  if (source.folder == given) return failure(kNoFolder);
-  if (!source.usable) return failure(source.usable.error());
-  return HeldFolder::hold(source.folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
-}
-
-/// The Logs folder, then those beside it.
-using Places = std::array<Place, 3>;
-
-Places holdPlaces(const std::string& logFolder, const std::string& given) {
-  auto logs = HeldFolder::hold(logFolder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow);
-  auto installers = logs ? logs->folder(names::kInstallerLogs.narrow) : failure(kNoFolder);
-  return {placeOf("", std::move(logs), isServiceLogName<char>),
-          placeOf(names::kInstallerLogs.narrow, std::move(installers), isInstallerLogName<char>),
-          placeOf(names::kCollectedRecord.narrow, holdRecord(given), isRecordFile)};
+  if (source.folder == given) return places;
+  auto record = source.usable
+                    ? HeldFolder::hold(source.folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow)
+                    : failure(source.usable.error());
+  places.push_back(placeOf(names::kCollectedRecord.narrow, std::move(record), isRecordFile));
+  return places;
 }
 
 struct Collected {
@@ -86,7 +75,7 @@ Attempt<> addFile(Archive& archive, const Place& place, const std::string& file,
   return archive.addFile(entry, std::move(*stream));
 }
 
-Collected fill(Archive& archive, const Places& places) {
+Collected fill(Archive& archive, const std::vector<Place>& places) {
   Collected result;
   for (const Place& place : places) {
     // That there is none is usual.
@@ -141,7 +130,7 @@ bool isZipName(std::string_view path) {
 Answer runCollectLogs(const Arguments& arguments) {
   const std::string target = StringUtils::utf16to8(absolutePath(arguments.target));
   const std::string folder = serviceLogFolder(arguments.logs);
-  const Places places = holdPlaces(folder, arguments.logs);
+  const std::vector<Place> places = holdPlaces(folder, arguments.logs);
   if (const auto& logs = places.front().files; !logs) {
     return failed(ExitCode::LocalFailure, sentence("The log folder " + printable(folder) +
                                                    " cannot be read: " + systemErrorPhrase(logs.error())));
@@ -154,8 +143,7 @@ Answer runCollectLogs(const Arguments& arguments) {
   if (!archive) return notWritten(target, archive.error());
 
   const Collected collected = fill(**archive, places);
-  const std::string status =
-      runStatus({.logs = arguments.logs}).json.dump(2, ' ', false, Json::error_handler_t::replace);
+  const std::string status = runStatus(arguments).json.dump(2, ' ', false, Json::error_handler_t::replace);
   const Attempt<> completed =
       (*archive)->addText("status.json", status).and_then([&] { return (*archive)->finish(); });
   if (!completed) return notWritten(target, completed.error());

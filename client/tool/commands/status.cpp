@@ -18,7 +18,9 @@ constexpr std::int64_t kHistoryBytes = std::int64_t{64} << 20;
 }  // namespace
 
 Answer runStatus(const Arguments& arguments) {
-  ServiceReport report{.service = queryService(), .logFolder = serviceLogFolder(arguments.logs)};
+  ServiceReport report;
+  report.service = queryService();
+  report.logFolder = serviceLogFolder(arguments.logs);
   if (report.service && !report.service->program.empty()) {
     report.version = readFileVersion(report.service->program).productVersion;
   }

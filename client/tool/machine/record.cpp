@@ -77,8 +77,8 @@ RecordSource recordSource(const std::string& given) {
     return {mayBeFolder(collected) ? std::move(collected) : given, {}, true};
   }
   RecordSource source{recordFolderPath(), {}, false};
-  const std::uint32_t problem = recordFolderProblem(source.folder);
-  if (problem != 0 && !SystemError(problem).isNotFound()) source.usable = failure(problem);
+  source.usable = checkRecordFolder(source.folder);
+  if (!source.usable && source.usable.error().isNotFound()) source.usable = {};
   return source;
 }
 

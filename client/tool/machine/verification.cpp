@@ -55,9 +55,8 @@ class Verification {
   }
 
   bool open() {
-    auto opened = openBundle(path_);
-    if (!opened) return stop(Check::Open, Verdict::Failed, opened.error().code());
-    file_ = std::move(*opened);
+    file_ = openBundle(path_);
+    if (!file_) return stop(Check::Open, Verdict::Failed, SystemError::last().code());
     return pass(Check::Open, "plain file, held against writing");
   }
 

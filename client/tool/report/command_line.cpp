@@ -4,18 +4,23 @@
 #include <algorithm>
 
 #include "client/tool/report/text.h"
+#include "os/text.h"
+#include "update/status.h"
 #include "util/printable.h"
 #include "util/version.h"
 
 namespace zarn::tool {
 namespace {
 
+constexpr auto kInstallArgument =
+    os::joinedLiterals("The bundle, an .exe file of at most ", kMaximumBundleWords);
+
 constexpr Command kCommands[] = {
     {Verb::Check, "check", "Ask the service whether it would accept a bundle's signature and signer",
      "BUNDLE", "The bundle, a file the service can read", Extra::None,
      "Exit code 0 when the bundle is trusted, 1 when it is refused. Nothing is run or copied."},
     {Verb::Install, "install", "Have the service install a bundle, and wait for it", "BUNDLE",
-     "The bundle, an .exe file of at most 1 GiB", Extra::None,
+     kInstallArgument.text, Extra::None,
      "Installs of several callers run one after the other; each may take some ten minutes. Exit code 0\n"
      "also when a reboot is required or begins. Ctrl+C ends the wait, not the installation."},
     {Verb::SetAppData, "set-app-data", "Tell the service the media server's local application-data directory",
