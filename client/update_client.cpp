@@ -2,12 +2,18 @@
 
 #include <windows.h>
 
+#include <rpc.h>
+
 #include <utility>
 
-#include "client/guarded_call.h"
 #include "os/handles.h"
 #include "os/system_error.h"
 #include "update/interface/update_interface.h"
+#include "util/structured_exception.h"
+
+// The system's word on which exceptions are the process's own faults (an access
+// violation, say); in the import library but in no header.
+extern "C" int RPC_ENTRY RpcExceptionFilter(unsigned long code);
 
 namespace zarn::client {
 namespace {
@@ -79,6 +85,14 @@ RPC_STATUS bind(const std::wstring& endpoint, Binding& binding) noexcept {
   return status == RPC_S_OK ? askForSystem(binding.get()) : status;
 }
 
+/// The RPC runtime reports a failed call by a structured exception, and raises a fault of
+/// the server again in the client, with the server's code: any code can be one. What
+/// passes on is the system's list of faults that no program should live through, also one
+/// that a server's answer names: the two cannot be told apart by the code.
+bool mayComeFromServer(std::uint32_t code) {
+  return RpcExceptionFilter(code) != EXCEPTION_CONTINUE_SEARCH;
+}
+
 /// One call's arguments and answers; plain data, since a failed call leaves its
 /// frames without running destructors.
 struct Call {
@@ -112,7 +126,7 @@ Result<Call> perform(const std::wstring& endpoint, const std::wstring& path, voi
   Binding binding;
   if (const RPC_STATUS status = bind(endpoint, binding); status != RPC_S_OK) return failed(status);
   Call call{binding.get(), path.c_str(), 0, 0};
-  const std::uint32_t raised = callCatchingRpcExceptions(routine, &call);
+  const std::uint32_t raised = callCatching(routine, &call, mayComeFromServer);
   if (raised != 0) return failed(static_cast<RPC_STATUS>(raised));
   return call;
 }
