@@ -128,8 +128,9 @@ TEST(Tool, ShowsTheRecordThatCountsAndNoneThatOthersMayHaveWritten) {
       ASSERT_TRUE(folder.append(record));
     }
   }
+  const Json history = json({"history"}, 0);
   std::string times;
-  for (const Json& request : json({"history"}, 0)["requests"]) times += request["time"].get<std::string>();
+  for (const Json& request : history["requests"]) times += request["time"].get<std::string>();
   EXPECT_EQ(times, "123") << "of two files";
   EXPECT_EQ(json({"status"}, 3)["lastOutcome"]["time"], "3");
   boost::filesystem::remove_all(FileUtils::toPath(path));
