@@ -37,6 +37,8 @@ struct RpcTextTraits {
 };
 using RpcText = ScopedHandle<RpcTextTraits>;
 
+/// Sorts the runtime's codes by what a caller can do about them. What is not listed may
+/// mean anything, also that the service did its work.
 CallError failed(RPC_STATUS status) noexcept {
   const auto code = static_cast<std::uint32_t>(status);
   switch (status) {

@@ -18,7 +18,6 @@
 #include <utility>
 #include <variant>
 
-
 namespace zarn::client {
 
 // ---- Statuses of checkBundle and install; any other value is a Win32 error code.

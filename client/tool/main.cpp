@@ -52,6 +52,8 @@ Answer run(Verb verb, const Arguments& arguments) {
   return failed(ExitCode::WrongArguments, "There is no such command.");
 }
 
+/// Whatever goes wrong, the caller gets an exit code of ours and a sentence: a script must
+/// be able to tell a refusal from a tool that broke down.
 Answer runGuarded(const Invocation& invocation) {
   const Interruption interruption("Interrupted.");
   try {

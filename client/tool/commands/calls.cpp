@@ -18,6 +18,8 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kProgressInterval(250);
 
+/// In whole seconds, so that the line does not flicker. The service's state tells a long
+/// installation from a service that has gone.
 std::string progressText(milliseconds elapsed) {
   const auto service = queryService();
   const auto wholeSeconds = std::chrono::floor<std::chrono::seconds>(elapsed);
@@ -31,6 +33,7 @@ Answer runCheck(const Arguments& arguments) {
   const std::wstring bundle = absolutePath(arguments.target);
   if (auto problem = missingFile(bundle)) return *problem;
   const auto result = client::UpdateClient().checkBundle(bundle);
+  // The service is asked about after the call: what stands there now is what can be mended.
   if (!result.ok()) return noAnswer(result.error(), queryService());
   return checkAnswer(StringUtils::utf16to8(bundle), static_cast<Status>(result.value()));
 }
@@ -54,6 +57,7 @@ Answer runInstall(const Arguments& arguments) {
 }
 
 Answer runSetAppData(const Arguments& arguments) {
+  // An empty path is no path that could be missing: it takes the service's own folder back.
   const bool isReset = arguments.target.empty();
   const std::wstring directory = isReset ? std::wstring() : absolutePath(arguments.target);
   if (!isReset) {

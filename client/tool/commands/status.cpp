@@ -25,6 +25,7 @@ Answer runStatus(const Arguments& arguments) {
     report.version = readFileVersion(report.service->program).productVersion;
   }
   report.logFolderExists = mayBeFolder(report.logFolder);
+  // Read last: whatever else is shown, the outcome is the newest.
   report.history = readHistory(recordSource(arguments.logs), kStatusBytes);
   return statusAnswer(report);
 }

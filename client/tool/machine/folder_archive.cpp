@@ -55,6 +55,8 @@ class FolderArchive final : public Archive {
       }
     }
     const auto read = resultOf(std::ferror(file.get()) == 0);
+    // A file of which the rest is missing would pass for a whole one, so it goes; the
+    // archive itself is sound and goes on.
     if (!read) {
       target->reset();
       DeleteFileW(path.c_str());
@@ -84,6 +86,7 @@ class FolderArchive final : public Archive {
   Result<FileHandle> create(const fs::path& path) {
     boost::system::error_code ignored;
     fs::create_directories(path.parent_path(), ignored);
+    // CREATE_NEW: nobody else can have put a file, or a link to one, in this place.
     FileHandle file(
         CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (file) return file;

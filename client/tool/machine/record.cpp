@@ -87,6 +87,8 @@ Result<History> readHistory(const RecordSource& source, std::int64_t maximumByte
   RecordReader reader(source.folder, maximumBytes);
   History ran;
   History refused;
+  // Two files that follow one another are one sequence, whatever their times say; only
+  // sequences that were written side by side are merged.
   for (std::size_t i = 0; i < kRecordFiles.size(); ++i) {
     append(i < kRecordFiles.size() / 2 ? ran : refused, reader.read(kRecordFiles.at(i)));
   }

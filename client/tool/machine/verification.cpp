@@ -85,6 +85,8 @@ class Verification {
     return stop(Check::Integrity, Verdict::Refused, static_cast<std::uint32_t>(result->code()));
   }
 
+  /// Why the list of approved digests could not be had stands in the log alone: the first
+  /// error line of this check is its reason.
   bool identity() {
     const std::size_t errorsBefore = log_.errors().size();
     std::optional<IdentityResult> checked;

@@ -44,6 +44,7 @@ Problem problemOf(zip_error_t* error) {
 class ZipArchive final : public Archive {
  public:
   Attempt<> begin(const std::string& path) {
+    // There is no archive yet that could keep the error, so it has a place of its own.
     zip_error_t error;
     zip_error_init(&error);
     ZipSource target(zip_source_win32w_create(FileUtils::toPath(path).c_str(), 0, -1, &error));
@@ -75,6 +76,8 @@ class ZipArchive final : public Archive {
   }
 
   Attempt<> finish() override {
+    // All reading and writing happens here. An archive that could not be closed is still
+    // ours, and is discarded with its temporary file.
     if (zip_close(zip_.get()) != 0) return lastProblem();
     static_cast<void>(zip_.release());
     return {};

@@ -12,6 +12,7 @@
 namespace zarn::tool {
 namespace {
 
+// The lines of these texts are broken by hand, since the parser prints them as they are.
 constexpr auto kInstallArgument =
     os::joinedLiterals("The bundle, an .exe file of at most ", kMaximumBundleWords);
 
@@ -93,6 +94,8 @@ const Command* chosenCommand(const CLI::App& app) {
   return nullptr;
 }
 
+/// The arguments could not be read, so that the wish for JSON is looked for by hand:
+/// a script that asks for an object gets one also when it asks wrongly.
 Mistake mistake(const std::string& reason, const std::vector<std::string>& arguments) {
   const bool json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
   return {sentence("Wrong arguments: " + printable(reason) + "; see zarn-update --help"), json};
@@ -105,6 +108,7 @@ std::span<const Command> commands() noexcept {
 }
 
 CommandLine readCommandLine(const std::vector<std::string>& arguments) {
+  // The parser keeps references to it until it has read the last argument.
   Arguments read;
   CLI::App app(kSummary, "zarn-update");
   app.footer(kExitCodes);

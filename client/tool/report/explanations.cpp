@@ -14,6 +14,8 @@
 namespace zarn::tool {
 namespace {
 
+// What an installer's exit code means is often not what the same number means as an
+// error of the system, so each kind has its own rows.
 constexpr Explanation kInstallerRows[] = {
     {0, "ERROR_SUCCESS", "installed", "Nothing"},
     {259, "STILL_ACTIVE", "the installer was still running after ten minutes, and goes on",
@@ -104,6 +106,8 @@ constexpr Explanation kSystemRows[] = {
     {1467, "ERROR_RESTART_APPLICATION", "a program asks to be restarted", "Start it again"},
 };
 
+// Of the trust provider, of the checks of a chain and of the calls that take a signature
+// apart: what a refused bundle can show in the log and in its record.
 constexpr Explanation kTrustRows[] = {
     {0x800b0001, "TRUST_E_PROVIDER_UNKNOWN", "Windows has no trust provider for this",
      "Repair the Windows installation"},
@@ -179,6 +183,7 @@ constexpr Explanation kServiceExitRows[] = {
      "The last line of its log begins with FATAL ERROR and says why"},
 };
 
+// The same codes stand in the help and in the documentation, in other words.
 constexpr Explanation kToolExitRows[] = {
     {0, "", "done, or trusted", "Nothing"},
     {1, "", "refused or failed", "Read its output, or its --json keys status and meaning"},

@@ -18,6 +18,8 @@ std::string fileNameOf(const std::string& path) {
   return separator == std::string::npos ? path : path.substr(separator + 1);
 }
 
+/// A few words on what decided: why nothing was begun, else the check that did not pass,
+/// else what became of the installer.
 std::string outcomeOf(const InstallRecord& record) {
   if (!record.reason.empty()) return "not begun: " + record.reason;
   const CheckRecord* const check = decidingCheck(record);
@@ -72,6 +74,7 @@ History parseHistory(std::string_view text, bool isCut) {
       ++history.skipped;
     }
   }
+  // The cut may have fallen between two lines; then no line is torn, and none is forgiven.
   if (isCut && history.skipped > 0) --history.skipped;
   return history;
 }

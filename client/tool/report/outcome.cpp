@@ -8,6 +8,8 @@
 namespace zarn::tool {
 namespace {
 
+/// The RPC runtime says only that nobody answered; the service control manager knows more.
+/// A service that runs by now was starting or stopping a moment ago.
 std::string whyNotRunning(const Result<ServiceFacts>& service) {
   if (!service && isNotInstalled(service.error())) {
     return "The update service is not installed on this machine; run its setup program.";
@@ -39,6 +41,8 @@ std::string reasonOf(const client::CallError& error, const Result<ServiceFacts>&
                   (words.empty() ? "" : ", " + words));
 }
 
+/// A call that was cut off in the middle must not look like one that never began: whoever
+/// tries again after the first may install twice.
 ExitCode exitCodeOf(client::CallFailure failure) noexcept {
   if (failure == client::CallFailure::Interrupted) return ExitCode::Interrupted;
   if (failure == client::CallFailure::InvalidPath) return ExitCode::WrongArguments;
@@ -64,6 +68,7 @@ std::optional<std::uint32_t> installerExitCode(const client::InstallAnswer& answ
   return std::nullopt;
 }
 
+/// When an installer could not be started, its code is the system's error instead.
 std::string installerCodeInWords(std::uint32_t code) {
   const Explanation* const row = explain(CodeKind::Installer, CodeKind::System, code);
   return codeText(code) + (row == nullptr ? "" : ", " + std::string(row->meaning));
@@ -77,6 +82,7 @@ void describeVerdict(Answer& answer, Status status, const std::optional<std::str
     addStatus(answer, status, kTrustedMeaning, advice.value_or("Nothing"));
     return;
   }
+  // Every other answer is a refusal, also one that this version does not know.
   answer.exitCode = ExitCode::Refused;
   const StatusFacts* const facts = factsOf(status);
   addStatus(answer, status, facts != nullptr ? facts->meaning : "refused",

@@ -11,6 +11,8 @@ namespace {
 constexpr SystemError kNotInstalled(1060);     // ERROR_SERVICE_DOES_NOT_EXIST
 constexpr std::uint32_t kNeverStarted = 1077;  // ERROR_SERVICE_NEVER_STARTED
 
+/// What the service ended with is worth a word only once it has ended: the code stays the
+/// one of the last stop while it runs again.
 std::string stateInWords(const Result<ServiceFacts>& service) {
   if (!service) {
     return isNotInstalled(service.error()) ? "not installed"
@@ -65,6 +67,8 @@ bool isNotInstalled(SystemError error) noexcept {
 
 std::string programOfCommandLine(const std::string& commandLine) {
   if (commandLine.starts_with('"')) return commandLine.substr(1, commandLine.find('"', 1) - 1);
+  // Without quotation marks the program's path may have blanks, so the first of them does
+  // not end it; our program's name does.
   const std::size_t end = commandLine.find(".exe");
   return end == std::string::npos ? commandLine : commandLine.substr(0, end + 4);
 }
@@ -76,6 +80,8 @@ Answer statusAnswer(const ServiceReport& report) {
   if (!report.service) state = isNotInstalled(report.service.error()) ? "not installed" : "unknown";
 
   Answer answer;
+  // A record that cannot be read is shown as such and changes nothing of the exit code,
+  // which is about the service.
   answer.exitCode = facts.running ? ExitCode::Success : ExitCode::ServiceUnreachable;
   answer.json["state"] = state;
   answer.json["processId"] = facts.processId;

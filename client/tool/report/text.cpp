@@ -27,6 +27,7 @@ void trimEnd(std::string& text) {
 }  // namespace
 
 std::string sentence(std::string_view text) {
+  // The system's texts for errors have line breaks at their end and sometimes inside.
   std::string result;
   for (const char c : text) {
     const bool blank = c == '\n' || c == '\r' || c == ' ';
@@ -45,6 +46,7 @@ std::string fields(const std::vector<std::pair<std::string, std::string>>& rows)
   constexpr std::size_t column = 16;
   std::string result;
   for (const auto& [name, value] : rows) {
+    // The name stands in front of the value's first line only.
     std::string indent = padded(name + ":", column);
     std::size_t begin = 0;
     while (begin <= value.size()) {
@@ -79,6 +81,7 @@ std::string table(const std::vector<std::string>& headings,
 }
 
 std::string duration(std::int64_t milliseconds) {
+  // Times are cut and not rounded, so that no request is shown as longer than it was.
   if (milliseconds < 1000) return fmt::format("{} ms", milliseconds);
   const std::int64_t tenths = milliseconds / 100;
   if (tenths < 600) return fmt::format("{}.{} s", tenths / 10, tenths % 10);

@@ -7,6 +7,8 @@
 namespace zarn::tool {
 namespace {
 
+/// A detail can hold what the system says of the file or the author of its policy wrote:
+/// it is made printable for people, and scripts get it as it is.
 void addSteps(Answer& answer, const std::vector<CheckRecord>& steps) {
   std::vector<std::vector<std::string>> rows;
   answer.json["steps"] = Json::array();
@@ -26,6 +28,8 @@ void addSigner(Answer& answer, const VerificationReport& report) {
                                 {"Digest", signer ? signer->digest : "none"}});
 }
 
+/// Whether the account service was asked at all is told apart from a list that approves
+/// nobody: the first is a check that came earlier, the second a finding.
 void addProfile(Answer& answer, const VerificationReport& report) {
   const auto& profile = report.profile;
   answer.json["profile"] = {{"host", report.host},
@@ -52,6 +56,7 @@ Answer verificationAnswer(const std::string& bundle, const VerificationReport& r
   addSteps(answer, report.steps);
   addSigner(answer, report);
   addProfile(answer, report);
+  // The log comes last of the findings, since it is long and for whoever doubts them.
   answer.json["log"] = report.log;
   describeVerdict(answer, report.status, report.advice);
   return answer;
