@@ -18,8 +18,6 @@
 #include <utility>
 #include <variant>
 
-#include "os/system_error.h"
-
 namespace zarn::client {
 
 // ---- Statuses of checkBundle and install; any other value is a Win32 error code.

@@ -25,6 +25,8 @@ const char* reasonOf(const CallError& error) {
   return "the call failed";
 }
 
+/// A service that went away may have installed the update: whoever tries again at once
+/// could install it twice.
 int report(const CallError& error) {
   std::printf("%s (RPC status %lu)\n", reasonOf(error), static_cast<unsigned long>(error.rpcStatus));
   return error.failure == CallFailure::Interrupted ? 2 : 1;

@@ -1,0 +1,26 @@
+// Where the service keeps its records of install requests, and reading them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "client/tool/report/history.h"
+
+namespace zarn::tool {
+
+/// Whether a record folder's file is one of the usual four, or has a record for which
+/// another could not be written to.
+[[nodiscard]] bool isRecordFile(std::string_view name);
+
+/// The service's own record folder; when Logs of another place are `given`, the folder
+/// "Record" in there, which collect-logs makes, or else `given` itself. The service's
+/// own is refused (kFolderNotTrusted) when others may have written to it.
+[[nodiscard]] RecordSource recordSource(const std::string& given);
+
+/// The last `maximumBytes` of each file in the folder: of the requests for which an
+/// installer ran and the others, or of both in one file. Fails when there is none that
+/// can be read.
+[[nodiscard]] Result<History> readHistory(const RecordSource& source, std::int64_t maximumBytes);
+
+}  // namespace zarn::tool

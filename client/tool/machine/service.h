@@ -1,0 +1,26 @@
+// The update service as it is installed on this machine: its state, its environment
+// and its folders.
+#pragma once
+
+#include <string>
+
+#include "client/tool/report/service_state.h"
+#include "os/system_error.h"
+
+namespace zarn::tool {
+
+/// What the service control manager knows; fails when it gives no answer.
+[[nodiscard]] Result<ServiceFacts> queryService();
+
+/// Gives this process the product's and the proxies' variables of the machine and
+/// those set for the service alone, in place of this user's, so that what the tool
+/// works out is what the service would. Does nothing on a machine without the
+/// service. Not while other threads read the environment.
+void adoptServiceEnvironment();
+
+/// The service's Logs folder: the one of the account it runs as or of the current
+/// user, whichever has the service's newest log; its account's when neither has
+/// one. `given`, when not empty, is the answer. Adopts the service's environment.
+[[nodiscard]] std::string serviceLogFolder(const std::string& given);
+
+}  // namespace zarn::tool

@@ -1,0 +1,171 @@
+#include "client/tool/machine/verification.h"
+
+#include <windows.h>
+
+#include <optional>
+#include <utility>
+
+#include "client/tool/report/explanations.h"
+#include "client/tool/report/text.h"
+#include "os/error_text.h"
+#include "os/handles_win.h"
+#include "os/text.h"
+#include "trust/account_service_host.h"
+#include "trust/certificate_identity.h"
+#include "trust/certificate_integrity.h"
+#include "trust/certificate_profile.h"
+#include "trust/trust_result.h"
+#include "trust/update_policy.h"
+#include "update/install_record.h"
+#include "update/bundle.h"
+#include "util/string_utils.h"
+#include "util/structured_exception.h"
+
+namespace zarn::tool {
+namespace {
+
+constexpr auto kUseSmallerBundle = os::joinedLiterals("Use a bundle of at most ", kMaximumBundleWords);
+
+/// One file on its way through the checks. Each check notes how it ended and says
+/// whether the next one is to be made.
+class Verification {
+ public:
+  Verification(const std::wstring& path, const CapturedLog& log, TrustApi& api)
+      : path_(path), log_(log), api_(api) {}
+
+  VerificationReport run() {
+    report_.status = decide();
+    report_.host = accountServiceHost();
+    report_.log = log_.lines();
+    report_.steps = std::move(record_.checks);
+    // Nothing is copied here, so that this check cannot be made.
+    std::erase_if(report_.steps, [](const CheckRecord& step) { return step.name == nameOf(Check::Copy); });
+    return std::move(report_);
+  }
+
+ private:
+  Status decide() {
+    if (!open() || !size() || !extension()) return Status::Failed;
+    report_.signatureHolds = integrity();
+    if (!report_.signatureHolds) {
+      findSigner();
+      return Status::SignatureRefused;
+    }
+    return identity() && policy() ? Status::Installed : Status::SignerRefused;
+  }
+
+  bool open() {
+    auto file = openBundle(path_);
+    if (!file) return stop(Check::Open, Verdict::Failed, file.error().code());
+    file_ = std::move(*file);
+    return pass(Check::Open, "plain file, held against writing");
+  }
+
+  bool size() {
+    LARGE_INTEGER size{};
+    if (GetFileSizeEx(file_.get(), &size) != 0) report_.bytes = size.QuadPart;
+    if (!isAcceptableBundleSize(report_.bytes)) {
+      return stop(Check::Size, Verdict::Refused, std::string(kTooLarge), std::string(kUseSmallerBundle));
+    }
+    return pass(Check::Size,
+                report_.bytes < 0 ? "unknown" : fileSize(static_cast<std::uint64_t>(report_.bytes)));
+  }
+
+  bool extension() {
+    if (hasBundleExtension(path_)) return pass(Check::Extension, ".exe");
+    return stop(Check::Extension, Verdict::Refused, kNotExe, "Rename the file so that it ends in \".exe\"");
+  }
+
+  bool integrity() {
+    std::optional<TrustResult> result;
+    const std::uint32_t exception =
+        callCatching([&] { result = CheckCertificateIntegrity(api_, path_); }, catchEvery);
+    if (!result) return stopForException(Check::Integrity, exception);
+    // Not what the system compared: providers differ in that, and none says.
+    if (result->isVerified()) return pass(Check::Integrity, "accepted by the system");
+    return stop(Check::Integrity, Verdict::Refused, static_cast<std::uint32_t>(result->code()));
+  }
+
+  /// Why the list of approved digests could not be had stands in the log alone: the first
+  /// error line of this check is its reason.
+  bool identity() {
+    const std::size_t errorsBefore = log_.errors().size();
+    std::optional<IdentityResult> checked;
+    const std::uint32_t exception = callCatching(
+        [&] { checked = CheckCertificateIdentity(api_, path_, FetchCertificateProfile); }, catchEvery);
+    if (!checked) return stopForException(Check::Identity, exception);
+    noteSigner(*checked);
+    const bool isApproved = checked->result.isVerified();
+    if (checked->profile != ProfileState::NotAsked) report_.profile = {checked->approvedDigests, isApproved};
+    if (isApproved) return pass(Check::Identity, "the signer's digest is approved");
+    switch (checked->profile) {
+      case ProfileState::NotAsked:
+        return stop(Check::Identity, Verdict::Failed, static_cast<std::uint32_t>(checked->result.code()));
+      case ProfileState::NotHad:
+        return stop(Check::Identity, Verdict::Failed,
+                    "no approved digests to be had: " + log_.errors().at(errorsBefore),
+                    "Check the way to the account service, and Resources\\cacert.pem beside this program");
+      case ProfileState::Had:
+        break;
+    }
+    return stop(Check::Identity, Verdict::Refused, "the signer's digest is not approved",
+                "Use a bundle that an approved certificate signed, or have the digest approved");
+  }
+
+  bool policy() {
+    const PolicyResult result = CheckUpdatePolicy(StringUtils::utf16to8(path_));
+    if (result.isAllowed()) return pass(Check::Policy, "allowed on this machine");
+    return stop(Check::Policy, Verdict::Refused, result.sentence(),
+                "Use a bundle that this machine's policy allows");
+  }
+
+  /// Who signed is worth knowing also when the signature is refused. The answer of
+  /// this check is of no account: nobody is approved in it.
+  void findSigner() {
+    const auto find = [this] {
+      noteSigner(CheckCertificateIdentity(api_, path_, [] { return ApprovedDigests(); }));
+    };
+    static_cast<void>(callCatching(find, catchEvery));
+  }
+
+  void noteSigner(const IdentityResult& checked) {
+    if (checked.signer) report_.signer = {checked.signer->digest, checked.signer->subject};
+  }
+
+  bool pass(Check check, std::string detail) {
+    return record_.note(check, Verdict::Passed, std::move(detail));
+  }
+
+  bool stop(Check check, Verdict verdict, std::string detail, std::string advice) {
+    report_.advice = std::move(advice);
+    return record_.note(check, verdict, std::move(detail));
+  }
+
+  bool stop(Check check, Verdict verdict, std::uint32_t code) {
+    const Explanation* const row = explain(CodeKind::Trust, CodeKind::System, code);
+    if (row == nullptr) return stop(check, verdict, describeSystemError(code), "");
+    return stop(check, verdict, codeText(code) + ", " + std::string(row->meaning), std::string(row->advice));
+  }
+
+  /// The check broke off in the middle: what it held stays open as long as this process.
+  bool stopForException(Check check, std::uint32_t exception) {
+    return stop(check, Verdict::Failed, "the check failed inside the system: " + codeText(exception),
+                "Do not run the bundle; download it again");
+  }
+
+  const std::wstring& path_;
+  const CapturedLog& log_;
+  TrustApi& api_;
+  /// Keeps the file as it is from the first check to the last.
+  FileHandle file_;
+  InstallRecord record_;
+  VerificationReport report_;
+};
+
+}  // namespace
+
+VerificationReport verifyBundle(const std::wstring& path, const CapturedLog& log, TrustApi& api) {
+  return Verification(path, log, api).run();
+}
+
+}  // namespace zarn::tool

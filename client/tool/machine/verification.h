@@ -1,0 +1,67 @@
+// What the service would decide on a file, worked out in this process, and the log lines
+// that the service's own code writes while it is found out.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "client/tool/report/verification_report.h"
+#include "log/token_scrubber.h"
+#include "trust/trust_api.h"
+#include "util/logging.h"
+#include "util/mutex.h"
+
+namespace zarn::tool {
+
+/// The process's log from here on. Must outlive every thread that logs.
+class CapturedLog final : public LogSink {
+ public:
+  CapturedLog() {
+    setThreshold(LogLevel::Debug);
+    setLogSink(this);
+  }
+  CapturedLog(const CapturedLog&) = delete;
+  CapturedLog& operator=(const CapturedLog&) = delete;
+
+  void submit(LogLevel level, std::string_view message) override {
+    std::string line(message);
+    scrubTokens(line, false);  // as the service's own log would show it
+    const MutexLock lock(mutex_);
+    if (level == LogLevel::Error) errors_.push_back(line);
+    lines_.push_back(std::move(line));
+  }
+
+  [[noreturn]] void fatal(const std::string& message) override { throw FatalError(message); }
+
+  /// Every line so far, the errors included.
+  [[nodiscard]] std::vector<std::string> lines() const {
+    const MutexLock lock(mutex_);
+    return lines_;
+  }
+  [[nodiscard]] std::vector<std::string> errors() const {
+    const MutexLock lock(mutex_);
+    return errors_;
+  }
+
+  /// What ends the service ends only the command here.
+  struct FatalError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+  };
+
+ private:
+  mutable Mutex mutex_;
+  std::vector<std::string> lines_ ZARN_GUARDED_BY(mutex_);
+  std::vector<std::string> errors_ ZARN_GUARDED_BY(mutex_);
+};
+
+/// Makes the checks of an install request on one file, in its order, each but the size
+/// by the same function; nothing is copied or run. The first that is not passed decides.
+/// A structured exception inside a trust check is that check's failure. `log` is the
+/// process's log.
+[[nodiscard]] VerificationReport verifyBundle(const std::wstring& path, const CapturedLog& log,
+                                              TrustApi& api = systemTrustApi());
+
+}  // namespace zarn::tool

@@ -1,0 +1,43 @@
+// What the service control manager knows about the update service, in words.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "client/tool/report/answer.h"
+#include "client/tool/report/history.h"
+#include "os/system_error.h"
+
+namespace zarn::tool {
+
+struct ServiceFacts {
+  /// "running", "stopped" and so on, as people say it.
+  std::string state;
+  bool running = false;
+  std::uint32_t processId = 0;
+  /// Win32 error that the service reported with its last stop.
+  std::uint32_t exitCode = 0;
+  /// Full path of the program, and the account it runs as; empty when not to be had.
+  std::string program;
+  std::string account;
+};
+
+/// Whether the service control manager has no such service, which is one of the errors
+/// for which there are no facts.
+[[nodiscard]] bool isNotInstalled(SystemError error) noexcept;
+
+/// The path inside a service's command line, quoted or not; UTF-8.
+[[nodiscard]] std::string programOfCommandLine(const std::string& commandLine);
+
+/// All that `status` shows.
+struct ServiceReport {
+  Result<ServiceFacts> service;
+  /// Product version of the service's program; empty when it is not known.
+  std::string version;
+  std::string logFolder;
+  bool logFolderExists = false;
+  Result<History> history;
+};
+[[nodiscard]] Answer statusAnswer(const ServiceReport& report);
+
+}  // namespace zarn::tool
