@@ -307,7 +307,7 @@ TEST_F(ServiceLog, ScrubsAnnouncesAndKeepsAsManyFilesAsThePreferencesSay) {
 
 #ifdef _WIN32
 TEST_F(ServiceLog, SaysAtOnceWhyAPathIsNotUsedWhenNothingWillRotate) {
-  log_.setSynchronous(true);
+  preferences_.setBoolValue("LogSynchronous", true);
   log_.start("Test");
   log_.flush();
   FileUtils::setApplicationDataOverride("");
