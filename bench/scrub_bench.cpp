@@ -12,7 +12,6 @@
 #include <random>
 #include <span>
 
-#include "log/scrub_rules.h"
 #include "log/token_scrubber.h"
 #include "measure.h"
 

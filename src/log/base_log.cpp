@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "log/log_files.h"
-#include "log/log_item.h"
 #include "log/log_line.h"
 #include "log/log_queue.h"
 #include "log/network_log.h"
@@ -24,7 +23,13 @@
 
 namespace zarn {
 
+// Who owns what: the writer thread owns the rotation and everything that says "only for
+// whoever rotates"; the thread that writes a line, mostly the writer too, owns what
+// writeMutex guards. Callers reach the queue, the atomics and nothing else.
 struct BaseLog::State {
+  explicit State(const LogLimits& waits) noexcept : limits(waits) {}
+
+  const LogLimits limits;
   Mutex nameMutex;  ///< held for the whole of start()
   std::string baseName;
   std::atomic<bool> isNamed{false};  ///< baseName is set and does not change any more
@@ -106,7 +111,7 @@ LogQueue::Clock::time_point endOf(std::chrono::milliseconds limit) {
 
 }  // namespace
 
-BaseLog::BaseLog() : state_(std::make_unique<State>()) {}
+BaseLog::BaseLog(const LogLimits& limits) : state_(std::make_unique<State>(limits)) {}
 
 BaseLog::~BaseLog() {
   stopQuietly();
@@ -182,7 +187,7 @@ void BaseLog::writeAtOnce(const LogStamp& stamp, std::string_view prefix, std::s
   const bool mayHaveFile = state_->hasWriter.load(std::memory_order_acquire);
   std::optional<IoDeadline> deadline;
   if (mayHaveFile && !state_->isWriter(stamp.threadId))
-    deadline.emplace(kLogFileLimit);  // the writer has one
+    deadline.emplace(state_->limits.file);  // the writer has one
   writeLine(item);
 }
 
@@ -199,7 +204,7 @@ void BaseLog::fatal(const std::string& message) {
   // The process ends all the same, and the lines before this one are written even
   // when there is no memory for it.
   quietly([&] { submit(LogLevel::Error, "FATAL ERROR: " + message); });
-  quietly([this] { flush(kLastLinesLimit); });
+  quietly([this] { flush(state_->limits.lastLines); });
   os::endAfterFatalError();
 }
 
@@ -220,7 +225,7 @@ void BaseLog::setSynchronous(bool synchronous) noexcept {
 void BaseLog::writerMain() {
   State& state = *state_;
   state.writerThreadId.store(currentThreadId());
-  IoDeadline deadline(kLogFileLimit);
+  IoDeadline deadline(state.limits.file);
   guarded([this] { rotateAndReopen(); });
   deadline.disarm();
 
@@ -230,6 +235,7 @@ void BaseLog::writerMain() {
     writeBatch(batch.items(), deadline);
     deadline.disarm();
   }
+  // The order matters: whoever waits for the writer is woken last, when the file is closed.
   state.closeFile();
   state.writerThreadId.store(0);
   state.queue.finish();
@@ -276,6 +282,7 @@ bool BaseLog::writeLine(LogItem& item) {
   const FlagReset reset(state.writing);
   const MutexLock lock(state.writeMutex);
 
+  // First of all: what follows hands the message to others.
   scrubMessage(item.message);
   sendToCollector(state.network, item);
   onLineWritten();

@@ -11,22 +11,24 @@
 #include <string>
 #include <string_view>
 
+#include "util/io_deadline.h"
 #include "util/logging.h"
 
 namespace zarn {
 
-class IoDeadline;
 struct LogItem;
 struct LogStamp;
 class NetworkLog;
 
-/// A file that has reached this size is rotated after the line that did it. Bytes
-/// as handed to the C library: a line feed is one.
-inline constexpr std::uint64_t kMaximumLogFileBytes = 10'485'760;
-
 inline constexpr std::chrono::milliseconds kNoLimit = std::chrono::milliseconds::max();
 /// How long the end of the process waits for the last lines, and then for the writer.
 inline constexpr std::chrono::seconds kLastLinesLimit{5};
+
+/// How long the logger waits for a disk that may stand still.
+struct LogLimits {
+  std::chrono::milliseconds file = kLogFileLimit;         ///< for one line, or one rotation
+  std::chrono::milliseconds lastLines = kLastLinesLimit;  ///< before a fatal error ends the process
+};
 
 /// Before start(), and while synchronous, a line is written by the thread that
 /// logs it; otherwise by the writer thread. A written line is complete in the
@@ -35,15 +37,14 @@ inline constexpr std::chrono::seconds kLastLinesLimit{5};
 /// What the writer has not taken is bounded (log_queue.h): lines beyond are lost, and
 /// a line says how many. Memory that runs out costs a line, too, and nothing else.
 ///
-/// A write that does not return within kLogFileLimit (util/io_deadline.h) is cancelled
-/// and costs its line. The line after one that was not written whole, on a full disk,
-/// say, begins on a line of its own.
+/// A write that does not return within LogLimits::file is cancelled and costs its line. The line after one
+/// that was not written whole, on a full disk, say, begins on a line of its own.
 ///
 /// A line that comes while another one is being written outside the queue (from
 /// a second thread while synchronous, or from inside the writing itself) is lost.
 class BaseLog : public LogSink {
  public:
-  BaseLog();
+  explicit BaseLog(const LogLimits& limits = LogLimits());
   BaseLog(const BaseLog&) = delete;
   BaseLog& operator=(const BaseLog&) = delete;
   /// A derived class that was started calls stopQuietly() in its own destructor: the
@@ -80,7 +81,7 @@ class BaseLog : public LogSink {
   void disableNetworkLogging();
 
   void submit(LogLevel level, std::string_view message) final;
-  /// Waits no longer than kLastLinesLimit for the lines.
+  /// Waits no longer than LogLimits::lastLines for the lines.
   [[noreturn]] void fatal(const std::string& message) final;
   void countLost() noexcept final;
 

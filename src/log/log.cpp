@@ -1,6 +1,5 @@
 #include "log/log.h"
 
-#include <charconv>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -9,6 +8,7 @@
 #include "log/network_log.h"
 #include "log/token_scrubber.h"
 #include "os/process.h"
+#include "os/text.h"
 #include "util/file_utils.h"
 #include "util/io_deadline.h"
 #include "util/printable.h"
@@ -20,14 +20,13 @@ constexpr char kCollectorVariable[] = "ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR";
 constexpr char kMinutesVariable[] = "ZARN_MEDIA_SERVER_SYSLOG_MINUTES";
 
 std::optional<std::int32_t> parseMinutes(std::string_view text) {
-  std::int32_t minutes = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), minutes);
-  if (error != std::errc() || end != text.data() + text.size() || minutes < 1) return std::nullopt;
-  return minutes;
+  const auto minutes = os::parseNumber<std::int32_t>(text);
+  return minutes && *minutes >= 1 ? minutes : std::nullopt;
 }
 
 }  // namespace
 
+// Never destroyed: threads may log until the process has ended.
 Log& Log::instance() {
   static Log& log = []() -> Log& {
     Log& made = *std::make_unique<Log>().release();
@@ -45,6 +44,9 @@ void Log::moveToCurrentDirectory(const RunAs& runAs) {
   makeDirectories(runAs);
   requestRotation();
   log(LogLevel::Debug, "Log rotation requested.");
+  // Nothing rotates while lines are written by the threads that log them, and no new file
+  // would come to say it in.
+  if (isSynchronous()) logRefusedPath();
 }
 
 void Log::setFileOpenedRoutine(std::function<void()> routine) {
@@ -100,6 +102,7 @@ void Log::makeDirectories(const RunAs& runAs) {
 }
 
 void Log::initializePreferences() {
+  // Before the first reading, so that no change falls between the two.
   events().subscribe(kPreferencesModifiedEvent, *this);
   readLogPreferences();
 }
@@ -111,6 +114,7 @@ void Log::onPreferenceModified(const std::string& /*id*/) {
 void Log::readLogPreferences() {
   const MutexLock lock(readMutex_);
   const Preferences& store = preferences();
+  // Looked at by threads that log, without this lock; each flag stands for itself.
   logsMemoryUse_.exchange(store.getBool("LogMemoryUse"));
   showsTokens_.exchange(store.getBool("LogTokensForDebug"));
 
@@ -148,8 +152,13 @@ void Log::onFileOpened() {
     const MutexLock lock(routineMutex_);
     routine = fileOpenedRoutine_;
   }
+  // Called without the lock: the routine logs, and may set another one.
   if (routine) routine();
   // Only here: a path may be refused before there is a file to say so in.
+  logRefusedPath();
+}
+
+void Log::logRefusedPath() {
   const std::string refusal = FileUtils::takeRefusalOfAppDataPath();
   if (!refusal.empty()) log(LogLevel::Error, "%s", refusal);
 }

@@ -1,13 +1,11 @@
 #include "log/log_files.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <functional>
 #include <optional>
 #include <vector>
 
-#include "log/base_log.h"
 #include "log/log_line.h"
 #include "log/token_scrubber.h"
 #include "os/clock.h"
@@ -22,25 +20,28 @@ namespace {
 
 constexpr std::string_view kExtension = ".log";
 
-/// Takes `part` off the beginning of `text`, in any letters.
-bool take(std::string_view& text, std::string_view part) {
+// The file system may take names in any letters, so these are compared likewise.
+
+bool takeBegin(std::string_view& text, std::string_view part) {
   const bool begins = os::equalsIgnoringCase(text.substr(0, part.size()), part);
   if (begins) text.remove_prefix(part.size());
   return begins;
 }
 
+bool takeEnd(std::string_view& text, std::string_view part) {
+  const bool ends =
+      text.size() >= part.size() && os::equalsIgnoringCase(text.substr(text.size() - part.size()), part);
+  if (ends) text.remove_suffix(part.size());
+  return ends;
+}
+
 /// The number of the file that has this name; nothing for others.
 std::optional<std::size_t> numberOf(std::string_view fileName, std::string_view baseName) {
-  if (!take(fileName, baseName)) return std::nullopt;
-  std::string_view rest = fileName;
-  if (take(rest, kExtension) && rest.empty()) return 0;
-  if (!take(fileName, ".") || fileName.starts_with('0')) return std::nullopt;
-  std::size_t number = 0;
-  const auto [end, error] = std::from_chars(fileName.data(), fileName.data() + fileName.size(), number);
-  if (error != std::errc()) return std::nullopt;
-  fileName.remove_prefix(static_cast<std::size_t>(end - fileName.data()));
-  if (!take(fileName, kExtension) || !fileName.empty()) return std::nullopt;
-  return number;
+  if (!takeBegin(fileName, baseName) || !takeEnd(fileName, kExtension)) return std::nullopt;
+  if (fileName.empty()) return 0;
+  // A number with a zero in front is not one of ours: we would not find that file again.
+  if (!takeBegin(fileName, ".") || fileName.starts_with('0')) return std::nullopt;
+  return os::parseNumber<std::size_t>(fileName);
 }
 
 }  // namespace
@@ -63,9 +64,11 @@ bool rotate(const FileUtils::HeldFolder& folder, std::string_view baseName, std:
     if (number && *number <= last) numbers.push_back(*number);
   });
   if (!listed) return false;
+  // The highest number moves first, so that each finds the place above it free.
   std::sort(numbers.begin(), numbers.end(), std::greater<>());
   for (const std::size_t number : numbers) {
     const std::string source = name(baseName, number);
+    // A step that fails is logged and leaves its file; the others move all the same.
     if (number == last) {
       folder.remove(source);
     } else if (folder.exists(source)) {
@@ -92,6 +95,7 @@ void writeStartupCrash(std::string_view directory, std::string_view reason) {
   if (!folder) return;
   const auto file = folder->open(names::kStartupCrashLog.narrow, "w");
   if (!file) return;
+  // The reason may name what the environment or a preference said: it is scrubbed like a line.
   std::string text = logTimeText(os::wallTime().seconds) +
                      formatPrintf(": Failed to initialize logging: %s", printable(reason));
   scrubTokens(text, false);

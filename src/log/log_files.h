@@ -9,7 +9,13 @@
 
 #include "util/held_folder.h"
 
-namespace zarn::LogFiles {
+namespace zarn {
+
+/// A file that has reached this size is rotated after the line that did it. Bytes
+/// as handed to the C library: a line feed is one.
+inline constexpr std::uint64_t kMaximumLogFileBytes = 10'485'760;
+
+namespace LogFiles {
 
 /// "<base name>.log" for number 0, "<base name>.<n>.log" for others.
 [[nodiscard]] std::string name(std::string_view baseName, std::size_t number);
@@ -31,4 +37,5 @@ bool rotate(const FileUtils::HeldFolder& folder, std::string_view baseName, std:
 /// Writes "Startup Crash.log", one line that says why the logger could not start.
 void writeStartupCrash(std::string_view directory, std::string_view reason);
 
-}  // namespace zarn::LogFiles
+}  // namespace LogFiles
+}  // namespace zarn

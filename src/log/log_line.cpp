@@ -47,6 +47,7 @@ std::tm localCalendarTime(std::int64_t seconds) noexcept {
 }
 
 std::string logTimeText(std::int64_t seconds) {
+  // The program sets no locale: the months are the C library's English ones.
   const std::tm fields = localCalendarTime(seconds);
   std::array<char, kTimeBufferBytes> buffer{};
   const std::size_t length = std::strftime(buffer.data(), buffer.size(), "%b %d, %Y %H:%M:%S", &fields);
@@ -58,6 +59,7 @@ std::string_view LogLineRenderer::render(const LogItem& item) {
     timeText_ = logTimeText(item.time.seconds);
     renderedSeconds_ = item.time.seconds;
   }
+  // Clearing keeps the buffer, so that most lines need no memory of their own.
   if (line_.capacity() > kKeptLineBytes) std::string().swap(line_);
   line_.clear();
   line_ += timeText_;

@@ -1,4 +1,4 @@
-// How a line looks in the file:
+// A line on its way from the thread that logs it to the file, and how it looks there:
 //
 //   Nov 15, 2026 22:42:15.123 [4312] INFO - message
 #pragma once
@@ -8,9 +8,20 @@
 #include <string>
 #include <string_view>
 
-#include "log/log_item.h"
+#include "os/clock.h"
+#include "util/logging.h"
 
 namespace zarn {
+
+struct LogStamp {
+  LogLevel level = LogLevel::Info;
+  std::uint32_t threadId = 0;  ///< of the thread that logged
+  WallTime time;               ///< when it was logged, not when it is written
+};
+
+struct LogItem : LogStamp {
+  std::string message;  ///< UTF-8, formatted, context prefix included
+};
 
 /// "ERROR", "WARN", "INFO", "DEBUG" or "VERBOSE"; "?" for every other number.
 [[nodiscard]] std::string_view logLevelName(LogLevel level) noexcept;

@@ -25,6 +25,13 @@ constexpr std::chrono::hours kLongestWait{1};
 
 constexpr std::size_t kLongestNotice = 100;
 
+/// The memory of a message that a slot keeps for the next one beside its own; 0 for a
+/// text that lies in the string itself.
+std::size_t keptBytes(const std::string& message) noexcept {
+  const std::size_t inside = std::string().capacity();
+  return message.capacity() > inside ? message.capacity() : 0;
+}
+
 std::string lostNotice(std::uint64_t lines) {
   return formatPrintf("Log lines that were lost because the queue had no room for them: %llu", lines);
 }
@@ -71,6 +78,9 @@ void LogQueue::tryPush(const LogStamp& stamp, std::string_view prefix, std::stri
 }
 
 bool LogQueue::hasRoomFor(std::size_t bytes) const {
+  if (waiting_.count_ < waiting_.slots_.size()) {
+    bytes = std::max(bytes, keptBytes(waiting_.slots_[waiting_.count_].message));
+  }
   constexpr std::size_t items = 2 * sizeof(LogItem) + kLongestNotice;  // there may be a notice before it
   return waiting_.bytes_ + takenBytes_ + items + bytes <= kMaximumQueueBytes;
 }
@@ -84,16 +94,16 @@ LogItem& LogQueue::nextItem(const LogStamp& stamp) {
 }
 
 void LogQueue::keepItem(const LogItem& item) {
-  waiting_.bytes_ += sizeof(LogItem) + item.message.size();
+  waiting_.bytes_ += sizeof(LogItem) + std::max(item.message.size(), keptBytes(item.message));
   ++waiting_.count_;
 }
 
 bool LogQueue::flush(Clock::time_point end) {
   Lock lock(mutex_);
-  if (finished_) return true;
+  if (writerFinished_) return true;
   const std::uint64_t ticket = ++flushesAsked_;
   work_.notify_one();
-  while (!finished_ && flushesAnswered_ < ticket) {
+  while (!writerFinished_ && flushesAnswered_ < ticket) {
     if (!waitForNews(lock, end)) return false;
   }
   return true;
@@ -101,7 +111,7 @@ bool LogQueue::flush(Clock::time_point end) {
 
 bool LogQueue::waitForWriter(Clock::time_point end) {
   Lock lock(mutex_);
-  while (!finished_) {
+  while (!writerFinished_) {
     if (!waitForNews(lock, end)) return false;
   }
   return true;
@@ -115,6 +125,8 @@ bool LogQueue::waitForNews(Lock& lock, Clock::time_point end) {
   return true;
 }
 
+// The flag changes under the lock, which the writer holds from its look at the flag until
+// it sleeps: it cannot miss the wake-up.
 void LogQueue::stop() {
   const Lock lock(mutex_);
   stopping_.store(true, std::memory_order_release);
@@ -123,11 +135,13 @@ void LogQueue::stop() {
 
 void LogQueue::finish() {
   const Lock lock(mutex_);
-  finished_ = true;
+  writerFinished_ = true;
   drained_.notify_all();
 }
 
 bool LogQueue::take(Batch& batch) {
+  // The batch before is written. Its slots go back with the memory of their messages, but
+  // for what only a flood or a long line needed.
   for (LogItem& item : batch.items()) {
     if (item.message.capacity() > kKeptMessageBytes)
       std::string().swap(item.message);  // assigning would keep it
@@ -154,6 +168,7 @@ bool LogQueue::take(Batch& batch) {
 }
 
 void LogQueue::waitForWork(Lock& lock) {
+  // A writer that polls need not be woken, which would cost the thread that logs.
   if (pollsLeft_ > 0 && os::pollInterval().count() > 0) {
     --pollsLeft_;
     lock.waitFor(work_, os::pollInterval());

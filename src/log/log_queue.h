@@ -5,6 +5,10 @@
 // takes them, and the service must neither wait for that disk nor die of the memory:
 // what finds no room is lost, and the next line that finds some is preceded by one
 // that says how many were.
+//
+// Who wakes whom: producers wake the writer, but only one that sleeps, and only the first
+// of them; flush() and stop() wake it always. The writer wakes all who wait in flush()
+// and waitForWriter(), since each waits for something of its own.
 #pragma once
 
 #include <atomic>
@@ -16,12 +20,13 @@
 #include <string_view>
 #include <vector>
 
-#include "log/log_item.h"
+#include "log/log_line.h"
 #include "util/mutex.h"
 
 namespace zarn {
 
-/// What waits and what the writer has taken and not yet written: messages and items.
+/// What waits and what the writer has taken and not yet written: items and the memory of
+/// their messages.
 inline constexpr std::size_t kMaximumQueueBytes = std::size_t{64} * 1024 * 1024;
 
 class LogQueue {
@@ -34,8 +39,8 @@ class LogQueue {
    private:
     friend class LogQueue;
     std::vector<LogItem> slots_;
-    std::size_t count_ = 0;
-    std::size_t bytes_ = 0;  ///< as they count for the bound
+    std::size_t count_ = 0;  ///< the first so many slots hold items
+    std::size_t bytes_ = 0;  ///< of the items, as they count for the bound
   };
 
   LogQueue() = default;
@@ -88,16 +93,19 @@ class LogQueue {
   std::condition_variable work_;     ///< an item came, somebody flushes, or stopping
   std::condition_variable drained_;  ///< flushes were answered, or the writer finished
   Batch waiting_ ZARN_GUARDED_BY(mutex_);
-  std::size_t takenBytes_ ZARN_GUARDED_BY(mutex_) = 0;
-  bool writerSleeps_ ZARN_GUARDED_BY(mutex_) = false;
-  bool finished_ ZARN_GUARDED_BY(mutex_) = false;
-  int pollsLeft_ ZARN_GUARDED_BY(mutex_) = 0;
-  // Flushes are numbered: asked for, asked for when the writer last took items, answered.
+  std::size_t takenBytes_ ZARN_GUARDED_BY(mutex_) = 0;  ///< of the batch that is being written
+  bool writerSleeps_ ZARN_GUARDED_BY(mutex_) = false;   ///< nobody has woken it yet
+  bool writerFinished_ ZARN_GUARDED_BY(mutex_) = false;
+  int pollsLeft_ ZARN_GUARDED_BY(mutex_) = 0;  ///< until the writer may sleep
+  // Flushes are numbered. Those asked for when the writer took its batch are answered when
+  // it comes for the next one, for then all that was pushed before them is written; when
+  // it finds nothing to take, all are.
   std::uint64_t flushesAsked_ ZARN_GUARDED_BY(mutex_) = 0;
-  std::uint64_t flushesTaken_ ZARN_GUARDED_BY(mutex_) = 0;
+  std::uint64_t flushesTaken_ ZARN_GUARDED_BY(mutex_) = 0;  ///< asked when it last took items
   std::uint64_t flushesAnswered_ ZARN_GUARDED_BY(mutex_) = 0;
   std::atomic<bool> stopping_{false};
-  std::atomic<std::uint64_t> lost_{0};  ///< and not yet told
+  // Lines lost and not yet told. Grows without the lock; only a push that tells takes off it.
+  std::atomic<std::uint64_t> lost_{0};
 };
 
 }  // namespace zarn

@@ -6,7 +6,6 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/udp.hpp>
 #include <boost/system/system_error.hpp>
-#include <charconv>
 #include <ctime>
 #include <exception>
 #include <iterator>
@@ -16,6 +15,7 @@
 #include "log/log_line.h"
 #include "log/reachable_endpoint.h"
 #include "os/clock.h"
+#include "os/text.h"
 #include "util/exceptions.h"
 
 namespace zarn {
@@ -46,6 +46,8 @@ std::string sendingTime() {
 
 }  // namespace
 
+// Facility "local use 0" with the severity behind it: 16 * 8 + severity. Collectors are
+// set up for these numbers, odd as the last one is (see the header).
 std::uint32_t syslogPriority(LogLevel level) noexcept {
   switch (level) {
     case LogLevel::Error:
@@ -113,6 +115,7 @@ CollectorSocket::CollectorSocket(const std::string& host, std::uint16_t port)
   }
   connection_->endpoint = reachableEndpoint(endpoints);
   connection_->socket.open(connection_->endpoint.protocol());
+  // A full send buffer must cost the copy, not hold up the writer.
   connection_->socket.non_blocking(true);
 }
 
@@ -135,6 +138,7 @@ void NetworkLog::start(std::unique_ptr<CollectorSocket> socket, std::int64_t exp
 }
 
 void NetworkLog::stop() noexcept {
+  // Off before anything can fail: a socket that cannot be closed is not used again.
   expiry_ = kOff;
   const auto closing = std::move(socket_);
   quietly([&] {
@@ -152,18 +156,14 @@ std::optional<Collector> parseCollector(std::string_view text) {
   const std::size_t colon = text.rfind(':');
   if (colon == std::string_view::npos) return std::nullopt;
   std::string_view host = text.substr(0, colon);
-  const std::string_view digits = text.substr(colon + 1);
-
   if (host.starts_with('[') && host.ends_with(']')) {
     host = host.substr(1, host.size() - 2);
   } else if (host.find(':') != std::string_view::npos) {
     return std::nullopt;  // where the address ends cannot be told
   }
-  Collector collector{std::string(host), 0};
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), collector.port);
-  const bool isPort = error == std::errc() && end == digits.data() + digits.size() && collector.port != 0;
-  if (!isPort || host.empty()) return std::nullopt;
-  return collector;
+  const auto port = os::parseNumber<std::uint16_t>(text.substr(colon + 1));
+  if (!port || *port == 0 || host.empty()) return std::nullopt;
+  return Collector{std::string(host), *port};
 }
 
 }  // namespace zarn

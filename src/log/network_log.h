@@ -48,7 +48,8 @@ class CollectorSocket {
   std::unique_ptr<Connection> connection_;
 };
 
-/// The networked copy of one log: off until start(). Not for two threads at once.
+/// The networked copy of one log: off until start(). Owns its socket. Not for two threads
+/// at once: the logger holds its write lock around every call.
 class NetworkLog {
  public:
   /// Copies lines until `expiry`, in seconds since the epoch.
@@ -58,8 +59,8 @@ class NetworkLog {
   [[nodiscard]] bool isOn() const noexcept { return expiry_ != kOff && expiry_ != 0; }
   [[nodiscard]] bool isExpired(std::int64_t now) const noexcept { return now > expiry_; }
 
-  /// Sends one scrubbed line. A failure is nobody's business: the line still
-  /// goes to the file.
+  /// Sends one scrubbed line. A failure is passed over and nothing is sent again, since
+  /// the line still goes to the file.
   void send(LogLevel level, std::string_view baseName, std::string_view userName, std::string_view message);
 
  private:

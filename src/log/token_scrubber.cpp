@@ -10,8 +10,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "log/scrub_rules.h"
-
 // Nearly no line holds a marker, so the work is to find that out fast. One pass
 // looks for three kinds of byte pairs; every marker contains one. The kinds were
 // chosen by counting pairs in the service's own logs, in English text, in request
@@ -33,7 +31,14 @@ using RuleSet = std::uint32_t;
 
 constexpr std::size_t kRuleCount = kScrubRules.size();
 constexpr RuleSet kAllRules = (RuleSet{1} << kRuleCount) - 1;
-constexpr RuleSet kCrashKeyRules = kAllRules & ~((RuleSet{1} << kFirstCrashKeyRule) - 1);
+
+consteval RuleSet crashKeyRules() {
+  RuleSet rules = 0;
+  for (std::size_t rule = 0; rule < kRuleCount; ++rule) {
+    if (kScrubRules[rule].isCrashKey) rules |= RuleSet{1} << rule;
+  }
+  return rules;
+}
 
 // ---- Pairs -----------------------------------------------------------------------
 
@@ -179,10 +184,10 @@ inline __m128i pairLanes(const char* bytes) noexcept {
   return _mm_or_si128(_mm_or_si128(equal(kEndPair), equal(kNamePair)), equal(kArrowPair));
 }
 
-/// 16 columns of text; one byte more is read.
-class Look {
+/// The pairs that begin in 16 columns of text; one byte more is read.
+class PairScan {
  public:
-  explicit Look(const char* bytes) noexcept : even_(pairLanes(bytes)), odd_(pairLanes(bytes + 1)) {}
+  explicit PairScan(const char* bytes) noexcept : even_(pairLanes(bytes)), odd_(pairLanes(bytes + 1)) {}
 
   /// Not all zero when a pair begins at any of the columns.
   [[nodiscard]] __m128i any() const noexcept { return _mm_or_si128(even_, odd_); }
@@ -200,10 +205,10 @@ class Look {
 
 /// A bit for each of the 64 columns at which a pair begins; one byte more is read.
 inline std::uint64_t pairsInBlock(const char* bytes) noexcept {
-  const Look first(bytes);
-  const Look second(bytes + kColumns);
-  const Look third(bytes + 2 * kColumns);
-  const Look fourth(bytes + 3 * kColumns);
+  const PairScan first(bytes);
+  const PairScan second(bytes + kColumns);
+  const PairScan third(bytes + 2 * kColumns);
+  const PairScan fourth(bytes + 3 * kColumns);
   const __m128i any =
       _mm_or_si128(_mm_or_si128(first.any(), second.any()), _mm_or_si128(third.any(), fourth.any()));
   if (_mm_movemask_epi8(any) == 0) [[likely]]
@@ -248,7 +253,7 @@ void applyRule(const ScrubRule& rule, std::string& message) noexcept {
 }  // namespace
 
 void scrubTokens(std::string& message, bool crashKeysOnly) noexcept {
-  RuleSet rules = rulesIn(message) & (crashKeysOnly ? kCrashKeyRules : kAllRules);
+  RuleSet rules = rulesIn(message) & (crashKeysOnly ? crashKeyRules() : kAllRules);
   for (; rules != 0; rules &= rules - 1) {
     applyRule(kScrubRules[static_cast<std::size_t>(std::countr_zero(rules))], message);
   }

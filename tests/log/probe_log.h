@@ -24,7 +24,8 @@ using Lines = std::vector<std::string>;
 
 class ProbeLog final : public BaseLog {
  public:
-  explicit ProbeLog(std::string logDirectory) : directory(std::move(logDirectory)) {
+  explicit ProbeLog(std::string logDirectory, const LogLimits& limits = LogLimits())
+      : BaseLog(limits), directory(std::move(logDirectory)) {
     setThreshold(LogLevel::Verbose);
   }
   ~ProbeLog() override { stop(); }
@@ -43,6 +44,7 @@ class ProbeLog final : public BaseLog {
   std::function<void()> whileWriting = [] {};
   std::function<void()> whenOpened = [] {};
   std::function<void()> whenLookedUp = [] {};
+  std::function<void(std::string& message)> scrub = [](std::string&) {};
 
  protected:
   void createLogDirectories() override {
@@ -57,7 +59,7 @@ class ProbeLog final : public BaseLog {
   std::int32_t rotatedFileCount() override { return keptFiles; }
   std::string accountUserName() override { return "user"; }
   void onFileOpened() override { whenOpened(); }
-  void scrubMessage(std::string& /*message*/) override {}
+  void scrubMessage(std::string& message) override { scrub(message); }
 };
 
 /// The messages in file `number` of a log named "Test", without what stands before " - ".

@@ -4,13 +4,13 @@
 #include <algorithm>
 #include <string>
 
-#include "log/scrub_rules.h"
+#include "log/token_scrubber.h"
 
 namespace zarn::testing {
 
 inline void referenceScrub(std::string& message, bool crashKeysOnly) {
-  for (std::size_t rule = crashKeysOnly ? kFirstCrashKeyRule : 0; rule < kScrubRules.size(); ++rule) {
-    const auto& [marker, maskLength] = kScrubRules[rule];
+  for (const auto& [marker, maskLength, isCrashKey] : kScrubRules) {
+    if (crashKeysOnly && !isCrashKey) continue;
     std::size_t at = 0;
     while ((at = message.find(marker, at)) != std::string::npos) {
       at += marker.size();

@@ -17,14 +17,12 @@ std::string scrubbed(std::string text, bool crashKeysOnly = false) {
 
 TEST(TokenScrubber, MasksWhatFollowsEveryMarker) {
   const std::string value = "ABCDEFGHIJKLMNOPQRSTUVWX0123456789abcdef";
-  for (std::size_t i = 0; i < kScrubRules.size(); ++i) {
-    const auto& [marker, length] = kScrubRules[i];
+  for (const auto& [marker, length, _] : kScrubRules) {
     const std::string start(marker);
     const std::string masked(length, 'x');
     EXPECT_EQ(scrubbed(start), start);
     EXPECT_EQ(scrubbed(start + value), start + masked + value.substr(length));
-    const bool isCrashKey = i >= kFirstCrashKeyRule;
-    EXPECT_EQ(scrubbed(start + "abc", true), start + (isCrashKey ? "xxx" : "abc"));
+    EXPECT_EQ(scrubbed(start + "abc", true), start + (start.starts_with("sentry") ? "xxx" : "abc"));
   }
 }
 
@@ -45,7 +43,7 @@ TEST(TokenScrubber, EqualsRuleAfterRuleOnRandomLines) {
   const std::uint64_t seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937_64 random(seed);
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
   for (std::size_t i = 0; std::chrono::steady_clock::now() < end; ++i) {
     const std::string line = randomLine(random);
     const bool crashKeysOnly = i % 4 == 0;

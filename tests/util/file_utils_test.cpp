@@ -82,6 +82,12 @@ TEST(FileUtils, ApplicationDataDirectoryPrecedence) {
     EXPECT_EQ(FileUtils::applicationDataDirectory(), dir / "Zarn Media Server");
     EXPECT_EQ(FileUtils::takeRefusalOfAppDataPath(), "");
   }
+  // Behind the prefix that long paths get, the system resolves nothing.
+  preferredPath = dir.path();
+  for (int i = 0; i < 50; ++i) preferredPath += "/x/..";
+  EXPECT_TRUE(FileUtils::makeLogDirectory());
+  EXPECT_EQ(FileUtils::logDirectory(), dir / R"(Zarn Media Server\Logs)");
+  preferredPath = dir.path();
   setEnvironment("TMP", dir.path());
   EXPECT_EQ(FileUtils::applicationDataDirectory(false), home);
   setEnvironment("TMP", temp);

@@ -1,13 +1,13 @@
 #include "util/logging.h"
-#include "os/error_text.h"
-#include "util/log_win32_error.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <limits>
 
+#include "os/error_text.h"
 #include "support/recording_log.h"
+#include "util/log_win32_error.h"
 
 namespace zarn::testing {
 namespace {
@@ -28,7 +28,7 @@ TEST(Logging, FormatsWhatPassesAndNothingElse) {
                                        "plain=-2147483648|0|4294967295|c|a longer piece of text|(null)"));
 }
 
-TEST(Logging, Win32ErrorReportsTheErrorCurrentAtTheCall) {
+TEST(Logging, SystemErrorsAreThoseCurrentAtTheCall) {
   // A sink that disturbs the last error, as writing a file does.
   struct Disturbing final : LogSink {
     std::vector<std::string> texts;
@@ -41,8 +41,11 @@ TEST(Logging, Win32ErrorReportsTheErrorCurrentAtTheCall) {
   LogSink* const former = setLogSink(&sink);
   setLastSystemError(2);
   EXPECT_EQ(logWin32Error(LogLevel::Info, "Opening %s failed", "x"), 2U);
+  EXPECT_EQ(logSystemFailure(LogLevel::Info, SystemError(0x800b0100), "Checking failed"), 0x800b0100U);
   setLogSink(former);
-  EXPECT_THAT(sink.texts, ElementsAre("Opening x failed", "    Win32 Error: 2 " + systemErrorText(2)));
+  EXPECT_THAT(sink.texts,
+              ElementsAre("Opening x failed", "    Win32 Error: 2 " + systemErrorText(2), "Checking failed",
+                          "    Win32 Error: -2146762496 " + systemErrorText(0x800b0100)));
 }
 
 }  // namespace

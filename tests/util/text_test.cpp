@@ -1,12 +1,15 @@
-#include "util/printable.h"
-
 #include <gtest/gtest.h>
 
-namespace zarn {
+#include "support/recording_log.h"
+#include "util/printable.h"
+#include "util/string_utils.h"
+
+namespace zarn::testing {
 namespace {
 
+using namespace std::string_literals;
+
 TEST(Printable, KeepsTextAndEscapesWhatCouldForgeALine) {
-  using namespace std::string_literals;
   const std::pair<std::string, std::string> cases[] = {
       {"", ""},
       {R"(C:\Temp\bundle.exe)", R"(C:\Temp\bundle.exe)"},
@@ -54,5 +57,17 @@ TEST(Printable, CutsBetweenCharactersAndSaysTheWholeLength) {
   EXPECT_EQ(cutText("", 0), "");
 }
 
+#ifdef _WIN32
+TEST(StringUtils, ConvertsBothWaysAndRefusesWhatIsInvalidAsAWhole) {
+  const RecordingLog log;
+  const std::string beyondBasicPlane = "caf\xC3\xA9 \xF0\x9F\x8E\xAC";
+  EXPECT_EQ(StringUtils::utf16to8(StringUtils::utf8to16(beyondBasicPlane)), beyondBasicPlane);
+  EXPECT_EQ(StringUtils::utf8to16("ab\0cd"s), L"ab");
+  EXPECT_EQ(StringUtils::utf16to8(L"ab\0cd"s), "ab");
+  EXPECT_EQ(StringUtils::utf8to16("good \xC3( bad"), L"");
+  EXPECT_TRUE(log.contains("utf8to16: MultiByteToWideChar failed: 1113"));
+}
+#endif
+
 }  // namespace
-}  // namespace zarn
+}  // namespace zarn::testing
