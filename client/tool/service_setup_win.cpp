@@ -12,7 +12,7 @@
 #include "client/tool/service_query_win.h"
 #include "os/handles.h"
 #include "os/process.h"
-#include "prefs/query_string.h"
+#include "prefs/value_text.h"
 #include "util/file_utils.h"
 #include "util/path_judge.h"
 #include "util/product_names.h"
@@ -85,7 +85,7 @@ std::string identifierOf(std::string account) {
 
 std::string defaultAppDataPath() {
   const QueryString overrides(environmentVariable(names::kDefaultPreferencesVariable.narrow).value_or(""));
-  const std::string* const path = overrides.find("LocalAppDataPath");
+  const std::string* const path = overrides.find(names::kLocalAppDataPathValue.narrow);
   return path == nullptr ? std::string() : *path;
 }
 
@@ -99,7 +99,8 @@ bool isUsed(const std::string& path, const std::vector<std::string>& ownFolders)
 std::string logFolder(HKEY root, const std::string& prefix, const std::string& localAppData,
                       const std::vector<std::string>& ownFolders) {
   // A stored value wins over the override, an empty one too.
-  const auto stored = registryText(root, prefix + names::kPreferencesKey.narrow, "LocalAppDataPath");
+  const auto stored =
+      registryText(root, prefix + names::kPreferencesKey.narrow, names::kLocalAppDataPathValue.narrow);
   std::string base = stored ? *stored : defaultAppDataPath();
   if (base.empty() || !isUsed(base, ownFolders)) base = localAppData;
   return base.empty()

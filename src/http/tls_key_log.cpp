@@ -12,7 +12,7 @@ namespace zarn {
 namespace {
 
 FileUtils::ScopedFile openKeyLog() {
-  const std::string path = Preferences::instance().getString("TLSKeyLogPath");
+  const std::string path = Preferences::instance().get(preference::kTlsKeyLogPath);
   if (path.empty()) return nullptr;
   auto file = FileUtils::safeOpen(path, "ab", false, FileUtils::Links::Refuse);
   if (file) static_cast<void>(std::setvbuf(file.get(), nullptr, _IONBF, 0));

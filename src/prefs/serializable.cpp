@@ -23,6 +23,7 @@ void appendEscaped(std::string& out, std::string_view text) {
         out += "&quot;";
         break;
       default:
+        // Readers of elements turn a bare line break or tab in an attribute into a blank.
         if (c >= 0 && c < ' ') {
           out.append("&#").append(std::to_string(c)).append(";");
         } else {
@@ -61,7 +62,7 @@ void Serializable::serializeTo(ElementWriter& writer) const {
   writer.closeElement();
 }
 
-void Serializable::fillAttributes(const Preferences& /*store*/) {}
+void Serializable::fillAttributes(const PreferenceReader& /*store*/) {}
 
 void Serializable::setAttribute(std::string_view name, std::string_view value) {
   attributes_.insert_or_assign(std::string(name), std::string(value));

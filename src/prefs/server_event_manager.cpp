@@ -30,6 +30,7 @@ ServerEventManager::Sinks ServerEventManager::raise(std::string_view eventName) 
 }
 
 void ServerEventManager::notifyPreferencesModified(std::string_view id) {
+  // A copy is walked, without the lock: a sink may raise and subscribe itself.
   const std::string text(id);
   for (IServerEventSink* const sink : raise(kPreferencesModifiedEvent)) sink->onPreferenceModified(text);
 }

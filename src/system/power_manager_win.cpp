@@ -71,7 +71,7 @@ bool runPowerManagerRound(const PowerManagerState& state, const PowerManagerCall
   EXECUTION_STATE flags = ES_CONTINUOUS;
   if (!state.idle) {
     flags |= ES_SYSTEM_REQUIRED;
-    if (Preferences::instance().getBool("AwayModeSupported")) flags |= ES_AWAYMODE_REQUIRED;
+    if (Preferences::instance().get(preference::kAwayModeSupported)) flags |= ES_AWAYMODE_REQUIRED;
   }
   if (calls.setExecutionState(flags) == 0) {
     logLine(LogLevel::Error, "SetThreadExecutionState(%d) failed: 0x%x", static_cast<std::int32_t>(flags),

@@ -11,7 +11,7 @@ namespace zarn {
 void setLocalAppDataPath(std::wstring_view path) {
   const std::string text = StringUtils::utf16to8(path);
   logLine(LogLevel::Debug, "Setting Local Appdata Path: %s", printable(text));
-  Preferences::instance().setStringValue("LocalAppDataPath", text);
+  Preferences::instance().set(preference::kLocalAppDataPath, text);
   Log::instance().moveToCurrentDirectory([](const std::function<void()>& make) {
     if (!runAsCaller(make)) logWin32Error(LogLevel::Warn, "The caller lets nobody make folders in its name.");
   });
