@@ -14,7 +14,7 @@ namespace {
 constexpr char kThreadName[] = "WindowsPowerManagerThread";
 
 /// A failed wait returns at once; without a pause its log lines would fill the disk.
-constexpr DWORD kPauseAfterFailedWaitMs = 100;
+constexpr DWORD kPauseMillisecondsAfterFailedWait = 100;
 
 DWORD WINAPI powerManagerThread(void* argument) {
   const auto* const state = static_cast<const PowerManagerState*>(argument);
@@ -22,12 +22,13 @@ DWORD WINAPI powerManagerThread(void* argument) {
     // An exception must not leave the thread, and no failure ends it.
     try {
       try {
-        if (!runPowerManagerRound(*state, PowerManagerCalls::system())) Sleep(kPauseAfterFailedWaitMs);
+        if (!runPowerManagerRound(*state, PowerManagerCalls::system()))
+          Sleep(kPauseMillisecondsAfterFailedWait);
       } catch (const std::exception& error) {
         logLine(LogLevel::Error, "%s: %s, type: %s", kThreadName, printable(error.what()), typeName(error));
       }
     } catch (const std::exception&) {
-      Sleep(kPauseAfterFailedWaitMs);  // no memory for the line
+      Sleep(kPauseMillisecondsAfterFailedWait);  // no memory for the line
     }
   }
 }
@@ -80,4 +81,10 @@ bool runPowerManagerRound(const PowerManagerState& state, const PowerManagerCall
   return true;
 }
 
+namespace {
+
+// Starts the manager while the program that links this file initialises its static state.
+[[maybe_unused]] const bool isStarted = (startPowerManager(), true);
+
+}  // namespace
 }  // namespace zarn
