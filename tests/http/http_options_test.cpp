@@ -30,11 +30,11 @@ v CAINFO, ctx->cacert.empty() ? GetCertificateFile().c_str() : ctx->cacert.c_str
 p CUSTOMREQUEST, ctx->verb.c_str()=>PUT|H CUSTOMREQUEST, ctx->verb.c_str()=>HEAD
 d WRITEDATA, ctx->downloadFile|d RESUME_FROM_LARGE, size=>7
 b WRITEDATA, ctx.get()|b WRITEFUNCTION, simple_write_callback
-w WRITEDATA, ctx->userData=>null|w WRITEFUNCTION, ctx->writeCallback
+w WRITEDATA, ctx->userData|w WRITEFUNCTION, ctx->writeCallback
 F READFUNCTION, ctx->readCallback|F HTTPPOST, first
 f READDATA, ctx->uploadFile|f INFILESIZE_LARGE, ctx->uploadSize=>11
 R READDATA, ctx->readUserData|R READFUNCTION, ctx->readCallback|R INFILESIZE_LARGE, ctx->uploadSize=>11
-o POST, 1|o POSTFIELDSIZE_LARGE, ctx->uploadSize=>11|E INFILE, NULL=>null|E INFILESIZE, 0
+o POST, 1|o POSTFIELDSIZE_LARGE, ctx->uploadSize=>11|E INFILE, NULL|E INFILESIZE, 0
 V POST, 1|V POSTFIELDS, ctx->postData.c_str()=>posted
 V USERNAME, ctx->username.c_str()=>user|V PASSWORD, ctx->password.c_str()=>secret
 p UPLOAD, true=>1|H NOBODY, 1|V HTTPHEADER, ctx->slistHeaders|v RESOLVE, ctx->slistResolve
@@ -61,14 +61,11 @@ std::vector<std::string> callsFor(const std::string& features) {
 
 std::string textOf(const OptionValue& value) {
   if (const auto* number = std::get_if<std::int64_t>(&value)) return std::to_string(*number);
-  const auto* pointer = std::get_if<const void*>(&value);
-  if (pointer != nullptr) return *pointer == nullptr ? "null" : "pointer";
   const auto* chars = std::get_if<const char*>(&value);
   if (chars == nullptr) return "pointer";
   const std::string text = *chars == nullptr ? "null" : *chars;
-  return text == FileUtils::certificateFile()                 ? "own CA"
-         : text == std::string("ZarnMediaServer/") + kVersion ? "agent"
-                                                              : text;
+  if (text == FileUtils::certificateFile()) return "own CA";
+  return text == formatPrintf("ZarnMediaServer/%s", kVersion) ? "agent" : text;
 }
 
 TEST(HttpOptions, AreSetInOrderAndARefusalIsLoggedOrEndsTheRequest) {
@@ -132,7 +129,7 @@ TEST(HttpOptions, AreSetInOrderAndARefusalIsLoggedOrEndsTheRequest) {
 TEST(HttpOptions, DirectHosts) {
   const std::pair<const char*, const char*> cases[] = {
       {"https://10-0-0-5.abc.zarn.direct:8443/p?q#f", "10-0-0-5.abc.zarn.direct:8443:10.0.0.5"},
-      {"https://user:pw@10-0-0-5.zarn.direct:08443", "10-0-0-5.zarn.direct:8443:10.0.0.5"},
+      {"https://user:pw@10-0-0-5.zarn.direct:0843", "10-0-0-5.zarn.direct:843:10.0.0.5"},
       {"https://1-b-0-0-0-0-0-1.a.zarn.direct:1/", "1-b-0-0-0-0-0-1.a.zarn.direct:1:1:b:0:0:0:0:0:1"},
       {"https://10-0-0-5.abc.zarn.direct/p", ""},
       {"https://10-0-5.abc.zarn.direct:8443/p", ""},
