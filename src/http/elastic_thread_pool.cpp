@@ -59,6 +59,7 @@ void ElasticThreadPool::post(Task task) {
   idle_.taskQueued();
 }
 
+/// Tested once without the lock, which most posts then need not take.
 void ElasticThreadPool::growIfNeeded(std::size_t demand) {
   const auto tooFew = [&] { return demand > threadCount_ && threadCount_ < maxThreads_; };
   if (!tooFew()) return;
@@ -123,6 +124,7 @@ bool ElasticThreadPool::leave() {
   return true;
 }
 
+// A worker that leaves needs the lock, so that nobody may hold it while joining.
 void ElasticThreadPool::joinWorkers() {
   for (;;) {
     boost::thread worker;

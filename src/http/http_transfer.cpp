@@ -60,6 +60,7 @@ void addHeader(HttpContext& ctx, std::string_view line) {
   ctx.responseHeaders.emplace(line.substr(0, colon), trimmed(value, " \t"));
 }
 
+/// libcurl has refused a length over the request's limit by then.
 void reserveExpectedLength(HttpContext& ctx) {
   curl_off_t length = 0;
   if (curl_easy_getinfo(ctx.handle.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length) != CURLE_OK) return;
@@ -188,7 +189,7 @@ void judge(HttpContext& ctx) {
   }
 }
 
-/// The body has been decoded already.
+/// The body has been decoded already: whoever reads both would decode it twice.
 void removeGzipHeader(HttpContext& ctx) {
   std::erase_if(ctx.responseHeaders, [](const auto& header) {
     return os::equalsIgnoringCase(header.first, "Content-Encoding") && header.second == "gzip";

@@ -6,6 +6,8 @@
 namespace zarn::catalogue {
 namespace {
 
+// Preferences that no screen shows have no entry, and an empty summary says that the label
+// tells everything.
 // clang-format off
 constexpr Texts kTexts[] = {
     {"FriendlyName", "Friendly name", "The name that other devices show for this server. Empty stands for the computer's name."},
@@ -83,6 +85,7 @@ constexpr Texts kTexts[] = {
     {"AugmentationProviderEnvironment", "Augmentation provider environment", ""},
 };
 
+// A value is the text that is stored, whatever the type of its preference.
 constexpr Choice kChoices[] = {
     {"MusicSeparateAlbumTypes", "enabled", "Enabled"},
     {"MusicSeparateAlbumTypes", "disabled", "Disabled"},

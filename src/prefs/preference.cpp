@@ -20,6 +20,7 @@ std::string_view preferenceTypeText(PreferenceType type) noexcept {
     case PreferenceType::Text:
       break;
   }
+  // Also for a number that stands for no type.
   return "text";
 }
 
@@ -30,6 +31,8 @@ std::shared_ptr<MediaObject> MediaObject::createFromRow(Row row) const {
   return std::make_shared<MediaObject>(row.empty() ? std::string() : row.front());
 }
 
+// The constructors below write the default as text, whatever its type, and let the
+// administrator's override replace it.
 Preference::Preference(std::string identifier, PreferenceType type, std::string defaultText,
                        PreferenceFlags flags, std::string group, std::string featureId, std::string extra,
                        Overrides overrides)
@@ -83,6 +86,7 @@ Preference::Preference(std::string identifier, std::int32_t defaultInt, Preferen
   });
 }
 
+// The server keeps ports for itself: no settings screen shows them.
 Preference::Preference(std::string identifier, std::uint16_t defaultInt, PreferenceFlags /*flags*/,
                        std::string group, std::string featureId, std::string extra, Overrides overrides)
     : Preference(std::move(identifier), std::int32_t{defaultInt}, PreferenceFlags::Hidden, std::move(group),
@@ -133,6 +137,8 @@ void Preference::fillAttributes(const PreferenceReader& store) {
   }
 }
 
+// The constructor for texts makes the copy a text, and applies an override as it stands:
+// what the clone of a number answers is its default's text.
 std::shared_ptr<Preference> Preference::clone() const {
   return std::make_shared<Preference>(key(), defaultValue_.c_str(), flags_, group_, std::string(),
                                       std::string(), overrides_);
@@ -149,6 +155,7 @@ std::string Preference::defaultAsText() const {
 std::int32_t Preference::defaultAsInt() const {
   if (type_ != PreferenceType::Int) return 0;
   const auto value = parseInt(defaultValue_);
+  // The constructors cannot have made such a default; a derived class can.
   if (!value) throw ConversionError("the default of " + key() + " is no integer");
   return *value;
 }

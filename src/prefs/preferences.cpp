@@ -15,6 +15,7 @@ namespace zarn {
 namespace {
 
 constexpr std::string_view kTokenField = "X-Zarn-Token";
+/// Names of header fields have no case; those of arguments have.
 bool carriesToken(const PreferenceListRequest& request) {
   const auto isHeader = [](const auto& field) { return os::equalsIgnoringCase(field.first, kTokenField); };
   const auto isArgument = [](const auto& field) { return field.first == kTokenField; };
@@ -59,6 +60,8 @@ Preferences::Preferences(Preference::Overrides defaultOverrides, ServerEventMana
     : defaultOverrides_(std::move(defaultOverrides)), events_(events) {}
 
 void Preferences::registerCatalogue() {
+  // Recursive, and marked as built first: a row whose override is invalid logs, and the log
+  // reads preferences on this thread.
   const MutexLock lock(lock_);
   if (catalogueBuilt_) return;
   catalogueBuilt_ = true;
@@ -66,6 +69,7 @@ void Preferences::registerCatalogue() {
 }
 
 void Preferences::addPreference(std::shared_ptr<Preference> preference) {
+  // The last of two with one identifier is found; both are listed.
   preferences_.insert_or_assign(preference->key(), preference);
   registrationOrder_.push_back(std::move(preference));
 }
@@ -113,6 +117,7 @@ bool Preferences::setValue(std::string_view id, std::string_view text) {
   const auto preference = findPreference(id);
   if (!preference) return false;
   if (text.empty()) return removeValue(id);
+  // Thrown, since false would read as an unknown preference.
   const auto orThrow = [&](const auto& value) {
     if (!value) throw ConversionError("no value for " + preference->key() + ": " + printable(text));
     return *value;
@@ -199,6 +204,7 @@ std::vector<PreferenceChoice> Preferences::choices(std::string_view id,
 void Preferences::listPreferences(const PreferenceListRequest& request,
                                   std::vector<std::shared_ptr<Preference>>& out) const {
   const bool signedIn = !get(preference::kZarnOnlineToken).empty();
+  // The check judges the account behind a token; without one there is nothing to judge.
   const PreferenceAccessCheck* const check = carriesToken(request) ? request.accessCheck : nullptr;
   for (const auto& preference : registrationOrder_) {
     if (preference->has(PreferenceFlags::Private)) continue;

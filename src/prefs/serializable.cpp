@@ -36,6 +36,8 @@ void appendEscaped(std::string& out, std::string_view text) {
 }  // namespace
 
 void ElementWriter::openElement(std::string_view name, std::size_t attributeCount) {
+  // The settings screen asks for all preferences at once, so memory is taken for a whole
+  // element; longer attributes only cost another allocation.
   constexpr std::size_t usualAttributeBytes = 32;
   text_.reserve(text_.size() + name.size() + attributeCount * usualAttributeBytes);
   text_.append("<").append(name);
@@ -51,6 +53,7 @@ void ElementWriter::closeElement() {
   text_ += " />\n";
 }
 
+// The result is part of an interface in which other writers answer the text itself.
 std::string Serializable::serialize(ElementWriter& writer) const {
   serializeTo(writer);
   return {};

@@ -17,7 +17,8 @@ std::optional<std::string> TestPreferences::find(std::string_view id) const {
   return found->second;
 }
 
-// Announcements are made outside the lock, since sinks read preferences.
+// Values are kept as the text that setValue() would take. Announcements are made outside the
+// lock, since sinks read preferences.
 bool TestPreferences::store(std::string_view id, std::string text) {
   {
     const MutexLock lock(mutex_);

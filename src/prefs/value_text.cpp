@@ -54,6 +54,7 @@ std::optional<double> parseDouble(std::string_view text) noexcept {
   return os::parseNumber<double>(text);
 }
 
+// to_chars, since printf would write the decimal point of the user's language.
 std::string doubleText(double value) {
   std::array<char, 32> buffer{};  // sign, 17 digits, point, "e-308"
   const auto [end, error] =
@@ -65,12 +66,13 @@ std::string doubleText(double value) {
 QueryString::QueryString(std::string_view text) {
   while (!text.empty()) {
     const std::string_view pair = text.substr(0, text.find('&'));
+    // The sign goes with its pair, but for the last one, which has none.
     text.remove_prefix(pair.size() < text.size() ? pair.size() + 1 : pair.size());
     const std::string_view key = pair.substr(0, pair.find('='));
     if (key.empty()) continue;
     const std::string_view value =
         key.size() < pair.size() ? pair.substr(key.size() + 1) : std::string_view();
-    values_.emplace(decode(key), decode(value));
+    values_.emplace(decode(key), decode(value));  // keeps the first of two
   }
 }
 

@@ -69,6 +69,8 @@ T valueOr(const Result<T>& read, T fallback, const char* reader, std::string_vie
   return fallback;
 }
 
+/// Runs `change` on the key, which is opened for each change: a key that was removed
+/// meanwhile is made anew.
 template <typename Change>
 Result<void> changeValue(std::string_view id, const Change& change) {
   const auto name = wide(id);

@@ -33,6 +33,7 @@ DWORD WINAPI powerManagerThread(void* argument) {
   }
 }
 
+/// For the event as well as for the thread: whoever reads logs knows this one line.
 void logStartFailure() {
   logLine(LogLevel::Error, "CreateThread(WindowsPowerManagerThread) failed: 0x%x", GetLastError());
 }
@@ -59,6 +60,7 @@ PowerManagerState& powerManagerState() noexcept {
 void startPowerManager(const PowerManagerCalls& calls) {
   PowerManagerState& state = powerManagerState();
   state.wakeEvent = calls.createEvent();
+  // Without an event every wait of the thread fails, and says so in the log.
   if (state.wakeEvent == nullptr) logStartFailure();
   const KernelHandle thread(calls.createThread(powerManagerThread, &state));
   if (!thread) logStartFailure();
@@ -69,6 +71,7 @@ bool runPowerManagerRound(const PowerManagerState& state, const PowerManagerCall
     logLine(LogLevel::Error, "WaitForSingleObject failed: 0x%x", GetLastError());
     return false;
   }
+  // ES_CONTINUOUS alone takes back whatever an earlier round asked for.
   EXECUTION_STATE flags = ES_CONTINUOUS;
   if (!state.idle) {
     flags |= ES_SYSTEM_REQUIRED;

@@ -66,12 +66,15 @@ std::string formatOSVersion(std::uint32_t version) {
   return formatPrintf("%d.%d (Build %d)", version & 0xFFU, (version >> 8U) & 0xFFU, version >> 16U);
 }
 
+// A variable that is set to an empty text counts: that is how a text is left out.
 void getPlatformInfo(std::string& vendor, std::string& device, std::string& model) {
   vendor = environmentVariable("ZARN_MEDIA_SERVER_INFO_VENDOR").value_or("Microsoft");
   device = environmentVariable("ZARN_MEDIA_SERVER_INFO_DEVICE").value_or("PC");
   model = environmentVariable("ZARN_MEDIA_SERVER_INFO_MODEL").value_or(nativeModel());
 }
 
+// The version that the program's manifest names is the one to show: what runs above it
+// behaves as that version does.
 std::string getOSVersionString() {
   return formatOSVersion(GetVersion());
 }
