@@ -10,8 +10,8 @@
 #include <set>
 #include <thread>
 
-#include "http/curl_exception.h"
 #include "http/http_client.h"
+#include "http/libcurl.h"
 #include "measure.h"
 #include "os/system_error.h"
 

@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <string>
 
-#include "prefs/query_string.h"
+#include "prefs/value_text.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const zarn::QueryString query(std::string(reinterpret_cast<const char*>(data), size));

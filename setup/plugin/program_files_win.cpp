@@ -155,8 +155,8 @@ std::vector<fs::path> applicationDataFolders() {
     if (isUsable(judgeAppDataPath(StringUtils::utf16to8(folder), {}))) add(folder);
   };
   addStored(registryText(HKEY_USERS, std::wstring(L"S-1-5-18\\") + names::kPreferencesKey.wide,
-                         L"LocalAppDataPath"));
-  addStored(registryText(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath"));
+                         names::kLocalAppDataPathValue.wide));
+  addStored(registryText(HKEY_CURRENT_USER, names::kPreferencesKey.wide, names::kLocalAppDataPathValue.wide));
   std::wstring own(MAX_PATH, L'\0');
   const DWORD length = GetEnvironmentVariableW(L"LOCALAPPDATA", own.data(), MAX_PATH);
   own.resize(length < MAX_PATH ? length : 0);

@@ -26,7 +26,7 @@ ElasticThreadPool::ElasticThreadPool(std::size_t lowerBound, std::size_t maxThre
 ElasticThreadPool::~ElasticThreadPool() {
   inService_ = false;
   keepOpen_.reset();  // from here on the queue ends when it is empty
-  calls_.close();
+  idle_.close();
   joinWorkers();
   workQueue_->run();  // what was posted while the system made no threads
   joinWorkers();
@@ -43,22 +43,23 @@ void ElasticThreadPool::makeLowerBound() {
 
 void ElasticThreadPool::post(Task task) {
   const std::size_t demand = ++outstanding_;
-  calls_.announce();
+  idle_.taskComes();
   try {
     growIfNeeded(demand);
     boost::asio::post(*workQueue_, [this, task = std::move(task), poster = currentThreadId()] {
-      calls_.begin();
+      idle_.taskTaken();
       runTask(task, poster);
       --outstanding_;
     });
   } catch (...) {
-    calls_.withdraw();
+    idle_.taskWithdrawn();
     --outstanding_;
     throw;
   }
-  calls_.call();
+  idle_.taskQueued();
 }
 
+/// Tested once without the lock, which most posts then need not take.
 void ElasticThreadPool::growIfNeeded(std::size_t demand) {
   const auto tooFew = [&] { return demand > threadCount_ && threadCount_ < maxThreads_; };
   if (!tooFew()) return;
@@ -92,7 +93,7 @@ void ElasticThreadPool::work() {
     // Who would stay anyway sleeps without a deadline: nothing wakes an idle process.
     // When the pool has grown meanwhile, it is the others that leave.
     const bool stays = threadCount_ <= lowerBound_ && inService_;
-    if (calls_.sleep(stays ? std::nullopt : std::optional(idleTime_))) continue;
+    if (idle_.sleep(stays ? std::nullopt : std::optional(idleTime_))) continue;
     if (!mustStay(threadCount_) && leave()) return;
   }
 }
@@ -118,10 +119,12 @@ bool ElasticThreadPool::leave() {
       workers_.erase(self);
     }
   }
+  // Outside the lock: that thread may still be on its last steps.
   if (before.joinable()) before.join();
   return true;
 }
 
+// A worker that leaves needs the lock, so that nobody may hold it while joining.
 void ElasticThreadPool::joinWorkers() {
   for (;;) {
     boost::thread worker;

@@ -13,7 +13,7 @@
 #include <map>
 #include <memory>
 
-#include "http/worker_calls.h"
+#include "http/idle_workers.h"
 #include "util/mutex.h"
 
 namespace zarn {
@@ -64,11 +64,13 @@ class ElasticThreadPool {
 
   std::shared_ptr<boost::asio::io_context> workQueue_;
   boost::asio::executor_work_guard<boost::asio::io_context::executor_type> keepOpen_;
-  WorkerCalls calls_;
+  IdleWorkers idle_;
   Mutex mutex_;
+  // Every decision to add a worker, or to let one go, is taken under the mutex. Outside it
+  // the counters are read to see whether there is anything to decide.
   std::atomic<std::size_t> outstanding_{0};  ///< posted and not finished
-  std::atomic<std::size_t> threadCount_{0};
-  std::atomic<bool> inService_{true};
+  std::atomic<std::size_t> threadCount_{0};  ///< changes under the mutex
+  std::atomic<bool> inService_{true};        ///< until the destructor begins
   std::map<boost::thread::id, boost::thread> workers_ ZARN_GUARDED_BY(mutex_);
   /// The worker that left last: it cannot join itself, so the next one to leave, or
   /// the destructor, does. At most one ended thread waits so, however many come and go.

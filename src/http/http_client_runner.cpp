@@ -8,9 +8,8 @@
 #include <string>
 #include <utility>
 
-#include "http/curl_exception.h"
 #include "http/elastic_thread_pool.h"
-#include "http/http_completion.h"
+#include "http/http_transfer.h"
 #include "os/process.h"
 #include "util/exceptions.h"
 #include "util/logging.h"
@@ -111,6 +110,8 @@ void HttpClientRunner::run() noexcept {
   std::optional<LogTag> tag;
   quietly([&] { tag.emplace("HttpClient"); });
   while (!stopping_) {
+    // A turn sleeps in its poll until a transfer has work, submit() wakes it, or a minute
+    // has passed.
     if (turn()) continue;
     std::this_thread::sleep_for(kPauseAfterFailure);
     curl_multi_wakeup(multi_.get());  // for what was left undone: who waits for it has called already
@@ -184,6 +185,8 @@ void HttpClientRunner::reject(const Holder& ctx, const std::exception_ptr& reaso
   quietly([&] { logLine(LogLevel::Error, "Failed to add handle: %s", messageOf(reason)); });
 }
 
+// The easy handle holds the context by its private pointer, and so does `active_`, which the
+// stop of the runner walks: libcurl lists no handles. finish() gives both up.
 void HttpClientRunner::add(const Holder& ctx) {
   CURL* const handle = ctx->handle.get();
   auto holder = std::make_unique<Holder>(ctx);
@@ -220,6 +223,7 @@ void HttpClientRunner::complete(const Holder& ctx, CURLcode result) {
   pool_->post([ctx, result] { completeTransfer(ctx, result); });
 }
 
+// Whoever waits for a promise must not wait for a thread that has ended.
 void HttpClientRunner::abandonTransfers() {
   while (!active_.empty()) finish(active_.begin()->first, CURLE_ABORTED_BY_CALLBACK);
   std::list<Pending> left;

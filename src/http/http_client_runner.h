@@ -11,8 +11,8 @@
 #include <thread>
 #include <unordered_map>
 
-#include "http/curl_handles.h"
 #include "http/http_context.h"
+#include "http/libcurl.h"
 #include "util/mutex.h"
 
 namespace zarn {

@@ -22,7 +22,7 @@
 #include <utility>
 #include <vector>
 
-#include "http/curl_handles.h"
+#include "http/libcurl.h"
 #include "http/promise.h"
 
 namespace zarn {

@@ -1,15 +1,14 @@
 #include "http/http_options.h"
 
 #include <algorithm>
-#include <charconv>
 #include <limits>
 #include <new>
 #include <type_traits>
 #include <utility>
 
-#include "http/curl_exception.h"
-#include "http/http_callbacks.h"
+#include "http/http_transfer.h"
 #include "os/files.h"
+#include "os/text.h"
 #include "util/file_utils.h"
 #include "util/logging.h"
 #include "util/product_version.h"
@@ -51,6 +50,7 @@ class Options {
   const SetOption& setOption_;
 };
 
+/// Spelled as in the call's words in the log.
 std::string GetCertificateFile() {
   return FileUtils::certificateFile();
 }
@@ -88,6 +88,7 @@ void setBehaviour(const Options& options, const Context& ctx) {
 void setBodySink(const Options& options, const Context& ctx) {
   if (ctx->downloadFile != nullptr) {
     options.set(ZARN_OPTION(CURLOPT_WRITEDATA, ctx->downloadFile));
+    // A download that broke off goes on behind what the file holds.
     const std::int64_t size = os::seekToEnd(*ctx->downloadFile);
     if (size > 0) options.set(ZARN_OPTION(CURLOPT_RESUME_FROM_LARGE, size));
   } else if (ctx->writeCallback == nullptr) {
@@ -134,6 +135,7 @@ void setForm(const Options& options, const Context& ctx) {
   options.set(ZARN_OPTION(CURLOPT_HTTPPOST, first));
 }
 
+/// A POST from a source of the caller's own; without its length libcurl would send chunks.
 void setPostSize(const Options& options, const Context& ctx) {
   if (ctx->verb != "POST") return;
   options.set(ZARN_OPTION(CURLOPT_POST, 1));
@@ -302,13 +304,12 @@ std::optional<std::string> directResolveEntry(std::string_view url) {
   std::string address = host.substr(0, host.find('.'));
   const auto hyphens = std::count(address.begin(), address.end(), '-');
   if (hyphens != 3 && hyphens != 7) return std::nullopt;
+  // An IPv4 address has four numbers, a complete IPv6 address eight; nothing else is guessed.
   std::replace(address.begin(), address.end(), '-', hyphens == 3 ? '.' : ':');
 
-  const std::string portText = partOf(parsed, CURLUPART_PORT);
-  std::uint16_t port = 0;
-  const auto read = std::from_chars(portText.data(), portText.data() + portText.size(), port);
-  if (read.ec != std::errc()) return std::nullopt;
-  return host + ":" + std::to_string(port) + ":" + address;
+  const auto port = os::parseNumber<std::uint16_t>(partOf(parsed, CURLUPART_PORT));
+  if (!port) return std::nullopt;
+  return host + ":" + std::to_string(*port) + ":" + address;
 }
 
 }  // namespace zarn

@@ -121,6 +121,7 @@ class Promise : public std::enable_shared_from_this<Promise<T>> {
     std::shared_ptr<Promise> self;
     std::vector<Continuation> continuations;
   };
+  /// Wakes the waiters, who wait for the lock then, and takes what is to run without it.
   [[nodiscard]] Settled announce() ZARN_REQUIRES(mutex_) {
     condition_.notify_all();
     if (continuations_.empty()) return {};
@@ -129,13 +130,13 @@ class Promise : public std::enable_shared_from_this<Promise<T>> {
 
   void run(const std::vector<Continuation>& continuations) noexcept;
 
-  std::vector<Continuation> continuations_ ZARN_GUARDED_BY(mutex_);
+  std::vector<Continuation> continuations_ ZARN_GUARDED_BY(mutex_);  ///< while unsettled
   Mutex mutex_;
-  std::condition_variable condition_;
+  std::condition_variable condition_;  ///< signalled once, to all who wait
   std::optional<T> value_ ZARN_GUARDED_BY(mutex_);
   bool resolved_ ZARN_GUARDED_BY(mutex_) = false;
   std::exception_ptr exception_ ZARN_GUARDED_BY(mutex_);
-  bool exceptionHandled_ ZARN_GUARDED_BY(mutex_) = false;
+  bool exceptionHandled_ ZARN_GUARDED_BY(mutex_) = false;  ///< somebody was thrown it
 };
 
 template <typename T>
@@ -153,7 +154,7 @@ void Promise<T>::run(const std::vector<Continuation>& continuations) noexcept {
 
 template <typename T>
 Promise<T>::~Promise() noexcept {
-  // No lock: the last owner is gone.
+  // No lock: the last owner is gone, so that no other thread can know the promise.
   try {
     if (!resolved_ && exception_ == nullptr) reject(std::make_exception_ptr(LostException()));
     if (exception_ != nullptr && !exceptionHandled_) std::rethrow_exception(exception_);

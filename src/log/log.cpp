@@ -115,19 +115,19 @@ void Log::readLogPreferences() {
   const MutexLock lock(readMutex_);
   const Preferences& store = preferences();
   // Looked at by threads that log, without this lock; each flag stands for itself.
-  logsMemoryUse_.exchange(store.getBool("LogMemoryUse"));
-  showsTokens_.exchange(store.getBool("LogTokensForDebug"));
+  logsMemoryUse_.exchange(store.get(preference::kLogMemoryUse));
+  showsTokens_.exchange(store.get(preference::kLogTokensForDebug));
 
   LogLevel wanted = LogLevel::Info;
-  if (store.getBool("LogVerbose")) {
+  if (store.get(preference::kLogVerbose)) {
     wanted = LogLevel::Verbose;
-  } else if (store.getBool("logDebug") || logsMemoryUse_.load()) {
+  } else if (store.get(preference::kLogDebug) || logsMemoryUse_.load()) {
     wanted = LogLevel::Debug;
   }
   // One way only: a threshold once raised stays for the life of the process.
   if (wanted > threshold()) setThreshold(wanted);
 
-  setSynchronous(store.getBool("LogSynchronous"));
+  setSynchronous(store.get(preference::kLogSynchronous));
 }
 
 void Log::onLineWritten() {
@@ -139,11 +139,11 @@ std::string Log::logDirectory() {
 }
 
 std::int32_t Log::rotatedFileCount() {
-  return preferences().getInt("LogNumFiles");
+  return preferences().get(preference::kLogNumFiles);
 }
 
 std::string Log::accountUserName() {
-  return preferences().getString("ZarnOnlineUsername");
+  return preferences().get(preference::kZarnOnlineUsername);
 }
 
 void Log::onFileOpened() {

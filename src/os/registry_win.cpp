@@ -36,13 +36,15 @@ Result<RegistryKey> createRegistryKey(HKEY root, const wchar_t* path, REGSAM acc
 
 Result<RegistryData> readRegistryValue(HKEY key, const wchar_t* name, std::size_t mostBytes) {
   constexpr std::size_t usualBytes = 512;
-  constexpr int mostQuestions = 4;
+  constexpr int mostQuestions = 8;
   RegistryData data;
   LSTATUS status = ERROR_MORE_DATA;
   auto size = static_cast<DWORD>(std::min(usualBytes, mostBytes));
-  // The value may grow between two questions; whoever keeps it growing gets an error.
+  // The value may grow between two questions, so that each leaves room to spare; whoever
+  // keeps it growing all the same gets an error.
   for (int question = 0; status == ERROR_MORE_DATA && question < mostQuestions; ++question) {
     if (size > mostBytes) break;
+    if (question > 0) size = static_cast<DWORD>(std::min(2 * std::size_t{size}, mostBytes));
     data.bytes.resize(size);
     status =
         RegQueryValueExW(key, name, nullptr, &data.type, reinterpret_cast<BYTE*>(data.bytes.data()), &size);

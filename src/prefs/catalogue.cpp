@@ -1,228 +1,155 @@
 #include "prefs/catalogue.h"
 
-#include <array>
+#include <algorithm>
+#include <string_view>
 
 namespace zarn::catalogue {
 namespace {
 
-constexpr auto kNone = PreferenceFlags::None;
-constexpr auto kPrivate = PreferenceFlags::Private;
-constexpr auto kAdvanced = PreferenceFlags::Advanced;
-constexpr auto kHidden = PreferenceFlags::Hidden;
-
-constexpr std::uint16_t port(std::uint16_t number) {
-  return number;
-}
-
-constexpr char kAlbumTypes[] = "1df3cd16-faf2-4d37-8349-1fcf3713bf1d";
-constexpr char kLocation[] = "0a348865-4f87-46dc-8bb2-f37637975724";
-
-constexpr std::int32_t kMiB = 1024 * 1024;
-
-// Addresses of the vendor's services, as defaults; the media server may set others.
-constexpr char kConfigurationUrl[] = "https://app.zarn.example/setup";
-constexpr char kOnlineUrl[] = "https://online.zarn.example";
-constexpr char kWebDesktopUrl[] = "https://app.zarn.example/desktop";
-constexpr char kWebAuthUrl[] = "https://app.zarn.example/auth";
-constexpr char kPubSubServer[] = "pubsub.zarn.example";
-constexpr char kUniversalMetadataUrl[] = "https://metadata.zarn.example/universal";
-constexpr char kMetadataUrl[] = "https://metadata.zarn.example";
-
+// Preferences that no screen shows have no entry, and an empty summary says that the label
+// tells everything.
 // clang-format off
-constexpr Row kRows[] = {
-    {"FriendlyName", "", kNone, "general"},
-    {"sendCrashReports", true, kNone, "general"},
-    {"CrashUploadRetries", 3, kHidden, ""},
-    {"FSEventLibraryUpdatesEnabled", false, kNone, "library"},
-    {"FSEventLibraryPartialScanEnabled", false, kNone, "library"},
-    {"ScheduledLibraryUpdatesEnabled", false, kNone, "library"},
-    {"ScheduledLibraryUpdateInterval", 3600, kNone, "library"},
-    {"autoEmptyTrash", true, kNone, "library"},
-    {"allowMediaDeletion", false, kNone, "library"},
-    {"allowMediaDeletionLanOnly", false, kHidden, "library"},
-    {"OnDeckWindow", 12, kAdvanced, "library"},
-    {"OnDeckLimit", 40, kAdvanced, "library"},
-    {"OnDeckIncludePremieres", true, kAdvanced, "library"},
-    {"SmartShuffleMusic", true, kHidden, "library"},
-    {"MusicSeparateAlbumTypes", "enabled", kAdvanced, "library", kAlbumTypes},
-    {"LibraryDefaultVisibility", 0, kHidden, "library"},
-    {"CinemaTrailersType", 1, kNone, "extras"},
-    {"CinemaTrailersFromLibrary", true, kNone, "extras"},
-    {"CinemaTrailersFromTheater", false, kNone, "extras"},
-    {"CinemaTrailersFromBluRay", false, kNone, "extras"},
-    {"CinemaTrailersPrerollID", "", kNone, "extras"},
-    {"disableCapabilityChecking", false, kHidden, "channels"},
-    {"MachineIdentifier", "", kPrivate, ""},
-    {"AllowHighOutputBitrates", false, kHidden, "transcoder"},
-    {"ConfigurationUrl", kConfigurationUrl, kHidden, ""},
-    {"AnonymousMachineIdentifier", "", kPrivate, ""},
-    {"ProcessedMachineIdentifier", "", kPrivate, ""},
-    {"OldestPreviousVersion", "", kHidden, ""},
-    {"AcceptedEULA", false, kHidden, ""},
-    {"LanguageInCloud", false, kHidden, ""},
-    {"ArticleStrings", "the,das,der,a,an,el,la", kHidden, ""},
-    {"TranscoderVideoResolutionLimit", "0x0", kHidden, ""},
-    {"TranscoderPhotoFileSizeLimitMiB", 100, kHidden, ""},
-    {"SetupLanguageCode", 1033, kHidden, ""},
-    {"LocalAppDataPath", "", kHidden, ""},
-    {"PluginsLaunchDebug", false, kHidden, ""},
-    {"JobsLaunchDebug", false, kHidden, ""},
-    {"TranscoderStreamingBufferSize", 4 * kMiB, kHidden, "general"},
-    {"AwayModeSupported", true, kAdvanced, "general"},
-    {"EnableIPv6", false, kNone, "network"},
-    {"secureConnections", 1, kNone, "network"},
-    {"customCertificatePath", "", kAdvanced, "network"},
-    {"customCertificateKey", "", kAdvanced, "network"},
-    {"customCertificateDomain", "", kAdvanced, "network"},
-    {"PreferredNetworkInterface", "", kAdvanced, "network"},
-    {"DisableTLSv1_0", true, kAdvanced, "network"},
-    {"TLSKeyLogPath", "", kPrivate, "network"},
-    {"allowedHttpOrigins", "", kHidden, "network"},
-    {"GdmEnabled", true, kAdvanced, "network"},
-    {"PublishServerOnZarnOnlineKey", false, kHidden, "general"},
-    {"ZarnOnlineMail", "", kPrivate, ""},
-    {"ZarnOnlineToken", "", kPrivate, ""},
-    {"ZarnOnlineHome", false, kHidden, ""},
-    {"ZarnOnlineUsername", "", kPrivate, ""},
-    {"ZarnOnlineUrl", kOnlineUrl, kHidden, ""},
-    {"ZarnWebDesktopUrl", kWebDesktopUrl, kHidden, ""},
-    {"ZarnWebAuthUrl", kWebAuthUrl, kHidden, ""},
-    {"EnablePinAuth", true, kHidden, ""},
-    {"ManualPortMappingMode", false, kHidden, ""},
-    {"ManualPortMappingPort", port(0)},
-    {"LastAutomaticMappedPort", port(0)},
-    {"PushNotificationsEnabled", false, kNone, "general"},
-    {"TranscoderQuality", 0, kNone, "transcoder"},
-    {"SegmentedTranscoderTimeout", 30, kHidden, "transcoder"},
-    {"TranscoderTempDirectory", "", kAdvanced, "transcoder"},
-    {"TranscoderDefaultDuration", 120, kHidden, "transcoder"},
-    {"TranscoderThrottleBuffer", 60, kAdvanced, "transcoder"},
-    {"TranscoderPruneBuffer", 300, kHidden, "transcoder"},
-    {"TranscoderLivePruneBuffer", 3600, kHidden, "transcoder"},
-    {"TranscoderH264Preset", "veryfast", kHidden, "transcoder"},
-    {"TranscoderH264BackgroundPreset", "veryfast", kAdvanced, "transcoder"},
-    {"TranscoderH264Options", "", kHidden, "transcoder"},
-    {"TranscoderH264OptionsOverride", "", kHidden, "transcoder"},
-    {"TranscoderH264MinimumCRF", 16.0, kHidden, "transcoder"},
-    {"TranscoderLogLevel", "error", kHidden, "transcoder"},
-    {"TranscoderToneMapping", true, kAdvanced, "transcoder"},
-    {"TranscoderCanOnlyRemuxVideo", false, kNone, "transcoder"},
-    {"HardwareAcceleratedCodecs", false, kNone, "transcoder"},
-    {"HardwareAcceleratedEncoders", true, kNone, "transcoder"},
-    {"SystemAudioCodecs", true, kHidden, "transcoder"},
-    {"HardwareDevicePath", "", kAdvanced, "transcoder"},
-    {"VaapiDriver", "", kHidden, "transcoder"},
-    {"VaapiKernelDriver", "", kHidden, "transcoder"},
-    {"PluginsLaunchTimeout", 180, kHidden, ""},
-    {"SyncMyZarnLoginGCDeferral", 14, kHidden, ""},
-    {"SyncPagingItemsLimit", 100, kHidden, ""},
-    {"BackgroundQueueIdlePaused", false, kHidden, ""},
-    {"BackgroundQueueIdleInterval", 600, kHidden, ""},
-    {"BackgroundQueueGCInterval", 3600, kHidden, ""},
-    {"BackgroundTranscodeLowPriority", false, kAdvanced, "transcoder"},
-    {"ScannerLowPriority", false, kAdvanced, "library"},
-    {"WanPerStreamMaxUploadRate", 0, kNone, "network"},
-    {"WanTotalMaxUploadRate", 0, kNone, "network"},
-    {"WanPerUserStreamCount", 0, kNone, "network"},
-    {"LanNetworksBandwidth", "", kAdvanced, "network"},
-    {"MinutesAllowedPaused", 0, kAdvanced, "network"},
-    {"forceAutoAdjustQuality", false, kHidden, ""},
-    {"EnableABRDebugOverlay", false, kHidden, ""},
-    {"ABRKeepOldTranscodes", false, kHidden, ""},
-    {"ForceABRDisabled", false, kHidden, ""},
-    {"TreatWanIpAsLocal", true, kAdvanced, "network"},
-    {"RelayEnabled", true, kNone, "network"},
-    {"TranscodeCountLimit", 0, kNone, "transcoder"},
-    {"CloudSyncLastUpdatedAt", 0, kHidden, ""},
-    {"CloudSyncMaxUploadRate", 0, kHidden, ""},
-    {"CloudSyncNeedsUpdate", false, kHidden, ""},
-    {"logDebug", true, kAdvanced, "general"},
-    {"LogVerbose", false, kAdvanced, "general"},
-    {"LogNumFiles", 5, kPrivate, ""},
-    {"LogTokensForDebug", false, kHidden, ""},
-    {"LogMemoryUse", false, kHidden, ""},
-    {"LogSynchronous", false, kHidden, ""},
-    {"MinimumProgressTime", 60000, kHidden, ""},
-    {"customConnections", "", kAdvanced, "network"},
-    {"allowedNetworks", "", kAdvanced, "network"},
-    {"WebHooksEnabled", true, kNone, "network"},
-    {"ButlerStartHour", 2, kNone, "butler"},
-    {"ButlerEndHour", 5, kNone, "butler"},
-    {"ButlerTaskBackupDatabase", true, kNone, "butler"},
-    {"ButlerDatabaseBackupPath", "", kAdvanced, "butler"},
-    {"ButlerTaskOptimizeDatabase", true, kNone, "butler"},
-    {"ButlerTaskCleanOldBundles", true, kNone, "butler"},
-    {"ButlerTaskCleanOldCacheFiles", true, kNone, "butler"},
-    {"ButlerTaskRefreshLocalMedia", true, kNone, "butler"},
-    {"ButlerTaskRefreshLibraries", false, kNone, "butler"},
-    {"ButlerTaskUpgradeMediaAnalysis", true, kNone, "butler"},
-    {"ButlerTaskRefreshPeriodicMetadata", true, kNone, "butler"},
-    {"ButlerTaskDeepMediaAnalysis", true, kNone, "butler"},
-    {"ButlerTaskGarbageCollectBlobs", true, kHidden, "butler"},
-    {"ButlerTaskRefreshEpgGuides", true, kHidden, "butler"},
-    {"ButlerTaskReverseGeocode", true, kHidden, "butler"},
-    {"GenerateIndexFilesDuringAnalysis", false, kHidden, ""},
-    {"ButlerTaskGenerateMediaIndexFiles", false, kHidden, "butler"},
-    {"GenerateBIFKeyframesOnly", true, kHidden, "library"},
-    {"GenerateBIFBehavior", "never", kNone, "library"},
-    {"GenerateBIFFrameInterval", 2, kHidden, "library"},
-    {"GenerateIntroMarkerBehavior", "scheduled", kNone, "library"},
-    {"GenerateChapterThumbBehavior", "scheduled", kNone, "library"},
-    {"LoudnessAnalysisBehavior", "scheduled", kNone, "library"},
-    {"LongRunningJobThreads", 0, kHidden, ""},
-    {"LoudnessAnalysisThreads", 0, kHidden, ""},
-    {"LoudnessReplayGainStyle", "album", kHidden, ""},
-    {"RadioTopTracksPerAlbum", 3, kHidden, ""},
-    {"RadioDaysSinceLastPlayed", 1, kHidden, ""},
-    {"RadioDirectoryThreshold", 1000, kHidden, ""},
-    {"RadioDirectoryLimit", 10, kHidden, ""},
-    {"LocationVisibility", 1, kAdvanced, "library", kLocation},
-    {"CertificateVersion", 1, kHidden, ""},
-    {"CertificateUUID", "", kPrivate, ""},
-    {"LyricFindTerritory", "", kHidden, ""},
-    {"AutoTagIndexThreshold", 0.5, kHidden, ""},
-    {"AutoTagIndexSearchThreshold", 0.5, kHidden, ""},
-    {"MetricsEpoch", 1, kHidden, ""},
-    {"PubSubServer", kPubSubServer, kPrivate, ""},
-    {"PubSubServerPing", 0, kPrivate, ""},
-    {"PubSubServerRegion", "", kPrivate, ""},
-    {"allowLocalhostOnly", false, kHidden, ""},
-    {"enableLocalSecurity", false, kHidden, ""},
-    {"TunerServicePort", port(0)},
-    {"UniveralMetadataProviderUrl", kUniversalMetadataUrl, kHidden, ""},
-    {"MetadataProviderUrl", kMetadataUrl, kHidden, ""},
-    {"EyeQUser", "", kPrivate, ""},
-    {"DvrShowUnsupportedDevices", false, kHidden, ""},
-    {"DvrComskipRemoveIntermediates", true, kHidden, ""},
-    {"DvrComskipKeepOriginal", false, kHidden, ""},
-    {"SubtitlesPersistIfAdmin", true, kHidden, ""},
-    {"DvrIncrementalEpgLoader", false, kHidden, ""},
-    {"EpgUseSelectedProvider", true, kHidden, ""},
-    {"MetadataUseDevProvider", false, kHidden, ""},
-    {"SyncMPRootDirectoryOverride", "", kHidden, ""},
-    {"MediaServerManagerAllowHttp", false, kHidden, ""},
-    {"AugmentationProviderEnvironment", "prod", kHidden, ""},
-    {"ZarnOnlineEnvironment", "prod", kHidden, ""},
-    {"MergedRecentlyAdded", true, kHidden, ""},
-    {"EnableDatabaseTrace", false, kHidden, ""},
+constexpr Texts kTexts[] = {
+    {"FriendlyName", "Friendly name", "The name that other devices show for this server. Empty stands for the computer's name."},
+    {"sendCrashReports", "Send crash reports", "A report is sent to the developers when the server crashes."},
+    {"FSEventLibraryUpdatesEnabled", "Scan my library automatically",
+     "Your library will be updated automatically when changes to library folders are detected."},
+    {"FSEventLibraryPartialScanEnabled", "Run a partial scan when changes are detected",
+     "Only the folder that holds the change is scanned."},
+    {"ScheduledLibraryUpdatesEnabled", "Scan my library periodically", ""},
+    {"ScheduledLibraryUpdateInterval", "Library scan interval", "Seconds between two periodic scans."},
+    {"autoEmptyTrash", "Empty trash automatically after every scan", ""},
+    {"allowMediaDeletion", "Allow media deletion", "The owner of the server may delete media files."},
+    {"OnDeckWindow", "Weeks to consider for what to watch next", ""},
+    {"OnDeckLimit", "Maximum number of items to watch next", ""},
+    {"OnDeckIncludePremieres", "Include season premieres in what to watch next", ""},
+    {"MusicSeparateAlbumTypes", "Group albums by type", "Singles, live recordings and compilations are shown apart from albums."},
+    {"CinemaTrailersType", "Choose trailers from", ""},
+    {"CinemaTrailersFromLibrary", "Include trailers of films in my library", ""},
+    {"CinemaTrailersFromTheater", "Include trailers of new films in theaters", ""},
+    {"CinemaTrailersFromBluRay", "Include trailers of new films on disc", ""},
+    {"CinemaTrailersPrerollID", "Video to play before the film", "Path of a video file."},
+    {"AwayModeSupported", "Computer supports away mode", "While the server is busy the computer appears off and keeps working."},
+    {"EnableIPv6", "Enable server support for IPv6", ""},
+    {"secureConnections", "Secure connections", "Whether clients must use encrypted connections."},
+    {"customCertificatePath", "Custom certificate location", "Path of a PKCS #12 file with a certificate and its private key."},
+    {"customCertificateKey", "Custom certificate encryption key", ""},
+    {"customCertificateDomain", "Custom certificate domain", "Domain name to publish, which must match the certificate."},
+    {"PreferredNetworkInterface", "Preferred network interface", ""},
+    {"DisableTLSv1_0", "Refuse TLS 1.0", ""},
+    {"GdmEnabled", "Enable local network discovery", ""},
+    {"PushNotificationsEnabled", "Push notifications", ""},
+    {"TranscoderQuality", "Transcoder quality", "Quality of the conversion against the load it causes."},
+    {"TranscoderTempDirectory", "Transcoder temporary directory", "Directory for files that are being converted for streaming."},
+    {"TranscoderThrottleBuffer", "Transcoder default throttle buffer", "Seconds to convert ahead before the conversion is slowed down."},
+    {"TranscoderH264BackgroundPreset", "Background transcoding preset", ""},
+    {"TranscoderLogLevel", "Transcoder log level", ""},
+    {"TranscoderToneMapping", "Enable HDR tone mapping", ""},
+    {"TranscoderCanOnlyRemuxVideo", "Disable video stream transcoding", ""},
+    {"HardwareAcceleratedCodecs", "Use hardware acceleration when available", ""},
+    {"HardwareAcceleratedEncoders", "Use hardware-accelerated video encoding", ""},
+    {"HardwareDevicePath", "Hardware transcoding device", ""},
+    {"BackgroundTranscodeLowPriority", "Run background transcoding at lower priority", ""},
+    {"ScannerLowPriority", "Run scanner tasks at a lower priority", ""},
+    {"WanPerStreamMaxUploadRate", "Limit remote stream bit rate", "In kbit/s; 0 is no limit."},
+    {"WanTotalMaxUploadRate", "Internet upload speed", "In kbit/s; 0 is not known."},
+    {"WanPerUserStreamCount", "Remote streams allowed per user", "0 is no limit."},
+    {"LanNetworksBandwidth", "Local networks", "Comma-separated addresses or networks that count as local."},
+    {"MinutesAllowedPaused", "Terminate sessions paused for longer than", "In minutes; 0 never ends a paused session."},
+    {"TreatWanIpAsLocal", "Treat the public address as local", ""},
+    {"RelayEnabled", "Enable relay", "Connections go through a relay when the server cannot be reached directly."},
+    {"TranscodeCountLimit", "Maximum simultaneous video transcodes", "0 is no limit."},
+    {"logDebug", "Enable debug logging", ""},
+    {"LogVerbose", "Enable verbose logging", "Logs can grow quickly."},
+    {"customConnections", "Custom server access URLs", "Comma-separated URLs at which clients may find this server."},
+    {"allowedNetworks", "Networks allowed without sign-in", "Comma-separated addresses or networks."},
+    {"WebHooksEnabled", "Web hooks", ""},
+    {"ButlerStartHour", "Time at which tasks start to run", "Hour of the day."},
+    {"ButlerEndHour", "Time at which tasks stop running", "Hour of the day."},
+    {"ButlerTaskBackupDatabase", "Back up the database regularly", ""},
+    {"ButlerDatabaseBackupPath", "Backup directory", "Directory that the database is backed up to."},
+    {"ButlerTaskOptimizeDatabase", "Optimize the database regularly", ""},
+    {"ButlerTaskCleanOldBundles", "Remove old bundles regularly", ""},
+    {"ButlerTaskCleanOldCacheFiles", "Remove old cache files regularly", ""},
+    {"ButlerTaskRefreshLocalMedia", "Refresh local metadata regularly", ""},
+    {"ButlerTaskRefreshLibraries", "Update all libraries during maintenance", ""},
+    {"ButlerTaskUpgradeMediaAnalysis", "Upgrade media analysis during maintenance", ""},
+    {"ButlerTaskRefreshPeriodicMetadata", "Refresh metadata periodically", ""},
+    {"ButlerTaskDeepMediaAnalysis", "Perform extensive media analysis during maintenance", ""},
+    {"ButlerUpdateChannel", "Server update Channel", ""},
+    {"GenerateBIFBehavior", "Generate video preview thumbnails", ""},
+    {"GenerateIntroMarkerBehavior", "Detect intros", ""},
+    {"GenerateChapterThumbBehavior", "Generate chapter thumbnails", ""},
+    {"LoudnessAnalysisBehavior", "Analyze audio tracks for loudness", ""},
+    {"LocationVisibility", "Location visibility", "Whether photos show where they were taken."},
+    {"AugmentationProviderEnvironment", "Augmentation provider environment", ""},
+};
+
+// A value is the text that is stored, whatever the type of its preference.
+constexpr Choice kChoices[] = {
+    {"MusicSeparateAlbumTypes", "enabled", "Enabled"},
+    {"MusicSeparateAlbumTypes", "disabled", "Disabled"},
+    {"CinemaTrailersType", "0", "All films"},
+    {"CinemaTrailersType", "1", "Unwatched films"},
+    {"secureConnections", "0", "Required"},
+    {"secureConnections", "1", "Preferred"},
+    {"secureConnections", "2", "Disabled"},
+    {"TranscoderQuality", "0", "Automatic"},
+    {"TranscoderQuality", "1", "Faster conversion"},
+    {"TranscoderQuality", "2", "Better quality"},
+    {"TranscoderQuality", "3", "Best quality, highest load"},
+    {"TranscoderLogLevel", "quiet", "Quiet"},
+    {"TranscoderLogLevel", "panic", "Panic"},
+    {"TranscoderLogLevel", "fatal", "Fatal"},
+    {"TranscoderLogLevel", "error", "Error"},
+    {"TranscoderLogLevel", "warning", "Warning"},
+    {"TranscoderLogLevel", "info", "Info"},
+    {"TranscoderLogLevel", "verbose", "Verbose"},
+    {"TranscoderLogLevel", "debug", "Debug"},
+    {"GenerateBIFBehavior", "never", "Never"},
+    {"GenerateBIFBehavior", "scheduled", "As a scheduled task"},
+    {"GenerateBIFBehavior", "always", "As a scheduled task and when media is added"},
+    {"GenerateIntroMarkerBehavior", "never", "Never"},
+    {"GenerateIntroMarkerBehavior", "scheduled", "As a scheduled task"},
+    {"GenerateIntroMarkerBehavior", "always", "As a scheduled task and when media is added"},
+    {"GenerateChapterThumbBehavior", "never", "Never"},
+    {"GenerateChapterThumbBehavior", "scheduled", "As a scheduled task"},
+    {"GenerateChapterThumbBehavior", "always", "As a scheduled task and when media is added"},
+    {"LoudnessAnalysisBehavior", "never", "Never"},
+    {"LoudnessAnalysisBehavior", "scheduled", "As a scheduled task"},
+    {"LoudnessAnalysisBehavior", "always", "As a scheduled task and when media is added"},
+    {"LocationVisibility", "0", "Nobody"},
+    {"LocationVisibility", "1", "Everyone"},
+    {"AugmentationProviderEnvironment", "prod", "Production"},
+    {"AugmentationProviderEnvironment", "staging", "Staging"},
+    {"AugmentationProviderEnvironment", "dev", "Dev"},
 };
 // clang-format on
 
-static_assert(std::size(kRows) == 175, "the settings screen of every client counts on all of them");
+constexpr bool isKnown(std::string_view identifier) {
+  return identifier == kUpdateChannel || rowOf(identifier) < std::size(kRows);
+}
+
+constexpr bool isEveryRowFound() {
+  std::size_t row = 0;
+  while (row < std::size(kRows) && rowOf(kRows[row].identifier) == row) ++row;
+  return row == std::size(kRows);
+}
+
+// Nobody would be shown a text under a misspelt identifier, and of two rows with the same
+// identifier only the last could be looked up.
+static_assert(std::ranges::all_of(kTexts, isKnown, &Texts::identifier));
+static_assert(std::ranges::all_of(kChoices, isKnown, &Choice::identifier));
+static_assert(isEveryRowFound());
 
 }  // namespace
 
-std::span<const Row> rows() noexcept {
-  return kRows;
+std::span<const Texts> texts() noexcept {
+  return kTexts;
 }
 
-std::shared_ptr<Preference> makePreference(const Row& row, const Preference::Overrides& overrides) {
-  return std::visit(
-      [&](const auto& defaultValue) {
-        return std::make_shared<Preference>(std::string(row.identifier), defaultValue, row.flags, row.group,
-                                            row.featureId, std::string(), overrides);
-      },
-      row.defaultValue);
+std::span<const Choice> choices() noexcept {
+  return kChoices;
 }
 
 }  // namespace zarn::catalogue

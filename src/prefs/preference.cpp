@@ -1,9 +1,9 @@
 #include "prefs/preference.h"
 
+#include <optional>
 #include <utility>
 
-#include "prefs/preferences.h"
-#include "prefs/value_text.h"
+#include "os/text.h"
 #include "util/logging.h"
 #include "util/printable.h"
 
@@ -20,6 +20,7 @@ std::string_view preferenceTypeText(PreferenceType type) noexcept {
     case PreferenceType::Text:
       break;
   }
+  // Also for a number that stands for no type.
   return "text";
 }
 
@@ -30,6 +31,8 @@ std::shared_ptr<MediaObject> MediaObject::createFromRow(Row row) const {
   return std::make_shared<MediaObject>(row.empty() ? std::string() : row.front());
 }
 
+// The constructors below write the default as text, whatever its type, and let the
+// administrator's override replace it.
 Preference::Preference(std::string identifier, PreferenceType type, std::string defaultText,
                        PreferenceFlags flags, std::string group, std::string featureId, std::string extra,
                        Overrides overrides)
@@ -42,35 +45,48 @@ Preference::Preference(std::string identifier, PreferenceType type, std::string 
       extra_(std::move(extra)),
       overrides_(std::move(overrides)) {}
 
+template <typename Convert>
+void Preference::applyOverride(const Convert& convert) {
+  const std::string* const text = overrides_ ? overrides_->find(key()) : nullptr;
+  if (text == nullptr || text->empty()) return;
+  if (std::optional<std::string> converted = convert(*text)) {
+    defaultValue_ = std::move(*converted);
+  } else {
+    // An administrator wrote it, and nothing but the log could tell that it has no effect.
+    logLine(LogLevel::Warn, "Preferences: invalid default value: %s=%s", key(), printable(*text));
+  }
+}
+
 Preference::Preference(std::string identifier, const char* defaultText, PreferenceFlags flags,
                        std::string group, std::string featureId, std::string extra, Overrides overrides)
     : Preference(std::move(identifier), PreferenceType::Text, defaultText, flags, std::move(group),
                  std::move(featureId), std::move(extra), std::move(overrides)) {
-  if (const std::string* const text = overrideText()) defaultValue_ = *text;
+  applyOverride([](const std::string& text) { return std::optional(text); });
 }
 
 Preference::Preference(std::string identifier, bool defaultBool, PreferenceFlags flags, std::string group,
                        std::string featureId, std::string extra, Overrides overrides)
     : Preference(std::move(identifier), PreferenceType::Bool, defaultBool ? "true" : "false", flags,
                  std::move(group), std::move(featureId), std::move(extra), std::move(overrides)) {
-  const std::string* const text = overrideText();
-  if (text == nullptr) return;
-  if (equalsIgnoringCase(*text, "true")) {
-    defaultValue_ = "true";
-  } else if (equalsIgnoringCase(*text, "false")) {
-    defaultValue_ = "false";
-  } else {
-    reportInvalidOverride(*text);
-  }
+  applyOverride([](const std::string& text) -> std::optional<std::string> {
+    for (const char* const word : {"true", "false"})
+      if (os::equalsIgnoringCase(text, word)) return word;
+    return std::nullopt;
+  });
 }
 
 Preference::Preference(std::string identifier, std::int32_t defaultInt, PreferenceFlags flags,
                        std::string group, std::string featureId, std::string extra, Overrides overrides)
     : Preference(std::move(identifier), PreferenceType::Int, std::to_string(defaultInt), flags,
                  std::move(group), std::move(featureId), std::move(extra), std::move(overrides)) {
-  overrideInt();
+  applyOverride([](const std::string& text) -> std::optional<std::string> {
+    const auto value = parseInt(text);
+    if (!value) return std::nullopt;
+    return std::to_string(*value);
+  });
 }
 
+// The server keeps ports for itself: no settings screen shows them.
 Preference::Preference(std::string identifier, std::uint16_t defaultInt, PreferenceFlags /*flags*/,
                        std::string group, std::string featureId, std::string extra, Overrides overrides)
     : Preference(std::move(identifier), std::int32_t{defaultInt}, PreferenceFlags::Hidden, std::move(group),
@@ -80,35 +96,14 @@ Preference::Preference(std::string identifier, double defaultDouble, PreferenceF
                        std::string featureId, std::string extra, Overrides overrides)
     : Preference(std::move(identifier), PreferenceType::Double, doubleText(defaultDouble), flags,
                  std::move(group), std::move(featureId), std::move(extra), std::move(overrides)) {
-  const std::string* const text = overrideText();
-  if (text == nullptr) return;
-  if (const auto value = parseDouble(*text)) {
-    defaultValue_ = doubleText(*value);
-  } else {
-    reportInvalidOverride(*text);
-  }
+  applyOverride([](const std::string& text) -> std::optional<std::string> {
+    const auto value = parseDouble(text);
+    if (!value) return std::nullopt;
+    return doubleText(*value);
+  });
 }
 
-const std::string* Preference::overrideText() const {
-  const std::string* const text = overrides_ ? overrides_->find(key()) : nullptr;
-  return text != nullptr && !text->empty() ? text : nullptr;
-}
-
-void Preference::overrideInt() {
-  const std::string* const text = overrideText();
-  if (text == nullptr) return;
-  if (const auto value = parseInt(*text)) {
-    defaultValue_ = std::to_string(*value);
-  } else {
-    reportInvalidOverride(*text);
-  }
-}
-
-void Preference::reportInvalidOverride(std::string_view text) const {
-  logLine(LogLevel::Warn, "Preferences: invalid default value: %s=%s", key(), printable(text));
-}
-
-void Preference::fillAttributes(const Preferences& store) {
+void Preference::fillAttributes(const PreferenceReader& store) {
   setAttribute("id", key());
   setAttribute("label", label_);
   setAttribute("summary", summary_);
@@ -134,6 +129,7 @@ void Preference::fillAttributes(const Preferences& store) {
   setAttribute("hidden", has(PreferenceFlags::Hidden));
   setAttribute("advanced", has(PreferenceFlags::Advanced));
   setAttribute("group", group_);
+  // The attributes may be those of an earlier call, when there still were choices.
   if (enumValues_.empty()) {
     removeAttribute("enumValues");
   } else {
@@ -141,6 +137,8 @@ void Preference::fillAttributes(const Preferences& store) {
   }
 }
 
+// The constructor for texts makes the copy a text, and applies an override as it stands:
+// what the clone of a number answers is its default's text.
 std::shared_ptr<Preference> Preference::clone() const {
   return std::make_shared<Preference>(key(), defaultValue_.c_str(), flags_, group_, std::string(),
                                       std::string(), overrides_);
@@ -157,6 +155,7 @@ std::string Preference::defaultAsText() const {
 std::int32_t Preference::defaultAsInt() const {
   if (type_ != PreferenceType::Int) return 0;
   const auto value = parseInt(defaultValue_);
+  // The constructors cannot have made such a default; a derived class can.
   if (!value) throw ConversionError("the default of " + key() + " is no integer");
   return *value;
 }

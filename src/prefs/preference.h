@@ -7,9 +7,11 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
-#include "prefs/query_string.h"
+#include "prefs/catalogue.h"
 #include "prefs/serializable.h"
+#include "prefs/value_text.h"
 
 namespace zarn {
 
@@ -18,17 +20,32 @@ enum class PreferenceType : std::uint32_t { Bool = 0, Text = 1, Int = 2, Double 
 /// "bool", "text", "int" or "double"; "text" for every other value.
 [[nodiscard]] std::string_view preferenceTypeText(PreferenceType type) noexcept;
 
-enum class PreferenceFlags : std::uint32_t {
-  None = 0,
-  Private = 1,          ///< never listed for a client
-  Advanced = 2,         ///< shown among the advanced settings
-  Hidden = 4,           ///< not shown
-  RequiresSignIn = 16,  ///< listed only while somebody is signed in
-};
+/// The typed reads of a store: what a preference needs of it to describe itself.
+class PreferenceReader {
+ public:
+  // Of any identifier, as callers choose it.
+  [[nodiscard]] virtual bool getBool(std::string_view id) const = 0;
+  [[nodiscard]] virtual std::string getString(std::string_view id) const = 0;
+  [[nodiscard]] virtual std::int32_t getInt(std::string_view id) const = 0;
+  [[nodiscard]] virtual double getDouble(std::string_view id) const = 0;
 
-[[nodiscard]] constexpr PreferenceFlags operator|(PreferenceFlags a, PreferenceFlags b) noexcept {
-  return static_cast<PreferenceFlags>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
-}
+  /// Of a preference that the code names itself.
+  template <typename T>
+  [[nodiscard]] T get(PreferenceName<T> name) const {
+    if constexpr (std::is_same_v<T, bool>) {
+      return getBool(name.id());
+    } else if constexpr (std::is_same_v<T, std::string>) {
+      return getString(name.id());
+    } else if constexpr (std::is_same_v<T, std::int32_t>) {
+      return getInt(name.id());
+    } else {
+      return getDouble(name.id());
+    }
+  }
+
+ protected:
+  ~PreferenceReader() = default;
+};
 
 /// An object with a key that can be made from a database row.
 class MediaObject : public Serializable {
@@ -77,7 +94,7 @@ class Preference : public MediaObject {
              std::string featureId, std::string extra, Overrides overrides);
 
   [[nodiscard]] std::string_view elementName() const override { return "Setting"; }
-  void fillAttributes(const Preferences& store) override;
+  void fillAttributes(const PreferenceReader& store) override;
   /// A Text preference with this one's identifier, default text, flags and group.
   [[nodiscard]] virtual std::shared_ptr<Preference> clone() const;
   virtual void onStoreChanged() {}
@@ -110,10 +127,10 @@ class Preference : public MediaObject {
              std::string group, std::string featureId, std::string extra, Overrides overrides);
 
  private:
-  /// The override's text, or null when the compiled default stays.
-  [[nodiscard]] const std::string* overrideText() const;
-  void reportInvalidOverride(std::string_view text) const;
-  void overrideInt();
+  /// Makes the override for this identifier, when there is one, the default. `convert`
+  /// answers its text as a default is held, or nothing when it does not fit the type.
+  template <typename Convert>
+  void applyOverride(const Convert& convert);
 
   std::string label_;
   std::string summary_;

@@ -1,15 +1,12 @@
 #include "prefs/preferences.h"
 
 #include <algorithm>
-#include <atomic>
 #include <optional>
 
 #include "os/process.h"
+#include "os/text.h"
 #include "prefs/catalogue.h"
-#include "prefs/preferences_platform.h"
-#include "prefs/test_preferences.h"
 #include "prefs/value_text.h"
-#include "util/file_utils.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/product_names.h"
@@ -18,26 +15,23 @@ namespace zarn {
 namespace {
 
 constexpr std::string_view kTokenField = "X-Zarn-Token";
-constexpr std::string_view kUpdateChannel = "ButlerUpdateChannel";
-
-std::atomic<bool> testStoreWanted{false};
-
-Preferences& makeInstance() {
-  std::unique_ptr<Preferences> store;
-  if (testStoreWanted) {
-    store = std::make_unique<TestPreferences>();
-  } else {
-    store = platform::makePreferences();
-  }
-  FileUtils::setLocalAppDataPathReader([] { return Preferences::instance().getString("LocalAppDataPath"); });
-  return *store.release();  // lives as long as the process
-}
-
+/// Names of header fields have no case; those of arguments have.
 bool carriesToken(const PreferenceListRequest& request) {
-  const auto isHeader = [](const auto& field) { return equalsIgnoringCase(field.first, kTokenField); };
+  const auto isHeader = [](const auto& field) { return os::equalsIgnoringCase(field.first, kTokenField); };
   const auto isArgument = [](const auto& field) { return field.first == kTokenField; };
   return std::any_of(request.headers.begin(), request.headers.end(), isHeader) ||
          std::any_of(request.arguments.begin(), request.arguments.end(), isArgument);
+}
+
+/// The type of the row's default chooses the constructor, and with it the preference's type.
+std::shared_ptr<Preference> makePreference(const catalogue::Row& row,
+                                           const Preference::Overrides& overrides) {
+  return std::visit(
+      [&](const auto& defaultValue) {
+        return std::make_shared<Preference>(std::string(row.identifier), defaultValue, row.flags, row.group,
+                                            row.featureId, std::string(), overrides);
+      },
+      row.defaultValue);
 }
 
 std::string textOf(const PreferenceTexts& texts, std::string_view id) {
@@ -57,16 +51,6 @@ std::string joinChoices(const std::vector<PreferenceChoice>& choices) {
 
 }  // namespace
 
-Preferences& Preferences::instance() {
-  static Preferences& store = makeInstance();
-  store.registerCatalogue();
-  return store;
-}
-
-void Preferences::useTestStore(bool use) noexcept {
-  testStoreWanted = use;
-}
-
 Preference::Overrides Preferences::overridesFromEnvironment() {
   const auto text = environmentVariable(names::kDefaultPreferencesVariable.narrow);
   return text ? std::make_shared<const QueryString>(*text) : nullptr;
@@ -76,15 +60,16 @@ Preferences::Preferences(Preference::Overrides defaultOverrides, ServerEventMana
     : defaultOverrides_(std::move(defaultOverrides)), events_(events) {}
 
 void Preferences::registerCatalogue() {
+  // Recursive, and marked as built first: a row whose override is invalid logs, and the log
+  // reads preferences on this thread.
   const MutexLock lock(lock_);
   if (catalogueBuilt_) return;
   catalogueBuilt_ = true;
-  for (const catalogue::Row& row : catalogue::rows()) {
-    addPreference(catalogue::makePreference(row, defaultOverrides_));
-  }
+  for (const catalogue::Row& row : catalogue::kRows) addPreference(makePreference(row, defaultOverrides_));
 }
 
 void Preferences::addPreference(std::shared_ptr<Preference> preference) {
+  // The last of two with one identifier is found; both are listed.
   preferences_.insert_or_assign(preference->key(), preference);
   registrationOrder_.push_back(std::move(preference));
 }
@@ -132,13 +117,14 @@ bool Preferences::setValue(std::string_view id, std::string_view text) {
   const auto preference = findPreference(id);
   if (!preference) return false;
   if (text.empty()) return removeValue(id);
+  // Thrown, since false would read as an unknown preference.
   const auto orThrow = [&](const auto& value) {
     if (!value) throw ConversionError("no value for " + preference->key() + ": " + printable(text));
     return *value;
   };
   switch (preference->type()) {
     case PreferenceType::Bool:
-      return setBoolValue(id, equalsIgnoringCase(text, "true") || text == "1");
+      return setBoolValue(id, os::equalsIgnoringCase(text, "true") || text == "1");
     case PreferenceType::Text:
       return setStringValue(id, text);
     case PreferenceType::Int:
@@ -149,6 +135,7 @@ bool Preferences::setValue(std::string_view id, std::string_view text) {
   return false;
 }
 
+// A store that keeps nothing says so and goes on: a setting is not worth a failure.
 bool Preferences::setStringValue(std::string_view id, std::string_view value) {
   logLine(LogLevel::Warn, "WARNING: no platform-specific preference store, not setting %s to %s",
           printable(id), printable(value));
@@ -200,7 +187,7 @@ void Preferences::resolveTexts(std::span<const std::string> identifiers) {
 std::vector<PreferenceChoice> Preferences::choices(std::string_view id,
                                                    std::span<const PreferenceChoice> updateChannels) const {
   std::vector<PreferenceChoice> result;
-  if (id == kUpdateChannel) {
+  if (id == catalogue::kUpdateChannel) {
     result.assign(updateChannels.begin(), updateChannels.end());
     if (!result.empty()) return result;
     logLine(LogLevel::Warn,
@@ -216,7 +203,8 @@ std::vector<PreferenceChoice> Preferences::choices(std::string_view id,
 
 void Preferences::listPreferences(const PreferenceListRequest& request,
                                   std::vector<std::shared_ptr<Preference>>& out) const {
-  const bool signedIn = !getString("ZarnOnlineToken").empty();
+  const bool signedIn = !get(preference::kZarnOnlineToken).empty();
+  // The check judges the account behind a token; without one there is nothing to judge.
   const PreferenceAccessCheck* const check = carriesToken(request) ? request.accessCheck : nullptr;
   for (const auto& preference : registrationOrder_) {
     if (preference->has(PreferenceFlags::Private)) continue;

@@ -1,7 +1,7 @@
 // The store of settings: typed reads that never fail, writes that announce
 // themselves on the server event bus, and the catalogue behind both.
 //
-//   const bool verbose = Preferences::instance().getBool("LogVerbose");
+//   const bool verbose = Preferences::instance().get(preference::kLogVerbose);
 //
 // Texts and identifiers are UTF-8; identifiers are case-sensitive.
 #pragma once
@@ -29,7 +29,7 @@ using PreferenceChoice = std::pair<std::string, std::string>;
 
 /// Reads and writes may come from any thread. The catalogue must be complete
 /// before a second thread uses the store, which instance() sees to.
-class Preferences : public Serializable, public PreferenceProvider<int, int> {
+class Preferences : public Serializable, public PreferenceProvider<int, int>, public PreferenceReader {
  public:
   /// The process-wide store with the whole catalogue. Made on first use, by one
   /// thread, and never destroyed. Keeps its values in the registry; in the native
@@ -47,10 +47,10 @@ class Preferences : public Serializable, public PreferenceProvider<int, int> {
   // Typed reads. Without a stored value of the right type they answer the
   // catalogue's default, and for an identifier that is not in the catalogue the
   // type's zero.
-  [[nodiscard]] virtual bool getBool(std::string_view id) const;
-  [[nodiscard]] virtual std::string getString(std::string_view id) const;
-  [[nodiscard]] virtual std::int32_t getInt(std::string_view id) const;
-  [[nodiscard]] virtual double getDouble(std::string_view id) const;
+  [[nodiscard]] bool getBool(std::string_view id) const override;
+  [[nodiscard]] std::string getString(std::string_view id) const override;
+  [[nodiscard]] std::int32_t getInt(std::string_view id) const override;
+  [[nodiscard]] double getDouble(std::string_view id) const override;
 
   [[nodiscard]] virtual bool getBoolValueWithDefault(std::string_view id, bool fallback) const = 0;
   [[nodiscard]] virtual std::string getStringValueWithDefault(std::string_view id,
@@ -58,6 +58,11 @@ class Preferences : public Serializable, public PreferenceProvider<int, int> {
   [[nodiscard]] virtual std::int32_t getIntValueWithDefault(std::string_view id,
                                                             std::int32_t fallback) const = 0;
   [[nodiscard]] virtual double getDoubleValueWithDefault(std::string_view id, double fallback) const = 0;
+
+  /// Writes a preference that the code names itself; the rest is as of the writes below.
+  bool set(PreferenceName<std::string> name, std::string_view value) {
+    return setStringValue(name.id(), value);
+  }
 
   // Writes. True means stored and announced: the preferences-modified event has
   // been raised on this thread when the call returns.
@@ -96,7 +101,6 @@ class Preferences : public Serializable, public PreferenceProvider<int, int> {
   [[nodiscard]] const std::vector<std::shared_ptr<Preference>>& registrationOrder() const noexcept {
     return registrationOrder_;
   }
-  [[nodiscard]] const Preference::Overrides& defaultOverrides() const noexcept { return defaultOverrides_; }
 
  protected:
   /// `events` must outlive the store.

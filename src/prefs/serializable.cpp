@@ -23,6 +23,7 @@ void appendEscaped(std::string& out, std::string_view text) {
         out += "&quot;";
         break;
       default:
+        // Readers of elements turn a bare line break or tab in an attribute into a blank.
         if (c >= 0 && c < ' ') {
           out.append("&#").append(std::to_string(c)).append(";");
         } else {
@@ -35,6 +36,8 @@ void appendEscaped(std::string& out, std::string_view text) {
 }  // namespace
 
 void ElementWriter::openElement(std::string_view name, std::size_t attributeCount) {
+  // The settings screen asks for all preferences at once, so memory is taken for a whole
+  // element; longer attributes only cost another allocation.
   constexpr std::size_t usualAttributeBytes = 32;
   text_.reserve(text_.size() + name.size() + attributeCount * usualAttributeBytes);
   text_.append("<").append(name);
@@ -50,6 +53,7 @@ void ElementWriter::closeElement() {
   text_ += " />\n";
 }
 
+// The result is part of an interface in which other writers answer the text itself.
 std::string Serializable::serialize(ElementWriter& writer) const {
   serializeTo(writer);
   return {};
@@ -61,7 +65,7 @@ void Serializable::serializeTo(ElementWriter& writer) const {
   writer.closeElement();
 }
 
-void Serializable::fillAttributes(const Preferences& /*store*/) {}
+void Serializable::fillAttributes(const PreferenceReader& /*store*/) {}
 
 void Serializable::setAttribute(std::string_view name, std::string_view value) {
   attributes_.insert_or_assign(std::string(name), std::string(value));

@@ -10,7 +10,7 @@
 
 namespace zarn {
 
-class Preferences;
+class PreferenceReader;
 
 /// Collects elements as text: <Name attribute="value" .../>, values escaped.
 class ElementWriter {
@@ -44,7 +44,7 @@ class Serializable {
   virtual void serializeTo(ElementWriter& writer) const;
 
   /// Sets the attributes to what holds now, with current values from `store`.
-  virtual void fillAttributes(const Preferences& store);
+  virtual void fillAttributes(const PreferenceReader& store);
   virtual void afterSerialize() const {}
 
   [[nodiscard]] const Attributes& attributes() const noexcept { return attributes_; }

@@ -5,6 +5,7 @@
 namespace zarn {
 
 ServerEventManager& ServerEventManager::instance() {
+  // Never destroyed: threads that outlive the static objects may still raise events.
   static ServerEventManager& manager = *std::make_unique<ServerEventManager>().release();
   return manager;
 }
@@ -30,10 +31,12 @@ ServerEventManager::Sinks ServerEventManager::raise(std::string_view eventName) 
 }
 
 void ServerEventManager::notifyPreferencesModified(std::string_view id) {
+  // A copy is walked, without the lock: a sink may raise and subscribe itself.
   const std::string text(id);
   for (IServerEventSink* const sink : raise(kPreferencesModifiedEvent)) sink->onPreferenceModified(text);
 }
 
+// Nobody is called for the next two: only the time of the last one is asked for.
 void ServerEventManager::notifyLogSent() {
   raise(kLogSentEvent);
 }

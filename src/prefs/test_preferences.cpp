@@ -17,6 +17,8 @@ std::optional<std::string> TestPreferences::find(std::string_view id) const {
   return found->second;
 }
 
+// Values are kept as the text that setValue() would take. Announcements are made outside the
+// lock, since sinks read preferences.
 bool TestPreferences::store(std::string_view id, std::string text) {
   {
     const MutexLock lock(mutex_);
@@ -28,6 +30,7 @@ bool TestPreferences::store(std::string_view id, std::string text) {
 
 bool TestPreferences::getBoolValueWithDefault(std::string_view id, bool fallback) const {
   const auto text = find(id);
+  // As in the registry, a value of another kind counts as missing.
   if (text == "1") return true;
   if (text == "0") return false;
   return fallback;
@@ -67,10 +70,7 @@ bool TestPreferences::removeValue(std::string_view id) {
   bool erased = false;
   {
     const MutexLock lock(mutex_);
-    if (const auto found = values_.find(id); found != values_.end()) {
-      values_.erase(found);
-      erased = true;
-    }
+    erased = values_.erase(std::string(id)) != 0;
   }
   notifyModified(id);
   return erased;

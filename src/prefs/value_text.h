@@ -1,7 +1,10 @@
-// Preference values as text and back, independent of the locale.
+// Preferences as text: their values, independent of the locale, and the query string in
+// which an administrator gives others to fall back to.
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -25,7 +28,20 @@ struct ConversionError : std::runtime_error {
 /// The form of "%.*g" with precision 17, which reads back as the same number.
 [[nodiscard]] std::string doubleText(double value);
 
-/// Compares ASCII letters without regard to case.
-[[nodiscard]] bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept;
+/// Text of the form "key=value&key=value", as in the query part of a URL. Keys and values
+/// are percent-decoded and '+' stands for a blank; a '%' without two hexadecimal digits
+/// stands for itself. Of repeated keys the first counts.
+/// A key without '=' has an empty value; a pair with an empty key is dropped.
+class QueryString {
+ public:
+  QueryString() = default;
+  explicit QueryString(std::string_view text);
+
+  /// The value of `key`, or null. Valid as long as this object.
+  [[nodiscard]] const std::string* find(std::string_view key) const;
+
+ private:
+  std::map<std::string, std::string, std::less<>> values_;
+};
 
 }  // namespace zarn

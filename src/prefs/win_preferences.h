@@ -1,10 +1,13 @@
-// The store that keeps every value under one registry key of the current user.
+// The store that keeps every value under one registry key of the current user. The
+// class is for Windows only.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
+#include "os/system_error.h"
 #include "prefs/preferences.h"
 
 namespace zarn {
@@ -35,8 +38,12 @@ class WinPreferences final : public Preferences {
   bool removeValue(std::string_view id) override;
 
  private:
-  /// Announces the change when `error` is success.
-  bool finishWrite(std::string_view id, std::int32_t error);
+  /// Announces the change when there was one.
+  bool finishWrite(std::string_view id, const Result<void>& written);
 };
+
+/// The store that this platform keeps its settings in, without a catalogue: this one on
+/// Windows, natively one in memory.
+[[nodiscard]] std::unique_ptr<Preferences> makePlatformPreferences();
 
 }  // namespace zarn

@@ -1,12 +1,14 @@
 #include "prefs/win_preferences.h"
 
 #include <bit>
+#include <cstddef>
 #include <cstring>
+#include <limits>
+#include <memory>
 #include <optional>
 #include <utility>
-#include <vector>
 
-#include "os/handles_win.h"
+#include "os/registry.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/product_names.h"
@@ -23,143 +25,98 @@ std::optional<std::wstring> wide(std::string_view text) {
   return result;
 }
 
-struct OpenedValue {
-  RegistryKey key;
-  std::wstring name;
-  LSTATUS error = ERROR_SUCCESS;
-};
-
-OpenedValue openForReading(std::string_view id) {
-  OpenedValue value;
+/// Of the preference's value, when it is of the type `wanted`. Whatever else is stored
+/// under the name counts as not found.
+Result<os::RegistryData> readValue(std::string_view id, DWORD wanted) {
+  constexpr std::size_t anySize = std::numeric_limits<DWORD>::max();
   const auto name = wide(id);
-  if (!name) {
-    value.error = ERROR_FILE_NOT_FOUND;
-    return value;
-  }
-  value.name = *name;
-  value.error =
-      RegOpenKeyExW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, 0, KEY_READ, value.key.receive());
+  if (!name) return failure(ERROR_FILE_NOT_FOUND);
+  const auto key = os::openRegistryKey(HKEY_CURRENT_USER, names::kPreferencesKey.wide, KEY_READ);
+  if (!key) return failure(key.error());
+  auto data = os::readRegistryValue(key->get(), name->c_str(), anySize);
+  if (data && data->type != wanted) return failure(ERROR_FILE_NOT_FOUND);
+  return data;
+}
+
+/// A value of fewer bytes than a T counts as not found, too; one of more is an error.
+template <typename T>
+Result<T> readNumber(std::string_view id, DWORD wanted) {
+  const auto data = readValue(id, wanted);
+  if (!data) return failure(data.error());
+  if (data->bytes.size() > sizeof(T)) return failure(ERROR_MORE_DATA);
+  if (data->bytes.size() < sizeof(T)) return failure(ERROR_FILE_NOT_FOUND);
+  T value{};
+  std::memcpy(&value, data->bytes.data(), sizeof(value));
   return value;
 }
 
-/// Another type than `wanted` is "not found", whatever its size.
-LSTATUS judgeType(LSTATUS error, DWORD type, DWORD wanted) {
-  const bool exists = error == ERROR_SUCCESS || error == ERROR_MORE_DATA;
-  return exists && type != wanted ? ERROR_FILE_NOT_FOUND : error;
+Result<std::string> readText(std::string_view id) {
+  auto data = readValue(id, REG_SZ);
+  if (!data) return failure(data.error());
+  data->bytes.push_back(std::byte{0});  // the second half of a last character that has but one
+  return StringUtils::utf16to8(data->text());
 }
 
-/// Reads a value of exactly sizeof(T) bytes; a shorter one counts as not found.
+/// What was read, else `fallback`. Only an error other than a missing value is logged.
 template <typename T>
-LSTATUS readNumber(std::string_view id, DWORD wantedType, T& out) {
-  const OpenedValue value = openForReading(id);
-  if (value.error != ERROR_SUCCESS) return value.error;
-  BYTE bytes[sizeof(T)] = {};
-  DWORD type = REG_NONE;
-  DWORD size = sizeof(T);
-  LSTATUS error = RegQueryValueExW(value.key.get(), value.name.c_str(), nullptr, &type, bytes, &size);
-  error = judgeType(error, type, wantedType);
-  if (error != ERROR_SUCCESS) return error;
-  if (size != sizeof(T)) return ERROR_FILE_NOT_FOUND;
-  std::memcpy(&out, bytes, sizeof(T));
-  return ERROR_SUCCESS;
-}
-
-LSTATUS readText(std::string_view id, std::string& out) {
-  const OpenedValue value = openForReading(id);
-  if (value.error != ERROR_SUCCESS) return value.error;
-  // Others may make the text longer while it is asked for.
-  constexpr int mostQuestions = 8;
-  constexpr std::size_t usualBytes = 512;
-  std::vector<BYTE> bytes(usualBytes);
-  LSTATUS error = ERROR_MORE_DATA;
-  for (int question = 0; error == ERROR_MORE_DATA && question < mostQuestions; ++question) {
-    // Two zeroed bytes stay, since a stored text need not be terminated.
-    auto size = static_cast<DWORD>(bytes.size() - sizeof(wchar_t));
-    DWORD type = REG_NONE;
-    error = RegQueryValueExW(value.key.get(), value.name.c_str(), nullptr, &type, bytes.data(), &size);
-    error = judgeType(error, type, REG_SZ);
-    if (error == ERROR_MORE_DATA) bytes.assign(2 * std::size_t{size} + sizeof(wchar_t), 0);
+T valueOr(const Result<T>& read, T fallback, const char* reader, std::string_view id) {
+  if (read) return *read;
+  const std::uint32_t error = read.error().code();
+  if (error != ERROR_FILE_NOT_FOUND) {
+    logLine(LogLevel::Error, "WinPreferences::%s - GetRegistryValue for %s failed: 0x%x", reader,
+            printable(id), error);
   }
-  if (error != ERROR_SUCCESS) return error;
-  std::wstring text(bytes.size() / sizeof(wchar_t), L'\0');
-  std::memcpy(text.data(), bytes.data(), text.size() * sizeof(wchar_t));
-  out = StringUtils::utf16to8(text);
-  return ERROR_SUCCESS;
+  return fallback;
 }
 
+/// Runs `change` on the key, which is opened for each change: a key that was removed
+/// meanwhile is made anew.
 template <typename Change>
-LSTATUS changeValue(std::string_view id, const Change& change) {
+Result<void> changeValue(std::string_view id, const Change& change) {
   const auto name = wide(id);
-  if (!name) return ERROR_NO_UNICODE_TRANSLATION;
-  RegistryKey key;
-  LSTATUS error =
-      RegOpenKeyExW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, 0, KEY_SET_VALUE, key.receive());
-  if (error == ERROR_FILE_NOT_FOUND)
-    error = RegCreateKeyW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, key.receive());
-  if (error != ERROR_SUCCESS) return error;
-  return change(key.get(), name->c_str());
+  if (!name) return failure(ERROR_NO_UNICODE_TRANSLATION);
+  const wchar_t* const path = names::kPreferencesKey.wide;
+  auto key = os::openRegistryKey(HKEY_CURRENT_USER, path, KEY_SET_VALUE);
+  if (!key && key.error() == SystemError(ERROR_FILE_NOT_FOUND))
+    key = os::createRegistryKey(HKEY_CURRENT_USER, path, KEY_SET_VALUE);
+  if (!key) return failure(key.error());
+  return change(key->get(), name->c_str());
 }
 
-LSTATUS writeBytes(std::string_view id, DWORD type, const void* data, std::size_t size) {
-  return changeValue(id, [&](HKEY key, const wchar_t* name) {
-    return RegSetValueExW(key, name, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(size));
-  });
+Result<void> writeBytes(std::string_view id, DWORD type, const void* data, std::size_t size) {
+  return changeValue(
+      id, [&](HKEY key, const wchar_t* name) { return os::writeRegistryValue(key, name, type, data, size); });
 }
 
 }  // namespace
+
+std::unique_ptr<Preferences> makePlatformPreferences() {
+  return std::make_unique<WinPreferences>();
+}
 
 WinPreferences::WinPreferences(Preference::Overrides defaultOverrides, ServerEventManager& events)
     : Preferences(std::move(defaultOverrides), events) {}
 
 bool WinPreferences::getBoolValueWithDefault(std::string_view id, bool fallback) const {
-  DWORD value = 0;
-  const LSTATUS error = readNumber(id, REG_DWORD, value);
-  if (error == ERROR_SUCCESS) return value != 0;
-  if (error != ERROR_FILE_NOT_FOUND) {
-    logLine(LogLevel::Error, "WinPreferences::getBoolValueWithDefault - GetRegistryValue for %s failed: 0x%x",
-            printable(id), error);
-  }
-  return fallback;
+  return valueOr(readNumber<DWORD>(id, REG_DWORD), DWORD{fallback}, "getBoolValueWithDefault", id) != 0;
 }
 
 std::string WinPreferences::getStringValueWithDefault(std::string_view id, std::string_view fallback) const {
-  std::string value;
-  const LSTATUS error = readText(id, value);
-  if (error == ERROR_SUCCESS) return value;
-  if (error != ERROR_FILE_NOT_FOUND) {
-    logLine(LogLevel::Error,
-            "WinPreferences::getStringValueWithDefault - GetRegistryValue for %s failed: 0x%x", printable(id),
-            error);
-  }
-  return std::string(fallback);
+  return valueOr(readText(id), std::string(fallback), "getStringValueWithDefault", id);
 }
 
+// The blanks in the next two names are part of log lines that programs outside look for.
 std::int32_t WinPreferences::getIntValueWithDefault(std::string_view id, std::int32_t fallback) const {
-  std::int32_t value = 0;
-  const LSTATUS error = readNumber(id, REG_DWORD, value);
-  if (error == ERROR_SUCCESS) return value;
-  if (error != ERROR_FILE_NOT_FOUND) {
-    logLine(LogLevel::Error, "WinPreferences:: getIntValueWithDefault - GetRegistryValue for %s failed: 0x%x",
-            printable(id), error);
-  }
-  return fallback;
+  return valueOr(readNumber<std::int32_t>(id, REG_DWORD), fallback, " getIntValueWithDefault", id);
 }
 
 double WinPreferences::getDoubleValueWithDefault(std::string_view id, double fallback) const {
   static_assert(std::endian::native == std::endian::little, "stored doubles are little-endian");
-  double value = 0.0;
-  const LSTATUS error = readNumber(id, REG_BINARY, value);
-  if (error == ERROR_SUCCESS) return value;
-  if (error != ERROR_FILE_NOT_FOUND) {
-    logLine(LogLevel::Error,
-            "WinPreferences:: getDoubleValueWithDefault - GetRegistryValue for %s failed: 0x%x",
-            printable(id), error);
-  }
-  return fallback;
+  return valueOr(readNumber<double>(id, REG_BINARY), fallback, " getDoubleValueWithDefault", id);
 }
 
-bool WinPreferences::finishWrite(std::string_view id, std::int32_t error) {
-  if (error != ERROR_SUCCESS) return false;
+bool WinPreferences::finishWrite(std::string_view id, const Result<void>& written) {
+  if (!written) return false;
   notifyModified(id);
   return true;
 }
@@ -167,7 +124,9 @@ bool WinPreferences::finishWrite(std::string_view id, std::int32_t error) {
 bool WinPreferences::setStringValue(std::string_view id, std::string_view value) {
   const auto text = wide(value);
   if (!text) return false;
-  return finishWrite(id, writeBytes(id, REG_SZ, text->c_str(), (text->size() + 1) * sizeof(wchar_t)));
+  return finishWrite(id, changeValue(id, [&](HKEY key, const wchar_t* name) {
+                       return os::writeRegistryText(key, name, *text);
+                     }));
 }
 
 bool WinPreferences::setBoolValue(std::string_view id, bool value) {
@@ -185,7 +144,7 @@ bool WinPreferences::setDoubleValue(std::string_view id, double value) {
 
 bool WinPreferences::removeValue(std::string_view id) {
   return finishWrite(
-      id, changeValue(id, [](HKEY key, const wchar_t* name) { return RegDeleteValueW(key, name); }));
+      id, changeValue(id, [](HKEY key, const wchar_t* name) { return os::removeRegistryValue(key, name); }));
 }
 
 }  // namespace zarn

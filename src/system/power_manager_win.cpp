@@ -14,7 +14,7 @@ namespace {
 constexpr char kThreadName[] = "WindowsPowerManagerThread";
 
 /// A failed wait returns at once; without a pause its log lines would fill the disk.
-constexpr DWORD kPauseAfterFailedWaitMs = 100;
+constexpr DWORD kPauseMillisecondsAfterFailedWait = 100;
 
 DWORD WINAPI powerManagerThread(void* argument) {
   const auto* const state = static_cast<const PowerManagerState*>(argument);
@@ -22,16 +22,18 @@ DWORD WINAPI powerManagerThread(void* argument) {
     // An exception must not leave the thread, and no failure ends it.
     try {
       try {
-        if (!runPowerManagerRound(*state, PowerManagerCalls::system())) Sleep(kPauseAfterFailedWaitMs);
+        if (!runPowerManagerRound(*state, PowerManagerCalls::system()))
+          Sleep(kPauseMillisecondsAfterFailedWait);
       } catch (const std::exception& error) {
         logLine(LogLevel::Error, "%s: %s, type: %s", kThreadName, printable(error.what()), typeName(error));
       }
     } catch (const std::exception&) {
-      Sleep(kPauseAfterFailedWaitMs);  // no memory for the line
+      Sleep(kPauseMillisecondsAfterFailedWait);  // no memory for the line
     }
   }
 }
 
+/// For the event as well as for the thread: whoever reads logs knows this one line.
 void logStartFailure() {
   logLine(LogLevel::Error, "CreateThread(WindowsPowerManagerThread) failed: 0x%x", GetLastError());
 }
@@ -58,6 +60,7 @@ PowerManagerState& powerManagerState() noexcept {
 void startPowerManager(const PowerManagerCalls& calls) {
   PowerManagerState& state = powerManagerState();
   state.wakeEvent = calls.createEvent();
+  // Without an event every wait of the thread fails, and says so in the log.
   if (state.wakeEvent == nullptr) logStartFailure();
   const KernelHandle thread(calls.createThread(powerManagerThread, &state));
   if (!thread) logStartFailure();
@@ -68,10 +71,11 @@ bool runPowerManagerRound(const PowerManagerState& state, const PowerManagerCall
     logLine(LogLevel::Error, "WaitForSingleObject failed: 0x%x", GetLastError());
     return false;
   }
+  // ES_CONTINUOUS alone takes back whatever an earlier round asked for.
   EXECUTION_STATE flags = ES_CONTINUOUS;
   if (!state.idle) {
     flags |= ES_SYSTEM_REQUIRED;
-    if (Preferences::instance().getBool("AwayModeSupported")) flags |= ES_AWAYMODE_REQUIRED;
+    if (Preferences::instance().get(preference::kAwayModeSupported)) flags |= ES_AWAYMODE_REQUIRED;
   }
   if (calls.setExecutionState(flags) == 0) {
     logLine(LogLevel::Error, "SetThreadExecutionState(%d) failed: 0x%x", static_cast<std::int32_t>(flags),
@@ -80,4 +84,10 @@ bool runPowerManagerRound(const PowerManagerState& state, const PowerManagerCall
   return true;
 }
 
+namespace {
+
+// Starts the manager while the program that links this file initialises its static state.
+[[maybe_unused]] const bool isStarted = (startPowerManager(), true);
+
+}  // namespace
 }  // namespace zarn

@@ -1,6 +1,5 @@
 // What machine this is. Stateless; every function may be called from any thread
-// and none fails. Texts are UTF-8. Apart from architectureName() and
-// formatOSVersion(), Windows only.
+// and none fails. Texts are UTF-8. Windows only.
 #pragma once
 
 #include <cstdint>

@@ -1,11 +1,14 @@
+#include "system/system_info.h"
+
 #include <windows.h>
 
+#include <algorithm>
 #include <array>
 #include <optional>
+#include <utility>
 
-#include "os/handles_win.h"
 #include "os/process.h"
-#include "system/system_info.h"
+#include "os/registry.h"
 #include "util/logging.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
@@ -43,28 +46,35 @@ std::optional<std::string> findLocaleName(LCID lcid) {
 }
 
 /// Clock rate of the first processor in MHz; 0 when it is not known.
-DWORD processorClockRate() {
-  RegistryKey key;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"HARDWARE\\DESCRIPTION\\System\\CentralProcessor\\0", 0, KEY_READ,
-                    key.receive()) != ERROR_SUCCESS) {
-    return 0;
-  }
-  DWORD rate = 0;
-  DWORD type = REG_NONE;
-  DWORD size = sizeof(rate);
-  const LSTATUS error =
-      RegQueryValueExW(key.get(), L"~MHz", nullptr, &type, reinterpret_cast<BYTE*>(&rate), &size);
-  return error == ERROR_SUCCESS && type == REG_DWORD ? rate : 0;
+std::uint32_t processorClockRate() {
+  const auto key = os::openRegistryKey(HKEY_LOCAL_MACHINE,
+                                       L"HARDWARE\\DESCRIPTION\\System\\CentralProcessor\\0", KEY_READ);
+  return key ? os::readRegistryNumber(key->get(), L"~MHz").value_or(0) : 0;
 }
 
 }  // namespace
 
+std::string_view architectureName(std::uint16_t code) noexcept {
+  using Entry = std::pair<std::uint16_t, std::string_view>;
+  constexpr std::array<Entry, 5> names = {{{0, "x86"}, {5, "arm"}, {6, "ia64"}, {9, "x64"}, {12, "arm64"}}};
+  const auto* const found =
+      std::find_if(names.begin(), names.end(), [&](const Entry& entry) { return entry.first == code; });
+  return found != names.end() ? found->second : std::string_view();
+}
+
+std::string formatOSVersion(std::uint32_t version) {
+  return formatPrintf("%d.%d (Build %d)", version & 0xFFU, (version >> 8U) & 0xFFU, version >> 16U);
+}
+
+// A variable that is set to an empty text counts: that is how a text is left out.
 void getPlatformInfo(std::string& vendor, std::string& device, std::string& model) {
   vendor = environmentVariable("ZARN_MEDIA_SERVER_INFO_VENDOR").value_or("Microsoft");
   device = environmentVariable("ZARN_MEDIA_SERVER_INFO_DEVICE").value_or("PC");
   model = environmentVariable("ZARN_MEDIA_SERVER_INFO_MODEL").value_or(nativeModel());
 }
 
+// The version that the program's manifest names is the one to show: what runs above it
+// behaves as that version does.
 std::string getOSVersionString() {
   return formatOSVersion(GetVersion());
 }

@@ -29,6 +29,8 @@ inline constexpr Name kStagedInstaller("ZarnMediaServerUpdate.exe");
 
 /// The service's part of the registry, below the root of its account.
 inline constexpr Name kPreferencesKey("Software\\Zarn, Inc.\\Zarn Media Server");
+/// A preference there: the folder that the media server chose for the product's folder.
+inline constexpr Name kLocalAppDataPathValue("LocalAppDataPath");
 inline constexpr Name kDefaultPreferencesVariable("ZARN_MEDIA_SERVER_DEFAULT_PREFERENCES");
 inline constexpr Name kAccountServiceHostVariable("ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST");
 inline constexpr Name kEnforceRedirectionTrustVariable("ZARN_MEDIA_SERVER_ENFORCE_REDIRECTION_TRUST");

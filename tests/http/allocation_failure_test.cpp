@@ -39,92 +39,66 @@ bool allocationFails() noexcept {
 
 namespace {
 
-class AllocationFailure : public ::testing::Test {
- protected:
-  AllocationFailure() { isTestsOwn = true; }
-  ~AllocationFailure() override { isTestsOwn = false; }
+std::shared_ptr<HttpContext> request(const std::string& scenario) {
+  const TestServers& servers = TestServers::instance();
+  auto ctx = HttpContext::create(servers.url(scenario), "GET");
+  ctx->cacert = servers.file("ca");
+  ctx->timeout = 20;
+  ctx->maxDownloadSize = 1 << 20;
+  return ctx;
+}
 
-  static void disarm() { allocationsLeft = kNever; }
+bool settles(const std::shared_ptr<HttpClient::Response>& promise) {
+  const auto settled = std::make_shared<std::promise<void>>();
+  promise->then([settled](HttpClient::Response&) { settled->set_value(); });
+  return settled->get_future().wait_for(10s) == std::future_status::ready;
+}
 
-  std::shared_ptr<HttpContext> request(const std::string& scenario) const {
-    auto ctx = HttpContext::create(servers_.url(scenario), "GET");
-    ctx->cacert = servers_.file("ca");
-    ctx->timeout = 20;
-    ctx->maxDownloadSize = 1 << 20;
-    return ctx;
+/// Makes each allocation in turn fail that a request to `scenario` costs, then all from each
+/// on: the promise that `attempt` returns is settled in time, whatever with. There is none
+/// when it throws, which is an answer too.
+template <typename Attempt>
+void failEach(const std::string& scenario, Attempt attempt) {
+  const RecordingLog log;
+  for (const bool once : {true, false}) {
+    std::int64_t n = 0;
+    do {
+      SCOPED_TRACE(scenario + (once ? ", allocation " : ", from allocation ") + std::to_string(++n));
+      const auto ctx = request(scenario);
+      std::shared_ptr<HttpClient::Response> promise;
+      failures = 0;
+      failsOnce = once;
+      allocationsLeft = n;
+      isTestsOwn = false;
+      try {
+        attempt(ctx, promise);
+      } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): see above
+      }
+      isTestsOwn = true;
+      // Memory that is gone for good would leave nobody to settle anything.
+      if (!once) std::this_thread::sleep_for(5ms), allocationsLeft = kNever;
+      ASSERT_TRUE(!promise || settles(promise));
+      allocationsLeft = kNever;
+    } while (failures != 0 || n < 5);
+    EXPECT_GT(n, 10);
   }
+}
 
-  /// Null when the request was refused at once, which is an answer too.
-  static std::shared_ptr<HttpClient::Response> submit(const std::shared_ptr<HttpContext>& ctx,
-                                                      HttpClientRunner& runner) {
-    isTestsOwn = false;
-    std::shared_ptr<HttpClient::Response> promise;
-    try {
-      promise = HttpClient::submit(ctx, runner);
-    } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): see above
-    }
-    isTestsOwn = true;
-    return promise;
-  }
-
-  static bool settles(const std::shared_ptr<HttpClient::Response>& promise) {
-    const auto settled = std::make_shared<std::promise<void>>();
-    promise->then([settled](HttpClient::Response&) { settled->set_value(); });
-    return settled->get_future().wait_for(10s) == std::future_status::ready;
-  }
-
-  /// Makes each allocation in turn fail that a request to `scenario` costs, then all from
-  /// each on: the promise that `attempt` returns, if any, is settled in time, whatever with.
-  template <typename Attempt>
-  void failEach(const std::string& scenario, Attempt attempt) {
-    for (const bool once : {true, false}) {
-      std::int64_t n = 0;
-      do {
-        SCOPED_TRACE(scenario + (once ? ", allocation " : ", from allocation ") + std::to_string(++n));
-        log_.clear();
-        const auto ctx = request(scenario);
-        failures = 0;
-        failsOnce = once;
-        allocationsLeft = n;
-        const auto promise = attempt(ctx);
-        // Memory that is gone for good would leave nobody to settle anything.
-        if (!once) disarm();
-        ASSERT_TRUE(!promise || settles(promise));
-        disarm();
-      } while (failures != 0 || n < 5);
-      EXPECT_GT(n, 10);
-    }
-  }
-  const TestServers& servers_ = TestServers::instance();
-  RecordingLog log_;
-};
-
-TEST_F(AllocationFailure, SettlesEveryRequestAndTheNextOneIsServed) {
+TEST(AllocationFailure, SettlesEveryRequestAndTheNextOneIsServed) {
+  isTestsOwn = true;
   for (const std::string scenario : {"plain_http", "good"}) {
     HttpClientRunner runner;
-    failEach(scenario, [&](const auto& ctx) {
-      auto promise = submit(ctx, runner);
-      if (!failsOnce) std::this_thread::sleep_for(5ms);
-      return promise;
-    });
+    failEach(scenario, [&](const auto& ctx, auto& promise) { promise = HttpClient::submit(ctx, runner); });
     EXPECT_EQ(HttpClient::submit(request(scenario), runner)->wait()->httpCode, 200);
   }
 }
 
-TEST_F(AllocationFailure, ARunnerThatCannotBeMadeOrEndsSettlesItsRequests) {
-  failEach("silent", [](const auto& ctx) {
-    std::shared_ptr<HttpClient::Response> promise;
-    isTestsOwn = false;
-    try {
-      HttpClientRunner runner;
-      promise = submit(ctx, runner);
-      std::this_thread::sleep_for(1ms);
-      isTestsOwn = false;
-    } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): no runner, and nothing to settle
-    }
-    isTestsOwn = true;
-    disarm();
-    return promise;
+TEST(AllocationFailure, ARunnerThatCannotBeMadeOrEndsSettlesItsRequests) {
+  isTestsOwn = true;
+  failEach("silent", [](const auto& ctx, auto& promise) {
+    HttpClientRunner runner;
+    promise = HttpClient::submit(ctx, runner);
+    std::this_thread::sleep_for(1ms);
   });
 }
 

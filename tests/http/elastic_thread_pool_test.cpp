@@ -1,5 +1,4 @@
 #include "http/elastic_thread_pool.h"
-#include "os/process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "os/process.h"
 #include "support/recording_log.h"
 
 namespace zarn::testing {
@@ -22,27 +22,18 @@ bool eventually(Condition condition) {
   return condition();
 }
 
-/// Holds its tasks back until it is opened; outlives the pool they run in.
-struct Gate {
-  std::function<void()> task() {
-    return [this] { opened.wait(), ++passed; };
-  }
-  std::promise<void> promise;
-  std::shared_future<void> opened = promise.get_future().share();
-  std::atomic<int> passed{0};
-};
-
 TEST(ElasticThreadPool, GrowsByOneWorkerAPostAndShrinksAgain) {
   for (const std::size_t lowerBound : {0U, 2U}) {
-    Gate gates[2];
     ElasticThreadPool pool(lowerBound, 3, 20ms);
-    for (Gate& gate : gates) {
+    for (int round = 0; round < 2; ++round) {
+      std::promise<void> gate;
+      const auto opened = gate.get_future().share();
       const std::size_t idle = pool.threadCount();
       for (const std::size_t posted : {1U, 2U, 3U, 4U}) {
-        pool.post(gate.task());
+        pool.post([opened] { opened.wait(); });
         EXPECT_EQ(pool.threadCount(), std::min<std::size_t>(std::max(posted, idle), 3));
       }
-      gate.promise.set_value();
+      gate.set_value();
       EXPECT_TRUE(eventually([&] { return pool.threadCount() == lowerBound; })) << pool.threadCount();
       std::this_thread::sleep_for(60ms);
       EXPECT_EQ(pool.threadCount(), lowerBound);
@@ -52,21 +43,20 @@ TEST(ElasticThreadPool, GrowsByOneWorkerAPostAndShrinksAgain) {
 
 TEST(ElasticThreadPool, ATaskThatThrowsAndAThreadThatCannotBeMadeAreReportedAndLoseNothing) {
   const RecordingLog log;
-  Gate gate;
+  std::atomic<int> ran{0};
   int starts = 0;
   {
     ElasticThreadPool pool(1, 8, 10s, [&] {
       if (++starts == 1) throw std::runtime_error("no\nthreads");
     });
-    pool.post(gate.task());  // nobody to run it yet
+    pool.post([&] { ++ran; });  // nobody to run it yet
     EXPECT_EQ(pool.threadCount(), 0U);
-    gate.promise.set_value();
     pool.post([] { throw std::runtime_error("broken\r"); });
     EXPECT_EQ(pool.threadCount(), 1U);
     EXPECT_TRUE(eventually([&] { return log.lines().size() == 2; }));
-    pool.post(gate.task());
+    pool.post([&] { ++ran; });
   }
-  EXPECT_EQ(gate.passed, 2);
+  EXPECT_EQ(ran, 2);
   const std::string uncaught = "Thread: Uncaught exception running async task which was spawned by thread ";
   EXPECT_THAT(log.texts(), ::testing::ElementsAre(
                                "Thread: Couldn't add a new thread to the pool of size 0: no\\x0athreads",
@@ -75,8 +65,7 @@ TEST(ElasticThreadPool, ATaskThatThrowsAndAThreadThatCannotBeMadeAreReportedAndL
 
 TEST(ElasticThreadPool, LosesNoTaskWhileWorkersComeAndGo) {
   std::atomic<int> ran{0};
-  // Workers leave in nearly every pause between posts.
-  ElasticThreadPool pool(0, 3, 1ms);
+  ElasticThreadPool pool(0, 3, 1ms);  // workers leave in nearly every pause between posts
   std::vector<std::thread> posters;
   for (int i = 0; i < 4; ++i) {
     posters.emplace_back([&] {
@@ -97,8 +86,7 @@ TEST(ElasticThreadPool, ATaskThatBlocksHoldsNoOtherUpWhileAWorkerSleeps) {
     std::promise<void> first;
     std::promise<void> second;
     pool.post([&] { second.get_future().wait(), first.set_value(); });
-    // Sometimes the first worker is on its way, sometimes there.
-    if (round % 3 == 0) std::this_thread::yield();
+    if (round % 3 == 0) std::this_thread::yield();  // the first worker is on its way, or there
     pool.post([&] { second.set_value(); });
     ASSERT_EQ(first.get_future().wait_for(10s), std::future_status::ready) << round;
   }

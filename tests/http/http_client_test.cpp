@@ -19,7 +19,6 @@ namespace zarn::testing {
 namespace {
 
 using namespace std::chrono_literals;
-using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using Context = std::shared_ptr<HttpContext>;
@@ -32,22 +31,23 @@ class HttpClientTest : public ::testing::Test {
     setEnvironment("SSLKEYLOGFILE", keys() / "from-environment");
     setEnvironment("NO_PROXY", "*");
     Preferences::useTestStore(true);
-    Preferences::instance().setStringValue("TLSKeyLogPath", keys() / "from-preference");
+    Preferences::instance().set(preference::kTlsKeyLogPath, keys() / "from-preference");
   }
   static const TempDirectory& keys() {
     static const TempDirectory directory;
     return directory;
   }
+  ~HttpClientTest() override {
+    for (const auto& [level, text] : log_.lines()) EXPECT_NE(level, LogLevel::Error) << text;
+  }
 
-  Context request(const std::string& url, const char* verb = "GET") {
-    const auto ctx = HttpContext::create(url, verb);
+  Context get(const std::string& scenario, std::string_view path = {}, const char* verb = "GET") {
+    if (path.empty()) path = TestServers::kProfilePath;
+    const auto ctx = HttpContext::create(servers_.url(scenario, path), verb);
     ctx->cacert = servers_.file("ca");
     ctx->timeout = 20;
     ctx->maxDownloadSize = 1 << 20;
     return ctx;
-  }
-  Context get(const std::string& scenario, std::string_view path = TestServers::kProfilePath) {
-    return request(servers_.url(scenario, path));
   }
   Response submit(const Context& ctx) { return HttpClient::submit(ctx, runner_); }
   Context perform(const Context& ctx) { return submit(ctx)->wait(); }
@@ -57,52 +57,58 @@ class HttpClientTest : public ::testing::Test {
   HttpClientRunner runner_;
 };
 
-TEST_F(HttpClientTest, EveryEndOfATransferHasItsStatusAndLine) {
-  const std::string jumbo =
-      " (52, Server returned nothing (no headers, no data)). Network appears to be configured for jumbo "
-      "frames.";
+TEST_F(HttpClientTest, EveryEndOfATransferHasItsStatusAndLines) {
+  const std::string late = "HTTP simulating 408 after curl timeout";
   const std::string oversize = "HTTP simulating 400 after max file size exceeded";
-  const struct {
-    const char* scenario;
-    std::string path;
-    CURLcode result;
-    int httpCode;
-    std::string line;  // its beginning, after that of a failed request when it begins with " ("
-  } cases[] = {
-      {"good", TestServers::kProfilePath, CURLE_OK, 200, "HTTP/1.1 ("},
-      {"plain_http", "/", CURLE_OK, 200, "HTTP/1.1 ("},
-      {"gzip", "/", CURLE_OK, 200, "HTTP/1.1 ("},
-      {"status500", "/", CURLE_OK, 500, "HTTP/1.1 ("},
-      {"redirects", "/8", CURLE_OK, 200, "HTTP/1.1 ("},
-      {"redirects", "/9", CURLE_TOO_MANY_REDIRECTS, 302, " (47, "},
-      {"redirect_http", "/", CURLE_UNSUPPORTED_PROTOCOL, 302, " (1, "},
-      {"reset", "/", CURLE_RECV_ERROR, 200, " ("},
-      {"empty_reply", "/", CURLE_GOT_NOTHING, 0, jumbo},
-      {"other_ca", "/", CURLE_PEER_FAILED_VERIFICATION, 0, " (60, "},
-      {"wrong_host", "/", CURLE_PEER_FAILED_VERIFICATION, 0, " (60, "},
-      {"endless_headers", "/", CURLE_WRITE_ERROR, 103, " (23, "},
-      {"endless", "/", CURLE_FILESIZE_EXCEEDED, 400, oversize},
-      {"gzip_bomb", "/", CURLE_FILESIZE_EXCEEDED, 400, oversize},
-      {"announced", "/", CURLE_FILESIZE_EXCEEDED, 400, oversize},
-      {"silent", "/", CURLE_OPERATION_TIMEDOUT, 408, "HTTP simulating 408 after curl timeout"},
+  const std::string jumbo =
+      " (52, Server returned nothing (no headers, no data)). Network appears to be "
+      "configured for jumbo frames.";
+  // Requests, and the beginning of their last line: of what follows "HTTP error requesting
+  // ..." when it begins with a blank. No line at all where the URL holds a quiet host.
+  const std::tuple<std::vector<std::string>, CURLcode, int, std::string> cases[] = {
+      {{"good", "plain_http/", "gzip/", "redirects/8", "other_ca/?unverified"}, CURLE_OK, 200, "HTTP/1.1 ("},
+      {{"version_1_0/"}, CURLE_OK, 200, "HTTP/1.0 ("},
+      {{"plain_http/?lyrics.zarn.example"}, CURLE_OK, 200, ""},
+      {{"status500/"}, CURLE_OK, 500, "HTTP/1.1 ("},
+      {{"redirects/9"}, CURLE_TOO_MANY_REDIRECTS, 302, " (47, "},
+      {{"redirect_http/"}, CURLE_UNSUPPORTED_PROTOCOL, 302, " (1, "},
+      {{"reset/"}, CURLE_RECV_ERROR, 200, " ("},
+      {{"empty_reply/"}, CURLE_GOT_NOTHING, 0, jumbo},
+      {{"other_ca/", "wrong_host/"}, CURLE_PEER_FAILED_VERIFICATION, 0, " (60, "},
+      {{"endless_headers/"}, CURLE_WRITE_ERROR, 103, " (23, "},
+      {{"endless_headers/?geocoder.example"}, CURLE_WRITE_ERROR, 103, ""},
+      {{"endless/", "gzip_bomb/", "announced/"}, CURLE_FILESIZE_EXCEEDED, 400, oversize},
+      {{"endless/?geocoder.example"}, CURLE_FILESIZE_EXCEEDED, 400, ""},
+      {{"silent/", "silent/?stalled"}, CURLE_OPERATION_TIMEDOUT, 408, late},
+      {{"silent/?metrics.zarn.example"}, CURLE_OPERATION_TIMEDOUT, 408, ""},
   };
-  for (const auto& expected : cases) {
-    SCOPED_TRACE(expected.scenario + expected.path);
-    log_.clear();
-    const auto ctx = get(expected.scenario, expected.path);
-    if (expected.httpCode == 408) ctx->timeout = 1;
-    ASSERT_EQ(perform(ctx), ctx);
-    // Wine reports a reset as an early end.
-    const CURLcode early = expected.result == CURLE_RECV_ERROR ? CURLE_PARTIAL_FILE : expected.result;
-    EXPECT_THAT(ctx->result, ::testing::AnyOf(expected.result, early)) << ctx->error;
-    EXPECT_EQ(ctx->httpCode, expected.httpCode);
-    EXPECT_LE(ctx->body.size(), 1U << 20);
-    const bool failed = expected.line.starts_with(' ');
-    const auto [level, text] = log_.lines().back();
-    EXPECT_THAT(text, StartsWith((failed ? "HTTP error requesting GET " + ctx->url : "") + expected.line));
-    EXPECT_EQ(level, failed || expected.line == oversize ? LogLevel::Warn : LogLevel::Debug);
-    EXPECT_FALSE(ctx->handle || ctx->slistResolve || ctx->promise);
-    EXPECT_EQ(ctx->responseHeaders.count("Content-Encoding"), 0U);  // the body has been decoded
+  for (const auto& [requests, result, httpCode, end] : cases) {
+    for (const std::string& request : requests) {
+      SCOPED_TRACE(request);
+      log_.clear();
+      const auto path = std::min(request.find('/'), request.size());
+      const auto ctx = get(request.substr(0, path), request.substr(path));
+      if (httpCode == 408) ctx->timeout = 1;
+      ctx->verifyPeer = !request.ends_with("unverified");
+      ctx->lowSpeedTimeout = request.ends_with("stalled");
+      ASSERT_EQ(perform(ctx), ctx);
+      // Wine reports a reset as an early end.
+      const CURLcode early = result == CURLE_RECV_ERROR ? CURLE_PARTIAL_FILE : result;
+      EXPECT_THAT(ctx->result, ::testing::AnyOf(result, early)) << ctx->error;
+      EXPECT_EQ(ctx->httpCode, httpCode);
+      EXPECT_LE(ctx->body.size(), 1U << 20);
+      EXPECT_FALSE(ctx->handle || ctx->slistResolve || ctx->promise);
+      EXPECT_EQ(ctx->responseHeaders.count("Content-Encoding"), 0U);  // the body has been decoded
+      const auto lines = log_.lines();
+      // Only a server that never stops sending headers is worth an error of its own.
+      EXPECT_EQ(lines.size(), (end.empty() ? 0U : 2U) + (httpCode == 103 ? 1U : 0U));
+      if (end.empty() || lines.empty()) continue;
+      const bool failed = end.starts_with(' ');
+      EXPECT_EQ(lines.front(), (LoggedLine{LogLevel::Debug, "HTTP requesting GET " + ctx->url}));
+      EXPECT_THAT(lines.back().text,
+                  StartsWith((failed ? "HTTP error requesting GET " + ctx->url : "") + end));
+      EXPECT_EQ(lines.back().level, failed || end == oversize ? LogLevel::Warn : LogLevel::Debug);
+    }
   }
 }
 
@@ -119,8 +125,9 @@ TEST_F(HttpClientTest, SendsWhatItIsGiven) {
   const TempDirectory dir;
   writeFile(dir / "upload", "from a file");
   const auto upload = FileUtils::safeOpen(dir / "upload", "rb", false);
+  const auto nothing = [](HttpContext&) {};
   const auto sent = [&](const char* verb, const std::function<void(HttpContext&)>& configure) {
-    const auto ctx = request(servers_.url("echo", "/echo"), verb);
+    const auto ctx = get("echo", "/echo", verb);
     configure(*ctx);
     EXPECT_EQ(perform(ctx)->httpCode, 200) << verb << ctx->error;
     return ctx->body;
@@ -133,10 +140,12 @@ TEST_F(HttpClientTest, SendsWhatItIsGiven) {
        {R"("method": "GET")", R"("X-One": "1", "X-Two": "2")", R"("Accept-Encoding": "gzip")",
         R"("Authorization": "Basic dXNlcjpzZWNyZXQ=")", R"("Range": "bytes=5-6")"})
     EXPECT_THAT(got, HasSubstr(text));
-  EXPECT_THAT(sent("POST", [](HttpContext& ctx) { ctx.postData = "posted"; }),
-              HasSubstr(R"("body": "posted")"));
-  EXPECT_THAT(sent("PUT", [&](HttpContext& ctx) { ctx.uploadFile = upload.get(), ctx.uploadSize = 11; }),
-              AllOf(HasSubstr(R"("method": "PUT")"), HasSubstr(R"("body": "from a file")")));
+  EXPECT_THAT(sent("POST", [](auto& ctx) { ctx.postData = "posted"; }), HasSubstr(R"("body": "posted")"));
+  const auto put = sent("PUT", [&](auto& ctx) { ctx.uploadFile = upload.get(), ctx.uploadSize = 11; });
+  for (const char* text : {R"("method": "PUT")", R"("Content-Length": "11")", R"("body": "from a file")"})
+    EXPECT_THAT(put, HasSubstr(text));
+  EXPECT_THAT(sent("PUT", nothing), HasSubstr(R"("Content-Length": "0")"));
+  EXPECT_EQ(sent("HEAD", nothing), "");
   const auto form = sent("POST", [&](HttpContext& ctx) {
     ctx.formParts = {{"a", FormPart::Kind::Contents, "contents", ""},
                      {"b", FormPart::Kind::File, dir / "upload", ""},
@@ -172,9 +181,13 @@ TEST_F(HttpClientTest, WhatCannotBeStartedIsRejected) {
 }
 
 TEST_F(HttpClientTest, WhatIsUnderWayCanBeEnded) {
-  const auto stopped = get("silent");
-  stopped->progressHandler = [](auto...) { return false; };
-  EXPECT_EQ(perform(stopped)->result, CURLE_ABORTED_BY_CALLBACK);
+  for (const bool throws : {false, true}) {
+    const auto ctx = get("silent");
+    ctx->progressHandler = [=](auto...) { return throws ? throw std::runtime_error("no\nmore") : false; };
+    EXPECT_EQ(perform(ctx)->result, CURLE_ABORTED_BY_CALLBACK);
+    EXPECT_EQ(log_.contains("HttpClient: Exception thrown in ProgressCallback: no\\x0amore"), throws);
+  }
+  log_.clear();
   Response underWay;
   {
     HttpClientRunner runner;

@@ -1,69 +1,136 @@
 #include "http/http_options.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <map>
+#include <sstream>
 #include <string>
 
-#include "http/curl_exception.h"
-#include "http/http_callbacks.h"
+#include "http/http_transfer.h"
 #include "support/recording_log.h"
+#include "support/temp_directory.h"
 #include "util/file_utils.h"
+#include "util/version.h"
 
 namespace zarn::testing {
 namespace {
 
 constexpr char kUrl[] = "https://10-0-0-5.abc.zarn.direct:8443/p";
 
-/// The options of a prepared request by name, as set last; pointers are just "set".
-std::map<std::string, std::string> settingsOf(const std::shared_ptr<HttpContext>& ctx) {
-  std::map<std::string, std::string> settings;
-  prepareHandle(ctx, [&](CURL*, CURLoption option, const OptionValue& value) {
-    std::string& text = settings[curl_easy_option_by_id(option)->name] = "set";
-    if (const auto* number = std::get_if<std::int64_t>(&value)) text = std::to_string(*number);
-    if (const auto* chars = std::get_if<const char*>(&value)) text = *chars == nullptr ? "null" : *chars;
-    return CURLE_OK;
-  });
-  return settings;
-}
+/// The calls of all requests, in order and as the log shows them, each behind the feature
+/// that a request must have for it, and before a value that the call does not show.
+constexpr char kCalls[] = R"(v URL, ctx->url.c_str()=>https://10-0-0-5.abc.zarn.direct:8443/p
+V URL, ctx->url.c_str()=>http://a/|V LOW_SPEED_LIMIT, 1|V LOW_SPEED_TIME, ctx->timeout=>90
+v TIMEOUT, ctx->timeout=>90|* CONNECTTIMEOUT, ctx->connectTimeout=>15|* TRANSFERTEXT, 0|* HEADER, 0
+V FOLLOWLOCATION, ctx->followRedirects ? 1 : 0=>0|v FOLLOWLOCATION, ctx->followRedirects ? 1 : 0=>1
+* MAXREDIRS, 8|* NOSIGNAL, 1|* USERAGENT, formatPrintf("ZarnMediaServer/%s", kVersion).c_str()=>agent
+V HTTP_VERSION, CURL_HTTP_VERSION_1_0=>1|* ACCEPT_ENCODING, "gzip"=>gzip|V RANGE, ctx->range.c_str()=>1-2
+v CAINFO, ctx->cacert.empty() ? GetCertificateFile().c_str() : ctx->cacert.c_str()=>own CA
+p CUSTOMREQUEST, ctx->verb.c_str()=>PUT|H CUSTOMREQUEST, ctx->verb.c_str()=>HEAD
+d WRITEDATA, ctx->downloadFile|d RESUME_FROM_LARGE, size=>7
+b WRITEDATA, ctx.get()|b WRITEFUNCTION, simple_write_callback
+w WRITEDATA, ctx->userData|w WRITEFUNCTION, ctx->writeCallback
+F READFUNCTION, ctx->readCallback|F HTTPPOST, first
+f READDATA, ctx->uploadFile|f INFILESIZE_LARGE, ctx->uploadSize=>11
+R READDATA, ctx->readUserData|R READFUNCTION, ctx->readCallback|R INFILESIZE_LARGE, ctx->uploadSize=>11
+o POST, 1|o POSTFIELDSIZE_LARGE, ctx->uploadSize=>11|E INFILE, NULL|E INFILESIZE, 0
+V POST, 1|V POSTFIELDS, ctx->postData.c_str()=>posted
+V USERNAME, ctx->username.c_str()=>user|V PASSWORD, ctx->password.c_str()=>secret
+p UPLOAD, true=>1|H NOBODY, 1|V HTTPHEADER, ctx->slistHeaders|v RESOLVE, ctx->slistResolve
+* WRITEHEADER, ctx.get()|* HEADERFUNCTION, HeaderReceived
+V NOPROGRESS, 0|V PROGRESSFUNCTION, ProgressCallback|V PROGRESSDATA, ctx.get()
+* ERRORBUFFER, ctx->error=>|V MAXFILESIZE_LARGE, ctx->maxDownloadSize=>9
+V SSL_VERIFYPEER, false=>0|V SSL_VERIFYHOST, 0|* SSL_CTX_FUNCTION, SSLCTXCallback
+* PROTOCOLS_STR, "http,https"=>http,https|v REDIR_PROTOCOLS_STR, plain ? "http,https" : "https"=>https
+V REDIR_PROTOCOLS_STR, plain ? "http,https" : "https"=>http,https
+* SSLVERSION, CURL_SSLVERSION_TLSv1_2=>6|v CAPATH, none=>null|* QUICK_EXIT, 1
+V WRITEDATA, ctx.get()|V WRITEFUNCTION, boundedWriteCallback
+)";
 
-/// What no test server can show.
-TEST(HttpOptions, BoundAndSecureARequest) {
-  auto settings = settingsOf(HttpContext::create(kUrl, "GET"));
-  for (const auto& [name, value] : {std::pair{"TIMEOUT", "90"},
-                                    {"CONNECTTIMEOUT", "15"},
-                                    {"NOSIGNAL", "1"},
-                                    {"PROTOCOLS_STR", "http,https"},
-                                    {"REDIR_PROTOCOLS_STR", "https"},
-                                    {"SSLVERSION", "6"},
-                                    {"QUICK_EXIT", "1"},
-                                    {"CAPATH", "null"}}) {
-    EXPECT_EQ(settings[name], value) << name;
+std::vector<std::string> callsFor(const std::string& features) {
+  std::vector<std::string> calls;
+  std::istringstream lines(kCalls);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream entries(line);
+    for (std::string entry; std::getline(entries, entry, '|');)
+      if (features.find(entry[0]) != std::string::npos) calls.push_back(entry.substr(2));
   }
-  EXPECT_EQ(settings["CAINFO"], FileUtils::certificateFile());
-  EXPECT_EQ(settings.count("SSL_VERIFYPEER") + settings.count("SSL_VERIFYHOST"), 0U);
-  settings = settingsOf(HttpContext::create("http://127.0.0.1/", "GET"));
-  EXPECT_EQ(settings["REDIR_PROTOCOLS_STR"], "http,https");
+  return calls;
 }
 
-TEST(HttpOptions, ARequestThatCannotBeMadeSafeIsNotSent) {
-  const RecordingLog log;
-  for (const CURLoption unsafe : {CURLOPT_PROTOCOLS_STR, CURLOPT_REDIR_PROTOCOLS_STR, CURLOPT_SSLVERSION,
-                                  CURLOPT_QUICK_EXIT, CURLOPT_CAPATH}) {
-    const auto refuse = [&](CURL*, CURLoption option, const OptionValue&) {
-      return option == unsafe ? CURLE_NOT_BUILT_IN : CURLE_OK;
-    };
-    EXPECT_THROW(prepareHandle(HttpContext::create(kUrl, "GET"), refuse), CURLException);
+std::string textOf(const OptionValue& value) {
+  if (const auto* number = std::get_if<std::int64_t>(&value)) return std::to_string(*number);
+  const auto* chars = std::get_if<const char*>(&value);
+  if (chars == nullptr) return "pointer";
+  const std::string text = *chars == nullptr ? "null" : *chars;
+  if (text == FileUtils::certificateFile()) return "own CA";
+  return text == formatPrintf("ZarnMediaServer/%s", kVersion) ? "agent" : text;
+}
+
+TEST(HttpOptions, AreSetInOrderAndARefusalIsLoggedOrEndsTheRequest) {
+  const TempDirectory dir;
+  writeFile(dir / "file", "seven..");
+  const auto file = FileUtils::safeOpen(dir / "file", "ab", false);
+  const auto read = [](char*, std::size_t, std::size_t, void*) { return std::size_t{0}; };
+  const std::tuple<const char*, const char*, std::function<void(HttpContext&)>> cases[] = {
+      {"*vb", "GET", [](auto&) {}},
+      {"*Vb", "POST",
+       [](HttpContext& c) {
+         c.lowSpeedTimeout = c.http10 = true, c.followRedirects = c.resolveDirectHost = c.verifyPeer = false;
+         c.url = "http://a/", c.range = "1-2", c.postData = "posted", c.username = "user";
+         c.password = "secret", c.headers = {{"A", "b"}}, c.maxDownloadSize = 9;
+         c.progressHandler = [](auto...) { return true; };
+       }},
+      {"*vbEp", "PUT", [](auto&) {}},
+      {"*vwfp", "PUT", [&](HttpContext& c) { c.writeCallback = read, c.uploadFile = file.get(); }},
+      {"*vdfo", "POST", [&](HttpContext& c) { c.downloadFile = c.uploadFile = file.get(); }},
+      {"*vbRo", "POST", [&](HttpContext& c) { c.readCallback = read, c.readUserData = &c; }},
+      {"*vbF", "POST",
+       [](HttpContext& c) {
+         c.formParts = {{"a", FormPart::Kind::Stream, "", ""}}, c.readUserData = &c;
+       }},
+      {"*vbH", "HEAD", [](auto&) {}},
+  };
+  for (const auto& [features, verb, configure] : cases) {
+    const auto calls = callsFor(features);
+    // From this one on, a request without the option would not be safe to send.
+    const auto safety =
+        std::ranges::find(calls, R"(PROTOCOLS_STR, "http,https"=>http,https)") - calls.begin();
+    for (std::ptrdiff_t refused = 0; refused <= std::ssize(calls); ++refused) {
+      const RecordingLog log;
+      const auto ctx = HttpContext::create(kUrl, verb);
+      ctx->uploadSize = 11;
+      configure(*ctx);
+      auto next = calls.begin();
+      std::vector<std::string> lines;
+      const auto set = [&](CURL*, CURLoption option, const OptionValue& value) {
+        if (next == calls.end()) throw std::logic_error("one option too many");
+        const std::string call = next->substr(0, next->find("=>"));
+        const std::string shown = call.substr(call.find(", ") + 2);
+        const std::string wanted = call == *next ? shown : next->substr(call.size() + 2);
+        EXPECT_EQ(curl_easy_option_by_name(call.substr(0, call.find(',')).c_str())->id, option) << call;
+        EXPECT_THAT(textOf(value), ::testing::AnyOf(wanted, call == *next ? "pointer" : wanted)) << call;
+        if (next++ != calls.begin() + refused) return CURLE_OK;
+        lines.push_back("Error issuing curl_easy_setopt(handle, CURLOPT_" + call + "): 27");
+        return CURLE_OUT_OF_MEMORY;
+      };
+      if (refused < safety || refused == std::ssize(calls)) {
+        EXPECT_NO_THROW(prepareHandle(ctx, set));
+        EXPECT_EQ(next, calls.end());
+      } else {
+        EXPECT_THROW(prepareHandle(ctx, set), CURLException);
+      }
+      EXPECT_EQ(log.texts(), lines);
+    }
   }
 }
 
 TEST(HttpOptions, DirectHosts) {
   const std::pair<const char*, const char*> cases[] = {
       {"https://10-0-0-5.abc.zarn.direct:8443/p?q#f", "10-0-0-5.abc.zarn.direct:8443:10.0.0.5"},
-      {"https://user:pw@10-0-0-5.zarn.direct:08443", "10-0-0-5.zarn.direct:8443:10.0.0.5"},
-      {"https://2001-db8-0-0-0-0-0-1.a.zarn.direct:1/",
-       "2001-db8-0-0-0-0-0-1.a.zarn.direct:1:2001:db8:0:0:0:0:0:1"},
+      {"https://user:pw@10-0-0-5.zarn.direct:0843", "10-0-0-5.zarn.direct:843:10.0.0.5"},
+      {"https://1-b-0-0-0-0-0-1.a.zarn.direct:1/", "1-b-0-0-0-0-0-1.a.zarn.direct:1:1:b:0:0:0:0:0:1"},
       {"https://10-0-0-5.abc.zarn.direct/p", ""},
       {"https://10-0-5.abc.zarn.direct:8443/p", ""},
       {"https://10-0-0-5zarn.direct:8443/", ""},

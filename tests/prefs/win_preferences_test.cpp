@@ -47,18 +47,15 @@ class WinPreferencesTest : public ::testing::Test {
   }
 
   void put(const char* id, const Stored& value) {
-    const std::wstring name = StringUtils::utf8to16(id);
-    ASSERT_EQ(RegSetKeyValueW(sandbox.get(), kKey, name.c_str(), value.first, value.second.data(),
-                              static_cast<DWORD>(value.second.size())),
+    ASSERT_EQ(RegSetKeyValueW(sandbox.get(), kKey, StringUtils::utf8to16(id).c_str(), value.first,
+                              value.second.data(), static_cast<DWORD>(value.second.size())),
               ERROR_SUCCESS);
   }
   Stored get(const char* id) {
     Stored value{REG_NONE, std::string(1024, '?')};
     DWORD size = 1024;
-    RegistryKey key;
-    RegOpenKeyExW(sandbox.get(), kKey, 0, KEY_READ, key.receive());
-    const LSTATUS error = RegQueryValueExW(key.get(), StringUtils::utf8to16(id).c_str(), nullptr,
-                                           &value.first, reinterpret_cast<BYTE*>(value.second.data()), &size);
+    const LSTATUS error = RegGetValueW(sandbox.get(), kKey, StringUtils::utf8to16(id).c_str(), RRF_RT_ANY,
+                                       &value.first, value.second.data(), &size);
     value.second.resize(error == ERROR_SUCCESS ? size : 0);
     return value;
   }
@@ -115,6 +112,17 @@ TEST_F(WinPreferencesTest, AWrongTypeIsAMissingValue) {
     expectDefaults();
   }
   EXPECT_THAT(log.lines(), IsEmpty());
+  // One of the right type that is too long is no missing value.
+  const std::string failed = " - GetRegistryValue for ";
+  put("logDebug", {REG_DWORD, "12345"});
+  put("LogNumFiles", {REG_DWORD, "12345"});
+  put("TranscoderH264MinimumCRF", {REG_BINARY, "123456789"});
+  expectDefaults();
+  EXPECT_THAT(log.texts(),
+              ElementsAre("WinPreferences::getBoolValueWithDefault" + failed + "logDebug failed: 0xea",
+                          "WinPreferences:: getIntValueWithDefault" + failed + "LogNumFiles failed: 0xea",
+                          "WinPreferences:: getDoubleValueWithDefault" + failed +
+                              "TranscoderH264MinimumCRF failed: 0xea"));
 }
 
 TEST_F(WinPreferencesTest, OddButReadableValues) {

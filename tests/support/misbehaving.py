@@ -47,6 +47,7 @@ fixed("redirect_loop", response(302, b"", f"Location: {PROFILE_PATH}"))
 fixed("gzip", response(200, gzip.compress(PROFILE), "Content-Encoding: gzip"))
 fixed("gzip_bomb", response(200, gzip.compress(bytes(32 << 20), 1), "Content-Encoding: gzip"))
 fixed("announced", response(200, b"x" * 2_000_000))
+fixed("version_1_0", b"HTTP/1.0 200 OK\r\n\r\n" + PROFILE)
 fixed("empty_reply", b"")
 
 

@@ -23,57 +23,44 @@ TEST(SystemInfo, TheEnvironmentReplacesThePlatformInfo) {
   EXPECT_THAT(texts, ElementsAre("Vendor", "Box", ""));
 }
 
-TEST(SystemInfo, OSVersionAndLocaleNames) {
-  const RecordingLog log(LogLevel::Error);
-  EXPECT_EQ(formatOSVersion(0x4A65000A), "10.0 (Build 19045)");
-  EXPECT_EQ(formatOSVersion(0xFFFF0206), "6.2 (Build 65535)");
-  EXPECT_EQ(getLocaleName(0x0407) + getLocaleName(0x0416), "de-DEpt-BR");
-  EXPECT_EQ(getLocaleName(0xF3FF), "en-US");
-  EXPECT_THAT(log.texts(), ElementsAre("Unable to get locale name for LCID 62463, defaulting to en-US"));
-}
-
 TEST(SystemInfo, LogsTheSystemAndTheProcessor) {
   const RecordingLog log(LogLevel::Info);
+  EXPECT_EQ(formatOSVersion(0x4A65000A) + formatOSVersion(0xFFFF0206), "10.0 (Build 19045)6.2 (Build 65535)");
+  EXPECT_EQ(getLocaleName(0x0407) + getLocaleName(0x0416) + getLocaleName(0xF3FF), "de-DEpt-BRen-US");
   setEnvironment("PROCESSOR_IDENTIFIER", "One\nline");
   logOSInformation();
   logProcessorInformation();
-  EXPECT_THAT(log.texts(),
-              ElementsAre(::testing::StartsWith("Windows version: " + getOSVersionString() + ", language "),
-                          ::testing::MatchesRegex("\\d+ \\d+ MHz processor\\(s\\): Architecture=9, "
-                                                  "Level=\\d+, Revision=\\d+ "
-                                                  "Processor Identifier=One\\\\x0aline")));
+  EXPECT_THAT(
+      log.texts(),
+      ElementsAre("Unable to get locale name for LCID 62463, defaulting to en-US",
+                  ::testing::StartsWith("Windows version: " + getOSVersionString() + ", language "),
+                  ::testing::MatchesRegex("\\d+ [1-9]\\d* MHz processor\\(s\\): Architecture=9, Level=\\d+, "
+                                          "Revision=\\d+ Processor Identifier=One\\\\x0aline")));
 }
 
 [[maybe_unused]] const bool onTestStore = (Preferences::useTestStore(true), true);
 
-std::vector<EXECUTION_STATE> statesSet;
-
-TEST(PowerManager, FollowsTheStateAndThePreference) {
+TEST(PowerManager, FollowsTheStateAndThePreferenceAndReportsFailures) {
+  const RecordingLog log;
+  static std::vector<EXECUTION_STATE> states;
   PowerManagerCalls calls = PowerManagerCalls::system();
   calls.waitFor = [](HANDLE) -> DWORD { return WAIT_OBJECT_0; };
-  calls.setExecutionState = [](EXECUTION_STATE flags) {
-    statesSet.push_back(flags);
-    return EXECUTION_STATE{ES_CONTINUOUS};
+  calls.setExecutionState = [](EXECUTION_STATE flags) -> EXECUTION_STATE {
+    return states.push_back(flags), flags;
   };
-  Preferences::instance().removeValue("AwayModeSupported");  // the catalogue's default
-  for (const bool idle : {false, true}) runPowerManagerRound({.idle = idle}, calls);
+  for (const bool idle : {false, true}) EXPECT_TRUE(runPowerManagerRound({.idle = idle}, calls));
+  // A change of the preference counts from the next round on.
   Preferences::instance().setBoolValue("AwayModeSupported", false);
-  EXPECT_EQ(statesSet.size(), 2U);  // not before the next signal
-  for (const bool idle : {false, true}) runPowerManagerRound({.idle = idle}, calls);
-  EXPECT_THAT(statesSet, ElementsAre(0x80000041U, 0x80000000U, 0x80000001U, 0x80000000U));
-}
-
-TEST(PowerManager, ReportsEachFailureAndGoesOn) {
-  const RecordingLog log;
-  PowerManagerCalls calls = PowerManagerCalls::system();
-  calls.waitFor = [](HANDLE) -> DWORD { return WAIT_FAILED; };
+  for (const bool idle : {false, true}) EXPECT_TRUE(runPowerManagerRound({.idle = idle}, calls));
+  EXPECT_THAT(states, ElementsAre(0x80000041U, 0x80000000U, 0x80000001U, 0x80000000U));
+  EXPECT_TRUE(log.lines().empty());
   calls.setExecutionState = [](EXECUTION_STATE) { return EXECUTION_STATE{0}; };
   SetLastError(5);
-  EXPECT_FALSE(runPowerManagerRound({}, calls));
-  calls.waitFor = [](HANDLE) -> DWORD { return WAIT_OBJECT_0; };
   EXPECT_TRUE(runPowerManagerRound({.idle = true}, calls));
-  EXPECT_THAT(log.texts(), ElementsAre("WaitForSingleObject failed: 0x5",
-                                       "SetThreadExecutionState(-2147483648) failed: 0x5"));
+  calls.waitFor = [](HANDLE) -> DWORD { return WAIT_FAILED; };
+  EXPECT_FALSE(runPowerManagerRound({}, calls));
+  EXPECT_THAT(log.texts(), ElementsAre("SetThreadExecutionState(-2147483648) failed: 0x5",
+                                       "WaitForSingleObject failed: 0x5"));
 }
 
 TEST(PowerManager, RunsBeforeMain) {

@@ -1,11 +1,27 @@
-// Owners for libcurl's objects, and its process-wide start.
+// libcurl as the rest of this folder uses it: owners for its objects, its errors as
+// exceptions, and its process-wide start.
 #pragma once
 
 #include <curl/curl.h>
 
 #include <memory>
+#include <stdexcept>
 
 namespace zarn {
+
+/// A failed call. The message is libcurl's text for the code, of which there are three kinds.
+class CURLException : public std::runtime_error {
+ public:
+  explicit CURLException(CURLcode code) : std::runtime_error(curl_easy_strerror(code)) {}
+  explicit CURLException(CURLMcode code) : std::runtime_error(curl_multi_strerror(code)) {}
+  explicit CURLException(CURLSHcode code) : std::runtime_error(curl_share_strerror(code)) {}
+
+  /// Throws unless `code`, of any of the three kinds, stands for success.
+  template <typename Code>
+  static void throwOnFailure(Code code) {
+    if (static_cast<int>(code) != 0) throw CURLException(code);
+  }
+};
 
 struct EasyHandleDeleter {
   void operator()(CURL* handle) const noexcept { curl_easy_cleanup(handle); }

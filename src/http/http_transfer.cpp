@@ -1,4 +1,4 @@
-#include "http/http_callbacks.h"
+#include "http/http_transfer.h"
 
 #include <openssl/ssl.h>
 
@@ -11,15 +11,19 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
-#include "http/http_context.h"
-#include "http/tls_key_log.h"
+#include "os/text.h"
+#include "prefs/preferences.h"
 #include "util/exceptions.h"
+#include "util/file_utils.h"
 #include "util/logging.h"
 #include "util/printable.h"
 
 namespace zarn {
 namespace {
+
+// ---- Callbacks -------------------------------------------------------------------------
 
 std::size_t product(std::size_t size, std::size_t count) {
   if (count != 0 && size > std::numeric_limits<std::size_t>::max() / count) {
@@ -56,6 +60,7 @@ void addHeader(HttpContext& ctx, std::string_view line) {
   ctx.responseHeaders.emplace(line.substr(0, colon), trimmed(value, " \t"));
 }
 
+/// libcurl has refused a length over the request's limit by then.
 void reserveExpectedLength(HttpContext& ctx) {
   curl_off_t length = 0;
   if (curl_easy_getinfo(ctx.handle.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length) != CURLE_OK) return;
@@ -82,6 +87,125 @@ std::invoke_result_t<Work> guarded(const char* callback, std::invoke_result_t<Wo
     quietly([&] { logLine(LogLevel::Error, "HttpClient: Unknown exception thrown in %s", callback); });
   }
   return failed;
+}
+
+// ---- The TLS key log: session keys for whoever debugs a recorded connection ------------
+
+/// Null without the preference, and when its file cannot be had.
+FileUtils::ScopedFile openKeyLog() {
+  const std::string path = Preferences::instance().get(preference::kTlsKeyLogPath);
+  if (path.empty()) return nullptr;
+  auto file = FileUtils::safeOpen(path, "ab", false, FileUtils::Links::Refuse);
+  if (file) static_cast<void>(std::setvbuf(file.get(), nullptr, _IONBF, 0));
+  return file;
+}
+
+std::FILE* keyLog() {
+  static std::FILE* const file = openKeyLog().release();  // open as long as the process lives
+  return file;
+}
+
+void writeKeyLine(const SSL* /*connection*/, const char* line) {
+  // OpenSSL, which called, knows no exceptions.
+  quietly([&] {
+    // One call, so that lines of several threads stay whole.
+    const std::string text = std::string(line) + "\n";
+    static_cast<void>(std::fwrite(text.data(), 1, text.size(), keyLog()));  // a help for debugging only
+  });
+}
+
+// ---- The end of a transfer -----------------------------------------------------------
+
+constexpr long kSimulatedTimeout = 408;
+constexpr long kSimulatedOversize = 400;
+
+// `handle` and `ctx` are spelled as in the text that a failure is logged with.
+template <typename T>
+void readInfo(CURL* handle, CURLINFO info, T* value, const char* call) {
+  const CURLcode code = curl_easy_getinfo(handle, info, value);
+  if (code != CURLE_OK) logLine(LogLevel::Error, "Error issuing %s: %d", call, static_cast<int>(code));
+}
+
+const char* versionText(long version) {
+  switch (version) {
+    case CURL_HTTP_VERSION_1_0:
+      return "1.0";
+    case CURL_HTTP_VERSION_1_1:
+      return "1.1";
+    case CURL_HTTP_VERSION_2_0:
+      return "2.0";
+    case CURL_HTTP_VERSION_3:
+      return "3";
+    default:
+      return "?";
+  }
+}
+
+void logResponse(const HttpContext& ctx) {
+  CURL* const handle = ctx.handle.get();
+  long httpVersion = 0;
+  long connects = 0;
+  double time = 0;
+  readInfo(handle, CURLINFO_HTTP_VERSION, &httpVersion,
+           "curl_easy_getinfo(handle, CURLINFO_HTTP_VERSION, &httpVersion)");
+  readInfo(handle, CURLINFO_NUM_CONNECTS, &connects,
+           "curl_easy_getinfo(handle, CURLINFO_NUM_CONNECTS, &connects)");
+  readInfo(handle, CURLINFO_TOTAL_TIME, &time, "curl_easy_getinfo(handle, CURLINFO_TOTAL_TIME, &time)");
+  logLine(LogLevel::Debug, "HTTP/%s (%.1fs) %ld response from %s %s%s", versionText(httpVersion), time,
+          ctx.httpCode, printable(ctx.verb), printable(ctx.url), connects == 0 ? " (reused)" : "");
+}
+
+void logFailure(const HttpContext& ctx) {
+  const std::string verb = printable(ctx.verb);
+  const std::string url = printable(ctx.url);
+  const int code = static_cast<int>(ctx.result);
+  const char* const words = curl_easy_strerror(ctx.result);
+  if (ctx.result == CURLE_GOT_NOTHING) {
+    logLine(LogLevel::Warn,
+            "HTTP error requesting %s %s (%d, %s). Network appears to be configured for jumbo frames.", verb,
+            url, code, words);
+  } else {
+    logLine(LogLevel::Warn, "HTTP error requesting %s %s (%d, %s) (%s)", verb, url, code, words,
+            printable(ctx.error));
+  }
+}
+
+/// The status that the requester sees, which for two failures no server sent.
+void judge(HttpContext& ctx) {
+  switch (ctx.result) {
+    case CURLE_OK:
+      if (!ctx.quiet) logResponse(ctx);
+      break;
+    case CURLE_OPERATION_TIMEDOUT:
+      if (!ctx.quiet) logLine(LogLevel::Debug, "HTTP simulating 408 after curl timeout");
+      ctx.httpCode = kSimulatedTimeout;
+      break;
+    case CURLE_FILESIZE_EXCEEDED:
+      if (!ctx.quiet) logLine(LogLevel::Warn, "HTTP simulating 400 after max file size exceeded");
+      ctx.httpCode = kSimulatedOversize;
+      break;
+    default:
+      if (!ctx.quiet) logFailure(ctx);
+  }
+}
+
+/// The body has been decoded already: whoever reads both would decode it twice.
+void removeGzipHeader(HttpContext& ctx) {
+  std::erase_if(ctx.responseHeaders, [](const auto& header) {
+    return os::equalsIgnoringCase(header.first, "Content-Encoding") && header.second == "gzip";
+  });
+}
+
+void finishTransfer(HttpContext& ctx, CURLcode result) {
+  // Our own limit ended the transfer with a write error, which would say nothing.
+  ctx.result = ctx.oversize ? CURLE_FILESIZE_EXCEEDED : result;
+  long responseCode = 0;
+  readInfo(ctx.handle.get(), CURLINFO_RESPONSE_CODE, &responseCode,
+           "curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &ctx->httpCode)");
+  ctx.httpCode = static_cast<std::int32_t>(responseCode);
+  judge(ctx);
+  removeGzipHeader(ctx);
+  ctx.releaseTransfer();
 }
 
 }  // namespace
@@ -141,13 +265,29 @@ CURLcode SSLCTXCallback(CURL* /*handle*/, void* tlsContext, void* /*unused*/) no
   // and for exhaustion; compression before encryption tells secrets by their length.
   SSL_CTX_set_options(context, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION);
   try {
-    installTlsKeyLog(context);
+    if (keyLog() != nullptr) SSL_CTX_set_keylog_callback(context, writeKeyLine);
   } catch (const std::exception& error) {
     quietly([&] {
       logLine(LogLevel::Error, "HttpClient: TLS key log is not available: %s", printable(error.what()));
     });
   }
   return CURLE_OK;
+}
+
+void completeTransfer(const std::shared_ptr<HttpContext>& ctx, CURLcode result) {
+  try {
+    finishTransfer(*ctx, result);
+  } catch (...) {
+    rejectTransfer(ctx, std::current_exception());
+    throw;
+  }
+  // Given up here, since promise and context would keep each other alive.
+  if (const auto promise = std::move(ctx->promise)) promise->resolve(ctx);
+}
+
+void rejectTransfer(const std::shared_ptr<HttpContext>& ctx, std::exception_ptr reason) {
+  ctx->releaseTransfer();
+  if (const auto promise = std::move(ctx->promise)) promise->reject(std::move(reason));
 }
 
 }  // namespace zarn
