@@ -81,7 +81,7 @@ std::uint32_t openEndpoint() {
 void adoptAppDataPath(std::wstring_view path) {
   const std::string text = StringUtils::utf16to8(path);
   logLine(LogLevel::Debug, "Setting Local Appdata Path: %s", printable(text));
-  Preferences::instance().setStringValue("LocalAppDataPath", text);
+  Preferences::instance().set(preference::kLocalAppDataPath, text);
   // Folders that are missing on the way are made with the caller's rights, so that it can
   // have none made where it may not make them itself.
   Log::instance().moveToCurrentDirectory([](const std::function<void()>& make) {
