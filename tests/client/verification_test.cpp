@@ -14,7 +14,9 @@ namespace {
 /// A system whose libraries fault on what a file holds.
 struct FaultingApi final : TrustApi {
   static void fault() { RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr); }
-  Result<std::unique_ptr<SignedFile>> openFile(const std::wstring& path) override { return script.openFile(path); }
+  Result<std::unique_ptr<SignedFile>> openFile(const std::wstring& path) override {
+    return script.openFile(path);
+  }
   std::int32_t verifyTrust(const std::wstring& path) override {
     if (faultsEarly) fault();
     return script.verifyTrust(path);

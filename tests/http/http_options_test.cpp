@@ -11,7 +11,7 @@
 #include "support/recording_log.h"
 #include "support/temp_directory.h"
 #include "util/file_utils.h"
-#include "util/version.h"
+#include "util/product_version.h"
 
 namespace zarn::testing {
 namespace {

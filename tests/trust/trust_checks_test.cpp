@@ -122,8 +122,8 @@ TEST_F(TrustChecks, TheLogShowsTheCallersWordsWhateverTheFileIsCalled) {
 
 TEST_F(TrustChecks, AnyOtherSignerIsRefusedAndDescribed) {
   // The last one is carried along, and made no signature.
-  const ApprovedDigests nearly = {boost::to_upper_copy(kImageDigest), kImageDigest + " ", kImageDigest.substr(0, 63),
-                                  "ab0a"};
+  const ApprovedDigests nearly = {boost::to_upper_copy(kImageDigest), kImageDigest + " ",
+                                  kImageDigest.substr(0, 63), "ab0a"};
   EXPECT_EQ(identity(nearly).result.code(), 30005);
   EXPECT_THAT(log_.texts(),
               ElementsAre("Certificate hash: " + kImageDigest, "Certificate Common Name: Zarn \xC3\x9C\\x0a",

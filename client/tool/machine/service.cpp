@@ -15,7 +15,7 @@
 #include "os/process.h"
 #include "os/registry.h"
 #include "os/text.h"
-#include "prefs/query_string.h"
+#include "prefs/value_text.h"
 #include "util/file_utils.h"
 #include "util/path_judge.h"
 #include "util/product_names.h"
