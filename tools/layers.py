@@ -27,7 +27,10 @@ LAYERS = [
     ["src/service"],
     ["src/update"],
     ["src/app", "client"],
-    ["client/example", "client/tool", "setup/plugin"],
+    ["client/example", "client/tool/report", "setup/plugin"],
+    ["client/tool/machine"],
+    ["client/tool/commands"],
+    ["client/tool"],
 ]
 HEIGHT = {folder: height for height, folders in enumerate(LAYERS) for folder in folders}
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)

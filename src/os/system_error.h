@@ -27,7 +27,7 @@ void setLastSystemError(std::uint32_t code) noexcept;
 /// Why a call failed. There is no such object for success: a code is never 0.
 class SystemError {
  public:
-  explicit constexpr SystemError(std::uint32_t code) noexcept : code_(failureCode(code)) {}
+  explicit constexpr SystemError(std::uint32_t code) noexcept : reported_(code) {}
 
   /// The thread's last error; right behind the call that failed.
   [[nodiscard]] static SystemError last() noexcept { return SystemError(lastSystemError()); }
@@ -36,7 +36,9 @@ class SystemError {
   [[nodiscard]] static SystemError accessDenied() noexcept;
   [[nodiscard]] static SystemError invalidName() noexcept;
 
-  [[nodiscard]] constexpr std::uint32_t code() const noexcept { return code_; }
+  [[nodiscard]] constexpr std::uint32_t code() const noexcept { return failureCode(reported_); }
+  /// What the system said, which is 0 where it said nothing. For log lines only.
+  [[nodiscard]] constexpr std::uint32_t reported() const noexcept { return reported_; }
   /// Whether it says that there is nothing of a name.
   [[nodiscard]] bool isNotFound() const noexcept;
   /// Whether it says that something stands where something was to be made.
@@ -44,10 +46,10 @@ class SystemError {
   /// Whether it says that a folder still holds something.
   [[nodiscard]] bool isNotEmpty() const noexcept;
 
-  friend constexpr bool operator==(SystemError, SystemError) noexcept = default;
+  friend constexpr bool operator==(SystemError a, SystemError b) noexcept { return a.code() == b.code(); }
 
  private:
-  std::uint32_t code_;
+  std::uint32_t reported_;
 };
 
 /// A value, or why there is none. The compiler warns where nobody looks at one.

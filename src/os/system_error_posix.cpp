@@ -21,16 +21,16 @@ SystemError SystemError::invalidName() noexcept {
 }
 
 bool SystemError::isNotFound() const noexcept {
-  return code_ == ENOENT;
+  return code() == ENOENT;
 }
 
 bool SystemError::isAlreadyThere() const noexcept {
-  return code_ == EEXIST;
+  return code() == EEXIST;
 }
 
 // POSIX lets a system choose between the two.
 bool SystemError::isNotEmpty() const noexcept {
-  return code_ == ENOTEMPTY || code_ == EEXIST;
+  return code() == ENOTEMPTY || code() == EEXIST;
 }
 
 }  // namespace zarn

@@ -22,15 +22,15 @@ SystemError SystemError::invalidName() noexcept {
 
 // A missing file and a missing folder on the way to it have a code each.
 bool SystemError::isNotFound() const noexcept {
-  return code_ == ERROR_FILE_NOT_FOUND || code_ == ERROR_PATH_NOT_FOUND;
+  return code() == ERROR_FILE_NOT_FOUND || code() == ERROR_PATH_NOT_FOUND;
 }
 
 bool SystemError::isAlreadyThere() const noexcept {
-  return code_ == ERROR_FILE_EXISTS || code_ == ERROR_ALREADY_EXISTS;
+  return code() == ERROR_FILE_EXISTS || code() == ERROR_ALREADY_EXISTS;
 }
 
 bool SystemError::isNotEmpty() const noexcept {
-  return code_ == ERROR_DIR_NOT_EMPTY;
+  return code() == ERROR_DIR_NOT_EMPTY;
 }
 
 }  // namespace zarn

@@ -28,12 +28,13 @@ std::uint32_t logWin32Error(LogLevel level, PrintfFormat<std::type_identity_t<Ar
   return code;
 }
 
-/// For an error that came in a Result: the same two lines. Returns its code.
+/// For an error that came in a Result: the same two lines, with what the system reported.
+/// Returns its code.
 template <typename... Args>
 std::uint32_t logSystemFailure(LogLevel level, SystemError error,
                                PrintfFormat<std::type_identity_t<Args>...> format, const Args&... args) {
   logLine<Args...>(level, format, args...);
-  detail::logSystemError(level, error.code());
+  detail::logSystemError(level, error.reported());
   return error.code();
 }
 

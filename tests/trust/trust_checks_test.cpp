@@ -80,7 +80,7 @@ TEST_F(TrustChecks, AnyFailedCallRefusesAndIsLoggedWithItsError) {
       {Ends::Nothing, "CertGetNameStringW (size)", "CertGetNameStringW() (Get size) failed"},
       {Ends::Nothing, "CertGetNameStringW", "CertGetNameString() failed"}};
   for (const auto& [ends, call, message] : steps) {
-    for (const std::uint32_t error : {5U, 0x80092009U}) {
+    for (const std::uint32_t error : {0U, 5U, 0x80092009U}) {
       SCOPED_TRACE(call + " " + std::to_string(error));
       startFailing(call, error);
       // A malformed profile can hold empty text.
@@ -88,7 +88,7 @@ TEST_F(TrustChecks, AnyFailedCallRefusesAndIsLoggedWithItsError) {
       const bool isProviders = call == "WinVerifyTrust";
       EXPECT_EQ(result.code(), isProviders             ? api_.trustStatus
                                : ends == Ends::Nothing ? 30005
-                                                       : static_cast<std::int32_t>(error));
+                                                       : static_cast<std::int32_t>(failureCode(error)));
       const auto lines = log_.lines();
       const auto line = std::ranges::find(lines, message, &LoggedLine::text);
       ASSERT_LT(line - lines.begin() + 1, lines.end() - lines.begin());
