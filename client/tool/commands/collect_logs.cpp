@@ -11,7 +11,6 @@
 #include "os/error_text.h"
 #include "os/text.h"
 #include "util/held_folder.h"
-#include "util/log_names.h"
 #include "util/printable.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"

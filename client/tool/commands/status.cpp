@@ -4,8 +4,8 @@
 #include "client/tool/machine/record.h"
 #include "client/tool/machine/service.h"
 #include "util/file_utils.h"
-#include "util/file_version.h"
 #include "util/product_names.h"
+#include "util/product_version.h"
 
 namespace zarn::tool {
 namespace {

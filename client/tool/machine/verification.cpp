@@ -16,8 +16,8 @@
 #include "trust/certificate_profile.h"
 #include "trust/trust_result.h"
 #include "trust/update_policy.h"
-#include "update/install_record.h"
 #include "update/bundle.h"
+#include "update/install_record.h"
 #include "util/string_utils.h"
 #include "util/structured_exception.h"
 

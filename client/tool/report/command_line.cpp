@@ -7,7 +7,7 @@
 #include "os/text.h"
 #include "update/status.h"
 #include "util/printable.h"
-#include "util/version.h"
+#include "util/product_version.h"
 
 namespace zarn::tool {
 namespace {
