@@ -101,10 +101,13 @@ std::uint32_t Win32Service::runAsService(std::string_view name) {
   name_ = StringUtils::utf8to16(name);
   registered.store(this);
 
-  // A process of one service: the control manager ignores the name in the table.
+  // A process of one service: the control manager ignores the name in the table, which is
+  // not const only because the structure lacks it.
   std::array<wchar_t, 1> noName = {L'\0'};
   const std::array<SERVICE_TABLE_ENTRYW, 2> services = {
       {{noName.data(), serviceMainRoutine}, {nullptr, nullptr}}};
+  // Blocks while the service lives, on the process's first thread; serviceMain() runs on a
+  // thread of the dispatcher's, and controls arrive here.
   const auto dispatched = ServiceControl::current().startDispatcher(services.data());
   if (dispatched) {
     const MutexLock lastLineIsWritten(lastLineMutex);

@@ -7,6 +7,7 @@
 namespace zarn {
 
 CallQueue::Turn CallQueue::enter(std::string owner, IsGone isGone) {
+  // The turn is made before a place is taken: copying the owner's name may throw.
   Turn turn(owner);
   Waiter self{.owner = std::move(owner), .isGone = std::move(isGone)};
   MutexLock lock(mutex_);
@@ -31,7 +32,9 @@ CallQueue::Turn CallQueue::refused(Refusal reason) noexcept {
 }
 
 void CallQueue::wait(Waiter& self, MutexLock<Mutex>& lock) {
-  Waiters place{&self};  // before the share: what may throw comes first
+  // What may throw comes first, so that a share counts nobody who does not wait: the node
+  // is made here and only moved into the list below.
+  Waiters place{&self};
   ++shares_[self.owner].waiting;
   waiters_.splice(waiters_.end(), place);
   while (!self.isSettled) lock.wait(self.settled);
@@ -45,15 +48,20 @@ std::size_t CallQueue::waitingOf(const std::string& owner) const {
 /// Whether a further call of `owner` may wait.
 bool CallQueue::makeRoomFor(const std::string& owner) {
   const std::size_t half = limits_.waiting / 2;
+  // Asking every waiter takes a call of the system each, so it is done only where the
+  // places of those who are gone decide.
   if (waiters_.size() >= limits_.waiting || waitingOf(owner) >= half) refuseGone();
   const std::size_t own = waitingOf(owner);
   const bool othersWait = own < waiters_.size();
   if (othersWait && own >= half) return false;
   if (waiters_.size() < limits_.waiting) return true;
-  if (waiters_.empty()) return false;  // nobody waits here
+  if (waiters_.empty()) return false;  // a queue without places to wait in
   const std::size_t most = mostWaiting();
+  // With a difference of one the two would only change places, and take each other's
+  // for ever.
   if (most < own + 2) return false;
-  auto waiter = std::prev(waiters_.end());  // from the newest on
+  // The newest call has waited least, so it loses least.
+  auto waiter = std::prev(waiters_.end());
   while (waitingOf((*waiter)->owner) != most) --waiter;
   refuse(waiter, Refusal::Full);
   return true;
@@ -128,6 +136,8 @@ void CallQueue::forgetIfIdle(const std::string& owner) {
 
 void CallQueue::leave(const std::string& owner) noexcept {
   const MutexLock lock(mutex_);
+  // The share is kept until the next turn is given, which looks at how many calls of its
+  // owner run and when it was served last.
   --running_;
   --shares_.at(owner).running;
   serveNext();

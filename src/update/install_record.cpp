@@ -36,6 +36,7 @@ std::optional<Number> numberAt(const Json& object, const char* key) {
   return static_cast<Number>(found->get<std::int64_t>());
 }
 
+/// Entries that are no objects are passed over, as keys are that are not known.
 std::vector<CheckRecord> checksOf(const Json& object) {
   std::vector<CheckRecord> result;
   const auto checks = object.find("checks");
@@ -101,6 +102,8 @@ Json toJson(const InstallRecord& record) {
 }
 
 std::string recordLine(const InstallRecord& record) {
+  // A record is written while its request holds the next one up, and its file is bounded:
+  // the texts of others must cost neither time nor room without end.
   InstallRecord shortened = record;
   const auto cut = [](std::string& text) { text = cutText(text, kLongestRecordedText); };
   for (CheckRecord& check : shortened.checks) cut(check.detail);

@@ -11,17 +11,19 @@
 namespace zarn::rpc_server {
 namespace {
 
+/// Reads no further than one unit behind the longest path: a caller need not have ended
+/// its text there.
 bool isAcceptable(const wchar_t* path) {
   return path != nullptr && wcsnlen(path, kMaximumPathUnits + 1) <= kMaximumPathUnits;
 }
 
+/// `error` is null for what is no std::exception. Without memory for the line there is none.
 void logEscaped(const char* procedure, const std::exception* error) noexcept {
-  try {
+  quietly([&] {
     logLine(LogLevel::Error, "%s: Caught std::exception %s, type: %s", std::string_view(procedure),
             error != nullptr ? printable(error->what()) : std::string("unknown"),
             error != nullptr ? typeName(*error) : std::string("unknown"));
-  } catch (...) {  // NOLINT(bugprone-empty-catch): nothing is left to say it with
-  }
+  });
 }
 
 }  // namespace

@@ -107,6 +107,8 @@ UpdateService& UpdateService::instance() {
 
 std::uint32_t UpdateService::initialize() {
   logLine(LogLevel::Debug, "UpdateService::initialize: Zarn Update Service");
+  // Calls of the RPC runtime answer with a status, which is returned; the lines name the
+  // thread's last error as well, as all lines about failed calls do.
   if (const std::uint32_t status = openEndpoint(); status != 0) {
     logWin32Error(LogLevel::Error, "UpdateService::initialize: RpcServerUseProtSeqEp failed.");
     return status;

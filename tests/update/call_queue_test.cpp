@@ -67,6 +67,8 @@ TEST(CallQueue, GivesTurnsRoundAndNobodyMoreThanHalfThePlacesWhileOthersAsk) {
   } cases[] = {{16, "aaaabbc", "", "abcabaa"},
                {4, "aaaaa", "a1", "aaaa"},           // alone all places, but no more
                {4, "aaaaabbb", "a1a1a1b1", "abab"},  // b takes the places of a's newest
+               {4, "bbab", "b1", "bab"},             // no more than half, though a place is free
+               {4, "aabcb", "b1", "abca"},           // one more than b has is not enough to lose one
                {4, "aaaabbc", "a1a1b1", "abca"}};    // two with half each keep nobody else out
   for (const auto& [places, owners, refused, served] : cases) {
     Calls calls(places);
