@@ -11,34 +11,26 @@ namespace {
 
 using testing::wide;
 
-class BundleTest : public ::testing::Test {
- protected:
-  void link(const std::string& existing, const std::string& added) {
-    boost::filesystem::create_hard_link(FileUtils::toPath(existing), FileUtils::toPath(added));
-  }
-
+struct BundleTest : ::testing::Test {
   testing::TempDirectory folder_;
   const std::string bundle_ = folder_ / "bundle.exe";
   const std::string staged_ = folder_ / "staged.exe";
 };
 
-TEST_F(BundleTest, DoesNotWriteThroughAPlantedLink) {
+TEST_F(BundleTest, PutsWhatIsInItsWayAsideAndWritesThroughNoLink) {
+  const std::string victim = folder_ / "victim";
   testing::writeFile(bundle_, "bundle");
-  testing::writeFile(folder_ / "victim", "victim");
-  link(folder_ / "victim", staged_);
+  testing::writeFile(victim, "victim");
+  boost::filesystem::create_hard_link(FileUtils::toPath(victim), FileUtils::toPath(staged_));
   EXPECT_TRUE(copyBundle(wide(bundle_), wide(staged_)));
-  EXPECT_EQ(testing::readFile(folder_ / "victim"), "victim");
-  EXPECT_EQ(testing::readFile(staged_), "bundle");
+  EXPECT_EQ(testing::readFile(victim) + testing::readFile(staged_), "victimbundle");
   EXPECT_TRUE(openStagedCopy(wide(staged_)));
-
-  link(staged_, folder_ / "second name");
+  boost::filesystem::create_hard_link(FileUtils::toPath(staged_), FileUtils::toPath(folder_ / "second"));
   EXPECT_EQ(openStagedCopy(wide(staged_)).error(), SystemError::accessDenied());
-}
 
-TEST_F(BundleTest, PutsAWholeFolderOutOfItsWay) {
-  testing::writeFile(bundle_, "bundle");
-  ASSERT_TRUE(FileUtils::createDirectories(FileUtils::join(staged_, R"(Zarn Media Server\Logs)")));
-  testing::writeFile(FileUtils::join(staged_, R"(Zarn Media Server\Logs\a.log)"), "log");
+  FileUtils::deleteFile(staged_);
+  ASSERT_TRUE(FileUtils::createDirectories(FileUtils::join(staged_, "Logs")));
+  testing::writeFile(FileUtils::join(staged_, R"(Logs\a.log)"), "log");
   EXPECT_TRUE(copyBundle(wide(bundle_), wide(staged_)));
   EXPECT_EQ(testing::readFile(staged_), "bundle");
 }
@@ -56,9 +48,8 @@ TEST_F(BundleTest, OpensFilesOnDiskOnly) {
   constexpr wchar_t pipeName[] = LR"(\\.\pipe\zarn-staged-installer-test.exe)";
   const FileHandle pipe(CreateNamedPipeW(pipeName, PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 2, 0, 0, 0, nullptr));
   ASSERT_TRUE(pipe.isValid());
-  for (const wchar_t* path : {pipeName, LR"(\\.\NUL)"}) {
+  for (const wchar_t* path : {pipeName, LR"(\\.\NUL)"})
     EXPECT_EQ(openBundle(path).error().code(), ERROR_BAD_PATHNAME) << "refused by its name";
-  }
   EXPECT_FALSE(openBundle(wide(folder_.path())));
 }
 

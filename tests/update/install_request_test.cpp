@@ -1,7 +1,6 @@
 // The steps of a request and what is held meanwhile; tests/e2e sees what becomes of which bundle.
 #include "update/install_request.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <new>
@@ -187,9 +186,7 @@ TEST_F(InstallRequestTest, AnExitCodeThatCannotBeReadIsAStatusOfItsOwn) {
   EXPECT_EQ(install(), Status::ExitCodeUnknown);
   EXPECT_EQ(exitCode_, 30003);
   EXPECT_FALSE(restarted_);
-  const std::vector<testing::LoggedLine> wanted = {{LogLevel::Error, "Failed to get exit code"},
-                                                   {LogLevel::Error, secondLine(ERROR_INVALID_HANDLE)}};
-  EXPECT_THAT(log_.lines(), ::testing::IsSupersetOf(wanted));
+  EXPECT_TRUE(log_.contains("Failed to get exit code") && log_.contains(secondLine(ERROR_INVALID_HANDLE)));
   EXPECT_NE(GetProcessId(doubtful), 0U) << "a handle in doubt is not closed";
   CloseHandle(doubtful);
 }
@@ -199,14 +196,12 @@ TEST_F(InstallRequestTest, NothingThatFailsAfterTheInstallerChangesTheAnswer) {
   with_.record = [](auto&) { throw std::bad_alloc(); };
   with_.restart = [this] { restarted_ = true, throw std::runtime_error("the listener is gone"); };
   EXPECT_EQ(install(), Status::RebootRequired);
-  EXPECT_EQ(exitCode_, 3010);
-  EXPECT_TRUE(restarted_);
+  EXPECT_TRUE(restarted_ && exitCode_ == 3010);
 }
 
 TEST_F(InstallRequestTest, RecordsWhoAskedAndWhatWasNotEvenBegun) {
   InstallRequest(with_).refuse({"S-1-5-7", {}, ""}, wide(bundle_), "too many requests wait");
-  EXPECT_EQ(record_.caller.sid, "S-1-5-7");
-  EXPECT_EQ(record_.path, bundle_);
+  EXPECT_EQ(record_.caller.sid + record_.path, "S-1-5-7" + bundle_);
   EXPECT_EQ(record_.status, Status::Failed);
   EXPECT_EQ(record_.reason, "The request was refused: too many requests wait.");
   EXPECT_FALSE(record_.exitCode);

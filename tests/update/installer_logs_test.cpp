@@ -19,9 +19,8 @@ class InstallerLogsTest : public ::testing::Test {
   Names collect() {
     collectInstallerLogs();
     Names names;
-    for (const auto& entry : fs::directory_iterator(FileUtils::toPath(folder_.installerLog("")))) {
+    for (const auto& entry : fs::directory_iterator(FileUtils::toPath(folder_.installerLog(""))))
       names.insert(FileUtils::toUtf8(entry.path().filename()));
-    }
     return names;
   }
 
