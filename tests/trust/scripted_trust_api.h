@@ -93,7 +93,7 @@ struct ScriptedTrustApi final : TrustApi {
   std::int32_t verifyTrust(const std::wstring& path) override {
     paths.insert(path);
     if (call("WinVerifyTrust")) return 0;
-    setLastSystemError(error.code());
+    setLastSystemError(error.reported());
     return trustStatus;
   }
 };
