@@ -17,44 +17,48 @@ constexpr auto kInstallArgument =
     os::joinedLiterals("The bundle, an .exe file of at most ", kMaximumBundleWords);
 
 constexpr Command kCommands[] = {
-    {Verb::Check, "check", "Ask the service whether it would accept a bundle's signature and signer",
-     "BUNDLE", "The bundle, a file the service can read", Extra::None,
-     "Exit code 0 when the bundle is trusted, 1 when it is refused. Nothing is run or copied."},
-    {Verb::Install, "install", "Have the service install a bundle, and wait for it", "BUNDLE",
-     kInstallArgument.text, Extra::None,
+    {"check", "Ask the service whether it would accept a bundle's signature and signer", "BUNDLE",
+     "The bundle, a file the service can read",
+     "Exit code 0 when the bundle is trusted, 1 when it is refused. Nothing is run or copied.", Verb::Check,
+     Extra::None},
+    {"install", "Have the service install a bundle, and wait for it", "BUNDLE", kInstallArgument.text,
      "Installs of several callers run one after the other; each may take some ten minutes. Exit code 0\n"
-     "also when a reboot is required or begins. Ctrl+C ends the wait, not the installation."},
-    {Verb::SetAppData, "set-app-data", "Tell the service the media server's local application-data directory",
-     "DIR", "An existing directory; the service's logs move to \"Zarn Media Server\\Logs\" in it",
-     Extra::None,
+     "also when a reboot is required or begins. Ctrl+C ends the wait, not the installation.",
+     Verb::Install, Extra::None},
+    {"set-app-data", "Tell the service the media server's local application-data directory", "DIR",
+     "An existing directory; the service's logs move to \"Zarn Media Server\\Logs\" in it",
      "An empty DIR (\"\") sends it back to its own account's folder. The service does not say whether it\n"
-     "could use the directory; see status afterwards."},
-    {Verb::Verify, "verify", "Work out what the service would decide on a bundle, step by step", "BUNDLE",
-     "The bundle; it is neither copied nor run", Extra::None,
+     "could use the directory; see status afterwards.",
+     Verb::SetAppData, Extra::None},
+    {"verify", "Work out what the service would decide on a bundle, step by step", "BUNDLE",
+     "The bundle; it is neither copied nor run",
      "Needs no service. Uses the service's own code, the account service and Resources\\cacert.pem beside\n"
      "this program; every check is made, as the service makes it. Exit code 0 when the bundle would be\n"
-     "run, 1 when it would be refused."},
-    {Verb::Status, "status", "Show the service's state, version, log folder and last outcome", nullptr,
-     nullptr, Extra::Logs,
+     "run, 1 when it would be refused.",
+     Verb::Verify, Extra::None},
+    {"status", "Show the service's state, version, log folder and last outcome", nullptr, nullptr,
      "Exit code 0 when the service runs, 3 when it does not. The last outcome is that of history. Logs of\n"
-     "the service's own account can be read by administrators only."},
-    {Verb::History, "history", "List the install requests that the service has answered", nullptr, nullptr,
-     Extra::LogsAndLast,
+     "the service's own account can be read by administrators only.",
+     Verb::Status, Extra::Logs},
+    {"history", "List the install requests that the service has answered", nullptr, nullptr,
      "Reads the record in \"Zarn Update Service\" of ProgramData, where only the service and administrators\n"
      "write: \"Update History.jsonl\" has the requests for which an installer ran, \"Refused "
      "Requests.jsonl\"\n"
      "the others, and a file with \".1\" in its name is the one before. With --logs DIR the folder "
      "\"Record\"\n"
-     "in DIR is read, or DIR itself. --json gives every recorded key."},
-    {Verb::Explain, "explain", "Say what a code means and what to do", "CODE",
-     "Decimal, negative or hexadecimal: 30004, -2146762496, 0x800b0100", Extra::None,
+     "in DIR is read, or DIR itself. --json gives every recorded key.",
+     Verb::History, Extra::LogsAndLast},
+    {"explain", "Say what a code means and what to do", "CODE",
+     "Decimal, negative or hexadecimal: 30004, -2146762496, 0x800b0100",
      "Knows the service's answers, exit codes of installers and of these programs, and errors of Windows.\n"
-     "Exit code 1 when nothing is known of the code."},
-    {Verb::CollectLogs, "collect-logs", "Copy the service's logs into a zip file or a folder", "ZIP-OR-DIR",
-     "A free place; a zip file is made when it ends in .zip", Extra::Logs,
+     "Exit code 1 when nothing is known of the code.",
+     Verb::Explain, Extra::None},
+    {"collect-logs", "Copy the service's logs into a zip file or a folder", "ZIP-OR-DIR",
+     "A free place; a zip file is made when it ends in .zip",
      "Takes the service's logs, its record of requests (into \"Record\"), Installer Logs and the output of\n"
      "status. Files of the media server in the same folder are left out. Exit code 4 when something could "
-     "not be collected."},
+     "not be collected.",
+     Verb::CollectLogs, Extra::Logs},
 };
 
 constexpr char kSummary[] = "Calls the Zarn Update Service of this machine and shows what it did.";

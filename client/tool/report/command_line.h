@@ -24,15 +24,15 @@ enum class Verb : std::uint8_t { Check, Install, SetAppData, Verify, Status, His
 enum class Extra : std::uint8_t { None, Logs, LogsAndLast };
 
 struct Command {
-  Verb verb;
   const char* name;
   const char* summary;
   /// Name and meaning of the one positional argument; null when there is none.
   const char* argument;
   const char* argumentHelp;
-  Extra extra;
   /// Shown at the end of the command's help.
   const char* notes;
+  Verb verb;
+  Extra extra;
 };
 
 [[nodiscard]] std::span<const Command> commands() noexcept;
