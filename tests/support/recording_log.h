@@ -16,30 +16,24 @@ struct LoggedLine {
   LogLevel level;
   std::string text;
 
-  friend bool operator==(const LoggedLine&, const LoggedLine&) = default;
+  bool operator==(const LoggedLine&) const = default;
 };
 
-/// Thrown by RecordingLog instead of ending the process.
-struct FatalLogged : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
-
-/// Records every line, from any thread, while it lives; then puts the former sink back.
+/// Records every line, from any thread, while it lives; then puts the former sink back. A fatal
+/// error throws instead of ending the process.
 class RecordingLog final : public LogSink {
  public:
   explicit RecordingLog(LogLevel threshold = LogLevel::Verbose) {
     setThreshold(threshold);
     former_ = setLogSink(this);
   }
-  RecordingLog(const RecordingLog&) = delete;
-  RecordingLog& operator=(const RecordingLog&) = delete;
   ~RecordingLog() override { setLogSink(former_); }
 
   void submit(LogLevel level, std::string_view message) override {
     const MutexLock lock(mutex_);
     lines_.push_back({level, std::string(message)});
   }
-  [[noreturn]] void fatal(const std::string& message) override { throw FatalLogged(message); }
+  [[noreturn]] void fatal(const std::string& message) override { throw std::runtime_error(message); }
 
   [[nodiscard]] std::vector<LoggedLine> lines() const {
     const MutexLock lock(mutex_);
@@ -54,8 +48,7 @@ class RecordingLog final : public LogSink {
   [[nodiscard]] bool contains(const std::string& text) const { return count(text) != 0; }
   /// How many lines equal `text`.
   [[nodiscard]] std::ptrdiff_t count(const std::string& text) const {
-    const auto all = texts();
-    return std::count(all.begin(), all.end(), text);
+    return std::ranges::count(lines(), text, &LoggedLine::text);
   }
   void clear() {
     const MutexLock lock(mutex_);

@@ -14,8 +14,7 @@ namespace zarn::testing {
 
 struct ProgramRun {
   DWORD exitCode = 0;
-  std::string output;
-  std::string error;
+  std::string output, error;
 };
 
 /// Waits for the program's end. No argument may have quotation marks or end in a backslash.
@@ -26,8 +25,7 @@ inline ProgramRun runProgram(const std::string& program, const std::vector<std::
     return FileHandle(CreateFileW(FileUtils::toPath(said / name).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
                                   &inherited, CREATE_NEW, 0, nullptr));
   };
-  const FileHandle output = inheritedFile("output");
-  const FileHandle error = inheritedFile("error");
+  const FileHandle output = inheritedFile("output"), error = inheritedFile("error");
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   startup.dwFlags = STARTF_USESTDHANDLES;
@@ -37,12 +35,9 @@ inline ProgramRun runProgram(const std::string& program, const std::vector<std::
   for (const auto& argument : arguments) commandLine.append(" \"").append(argument).append("\"");
   std::wstring wide = StringUtils::utf8to16(commandLine);
   PROCESS_INFORMATION information{};
-  if (CreateProcessW(nullptr, wide.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                     &information) == 0) {
+  if (!CreateProcessW(nullptr, wide.data(), nullptr, nullptr, 1, 0, nullptr, nullptr, &startup, &information))
     return {GetLastError(), "", "not started"};
-  }
-  const KernelHandle process(information.hProcess);
-  const KernelHandle thread(information.hThread);
+  const KernelHandle process(information.hProcess), thread(information.hThread);
   WaitForSingleObject(process.get(), INFINITE);
   ProgramRun run{0, readFile(said / "output"), readFile(said / "error")};
   GetExitCodeProcess(process.get(), &run.exitCode);

@@ -1,6 +1,7 @@
 // Programs of nothing but headers and a certificate table, to be changed at will.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -31,8 +32,7 @@ struct ProgramImage {
     put(bytes, directories - 4, 16, 4);  // their number
     for (const TableEntry& entry : entries) {
       const std::size_t offset = bytes.size();
-      bytes.resize(offset + (entry.length + 7U) / 8 * 8);
-      if (bytes.size() < offset + 8) bytes.resize(offset + 8);
+      bytes.resize(offset + std::max(8U, (entry.length + 7U) / 8 * 8));
       put(bytes, offset, entry.length, 4);
       put(bytes, offset + 4, 0x0200, 2);  // the revision
       put(bytes, offset + 6, entry.type, 2);
@@ -53,5 +53,13 @@ struct ProgramImage {
   std::size_t directories;
   std::string bytes;
 };
+
+/// The bytes of a program whose headers and one entry, of zeros, claim `length` bytes.
+inline std::string claiming(std::uint64_t length) {
+  ProgramImage image(true);
+  image.claim(image.table(), length);
+  put(image.bytes, image.table(), length, 4);
+  return image.bytes;
+}
 
 }  // namespace zarn::testing

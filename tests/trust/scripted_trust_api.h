@@ -14,19 +14,18 @@
 namespace zarn::testing {
 
 struct CarriedCertificate {
-  std::string issuerAndSerial;
   std::vector<std::uint8_t> digest;
   std::map<std::string, std::wstring> subject;  // by identifier
 };
 
 struct ScriptedTrustApi final : TrustApi {
-  std::string failingCall;                     // fails with
-  SystemError error{1};                        // this error
-  std::int32_t trustStatus = 0;                // WinVerifyTrust's answer
-  std::string signerOfMessage = "CN=Zarn, 1";  // issuer and serial number of signer 0
-  std::vector<CarriedCertificate> carried;     // certificates in the signature
-  std::vector<std::string> calls;              // what happened
-  std::set<std::wstring> paths;                // what it was asked for
+  std::string failingCall;                            // fails with
+  SystemError error{1};                               // this error
+  std::int32_t trustStatus = 0;                       // WinVerifyTrust's answer
+  std::string signerOfMessage = "CN=Zarn, 1";         // issuer and serial number of signer 0
+  std::map<std::string, CarriedCertificate> carried;  // certificates in the signature, by both numbers
+  std::vector<std::string> calls;                     // what happened
+  std::set<std::wstring> paths;                       // what it was asked for
 
   Result<void> call(const std::string& name) {
     calls.push_back(name);
@@ -57,11 +56,10 @@ struct ScriptedTrustApi final : TrustApi {
     }
     Result<std::unique_ptr<Certificate>> findCertificate(std::span<const std::byte> signer) const override {
       if (const auto called = api.call("CertFindCertificateInStore"); !called) return failure(called.error());
-      for (const CarriedCertificate& one : api.carried) {
-        const bool isSigners = std::ranges::equal(std::as_bytes(std::span(one.issuerAndSerial)), signer);
-        if (isSigners) return std::make_unique<Object>(api, &one);
-      }
-      return failure(2);
+      const std::string wanted(reinterpret_cast<const char*>(signer.data()), signer.size());
+      const auto found = api.carried.find(wanted);
+      if (found == api.carried.end()) return failure(2);
+      return std::make_unique<Object>(api, &found->second);
     }
     Result<std::uint32_t> sha256(std::span<std::uint8_t> buffer) const override {
       // Asked for the size, a provider may answer more than it writes.
@@ -69,8 +67,7 @@ struct ScriptedTrustApi final : TrustApi {
           .map([&](std::uint32_t size) { return size + (buffer.empty() ? 8 : 0); });
     }
     Result<std::uint32_t> subjectAttribute(const char* oid, std::span<wchar_t> buffer) const override {
-      const auto found = certificate->subject.find(oid);
-      const std::wstring text = found == certificate->subject.end() ? L"" : found->second;
+      const std::wstring text = certificate->subject.contains(oid) ? certificate->subject.at(oid) : L"";
       return api.fill<wchar_t>("CertGetNameStringW", buffer, std::span(text.c_str(), text.size() + 1));
     }
 

@@ -2,6 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+#include <windows.h>
+
+#include "os/registry.h"
+#include "support/recording_log.h"
+#include "util/product_names.h"
+#include "util/string_utils.h"
+#endif
+
 namespace zarn::testing {
 namespace {
 
@@ -22,48 +31,39 @@ TEST(UpdatePolicy, AStoredVersionIsFourNumbersAndNothingElse) {
 
 TEST(UpdatePolicy, EachRuleRefusesWhatItMustAndOneThatIsOffAsksForNothing) {
   const Unreadable broken{"broken"};
-  const FileVersion zarn{"Zarn", "text", kVersion};
-  const FileVersion line{"Zarn\n", "", kVersion};
+  const FileVersion zarn{"Zarn", "text", kVersion}, line{"Zarn\n", "", kVersion}, none;
   const FileVersion noNumber{"Zarn", "7.8.9.0", {}};
-  const FileVersion none;
   const std::monostate missing;
-  const UpdatePolicy notOlder{"", true};
   const std::string names = "its version resource names ";
-  const std::string before = ", which was installed before";
-  const std::string lower = "its version 7.8.9.0 is lower than ";
-  const std::string highest = "the value HighestInstalledVersion cannot be read: ";
-  const struct {
-    StoredPolicy stored;
-    UpdatePolicy builtIn;
-    FileVersion bundle;
-    std::string refusal;
-  } table[] = {// No rule: nothing matters, not even what is stored beside it.
-               {{missing, 0U, broken}, {}, none, ""},
-               // The product.
-               {{}, {"Zarn"}, zarn, ""},
-               {{"Zarn"}, {"Other"}, zarn, ""},
-               {{""}, {"Other"}, zarn, ""},
-               {{"Other"}, {"Zarn"}, zarn, names + R"(the product "Zarn", and not "Other")"},
-               {{"zarn"}, {}, zarn, names + R"(the product "Zarn", and not "zarn")"},
-               {{"Zarn"}, {}, line, names + R"(the product "Zarn\x0a", and not "Zarn")"},
-               {{"Zarn"}, {}, none, names + R"(no product, and not "Zarn")"},
-               // The version.
-               {{missing, 1U, missing}, {}, zarn, ""},
-               {{missing, 1U, version("7.8.9.0")}, {}, zarn, ""},
-               {{missing, 1U, version("7.8.8.65535")}, {}, zarn, ""},
-               {{missing, 0U, version("9.0.0.0")}, notOlder, zarn, ""},
-               {{missing, missing, version("7.8.9.1")}, notOlder, zarn, lower + "7.8.9.1" + before},
-               {{missing, 1U, version("10.0.0.0")}, {}, zarn, lower + "10.0.0.0" + before},
-               {{missing, 1U, version("7.8.9.0")}, {}, noNumber, "it has no version number"},
-               {{missing, 1U, missing}, {}, none, "it has no version number"},
-               // Both.
-               {{"Zarn", 1U, version("7.8.9.1")}, {}, zarn, lower + "7.8.9.1" + before},
-               // What cannot be read.
-               {{broken}, {}, zarn, "the value RequiredProduct cannot be read: broken"},
-               {{missing, broken}, {}, zarn, "the value RefuseOlder cannot be read: broken"},
-               {{missing, 1U, version("7\n")}, {}, zarn, highest + R"("7\x0a" is no version)"}};
+  const std::string unread = "the value HighestInstalledVersion cannot be read: ";
+  const std::string before = "its version 7.8.9.0 is lower than 7.8.9.1, which was installed before";
+  const std::tuple<StoredPolicy, UpdatePolicy, FileVersion, std::string> table[] = {
+      // No rule: nothing matters, not even what is stored beside it.
+      {{missing, 0U, broken}, {}, none, ""},
+      // The product.
+      {{}, {"Zarn"}, zarn, ""},
+      {{"Zarn"}, {"Other"}, zarn, ""},
+      {{""}, {"Other"}, zarn, ""},
+      {{"Other"}, {"Zarn"}, zarn, names + R"(the product "Zarn", and not "Other")"},
+      {{"zarn"}, {}, zarn, names + R"(the product "Zarn", and not "zarn")"},
+      {{"Zarn"}, {}, line, names + R"(the product "Zarn\x0a", and not "Zarn")"},
+      {{"Zarn"}, {}, none, names + R"(no product, and not "Zarn")"},
+      // The version.
+      {{missing, 1U, missing}, {}, zarn, ""},
+      {{missing, 1U, version("7.8.9.0")}, {}, zarn, ""},
+      {{missing, 1U, version("7.8.8.65535")}, {}, zarn, ""},
+      {{missing, 0U, version("9.0.0.0")}, {"", true}, zarn, ""},
+      {{missing, missing, version("7.8.9.1")}, {"", true}, zarn, before},
+      {{missing, 1U, version("7.8.9.0")}, {}, noNumber, "it has no version number"},
+      {{missing, 1U, missing}, {}, none, "it has no version number"},
+      // Both.
+      {{"Zarn", 1U, version("7.8.9.1")}, {}, zarn, before},
+      // What cannot be read.
+      {{broken}, {}, zarn, "the value RequiredProduct cannot be read: broken"},
+      {{missing, broken}, {}, zarn, "the value RefuseOlder cannot be read: broken"},
+      {{missing, 1U, version("7\n")}, {}, zarn, unread + R"("7\x0a" is no version)"}};
   for (const auto& [stored, builtIn, bundle, refusal] : table) {
-    const PolicyResult result = judgeByPolicy(stored, builtIn, [&bundle = bundle] { return bundle; });
+    const PolicyResult result = judgeByPolicy(stored, builtIn, [&read = bundle] { return read; });
     EXPECT_EQ(result.isAllowed() ? "" : result.sentence(), refusal);
   }
   const auto mustNotRead = []() -> FileVersion { throw std::logic_error("read"); };
@@ -71,15 +71,84 @@ TEST(UpdatePolicy, EachRuleRefusesWhatItMustAndOneThatIsOffAsksForNothing) {
 }
 
 TEST(UpdatePolicy, TheHighestVersionIsNeverLowered) {
-  const std::pair<Stored<ProductVersion>, const char*> table[] = {{std::monostate(), "7.8.9.0"},
-                                                                  {ProductVersion{{7, 8, 8, 9}}, "7.8.9.0"},
-                                                                  {kVersion, ""},
-                                                                  {ProductVersion{{7, 8, 9, 1}}, ""},
-                                                                  {Unreadable{"broken"}, ""}};
-  for (const auto& [highest, text] : table) {
-    EXPECT_EQ(versionToRemember(highest, kVersion).value_or(""), text);
+  const Stored<ProductVersion> lower[] = {std::monostate(), ProductVersion{{7, 8, 8, 9}}};
+  for (const auto& highest : lower) EXPECT_EQ(versionToRemember(highest, kVersion), "7.8.9.0");
+  const Stored<ProductVersion> others[] = {kVersion, ProductVersion{{7, 8, 9, 1}}, Unreadable{"broken"}};
+  for (const auto& highest : others) EXPECT_EQ(versionToRemember(highest, kVersion), std::nullopt);
+}
+
+#ifdef _WIN32
+/// A program with a version resource, whoever made this system.
+const std::string kBundle = "C:\\windows\\system32\\kernel32.dll";
+
+class MachinePolicy : public ::testing::Test {
+ protected:
+  MachinePolicy() { clear(); }
+  ~MachinePolicy() override { clear(); }
+
+  static void clear() {
+    for (const auto* key : {names::kPolicyKey.wide, names::kServiceKey.wide})
+      RegDeleteKeyW(HKEY_LOCAL_MACHINE, key);
+  }
+  static void store(const wchar_t* path, const wchar_t* name, DWORD type, const std::wstring& bytes) {
+    const auto key = os::createRegistryKey(HKEY_LOCAL_MACHINE, path, KEY_SET_VALUE);
+    ASSERT_TRUE(os::writeRegistryValue(key.value().get(), name, type, bytes.data(), 2 * bytes.size()));
+  }
+  /// Why the bundle is refused, as the log has it too; empty when it is allowed.
+  static std::string refusal() {
+    const RecordingLog log;
+    const PolicyResult result = CheckUpdatePolicy(kBundle);
+    const std::string sentence = result.isAllowed() ? "" : result.sentence();
+    std::vector<LoggedLine> lines = {{LogLevel::Error, "The bundle is refused by policy: " + sentence}};
+    if (result.isAllowed()) lines.clear();
+    EXPECT_EQ(log.lines(), lines);
+    return sentence;
+  }
+};
+
+TEST_F(MachinePolicy, OnlyTheRequiredProductPassesAndWhatCannotBeReadRefuses) {
+  const std::wstring product = StringUtils::utf8to16(readFileVersion(kBundle).product);
+  const std::string other = "its version resource names the product \"" + StringUtils::utf16to8(product);
+  const wchar_t* const required = names::kRequiredProductValue.wide;
+  const wchar_t* const refuseOlder = names::kRefuseOlderValue.wide;
+  EXPECT_EQ(refusal(), "");
+  const std::tuple<const wchar_t*, DWORD, std::wstring, std::string> table[] = {
+      {required, REG_SZ, product, ""},
+      {required, REG_SZ, product + std::wstring(1, L'\0') + L"x", ""},
+      {required, REG_SZ, L"", ""},
+      {required, REG_SZ, L"x", other + "\", and not \"x\""},
+      {required, REG_EXPAND_SZ, std::wstring(2000, L'x'),
+       "the value RequiredProduct cannot be read: it has another type"},
+      {required, REG_SZ, std::wstring(2000, L'x'),
+       "the value RequiredProduct cannot be read: it is too long"},
+      {refuseOlder, REG_SZ, {0, 0}, "the value RefuseOlder cannot be read: it has another type"},
+      {refuseOlder, REG_DWORD, {0, 0, 0}, "the value RefuseOlder cannot be read: it is too long"},
+      {refuseOlder, REG_DWORD, {0}, "the value RefuseOlder cannot be read: it is too short"}};
+  for (const auto& [name, type, bytes, answer] : table) {
+    clear();
+    store(names::kPolicyKey.wide, name, type, bytes);
+    EXPECT_EQ(refusal(), answer);
   }
 }
+
+TEST_F(MachinePolicy, NothingLowerThanWhatWasInstalledPassesOnceThePolicySaysSo) {
+  const ProductVersion its = readFileVersion(kBundle).number.value();
+  ProductVersion higher = its;
+  ++higher.parts[3];
+  store(names::kPolicyKey.wide, names::kRefuseOlderValue.wide, REG_DWORD, {1, 0});
+  rememberInstalledVersion(its);
+  EXPECT_EQ(refusal(), "");
+  rememberInstalledVersion(higher);
+  rememberInstalledVersion(its);  // lower again
+  const std::string text = "its version " + versionText(its) + " is lower than " + versionText(higher);
+  EXPECT_EQ(refusal(), text + ", which was installed before");
+  store(names::kServiceKey.wide, names::kHighestInstalledVersionValue.wide, REG_SZ, L"x");
+  const RecordingLog log;
+  rememberInstalledVersion(higher);
+  EXPECT_TRUE(log.contains("The highest installed version was not stored: \"x\" is no version"));
+  EXPECT_EQ(refusal(), "the value HighestInstalledVersion cannot be read: \"x\" is no version");
+}
+#endif
 
 }  // namespace
 }  // namespace zarn::testing

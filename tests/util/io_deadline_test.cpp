@@ -10,7 +10,6 @@
 #include "util/io_deadline.h"
 
 namespace zarn {
-namespace {
 
 using namespace std::chrono_literals;
 
@@ -34,5 +33,4 @@ TEST(IoDeadline, ProgressPutsItOff) {
   for (int step = 0; step < 6; ++step, deadline.renew()) EXPECT_EQ(::usleep(100'000), 0);
 }
 
-}  // namespace
 }  // namespace zarn

@@ -1,56 +1,98 @@
+// What becomes text of a log line: formats, the system's errors, whatever callers say, times.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+
+#include "os/error_text.h"
 #include "support/recording_log.h"
+#include "util/log_win32_error.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
+#include "util/time_utils.h"
 
 namespace zarn::testing {
 namespace {
 
+using ::testing::ElementsAre;
 using namespace std::string_literals;
 
-TEST(Printable, KeepsTextAndEscapesWhatCouldForgeALine) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"", ""},
-      {R"(C:\Temp\bundle.exe)", R"(C:\Temp\bundle.exe)"},
-      {"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x8E\xAC", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x8E\xAC"},
-      {"a\r\nb", R"(a\x0d\x0ab)"},
-      {"\x1b[31m\t\x7f", R"(\x1b[31m\x09\x7f)"},
-      {"a\0b"s, R"(a\x00b)"},
-      {"\xC2\x85", R"(\xc2\x85)"},                                                  // next line, C1
-      {"\xE2\x80\xA8", R"(\xe2\x80\xa8)"},                                          // line separator
-      {"\xD8\x9C\xE2\x80\x8E\xE2\x80\x8F", R"(\xd8\x9c\xe2\x80\x8e\xe2\x80\x8f)"},  // direction marks
-      {"\xE2\x80\xAA\xE2\x80\xAE", R"(\xe2\x80\xaa\xe2\x80\xae)"},                  // embeddings, overrides
-      {"\xE2\x81\xA6\xE2\x81\xA9", R"(\xe2\x81\xa6\xe2\x81\xa9)"},                  // isolates
-      {"\xE2\x80\x8D\xE2\x80\xB0\xE2\x81\xAA", "\xE2\x80\x8D\xE2\x80\xB0\xE2\x81\xAA"},  // their neighbours
-      {"\xC0\xAF\xFF", R"(\xc0\xaf\xff)"},          // overlong, no lead byte
-      {"\xED\xA0\x80", R"(\xed\xa0\x80)"},          // surrogate
-      {"\xF4\x90\x80\x80", R"(\xf4\x90\x80\x80)"},  // beyond the last code point
-      {"x\xE2\x82", R"(x\xe2\x82)"},                // cut short
-  };
-  for (const auto& [input, expected] : cases) EXPECT_EQ(printable(input), expected);
+TEST(Logging, FormatsWhatPassesAndNothingElse) {
+  const RecordingLog log(LogLevel::Info);
+  // Formatting this would throw: the format wants an argument.
+  EXPECT_NO_THROW(logLine(LogLevel::Debug, RuntimeFormat{"%d"}));
+  EXPECT_THROW(logLine(LogLevel::Info, RuntimeFormat{"%d"}), fmt::format_error);
+  logLine(LogLevel::Warn, "%04d|%d|%x|%.1f|%zu|%s|100%%", 7, std::uint32_t{0x800b0100}, 255U, 1.25,
+          std::size_t{9}, std::string("text"));
+  logLine(LogLevel::Warn, "%s=%d|%d|%u|%c|a longer piece of text|%s", std::string_view("plain"),
+          std::numeric_limits<int>::min(), 0L, std::numeric_limits<unsigned>::max(), 'c',
+          static_cast<const char*>(nullptr));
+  EXPECT_THAT(log.texts(), ElementsAre("0007|-2146762496|ff|1.2|9|text|100%",
+                                       "plain=-2147483648|0|4294967295|c|a longer piece of text|(null)"));
 }
 
+TEST(Logging, SystemErrorsAreThoseCurrentAtTheCall) {
+  // A sink that disturbs the last error, as writing a file does.
+  struct Disturbing final : LogSink {
+    std::vector<std::string> texts;
+    void submit(LogLevel, std::string_view message) override {
+      texts.emplace_back(message);
+      setLastSystemError(0);
+    }
+    void fatal [[noreturn]] (const std::string&) override { std::abort(); }
+  } sink;
+  LogSink* const former = setLogSink(&sink);
+  setLastSystemError(2);
+  EXPECT_EQ(logWin32Error(LogLevel::Info, "Opening %s failed", "x"), 2U);
+  EXPECT_EQ(logSystemFailure(LogLevel::Info, SystemError(0x800b0100), "Checking failed"), 0x800b0100U);
+  setLogSink(former);
+  EXPECT_THAT(sink.texts,
+              ElementsAre("Opening x failed", "    Win32 Error: 2 " + systemErrorText(2), "Checking failed",
+                          "    Win32 Error: -2146762496 " + systemErrorText(0x800b0100)));
+}
+
+std::string escaped(const std::string& bytes) {
+  std::string text;
+  for (const char byte : bytes) text += fmt::format("\\x{:02x}", static_cast<unsigned char>(byte));
+  return text;
+}
 std::string times(std::size_t count, std::string_view text) {
   std::string result;
   while (count-- > 0) result += text;
   return result;
 }
 
+TEST(Printable, KeepsTextAndEscapesWhatCouldForgeALine) {
+  // The last are neighbours of what is escaped below.
+  for (const std::string kept : {"", R"(C:\Temp\bundle.exe)", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x8E\xAC",
+                                 "\xE2\x80\x8D\xE2\x80\xB0\xE2\x81\xAA"})
+    EXPECT_EQ(printable(kept), kept);
+  for (const auto& bytes : {"\r\n"s, "\x1b"s, "\t\x7f"s, "\0"s,
+                            "\xC2\x85"s,                           // next line, C1
+                            "\xE2\x80\xA8"s,                       // line separator
+                            "\xD8\x9C\xE2\x80\x8E\xE2\x80\x8F"s,   // direction marks
+                            "\xE2\x80\xAA\xE2\x80\xAE"s,           // embeddings, overrides
+                            "\xE2\x81\xA6\xE2\x81\xA9"s,           // isolates
+                            "\xC0\xAF\xFF"s,                       // overlong, no lead byte
+                            "\xED\xA0\x80"s, "\xF4\x90\x80\x80"s,  // a surrogate, beyond the last code point
+                            "\xE2\x82"s}) {                        // cut short
+    EXPECT_EQ(printable("a" + bytes), "a" + escaped(bytes));
+    EXPECT_EQ(printable(bytes + "[b"), escaped(bytes) + "[b");
+  }
+}
+
 TEST(Printable, CutsBetweenCharactersAndSaysTheWholeLength) {
-  const std::string euro = "\xE2\x82\xAC";
-  const std::string turn = "\xE2\x80\xAE";  // twelve characters when it is escaped
-  const std::string turned = R"(\xe2\x80\xae)";
+  const std::string euro = "\xE2\x82\xAC", turn = "\xE2\x80\xAE";  // twelve characters when it is escaped
   const std::pair<std::string, std::string> cases[] = {
       {times(4096, "a"), times(4096, "a")},
       {times(4097, "a"), times(4096, "a") + "... (4097 characters)"},
       {times(4096, euro), times(4096, euro)},
       {times(4100, euro) + "\xE2", times(4096, euro) + "... (4101 characters)"},
-      {times(341, turn) + "aaaa", times(341, turned) + "aaaa"},
-      {times(342, turn), times(341, turned) + "... (342 characters)"},
-      {times(1025, "\n"), times(1024, R"(\x0a)") + "... (1025 characters)"},
-      {times(1 << 20, "\x80"), times(1024, R"(\x80)") + "... (1048576 characters)"},
-  };
+      {times(341, turn) + "aaaa", escaped(times(341, turn)) + "aaaa"},
+      {times(342, turn), escaped(times(341, turn)) + "... (342 characters)"},
+      {times(1025, "\n"), escaped(times(1024, "\n")) + "... (1025 characters)"},
+      {times(1 << 20, "\x80"), escaped(times(1024, "\x80")) + "... (1048576 characters)"}};
   for (const auto& [input, expected] : cases) EXPECT_EQ(printable(input), expected) << expected.size();
   EXPECT_EQ(cutText("a\n" + euro, 3), "a\n" + euro);
   EXPECT_EQ(cutText("a\n" + euro + "\xFF" + euro, 3), "a\n" + euro + "... (5 characters)");
@@ -68,6 +110,52 @@ TEST(StringUtils, ConvertsBothWaysAndRefusesWhatIsInvalidAsAWhole) {
   EXPECT_TRUE(log.contains("utf8to16: MultiByteToWideChar failed: 1113"));
 }
 #endif
+
+std::string fieldsOf(const std::tm& t) {
+  return fmt::format("{}-{}-{} {}:{}:{} wd{} yd{} dst{}", t.tm_year, t.tm_mon, t.tm_mday, t.tm_hour, t.tm_min,
+                     t.tm_sec, t.tm_wday, t.tm_yday, t.tm_isdst);
+}
+
+TEST(TimeUtils, ConvertsAndRefusesWhatIsNoTime) {
+  const RecordingLog log;
+  std::tm out{};
+  EXPECT_TRUE(TimeUtils::epochToUtc(1709210096, out));
+  EXPECT_EQ(fieldsOf(out), "124-1-29 12:34:56 wd4 yd59 dst0");
+  for (std::int64_t seconds = 1709210096, hour = 0; hour < 24; ++hour, seconds += 3600) {
+    ASSERT_TRUE(TimeUtils::epochToLocal(seconds, out));
+    EXPECT_EQ(std::mktime(&out), seconds);  // whatever the time zone
+  }
+  EXPECT_TRUE(log.lines().empty()) << "the C library's fields are good ones";
+  EXPECT_FALSE(TimeUtils::epochToUtc(std::numeric_limits<std::int64_t>::max(), out));
+  EXPECT_EQ(fieldsOf(out), fieldsOf({}));
+  EXPECT_FALSE(TimeUtils::epochToLocal(2069000000000, out));  // a valid year modulo 2^16
+  for (const std::int64_t none : {0, -1})
+    EXPECT_FALSE(TimeUtils::epochToUtc(none, out) || TimeUtils::epochToLocal(none, out));
+}
+
+TEST(TimeUtils, ValidFields) {
+  const auto with = [](int std::tm::*field, int value, int dayOfYear = 100) {
+    std::tm fields{};
+    fields.tm_mday = 1;
+    fields.tm_yday = dayOfYear;
+    fields.*field = value;
+    return TimeUtils::validFields(fields);
+  };
+  for (const auto& [field, low, high] : {std::tuple{&std::tm::tm_sec, 0, 59},
+                                         {&std::tm::tm_min, 0, 75},
+                                         {&std::tm::tm_hour, 0, 23},
+                                         {&std::tm::tm_mday, 1, 31},
+                                         {&std::tm::tm_mon, 0, 11},
+                                         {&std::tm::tm_wday, 0, 6},
+                                         {&std::tm::tm_yday, 1, 365},
+                                         {&std::tm::tm_year, -1900, 8099}}) {
+    EXPECT_TRUE(with(field, low) && with(field, high)) << high;
+    EXPECT_FALSE(field != &std::tm::tm_yday && with(field, low - 1)) << low;
+    EXPECT_FALSE(field != &std::tm::tm_min && with(field, high + 1)) << high;
+  }
+  EXPECT_TRUE(with(&std::tm::tm_mday, 1, 0));
+  EXPECT_FALSE(with(&std::tm::tm_mday, 2, 0) || with(&std::tm::tm_mon, 1, 0) || with(&std::tm::tm_yday, -1));
+}
 
 }  // namespace
 }  // namespace zarn::testing

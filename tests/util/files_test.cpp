@@ -1,0 +1,207 @@
+// Files and folders by path, and by a folder that is held.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "support/environment.h"
+#include "support/recording_log.h"
+#include "support/temp_directory.h"
+#include "util/held_folder.h"
+
+namespace zarn::testing {
+namespace {
+
+namespace fs = boost::filesystem;
+using namespace FileUtils;
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
+
+class Files : public ::testing::Test {
+ protected:
+  Files() { createDirectories(folder_); }
+  [[nodiscard]] HeldFolder hold() const {
+    return HeldFolder::hold(folder_, Links::Refuse, OwnPlaces::Refuse).value();
+  }
+  static Result<HeldFolder> follow(const std::string& path, OwnPlaces ownPlaces = OwnPlaces::Refuse) {
+    return HeldFolder::hold(path, Links::Follow, ownPlaces);
+  }
+  [[nodiscard]] std::set<std::string> names() const {
+    std::set<std::string> found;
+    EXPECT_TRUE(hold().list([&](const FolderEntry& entry) { found.insert(toUtf8(entry.name)); }));
+    return found;
+  }
+  [[nodiscard]] std::string in(const std::string& name) const { return join(folder_, name); }
+
+  RecordingLog log_;
+  TempDirectory dir_;
+  const std::string folder_ = dir_ / "Logs";
+  const std::string missing_ = dir_ / "missing";
+};
+
+TEST_F(Files, FailuresAreReported) {
+  writeFile(dir_ / "plain", "x");
+  EXPECT_FALSE(copyFile(missing_, dir_ / "copy") || FileUtils::move(missing_, dir_ / "moved"));
+  EXPECT_FALSE(copyDirectoryRecursively(missing_, dir_ / "copy") || createDirectories(dir_ / "plain/below"));
+  EXPECT_FALSE(deleteFile(dir_.path()));  // it holds something
+  EXPECT_EQ(static_cast<std::int64_t>(fileSize(missing_)), -1);
+  const std::string plain = "C:\\" + std::string(247, 'a');
+  EXPECT_EQ(withLongPathPrefix(plain) + withLongPathPrefix(plain + "a"), plain + R"(\\?\)" + plain + "a");
+}
+
+TEST_F(Files, SafeOpenSaysWhatFailsAndRefusesPlantedLinks) {
+  const auto opens = [&](const char* name, const char* mode, Links links) {
+    return safeOpen(dir_ / name, mode, true, links) != nullptr;
+  };
+  EXPECT_FALSE(opens("missing", "r+", Links::Follow));  // needs an existing file
+  const std::string error = "safe_fopen: CreateFileW for '" + missing_ + "' failed: 2";
+  EXPECT_THAT(log_.texts(), ElementsAre(StartsWith(error)));
+  EXPECT_TRUE(opens("file", "wb", Links::Refuse));
+  EXPECT_TRUE(opens("file", "", Links::Follow));  // an empty mode reads
+  writeFile(dir_ / "victim", "precious");
+  fs::create_hard_link(toPath(dir_ / "victim"), toPath(dir_ / "hard"));
+  EXPECT_FALSE(opens("hard", "w", Links::Refuse));
+#ifndef _WIN32  // Wine pretends to make symbolic links
+  fs::create_symlink(toPath(dir_ / "victim"), toPath(dir_ / "soft"));
+  EXPECT_FALSE(opens("soft", "w", Links::Refuse));
+#endif
+  EXPECT_EQ(readFile(dir_ / "victim"), "precious");
+}
+
+std::string preferredPath;
+
+TEST_F(Files, ApplicationDataDirectoryPrecedence) {
+  setLocalAppDataPathReader([] { return preferredPath; });
+  preferredPath = "";
+  const std::string home = applicationDataDirectory(false), ours = dir_ / "Zarn Media Server";
+  EXPECT_EQ(applicationDataDirectory(), join(home, "Zarn Media Server"));
+  preferredPath = dir_.path();
+  EXPECT_EQ(applicationDataDirectory(), ours);
+  EXPECT_EQ(applicationDataDirectory(true, false), join(home, "Zarn Media Server"));
+  EXPECT_TRUE(isDirectory(databasesDirectory()));
+#ifdef _WIN32
+  // What is refused changes nothing, not even when it is what was good before.
+  const std::string temp = toUtf8(fs::temp_directory_path());
+  for (const auto& [refused, because] : {std::pair{std::string(R"(\\nowhere\share)"), "it is a share"},
+                                         {R"(\\.\pipe\x)", "it is a device"},
+                                         {temp, "it is a place of the service's own"},
+                                         {"C:", "it is no full path"}}) {
+    preferredPath = refused;
+    for (const auto& sentence :
+         {"The application data path " + refused + " is not used: " + because + ".", std::string()}) {
+      EXPECT_EQ(applicationDataDirectory(), ours);
+      EXPECT_EQ(takeRefusalOfAppDataPath(), sentence);
+    }
+  }
+  // Behind the prefix that long paths get, the system resolves nothing.
+  preferredPath = dir_.path();
+  for (int i = 0; i < 50; ++i) preferredPath += "/x/..";
+  EXPECT_TRUE(makeLogDirectory());
+  EXPECT_EQ(logDirectory(), ours + "\\Logs");
+  preferredPath = dir_.path();
+  setEnvironment("TMP", dir_.path());
+  EXPECT_EQ(applicationDataDirectory(false), home);
+  setEnvironment("TMP", temp);
+#endif
+  setApplicationDataOverride(dir_ / "override");
+  EXPECT_EQ(logDirectory(), join(dir_ / "override", "Logs"));
+  EXPECT_EQ(applicationDataDirectory(false), dir_.path());  // the override is a product directory
+  setApplicationDataOverride("");
+  setLocalAppDataPathReader(nullptr);
+}
+
+TEST_F(Files, AHeldFolderOpensMovesAndRemovesByName) {
+  const HeldFolder held = hold();
+  for (const auto& [mode, text, content] : {std::tuple{"a+b", "one", "one"},
+                                            {"ab", "two", "onetwo"},
+                                            {"r+b", "ONE", "ONEtwo"},
+                                            {"wb", "new", "new"}}) {
+    EXPECT_GE(std::fputs(text, held.open("a", mode).value().get()), 0);
+    EXPECT_EQ(readFile(in("a")), content);
+  }
+  writeFile(in("b"), "replaced");
+  EXPECT_TRUE(held.rename("a", "b"));
+  EXPECT_EQ(readFile(in("b")), "new");
+  EXPECT_TRUE(!held.exists("a") && held.create("b").error().isAlreadyThere());
+  EXPECT_TRUE(held.folder("sub", Existing::OpenOrCreate)->folder("below", Existing::OpenOrCreate));
+  EXPECT_THAT(names(), ElementsAre("b", "sub"));
+  EXPECT_TRUE(held.remove("b") && held.remove("b"));  // missing is removed
+  EXPECT_TRUE(log_.texts().empty());
+  EXPECT_FALSE(held.remove("sub"));  // holds something
+  EXPECT_FALSE(held.open("none", "a", Existing::Only) || held.rename("none", "b"));
+  EXPECT_THAT(log_.texts(),
+              ElementsAre(StartsWith("Couldn't delete the file " + held.pathOf("sub") + ": "),
+                          StartsWith("safe_fopen: CreateFileW for '" + held.pathOf("none") + "' failed: 2"),
+                          StartsWith("Couldn't copy file " + held.pathOf("none") + " to ")));
+  EXPECT_THAT(names(), ElementsAre("sub"));
+}
+
+TEST_F(Files, AHeldFolderLeadsNowhereElse) {
+  writeFile(dir_ / "victim", "precious");
+  fs::create_hard_link(toPath(dir_ / "victim"), toPath(in("hard")));
+  const HeldFolder held = hold();
+  for (const std::string name : {"hard", "..\\victim", "../victim", "..", ".", "", "file:stream"})
+    EXPECT_FALSE(held.open(name, "w") || held.folder(name, Existing::OpenOrCreate)) << name;
+  EXPECT_FALSE(held.remove("../victim"));
+#ifndef _WIN32  // Wine pretends to make symbolic links
+  fs::create_directory_symlink(folder_, dir_ / "link");
+  EXPECT_FALSE(HeldFolder::hold(dir_ / "link", Links::Refuse, OwnPlaces::Refuse));
+  EXPECT_TRUE(follow(dir_ / "link"));
+  fs::create_directory_symlink(dir_.path(), in("sub"));
+  EXPECT_FALSE(held.folder("sub", Existing::OpenOrCreate));
+  // Whatever takes the name of the held folder, what is held stays what it was.
+  fs::rename(folder_, dir_ / "moved");
+  fs::create_directory(dir_ / "bait");
+  fs::create_directory_symlink(dir_ / "bait", folder_);
+  EXPECT_TRUE(held.open("fresh", "w") && exists(dir_ / "moved/fresh") && fs::is_empty(dir_ / "bait"));
+#endif
+  EXPECT_EQ(readFile(dir_ / "victim"), "precious");
+  for (const std::string& path : {dir_ / "victim", missing_, std::string(R"(\\.\NUL)")})
+    EXPECT_FALSE(follow(path)) << path;
+}
+
+TEST_F(Files, WhateverStandsInTheWayIsRemoved) {
+  const std::string name = dir_ / "ZarnMediaServerUpdate.exe";
+  const std::string deep = join(name, R"(Zarn Media Server/Logs/Zarn Update Service)");
+  writeFile(dir_ / "kept", "kept");
+  writeFile(in("kept"), "kept");
+  for (const std::string kind : {"nothing", "file", "read-only", "link", "folder"}) {
+    if (kind == "file" || kind == "read-only") writeFile(name, "x");
+    if (kind == "read-only") fs::permissions(toPath(name), fs::owner_read);
+    if (kind == "link") fs::create_hard_link(toPath(dir_ / "kept"), toPath(name));
+    if (kind == "folder") {
+      ASSERT_TRUE(createDirectories(deep));
+      writeFile(join(deep, "a log"), "x");
+#ifdef _WIN32
+      std::ofstream(toPath(deep) / L"\xD800 no UTF-16").put('x');
+#else
+      fs::create_directory_symlink(folder_, deep + "/link");
+#endif
+    }
+    EXPECT_TRUE(removeWhatever(name) && !exists(name)) << kind;
+  }
+  EXPECT_EQ(readFile(dir_ / "kept") + readFile(in("kept")), "keptkept") << "removed through a link";
+  EXPECT_TRUE(removeWhatever("") && removeWhatever(join(dir_ / "no folder", "x")));
+  EXPECT_TRUE(log_.texts().empty());
+}
+
+#ifdef _WIN32
+TEST_F(Files, AHeldFolderStaysWhereItIsAndIsNoPlaceOfOurOwn) {
+  boost::system::error_code error;
+  {
+    const HeldFolder held = hold();
+    EXPECT_FALSE(fs::remove(toPath(folder_), error));
+    fs::rename(toPath(folder_), toPath(dir_ / "elsewhere"), error);
+    EXPECT_TRUE(error);
+  }
+  fs::rename(toPath(folder_), toPath(dir_ / "elsewhere"), error);
+  EXPECT_FALSE(error);
+  const std::string temp = toUtf8(fs::temp_directory_path());
+  EXPECT_TRUE(!follow(temp) && follow(temp, OwnPlaces::Allow));
+  EXPECT_TRUE(follow(R"(C:\)")->exists("windows"));
+  EXPECT_EQ(follow(R"(C:\)")->pathOf("x"), R"(\\?\C:\x)");
+}
+#endif
+
+}  // namespace
+}  // namespace zarn::testing
