@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "os/handles.h"
 #include "os/system_error.h"
 
 namespace zarn {
@@ -35,13 +36,17 @@ class InterruptibleThread {
   InterruptibleThread() noexcept;
   InterruptibleThread(const InterruptibleThread&) = delete;
   InterruptibleThread& operator=(const InterruptibleThread&) = delete;
-  ~InterruptibleThread();
 
   /// Cancels the blocking operation that the thread is in, if it is in one. From any thread.
   void cancelIo() const noexcept;
 
  private:
-  void* handle_ = nullptr;  ///< null on Windows when the system gives none
+  struct Traits {
+    using Handle = void*;
+    static Handle invalid() noexcept { return nullptr; }
+    static void close(Handle handle) noexcept;
+  };
+  ScopedHandle<Traits> handle_;  ///< invalid on Windows when the system gives none
 };
 
 }  // namespace os

@@ -61,16 +61,18 @@ static_assert(sizeof(pthread_t) == sizeof(void*), "the thread is kept in a point
 
 InterruptibleThread::InterruptibleThread() noexcept {
   const pthread_t self = ::pthread_self();
-  std::memcpy(&handle_, &self, sizeof(self));
+  std::memcpy(handle_.receive(), &self, sizeof(self));
   // Installed before anybody sends it: the default action would end the process.
   static_cast<void>(interruptingSignal());
 }
 
-InterruptibleThread::~InterruptibleThread() = default;
+// A thread is known by its number, which nobody has to give back.
+void InterruptibleThread::Traits::close(Handle /*handle*/) noexcept {}
 
 void InterruptibleThread::cancelIo() const noexcept {
   pthread_t thread{};
-  std::memcpy(&thread, &handle_, sizeof(thread));
+  const Traits::Handle handle = handle_.get();
+  std::memcpy(&thread, &handle, sizeof(thread));
   ::pthread_kill(thread, interruptingSignal());
 }
 

@@ -76,12 +76,12 @@ void endAfterFatalError() noexcept {
 InterruptibleThread::InterruptibleThread() noexcept
     : handle_(OpenThread(THREAD_TERMINATE, FALSE, GetCurrentThreadId())) {}
 
-InterruptibleThread::~InterruptibleThread() {
-  if (handle_ != nullptr) CloseHandle(handle_);
+void InterruptibleThread::Traits::close(Handle handle) noexcept {
+  CloseHandle(handle);
 }
 
 void InterruptibleThread::cancelIo() const noexcept {
-  if (handle_ != nullptr) CancelSynchronousIo(handle_);
+  if (handle_) CancelSynchronousIo(handle_.get());
 }
 
 }  // namespace os

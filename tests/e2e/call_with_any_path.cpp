@@ -4,6 +4,5 @@
 
 int main(int argc, char** argv) {
   using namespace zarn::testing;  // NOLINT(google-build-using-namespace)
-  if (argc != 2) return 2;
-  return check(argv[1]).status == 30004 && install(argv[1]).status == 30002 ? 0 : 1;
+  return argc == 2 && check(argv[1]) == 30004 && install(argv[1]).status == 30002 ? 0 : 1;
 }

@@ -12,8 +12,7 @@ namespace zarn::testing {
 
 /// Status and exit code, or neither when no answer came.
 struct Answer {
-  std::optional<long> status;
-  std::optional<long> exitCode;
+  std::optional<long> status, exitCode;
   friend bool operator==(const Answer&, const Answer&) = default;
   friend std::ostream& operator<<(std::ostream& out, const Answer& answer) {
     return out << "status " << answer.status.value_or(-1) << ", exit code " << answer.exitCode.value_or(-1);
@@ -22,16 +21,12 @@ struct Answer {
 
 inline Answer install(const std::string& path) {
   const auto result = client::UpdateClient().install(StringUtils::utf8to16(path));
-  if (!result.ok()) return {};
-  return {result.value().status, result.value().installerExitCode};
+  return result.ok() ? Answer{result.value().status, result.value().installerExitCode} : Answer{};
 }
-
-inline Answer check(const std::string& path) {
+inline std::optional<long> check(const std::string& path) {
   const auto result = client::UpdateClient().checkBundle(StringUtils::utf8to16(path));
-  if (!result.ok()) return {};
-  return {result.value(), {}};
+  return result.ok() ? std::optional<long>(result.value()) : std::nullopt;
 }
-
 inline bool setAppDataPath(const std::string& path) {
   return client::UpdateClient().setAppDataPath(StringUtils::utf8to16(path)).ok();
 }

@@ -1,29 +1,70 @@
 // The installed service as an administrator and the media server see it: through
-// the service control manager, its files and its log.
+// the service control manager, its files, its log and the caller's library.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include <chrono>
 #include <functional>
-#include <string>
-#include <vector>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
 
+#include "e2e/caller.h"
 #include "os/handles_win.h"
+#include "support/temp_directory.h"
 
 namespace zarn::testing {
 
 /// Polls until `condition` holds; false when `limit` has passed without it.
-bool waitUntil(const std::function<bool()>& condition, std::chrono::seconds limit = std::chrono::seconds(20));
+inline bool waitUntil(const std::function<bool()>& condition,
+                      std::chrono::seconds limit = std::chrono::seconds(20)) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
 
 /// What prepare.py wrote of the stage.
-std::string stageSetting(const std::string& name);
+inline std::string stageSetting(const std::string& name) {
+  std::istringstream lines(readFile(R"(C:\zarn-test\stage.txt)"));
+  for (std::string key, value; std::getline(lines, key, '=') && std::getline(lines, value);)
+    if (key == name) return value;
+  throw std::runtime_error("the stage has no " + name);
+}
 /// Path of one of the stage's bundles.
-std::string bundle(const std::string& name);
+inline std::string bundle(const std::string& name) {
+  return stageSetting("bundles") + "\\" + name;
+}
+inline Answer installApproved() {
+  return install(bundle("approved.exe"));
+}
 /// What the account service answers from here on.
-void setProfile(const std::string& text);
-void approveOnly(const std::string& digest);
+inline void setProfile(const std::string& text) {
+  writeFile(stageSetting("profile"), text);
+}
+inline void approveOnly(const std::string& digest) {
+  setProfile(R"({"certs": [")" + digest + R"("]})");
+}
+
+/// How often `part` is in `text`.
+inline std::size_t countOf(std::string_view part, std::string_view text) {
+  std::size_t count = 0;
+  for (auto at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+/// What is stored of the last app-data path.
+inline std::string storedAppDataPath() {
+  wchar_t stored[1024] = {};
+  DWORD size = sizeof(stored);
+  RegGetValueW(HKEY_CURRENT_USER, LR"(Software\Zarn, Inc.\Zarn Media Server)", L"LocalAppDataPath",
+               RRF_RT_REG_SZ, nullptr, stored, &size);
+  return StringUtils::utf16to8(stored);
+}
 
 /// One run of the stand-in installer, from its record.
 struct InstallerRun {
@@ -37,44 +78,122 @@ struct InstallerRun {
 class ServiceUnderTest {
  public:
   /// Registers the service (own process, demand start) when it is not yet registered.
-  ServiceUnderTest();
+  ServiceUnderTest() : manager_(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)) {
+    require(static_cast<bool>(manager_), "OpenSCManagerW");
+    service_.reset(OpenServiceW(manager_.get(), kName, SERVICE_ALL_ACCESS));
+    if (service_) return;
+    service_.reset(CreateServiceW(manager_.get(), kName, L"Zarn Update Service", SERVICE_ALL_ACCESS,
+                                  SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
+                                  LR"("C:\Program Files\Zarn Update Service\ZarnUpdateService.exe")", nullptr,
+                                  nullptr, nullptr, nullptr, nullptr));
+    require(static_cast<bool>(service_), "CreateServiceW");
+  }
 
   /// Starts it when it is not running and waits until it runs.
-  void start();
+  void start() {
+    // Wine's control manager shows a process that ended without a stopped report as
+    // running until it is asked to start it again; Windows' sees the end by itself.
+    if (isRunning()) return;
+    const std::string lastRunsLog = log();
+    require(StartServiceW(service_.get(), 0, nullptr) != 0, "StartServiceW");
+    // The state is reported just before the listener is up, and before or after the
+    // log is rotated.
+    const auto listens = [&] {
+      const std::string now = log();
+      return now != lastRunsLog && now.find("Listening for remote procedure calls...") != std::string::npos;
+    };
+    require(waitUntil([&] { return isRunning(); }) && waitUntil(listens), "waiting for the start");
+  }
   /// Sends the stop control and returns when the control manager has answered.
-  void requestStop();
+  void requestStop() {
+    SERVICE_STATUS ignored{};
+    require(ControlService(service_.get(), SERVICE_CONTROL_STOP, &ignored) != 0, "ControlService");
+  }
   /// Asks it to stop and waits until its process has ended; its exit code.
-  DWORD stop();
-  [[nodiscard]] SERVICE_STATUS_PROCESS status() const;
+  DWORD stop() {
+    const KernelHandle running = process();
+    requestStop();
+    return waitForExit(running);
+  }
   /// Reported as running, by a process that is still there.
-  [[nodiscard]] bool isRunning() const;
-
+  [[nodiscard]] bool isRunning() const {
+    const SERVICE_STATUS_PROCESS now = status();
+    const KernelHandle running(OpenProcess(SYNCHRONIZE, FALSE, now.dwProcessId));
+    return now.dwCurrentState == SERVICE_RUNNING && running &&
+           WaitForSingleObject(running.get(), 0) == WAIT_TIMEOUT;
+  }
   /// The running process, to be waited for later.
-  [[nodiscard]] KernelHandle process() const;
-  /// Exit code of a process, once it has ended; STILL_ACTIVE after `limit`.
-  static DWORD waitForExit(const KernelHandle& process,
-                           std::chrono::seconds limit = std::chrono::seconds(30));
+  [[nodiscard]] KernelHandle process() const {
+    constexpr DWORD rights = SYNCHRONIZE | PROCESS_QUERY_INFORMATION | PROCESS_TERMINATE;
+    KernelHandle handle(OpenProcess(rights, FALSE, status().dwProcessId));
+    require(static_cast<bool>(handle), "OpenProcess");
+    return handle;
+  }
+  /// Exit code of a process, once it has ended; STILL_ACTIVE after half a minute.
+  static DWORD waitForExit(const KernelHandle& process) {
+    WaitForSingleObject(process.get(), 30'000);
+    DWORD code = STILL_ACTIVE;
+    require(GetExitCodeProcess(process.get(), &code) != 0, "GetExitCodeProcess");
+    return code;
+  }
 
   // ---- What it leaves behind ----------------------------------------------------
-  static std::string logDirectory();
+  static std::string logDirectory() { return FileUtils::logDirectory(true, false); }
   /// Text of log file `number` (0: the current one).
-  static std::string log(int number = 0);
-  static bool waitForLogLine(const std::string& text, int number = 0);
-  static std::string stagedCopy();
-  static std::vector<InstallerRun> installerRuns();
-  static void forgetInstallerRuns();
+  static std::string log(int number = 0) {
+    const std::string suffix = number == 0 ? ".log" : "." + std::to_string(number) + ".log";
+    return readFile(FileUtils::join(logDirectory(), "Zarn Update Service" + suffix));
+  }
+  static bool waitForLogLine(const std::string& text) {
+    return waitUntil([&] { return log().find(text) != std::string::npos; });
+  }
+  static std::string stagedCopy() {
+    return FileUtils::toUtf8(boost::filesystem::temp_directory_path() / "ZarnMediaServerUpdate.exe");
+  }
+  static std::vector<InstallerRun> installerRuns() {
+    std::vector<InstallerRun> runs;
+    std::istringstream lines(readFile(kRuns));
+    std::string event;
+    for (InstallerRun run; lines >> event >> run.who >> run.process >> run.startedMs;) {
+      std::getline(lines >> std::ws, run.commandLine);
+      if (event == "start") runs.push_back(run);
+      for (InstallerRun& one : runs)
+        if (event == "end" && one.process == run.process && one.endedMs == 0) one.endedMs = run.startedMs;
+    }
+    return runs;
+  }
+  static void forgetInstallerRuns() { DeleteFileA(kRuns); }
   /// What the next installer does, as lines of its plan.
-  static void planInstaller(const std::string& lines);
+  static void planInstaller(const std::string& lines) { writeFile(R"(C:\zarn-test\plan.txt)", lines); }
 
  private:
+  static constexpr wchar_t kName[] = L"ZarnUpdateService";
+  static constexpr char kRuns[] = R"(C:\zarn-test\runs.txt)";
+
+  static void require(bool works, const char* what) {
+    if (!works) throw std::runtime_error(std::string(what) + " failed: " + std::to_string(GetLastError()));
+  }
+  [[nodiscard]] SERVICE_STATUS_PROCESS status() const {
+    SERVICE_STATUS_PROCESS result{};
+    DWORD needed = 0;
+    require(QueryServiceStatusEx(service_.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&result),
+                                 sizeof(result), &needed) != 0,
+            "QueryServiceStatusEx");
+    return result;
+  }
+
   ServiceHandle manager_;
   ServiceHandle service_;
 };
 
 /// Begins with a running service, an approved publisher, and installers that ask for a reboot.
-class OnStage : public ::testing::Test {
- protected:
-  void SetUp() override;
+struct OnStage : ::testing::Test {
+  void SetUp() override {
+    approveOnly(stageSetting("approved_digest"));
+    ServiceUnderTest::planInstaller("exit=1641\n");  // succeeds without a restart
+    ServiceUnderTest::forgetInstallerRuns();
+    service_.start();
+  }
 
   ServiceUnderTest service_;
 };

@@ -1,45 +1,39 @@
+// How the service lives with the control manager, and what its program asks of Windows.
 #include "service/win32_service.h"
-#include "os/error_text.h"
 
 #include <gtest/gtest.h>
 
 #include <boost/algorithm/string/replace.hpp>
-#include <functional>
-#include <future>
-#include <mutex>
-#include <stdexcept>
+#include <set>
 #include <thread>
 
+#include "os/error_text.h"
+#include "os/handles_win.h"
 #include "support/recording_log.h"
+#include "support/temp_directory.h"
 
 namespace zarn::testing {
 namespace {
 
-constexpr DWORD kFailure = ERROR_INVALID_DATA;
-
 /// A control manager whose every call stands in the log, and fails when told to.
-class RecordingServiceControl final : public ServiceControl {
- public:
+struct RecordingServiceControl final : ServiceControl {
   RecordingServiceControl() { ServiceControl::use(this); }
-  ~RecordingServiceControl() {
-    ServiceControl::use(nullptr);
-    Win32Service::forgetRegistered();
-  }
+  ~RecordingServiceControl() { ServiceControl::use(nullptr), Win32Service::forgetRegistered(); }
 
   Result<void> startDispatcher(const SERVICE_TABLE_ENTRYW* services) override {
     EXPECT_STREQ(services[0].lpServiceName, L"");
     EXPECT_EQ(services[1].lpServiceProc, nullptr);
     serviceThread_ = std::jthread([this, serviceMain = services[0].lpServiceProc] {
       serviceMain(0, nullptr);
-      letDispatcherReturn();  // the real one would go on waiting unless the service had stopped
+      // The real dispatcher would go on waiting unless the service had stopped.
+      SetEvent(over_.get());
     });
-    over_.get_future().wait();
+    WaitForSingleObject(over_.get(), INFINITE);
     return {};
   }
   Result<SERVICE_STATUS_HANDLE> registerHandler(const wchar_t* name, LPHANDLER_FUNCTION_EX given) override {
-    registeredName = name;
-    handler = given;
-    if (failing == "register") return failure(kFailure);
+    registeredName = name, handler = given;
+    if (failing == "register") return failure(ERROR_INVALID_DATA);
     return reinterpret_cast<SERVICE_STATUS_HANDLE>(this);
   }
   Result<void> setStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS& status) override {
@@ -47,25 +41,16 @@ class RecordingServiceControl final : public ServiceControl {
     EXPECT_EQ(status.dwServiceType, 0x10U);
     logLine(LogLevel::Debug, "report %d controls %d exit %d point %d hint %d", status.dwCurrentState,
             status.dwControlsAccepted, status.dwWin32ExitCode, status.dwCheckPoint, status.dwWaitHint);
-    if (status.dwCurrentState == SERVICE_STOPPED) {
-      letDispatcherReturn();  // at once, while the service thread goes on
-      Sleep(50);
-    }
-    if (failing == "report " + std::to_string(status.dwCurrentState)) return failure(kFailure);
+    // The dispatcher returns at once, while the service thread goes on.
+    if (status.dwCurrentState == SERVICE_STOPPED) SetEvent(over_.get()), Sleep(50);
+    if (failing == "report " + std::to_string(status.dwCurrentState)) return failure(ERROR_INVALID_DATA);
     return {};
   }
 
   std::string failing;
   std::wstring registeredName;
   LPHANDLER_FUNCTION_EX handler = nullptr;
-
- private:
-  void letDispatcherReturn() {
-    std::call_once(returned_, [this] { over_.set_value(); });
-  }
-
-  std::promise<void> over_;
-  std::once_flag returned_;
+  const KernelHandle over_{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
   std::jthread serviceThread_;
 };
 
@@ -74,15 +59,12 @@ const Step kWorks = [] { return 0U; };
 const Step kRefuses = [] { return 5U; };
 const Step kThrows = []() -> std::uint32_t { throw std::runtime_error("gone"); };
 
-class ScriptedService final : public Win32Service {
- public:
+struct ScriptedService final : Win32Service {
   std::uint32_t initialize() override { return onInitialize(); }
   std::uint32_t run() override { return onRun(); }
   std::uint32_t stop() override { return onStop(); }
 
-  Step onInitialize = kWorks;
-  Step onRun = kWorks;
-  Step onStop = kRefuses;
+  Step onInitialize = kWorks, onRun = kWorks, onStop = kRefuses;
 };
 
 /// The log as one text, a line break after each line and "!" before errors, with short names
@@ -90,13 +72,11 @@ class ScriptedService final : public Win32Service {
 std::string transcript(const RecordingLog& log) {
   std::string text;
   for (const auto& line : log.lines()) text += (line.level == LogLevel::Error ? "!" : "") + line.text + "\n";
-  const std::string lastError = "    Win32 Error: 13 " + systemErrorText(kFailure);
   for (const auto& [from, to] : {std::pair<std::string, std::string>{"Win32Service::serviceMain: ", "M "},
                                  {"Win32Service::serviceCtrlHandler: ", "C "},
                                  {"Win32Service::sendService", "S "},
-                                 {lastError, "(13)"}}) {
+                                 {"    Win32 Error: 13 " + systemErrorText(ERROR_INVALID_DATA), "(13)"}})
     boost::algorithm::replace_all(text, from, to);
-  }
   return text;
 }
 
@@ -104,17 +84,15 @@ const std::string kPending =
     "M RegisterServiceCtrlHandlerEx\nS StartPending - SERVICE_START_PENDING\n"
     "report 2 controls 0 exit 0 point 1 hint 1000\n";
 const std::string kStarting = kPending + "M Call initialize()\n";
-const std::string kRunning =
-    kStarting +
-    "M Finished initialize()\nS Running - SERVICE_RUNNING\nreport 4 controls 1 exit 0 point 0 hint 0\n";
-const std::string kGaveUp = "!Exiting Win32Service::serviceMain due to initialization failure.\n";
+const std::string kRunning = kStarting +
+                             "M Finished initialize()\nS Running - SERVICE_RUNNING\n"
+                             "report 4 controls 1 exit 0 point 0 hint 0\n";
 
 void logEnd(std::uint32_t code) {
   logLine(LogLevel::Debug, "ended with %d", code);
 }
 
-class Win32ServiceTest : public ::testing::Test {
- protected:
+struct Win32ServiceTest : ::testing::Test {
   RecordingLog log_;
   RecordingServiceControl control_;
   ScriptedService service_;
@@ -122,9 +100,9 @@ class Win32ServiceTest : public ::testing::Test {
 
 TEST_F(Win32ServiceTest, LivesFromStartToStopAndOnlyOnceAProcess) {
   service_.onRun = [&] {
-    for (const auto control : {SERVICE_CONTROL_INTERROGATE, SERVICE_CONTROL_SHUTDOWN, SERVICE_CONTROL_STOP}) {
-      EXPECT_EQ(control_.handler(static_cast<DWORD>(control), 0, nullptr, nullptr), 0U);
-    }
+    for (const DWORD control : std::initializer_list<DWORD>{SERVICE_CONTROL_INTERROGATE,
+                                                            SERVICE_CONTROL_SHUTDOWN, SERVICE_CONTROL_STOP})
+      EXPECT_EQ(control_.handler(control, 0, nullptr, nullptr), 0U);
     return 7U;
   };
   service_.setUnfinishedRoutine(logEnd);
@@ -145,35 +123,31 @@ TEST_F(Win32ServiceTest, LivesFromStartToStopAndOnlyOnceAProcess) {
 
 TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLinesAndEndsWhatNobodyWasToldTheEndOf) {
   const std::string caught = "!M Caught std::exception gone, type: std::runtime_error\n";
+  const std::string gaveUp = "!Exiting Win32Service::serviceMain due to initialization failure.\nended with ";
   const std::string stopped = "S Stopped - SERVICE_STOPPED\nreport 1 controls 0 exit 0 point 0 hint 0\n";
+  const std::string ran = kRunning + "M Call run()\n", ended = "M Service stopped with exitcode 0\n";
+  const std::string failed = "() - SetServiceStatus() failed\n(13)\n";
   const struct {
     const char* failingCall;
     Step initialize, run;
     std::string expected;
   } cases[] = {
       {"register", kWorks, kWorks,
-       "M RegisterServiceCtrlHandlerEx\n"
-       "M RegisterServiceCtrlHandlerExW(), RegisterServiceCtrlHandlerExW() failed.\n(13)\nended with 1\n"},
+       "M RegisterServiceCtrlHandlerEx\nM RegisterServiceCtrlHandlerExW(), "
+       "RegisterServiceCtrlHandlerExW() failed.\n(13)\nended with 1\n"},
       {"", kRefuses, kWorks,
        kStarting + "!M initialize() failure: 5, " + systemErrorPhrase(5) + "\nM Finished initialize()\n" +
-           kGaveUp + "ended with 5\n"},
-      {"", kThrows, kWorks, kStarting + caught + kGaveUp + "ended with 1\n"},
-      {"report 2", kWorks, kWorks,
-       kPending + "S StartPending() - SetServiceStatus() failed\n(13)\nended with 1\n"},
+           gaveUp + "5\n"},
+      {"", kThrows, kWorks, kStarting + caught + gaveUp + "1\n"},
+      {"report 2", kWorks, kWorks, kPending + "S StartPending" + failed + "ended with 1\n"},
       {"report 4", kWorks, kWorks,
-       kRunning + "S Running() - SetServiceStatus() failed\n(13)\n"
-                  "M Failed entering Running state, aborting\nended with 1\n"},
+       kRunning + "S Running" + failed + "M Failed entering Running state, aborting\nended with 1\n"},
       {"report 1", kWorks, kWorks,
-       kRunning + "M Call run()\nM Finished run()\n" + stopped +
-           "S Stopped() - SetServiceStatus() failed\n(13)\nM Service stopped with exitcode 0\nended with "
-           "1\n"},
-      {"", kWorks, kThrows,
-       kRunning + "M Call run()\n" + caught + stopped + "M Service stopped with exitcode 0\n"},
-  };
+       ran + "M Finished run()\n" + stopped + "S Stopped" + failed + ended + "ended with 1\n"},
+      {"", kWorks, kThrows, ran + caught + stopped + ended}};
   for (const auto& [failingCall, initialize, run, expected] : cases) {
     ScriptedService service;
-    service.onInitialize = initialize;
-    service.onRun = run;
+    service.onInitialize = initialize, service.onRun = run;
     service.setUnfinishedRoutine(logEnd);
     log_.clear();
     {
@@ -185,27 +159,49 @@ TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLinesAndEndsWhatNobodyWasTo
   }
 }
 
-TEST_F(Win32ServiceTest, StopsWhatRunsThoughTheReportFails) {
-  EXPECT_EQ(service_.serviceCtrlHandler(SERVICE_CONTROL_STOP), 120U) << "it does not run yet";
-  service_.onRun = [this] { return service_.serviceCtrlHandler(SERVICE_CONTROL_STOP); };
-  control_.failing = "report 3";
-  service_.serviceMain();
-  EXPECT_TRUE(log_.contains("Win32Service::serviceCtrlHandler: Finished stop()"));
+TEST_F(Win32ServiceTest, StopsWhatRunsThoughTheReportFailsAndLetsNoExceptionOutOfAControl) {
+  const Step throwsOther = []() -> std::uint32_t { throw 1; };
+  for (const auto& [failingCall, stop, line] :
+       {std::tuple{"report 3", kWorks, "Finished stop()"},
+        {"", kThrows, "Caught std::exception gone, type: std::runtime_error"},
+        {"", throwsOther, "Caught an exception of unknown type"}}) {
+    RecordingServiceControl control;
+    control.failing = failingCall;
+    service_.onStop = stop;
+    EXPECT_EQ(ScriptedService().serviceCtrlHandler(SERVICE_CONTROL_STOP), 120U) << "it does not run yet";
+    service_.onRun = [&] { return control.handler(SERVICE_CONTROL_STOP, 0, nullptr, nullptr); };
+    log_.clear();
+    EXPECT_EQ(service_.runAsService("Test"), 0U);
+    EXPECT_TRUE(log_.contains(std::string("Win32Service::serviceCtrlHandler: ") + line)) << line;
+    EXPECT_TRUE(log_.contains("Win32Service::serviceMain: Service stopped with exitcode 0")) << line;
+  }
 }
 
-TEST_F(Win32ServiceTest, LetsNoExceptionOutOfAControl) {
-  for (const auto& [thrown, line] :
-       {std::pair<Step, std::string>{kThrows, "Caught std::exception gone, type: std::runtime_error"},
-        {[]() -> std::uint32_t { throw 1; }, "Caught an exception of unknown type"}}) {
-    RecordingServiceControl control;
-    service_.onStop = thrown;
-    service_.onRun = [&] {
-      EXPECT_EQ(control.handler(SERVICE_CONTROL_STOP, 0, nullptr, nullptr), 0U);
-      return 0U;
-    };
-    EXPECT_EQ(service_.runAsService("Test"), 0U);
-    EXPECT_TRUE(log_.contains("Win32Service::serviceCtrlHandler: " + line)) << line;
-  }
+/// What lies at `offset` of the program, mapped as the loader does, without running any of it.
+template <typename T>
+const T* mapped(DWORD offset) {
+  static const HMODULE program = LoadLibraryExA(ZARN_PROGRAM, nullptr, DONT_RESOLVE_DLL_REFERENCES);
+  return reinterpret_cast<const T*>(reinterpret_cast<const char*>(program) + offset);
+}
+
+TEST(Program, AsksForWhatAServiceNeedsAndNoMore) {
+  const auto headers = static_cast<DWORD>(mapped<IMAGE_DOS_HEADER>(0)->e_lfanew);
+  const IMAGE_OPTIONAL_HEADER64& header = mapped<IMAGE_NT_HEADERS64>(headers)->OptionalHeader;
+  EXPECT_EQ(header.Subsystem, IMAGE_SUBSYSTEM_WINDOWS_GUI);
+  // High-entropy addresses, each start other ones, and no data that runs.
+  EXPECT_EQ(header.DllCharacteristics & 0x0160, 0x0160);
+
+  // Nothing beside the program and nothing that Windows does not bring along.
+  const std::set<std::string> known = {"ADVAPI32.dll", "bcrypt.dll",   "CRYPT32.dll", "imagehlp.dll",
+                                       "KERNEL32.dll", "msvcrt.dll",   "RPCRT4.dll",  "SHELL32.dll",
+                                       "USER32.dll",   "WINTRUST.dll", "WS2_32.dll",  "ole32.dll",
+                                       "IPHLPAPI.DLL", "MSWSOCK.dll",  "VERSION.dll", "ntdll.dll"};
+  const DWORD imports = header.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
+  for (const auto* entry = mapped<IMAGE_IMPORT_DESCRIPTOR>(imports); entry->Name != 0; ++entry)
+    EXPECT_EQ(known.count(mapped<char>(entry->Name)), 1U) << mapped<char>(entry->Name);
+  const std::string program = readFile(ZARN_PROGRAM);
+  for (const char* inManifest : {"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}", "level=\"asInvoker\""})
+    EXPECT_NE(program.find(inManifest), std::string::npos) << inManifest;
 }
 
 }  // namespace

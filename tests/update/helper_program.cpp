@@ -11,32 +11,21 @@
 
 #include "update/interface/update_interface.h"
 
-namespace {
-
-[[noreturn]] void die() {
-  TerminateProcess(GetCurrentProcess(), 1);
-  std::abort();
-}
-
-int serve() {
-  namespace wire = zarn::update_interface;
-  wire::ServerInterface served({[](handle_t, const wchar_t*) { die(); },
-                                [](handle_t, const wchar_t*) -> long { die(); },
-                                [](handle_t, const wchar_t*, long*) -> long { die(); }});
-  RpcServerUseProtseqEpW(wire::rpcText(wire::kProtocolSequence), 1, wire::rpcText(wire::kEndpoint), nullptr);
-  RpcServerRegisterIf(served.handle(), nullptr, nullptr);
-  return static_cast<int>(RpcServerListen(1, 1, FALSE));
-}
-
-}  // namespace
-
 int main() {
-  const char* const order = std::getenv("ZARN_HELPER");
-  if (order == nullptr) return 1;
-  if (std::string_view(order) == "serve") return serve();
+  namespace wire = zarn::update_interface;
+  const std::string_view order(std::getenv("ZARN_HELPER"));
+  if (order == "serve") {
+    const auto die = [](auto...) -> long { return TerminateProcess(GetCurrentProcess(), 1); };
+    wire::ServerInterface served(
+        {[](handle_t, const wchar_t*) { TerminateProcess(GetCurrentProcess(), 1); }, die, die});
+    RpcServerUseProtseqEpW(wire::rpcText(wire::kProtocolSequence), 1, wire::rpcText(wire::kEndpoint),
+                           nullptr);
+    RpcServerRegisterIf(served.handle(), nullptr, nullptr);
+    return static_cast<int>(RpcServerListen(1, 1, FALSE));
+  }
   unsigned exitCode = 0;
   unsigned long sleepMs = 0;
-  if (std::sscanf(order, "%u %lu", &exitCode, &sleepMs) == 2) Sleep(sleepMs);
+  if (std::sscanf(order.data(), "%u %lu", &exitCode, &sleepMs) == 2) Sleep(sleepMs);
   std::ofstream(std::getenv("ZARN_HELPER_RECORD")) << GetCommandLineA();
   ExitProcess(exitCode);
 }

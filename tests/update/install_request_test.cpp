@@ -1,7 +1,7 @@
 // The steps of a request and what is held meanwhile; tests/e2e sees what becomes of which bundle.
 #include "update/install_request.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <new>
 #include <stdexcept>
@@ -9,20 +9,22 @@
 #include "os/error_text.h"
 #include "support/recording_log.h"
 #include "trust/scripted_trust_api.h"
-#include "update/helper.h"
+#include "update/temporary_folder.h"
+#include "util/string_utils.h"
 
 namespace zarn {
 namespace {
 
-using testing::wide;
 using Lines = std::vector<std::string>;
 
 constexpr std::int32_t kUnset = -77;
 
+std::wstring wide(const std::string& text) {
+  return StringUtils::utf8to16(text);
+}
 FileHandle openForWriting(const std::string& path) {
-  constexpr DWORD shared = FILE_SHARE_READ | FILE_SHARE_WRITE;
-  return FileHandle(
-      CreateFileW(wide(path).c_str(), GENERIC_WRITE, shared, nullptr, OPEN_EXISTING, 0, nullptr));
+  return FileHandle(CreateFileW(wide(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                nullptr, OPEN_EXISTING, 0, nullptr));
 }
 bool canBeChanged(const std::string& path) {
   return openForWriting(path) || MoveFileW(wide(path).c_str(), wide(path + ".moved").c_str()) != 0 ||
@@ -32,14 +34,12 @@ std::string secondLine(std::uint32_t code) {
   return "    Win32 Error: " + std::to_string(code) + " " + systemErrorText(code);
 }
 
-class InstallRequestTest : public ::testing::Test {
- protected:
+struct InstallRequestTest : ::testing::Test {
   InstallRequestTest() { begin(); }
 
   /// A bundle that everybody approves.
   void begin() {
-    bundle_ = folder_.appData / "bundle.exe";
-    FileUtils::deleteFile(bundle_);
+    FileUtils::deleteFile(bundle_ = folder_.appData / "bundle.exe");
     FileUtils::copyFile(ZARN_TEST_HELPER, bundle_);
     with_ = {.openBundle = openBundle,
              .checkIntegrity = [this](auto&, auto&) { return verified_; },
@@ -49,10 +49,12 @@ class InstallRequestTest : public ::testing::Test {
              .record = [this](auto& record) { record_ = record; },
              .restart = [this] { restarted_ = true; },
              .runOptions = {}};
-    restarted_ = false;
-    log_.clear();
   }
-
+  /// From now on the helper program ends with `exitCode` after `sleepMs` and leaves its command line.
+  void order(std::uint32_t exitCode, unsigned sleepMs = 0) const {
+    testing::setEnvironment("ZARN_HELPER", std::to_string(exitCode) + " " + std::to_string(sleepMs));
+    testing::setEnvironment("ZARN_HELPER_RECORD", commandLine_);
+  }
   Status install() { return InstallRequest(with_).Install({}, wide(bundle_), exitCode_); }
 
   const TrustResult verified_ = testing::verifiedByScript();
@@ -60,6 +62,7 @@ class InstallRequestTest : public ::testing::Test {
   testing::TemporaryFolder folder_;
   std::string bundle_;
   const std::string staged_ = folder_.temp / "ZarnMediaServerUpdate.exe";
+  const std::string commandLine_ = folder_.appData / "command line";
   InstallCollaborators with_;
   std::int32_t exitCode_ = kUnset;
   InstallRecord record_;
@@ -67,7 +70,7 @@ class InstallRequestTest : public ::testing::Test {
 };
 
 TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
-  const testing::HelperOrder order(1);
+  order(1);
   testing::writeFile(folder_.temp / "dd_vcredist.log", "kept");
   const auto look = [this](const char* name, const std::wstring& path) {
     EXPECT_EQ(path, wide(staged_));
@@ -85,7 +88,8 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
     return readExitCode(process);
   };
   EXPECT_EQ(install(), Status::Failed);
-  EXPECT_EQ(exitCode_, 1);
+  EXPECT_EQ(std::pair(exitCode_, record_.exitCode), std::pair(1, std::optional(1U)));
+  EXPECT_FALSE(restarted_);
   EXPECT_EQ(log_.texts(),
             (Lines{"bundlePath: " + bundle_, "CheckBundle() from UpdateInterface: " + staged_, "integrity",
                    "identity", "Create Process Success! Waiting for process to complete.",
@@ -107,12 +111,7 @@ TEST_F(InstallRequestTest, RunsNothingThatIsRefusedAndRecordsWhichCheckJudgedOrC
     Status status;
     std::string decidingCheck, line;
   } cases[] = {
-      {[&] {
-         with_.openBundle = [](auto&) -> Result<FileHandle> {
-           SetLastError(0);
-           return failure(ERROR_FILE_NOT_FOUND);
-         };
-       },
+      {[&] { with_.openBundle = [](auto&) -> Result<FileHandle> { return SetLastError(0), failure(2U); }; },
        Status::Failed, "open failed: " + describeSystemError(2), secondLine(2)},
       {[&] { boost::filesystem::resize_file(FileUtils::toPath(bundle_), 0x40000001); }, Status::Failed,
        "size refused: more than 1 GiB", "Provided bundle is too large."},
@@ -133,14 +132,14 @@ TEST_F(InstallRequestTest, RunsNothingThatIsRefusedAndRecordsWhichCheckJudgedOrC
     begin();
     arrange();
     EXPECT_EQ(install(), status) << decidingCheck;
+    EXPECT_EQ(record_.status, status);
     const auto decided =
         std::ranges::find_if(record_.checks, [](auto& one) { return one.verdict != "passed"; });
     EXPECT_EQ(decided->name + " " + decided->verdict + ": " + decided->detail, decidingCheck);
-    EXPECT_EQ(record_.status, status);
     EXPECT_EQ(record_.signerSubject, decided->name == "identity" ? "CN=Somebody" : "");
     EXPECT_TRUE(line.empty() || log_.contains(line)) << line;
-    EXPECT_FALSE(log_.contains("Create Process Success! Waiting for process to complete."));
   }
+  EXPECT_FALSE(log_.contains("Create Process Success! Waiting for process to complete."));
   EXPECT_EQ(exitCode_, kUnset);
 }
 
@@ -154,29 +153,22 @@ TEST_F(InstallRequestTest, ChecksACallersFileByTheNameThatItsHandleHas) {
   };
   const InstallRequest request(with_);
   EXPECT_EQ(request.checkCallersBundle(wide(bundle_)), Status::Installed);
-  for (const wchar_t* path :
-       {LR"(C:\missing.exe)", LR"(\\.\NUL)", LR"(\\.\pipe\zarn-nobody.exe)", LR"(//./pipe/zarn-nobody.exe)",
-        LR"(\\nobody\share\bundle.exe)", L"bundle.exe"}) {
+  for (const auto& [path, code] : {std::pair(LR"(C:\missing.exe)", ERROR_FILE_NOT_FOUND),
+                                   {LR"(\\.\NUL)", ERROR_BAD_PATHNAME},
+                                   {LR"(\\.\pipe\zarn-nobody.exe)", ERROR_BAD_PATHNAME},
+                                   {LR"(//./pipe/zarn-nobody.exe)", ERROR_BAD_PATHNAME},
+                                   {LR"(\\nobody\share\bundle.exe)", ERROR_NETWORK_ACCESS_DENIED},
+                                   {L"bundle.exe", ERROR_BAD_PATHNAME}}) {
+    EXPECT_EQ(openBundle(path).error().code(), code) << "refused by its name";
     EXPECT_EQ(request.checkCallersBundle(path), Status::SignatureRefused);
     EXPECT_TRUE(log_.contains("Failed CreateFile() of " + StringUtils::utf16to8(path)));
   }
+  EXPECT_FALSE(openBundle(wide(folder_.temp.path())));
   EXPECT_EQ(checked, (std::vector<std::wstring>{finalPath(file->get()).value(), wide(bundle_)}));
 }
 
-TEST_F(InstallRequestTest, AnswersWithTheInstallersExitCodeAndRestartsWhereItTookEffect) {
-  for (const auto& [code, status, restarts] :
-       {std::tuple{0U, 0, true}, {1641U, 30001, false}, {0xC0000005U, 30002, false}}) {
-    const testing::HelperOrder order(code);
-    begin();
-    EXPECT_EQ(numberOf(install()), status) << code;
-    EXPECT_EQ(static_cast<std::uint32_t>(exitCode_), code);
-    EXPECT_EQ(record_.exitCode, code);
-    EXPECT_EQ(restarted_, restarts) << code;
-  }
-}
-
 TEST_F(InstallRequestTest, AnExitCodeThatCannotBeReadIsAStatusOfItsOwn) {
-  const testing::HelperOrder order(0);
+  order(0);
   static HANDLE doubtful = nullptr;
   with_.runOptions.readExitCode = [](void* process) -> Result<std::uint32_t> {
     doubtful = process;
@@ -186,40 +178,51 @@ TEST_F(InstallRequestTest, AnExitCodeThatCannotBeReadIsAStatusOfItsOwn) {
   EXPECT_EQ(install(), Status::ExitCodeUnknown);
   EXPECT_EQ(exitCode_, 30003);
   EXPECT_FALSE(restarted_);
-  EXPECT_TRUE(log_.contains("Failed to get exit code") && log_.contains(secondLine(ERROR_INVALID_HANDLE)));
+  const std::vector<testing::LoggedLine> wanted = {{LogLevel::Error, "Failed to get exit code"},
+                                                   {LogLevel::Error, secondLine(ERROR_INVALID_HANDLE)}};
+  EXPECT_THAT(log_.lines(), ::testing::IsSupersetOf(wanted));
   EXPECT_NE(GetProcessId(doubtful), 0U) << "a handle in doubt is not closed";
   CloseHandle(doubtful);
 }
 
 TEST_F(InstallRequestTest, NothingThatFailsAfterTheInstallerChangesTheAnswer) {
-  const testing::HelperOrder order(3010);
+  order(3010);
   with_.record = [](auto&) { throw std::bad_alloc(); };
   with_.restart = [this] { restarted_ = true, throw std::runtime_error("the listener is gone"); };
   EXPECT_EQ(install(), Status::RebootRequired);
-  EXPECT_TRUE(restarted_ && exitCode_ == 3010);
+  EXPECT_EQ(exitCode_, 3010);
+  EXPECT_TRUE(restarted_);
 }
 
 TEST_F(InstallRequestTest, RecordsWhoAskedAndWhatWasNotEvenBegun) {
   InstallRequest(with_).refuse({"S-1-5-7", {}, ""}, wide(bundle_), "too many requests wait");
-  EXPECT_EQ(record_.caller.sid + record_.path, "S-1-5-7" + bundle_);
-  EXPECT_EQ(record_.status, Status::Failed);
-  EXPECT_EQ(record_.reason, "The request was refused: too many requests wait.");
-  EXPECT_FALSE(record_.exitCode);
+  EXPECT_EQ(std::tuple(record_.caller.sid, record_.path, record_.reason, record_.status, record_.exitCode),
+            std::tuple("S-1-5-7", bundle_, "The request was refused: too many requests wait.", Status::Failed,
+                       std::nullopt));
 }
 
-TEST(RunInstaller, LeavesAnInstallerThatOutlastsTheWait) {
+TEST_F(InstallRequestTest, LeavesAnInstallerThatOutlastsTheWait) {
   static_assert(kInstallerWaitMilliseconds == 600'000);
-  const testing::RecordingLog log;
-  const testing::TempDirectory folder;
-  const std::string installer = folder / "an installer.exe";
-  FileUtils::copyFile(ZARN_TEST_HELPER, installer);
-  const testing::HelperOrder order(0, 1'000);
-  EXPECT_EQ(RunInstaller(wide(installer), {.waitMilliseconds = 100}), 259U);
-  EXPECT_EQ(log.lines()[1], (testing::LoggedLine{LogLevel::Error, "Wait for installer timed out."}));
+  order(0, 1'000);
+  EXPECT_EQ(RunInstaller(wide(bundle_), {.waitMilliseconds = 100}), 259U);
+  EXPECT_EQ(log_.lines()[1], (testing::LoggedLine{LogLevel::Error, "Wait for installer timed out."}));
   // It was not ended: its record comes when it has slept.
-  for (int tries = 0; tries < 500 && order.commandLine().empty(); ++tries) Sleep(20);
-  EXPECT_EQ(order.commandLine(), installer + " /quiet /norestart");
-  while (DeleteFileW(wide(installer).c_str()) == 0 && GetLastError() == ERROR_ACCESS_DENIED) Sleep(20);
+  for (int tries = 0; tries < 500 && testing::readFile(commandLine_).empty(); ++tries) Sleep(20);
+  EXPECT_EQ(testing::readFile(commandLine_), bundle_ + " /quiet /norestart");
+  while (DeleteFileW(wide(bundle_).c_str()) == 0 && GetLastError() == ERROR_ACCESS_DENIED) Sleep(20);
+}
+
+TEST_F(InstallRequestTest, TheCopyEndsAtTheLimitAndIsOpenedByItsOnlyName) {
+  testing::writeFile(bundle_, std::string(5'000'000, 'x'));
+  EXPECT_TRUE(copyBundle(wide(bundle_), wide(staged_), 5'000'000));
+  EXPECT_EQ(FileUtils::fileSize(staged_), 5'000'000U);
+  EXPECT_TRUE(openStagedCopy(wide(staged_)));
+  const std::string secondName = folder_.appData / "second name";
+  boost::filesystem::create_hard_link(FileUtils::toPath(staged_), FileUtils::toPath(secondName));
+  EXPECT_EQ(openStagedCopy(wide(staged_)).error(), SystemError::accessDenied());
+  EXPECT_EQ(copyBundle(wide(bundle_), wide(staged_), 4'999'999).error().code(), ERROR_REQUEST_ABORTED);
+  EXPECT_FALSE(FileUtils::exists(staged_));
+  EXPECT_EQ(FileUtils::fileSize(secondName), 5'000'000U) << "nothing is written through a link";
 }
 
 }  // namespace

@@ -2,52 +2,48 @@
 #include "update/record_folder.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <windows.h>
 
 #include <sddl.h>
 
-#include <algorithm>
-#include <functional>
-
 #include "os/handles_win.h"
 #include "support/recording_log.h"
-#include "update/helper.h"
+#include "support/temp_directory.h"
+#include "util/string_utils.h"
 
 namespace zarn {
 namespace {
 
 using ::testing::Contains;
 using ::testing::HasSubstr;
-using testing::wide;
 
 LocalMemory descriptor(const std::string& text) {
   LocalMemory value;
-  ConvertStringSecurityDescriptorToSecurityDescriptorW(wide(text).c_str(), SDDL_REVISION_1, value.receive(),
+  const std::wstring wide = StringUtils::utf8to16(text);
+  ConvertStringSecurityDescriptorToSecurityDescriptorW(wide.c_str(), SDDL_REVISION_1, value.receive(),
                                                        nullptr);
   return value;
 }
 
-class RecordFolderTest : public ::testing::Test {
- protected:
-  RecordFolderTest() { record_.time = "2026-11-21T10:15:00.007Z"; }
+struct RecordFolderTest : ::testing::Test {
+  RecordFolderTest() { record.time = "2026-11-21T10:15:00.007Z"; }
 
   std::ptrdiff_t asides() const {
     using Entries = boost::filesystem::directory_iterator;
-    return std::count_if(Entries(FileUtils::toPath(parent_.path())), Entries(), [](const auto& entry) {
+    return std::count_if(Entries(FileUtils::toPath(parent.path())), Entries(), [](const auto& entry) {
       return FileUtils::toUtf8(entry.path().filename()).starts_with("Record untrusted ");
     });
   }
   static FileHandle open(const std::string& path, DWORD share) {
-    return FileHandle(
-        CreateFileW(wide(path).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0, nullptr));
+    return FileHandle(CreateFileW(FileUtils::toPath(path).c_str(), GENERIC_READ, share, nullptr,
+                                  OPEN_EXISTING, 0, nullptr));
   }
-  std::string file(const char* name) const { return FileUtils::join(path_, name); }
 
-  testing::RecordingLog log_;
-  testing::TempDirectory parent_;
-  const std::string path_ = parent_ / "Record";
-  InstallRecord record_;
+  testing::RecordingLog log;
+  testing::TempDirectory parent;
+  const std::string path = parent / "Record", history = FileUtils::join(path, "Update History.jsonl");
+  const boost::filesystem::path wide = FileUtils::toPath(path);
+  InstallRecord record;
 };
 
 TEST_F(RecordFolderTest, TrustsWhatOnlyTheSystemAndAdministratorsMayWrite) {
@@ -65,63 +61,51 @@ TEST_F(RecordFolderTest, TrustsWhatOnlyTheSystemAndAdministratorsMayWrite) {
     for (const auto& text : texts) EXPECT_EQ(isTrustedDescriptor(descriptor(text).get()), trusted) << text;
 }
 
-TEST_F(RecordFolderTest, IsMadeAndHeldAndKeepsRefusalsApart) {
+TEST_F(RecordFolderTest, IsMadeAndHeldKeepsRefusalsApartAndLosesNoneToAReader) {
   {
-    RecordFolder folder(path_);
+    RecordFolder folder(path);
     EXPECT_TRUE(folder.prepare());
-    EXPECT_FALSE(RemoveDirectoryW(wide(path_).c_str())) << "held";
-    record_.path = "C:\\refused.exe";
-    EXPECT_TRUE(folder.append(record_));
-    record_.path = "C:\\ran.exe";
-    record_.exitCode = 1603;
-    EXPECT_TRUE(folder.append(record_));
+    EXPECT_FALSE(RemoveDirectoryW(wide.c_str())) << "held";
+    EXPECT_TRUE(folder.append(record));
+    EXPECT_EQ(testing::readFile(FileUtils::join(path, "Refused Requests.jsonl")), recordLine(record));
+    record.exitCode = 1603;
+    EXPECT_TRUE(folder.append(record));
+    const FileHandle reader = open(history, 0);
+    EXPECT_TRUE(folder.append(record));
   }
-  EXPECT_TRUE(checkRecordFolder(path_));
-  EXPECT_THAT(testing::readFile(file("Refused Requests.jsonl")), HasSubstr("refused.exe"));
-  EXPECT_THAT(testing::readFile(file("Update History.jsonl")), HasSubstr("ran.exe"));
-  EXPECT_TRUE(RecordFolder(path_).append(record_)) << "what is there already is taken up again";
+  EXPECT_TRUE(checkRecordFolder(path));
+  for (const char* name : {"Update History.jsonl", "Update History.2026-11-21T10.15.00.007Z.jsonl"})
+    EXPECT_EQ(testing::readFile(FileUtils::join(path, name)), recordLine(record)) << name;
+  EXPECT_TRUE(RecordFolder(path).append(record)) << "what is there already is taken up again";
   EXPECT_EQ(asides(), 0);
 }
 
-TEST_F(RecordFolderTest, AReaderWhoLocksTheFileHidesNoInstallation) {
-  RecordFolder folder(path_);
-  record_.exitCode = 0;
-  ASSERT_TRUE(folder.append(record_));
-  const FileHandle reader = open(file("Update History.jsonl"), 0);
-  EXPECT_TRUE(folder.append(record_));
-  EXPECT_EQ(testing::readFile(file("Update History.2026-11-21T10.15.00.007Z.jsonl")), recordLine(record_));
-}
-
 TEST_F(RecordFolderTest, WhatOthersMayHavePutThereIsMovedAsideAndKept) {
-  const std::function<void()> plantFile = [this] { testing::writeFile(path_, "forged\n"); };
-  const std::function<void()> plantFolder = [this] {
-    CreateDirectoryW(wide(path_).c_str(), nullptr);
-    testing::writeFile(file("Update History.jsonl"), "forged\n");
-    SetFileSecurityW(wide(path_).c_str(), DACL_SECURITY_INFORMATION, descriptor("D:(A;OICI;FA;;;WD)").get());
-  };
-  std::ptrdiff_t moved = 0;
-  for (const auto& plant : {plantFolder, plantFile}) {
-    plant();
-    EXPECT_EQ(checkRecordFolder(path_).error().code(), kFolderNotTrusted);
-    EXPECT_TRUE(RecordFolder(path_).append(record_));
-    EXPECT_TRUE(checkRecordFolder(path_));
-    EXPECT_FALSE(FileUtils::exists(file("Update History.jsonl")));
-    EXPECT_EQ(asides(), ++moved);
-    boost::filesystem::remove_all(FileUtils::toPath(path_));
+  for (const bool isFile : {false, true}) {
+    if (!isFile) CreateDirectoryW(wide.c_str(), nullptr);
+    testing::writeFile(isFile ? path : history, "forged\n");
+    if (!isFile)
+      SetFileSecurityW(wide.c_str(), DACL_SECURITY_INFORMATION, descriptor("D:(A;OICI;FA;;;WD)").get());
+    EXPECT_EQ(checkRecordFolder(path).error().code(), kFolderNotTrusted);
+    EXPECT_TRUE(RecordFolder(path).append(record));
+    EXPECT_TRUE(checkRecordFolder(path));
+    EXPECT_FALSE(FileUtils::exists(history));
+    EXPECT_EQ(asides(), isFile ? 2 : 1);
+    boost::filesystem::remove_all(wide);
   }
-  EXPECT_THAT(log_.texts(), Contains(HasSubstr("was not the service's own and is now")));
+  EXPECT_THAT(log.texts(), Contains(HasSubstr("was not the service's own and is now")));
 }
 
 TEST_F(RecordFolderTest, SaysOnceThatThereIsNoFolderAndTriesAgain) {
-  testing::writeFile(path_, "in the way");
-  RecordFolder folder(path_);
-  FileHandle holder = open(path_, FILE_SHARE_READ);
+  testing::writeFile(path, "in the way");
+  RecordFolder folder(path);
+  FileHandle holder = open(path, FILE_SHARE_READ);
   EXPECT_FALSE(folder.prepare());
-  EXPECT_FALSE(folder.append(record_));
+  EXPECT_FALSE(folder.append(record));
   for (const auto level : {LogLevel::Error, LogLevel::Warn})
-    EXPECT_EQ(std::ranges::count(log_.lines(), level, &testing::LoggedLine::level), 1);
+    EXPECT_EQ(std::ranges::count(log.lines(), level, &testing::LoggedLine::level), 1);
   holder.reset();
-  EXPECT_TRUE(folder.append(record_));
+  EXPECT_TRUE(folder.append(record));
 }
 
 }  // namespace
