@@ -28,7 +28,6 @@ constexpr wchar_t kServicesKey[] = LR"(SYSTEM\CurrentControlSet\Services\)";
 constexpr wchar_t kMachineEnvironmentKey[] =
     LR"(SYSTEM\CurrentControlSet\Control\Session Manager\Environment)";
 constexpr wchar_t kFoldersKey[] = LR"(Software\Microsoft\Windows\CurrentVersion\Explorer\Shell Folders)";
-constexpr char kAppDataPreference[] = "LocalAppDataPath";
 
 /// More than any environment variable or path has.
 constexpr std::size_t kMostBytes = std::size_t{1} << 20;
@@ -130,7 +129,7 @@ void adopt(const Assignment& assignment) {
 
 // ---- The registry ------------------------------------------------------------------
 
-/// Of a value that has one of `types`; ends at the first zero character.
+/// What the value holds; nothing when it is of none of `types`.
 std::optional<os::RegistryData> dataOf(HKEY key, const wchar_t* name, std::initializer_list<DWORD> types) {
   auto data = os::readRegistryValue(key, name, kMostBytes);
   if (!data || std::ranges::find(types, data->type) == types.end()) return std::nullopt;
@@ -138,10 +137,10 @@ std::optional<os::RegistryData> dataOf(HKEY key, const wchar_t* name, std::initi
 }
 
 /// A text value (REG_SZ alone, as the service reads its preferences).
-std::optional<std::string> registryText(HKEY root, const std::wstring& path, const char* name) {
+std::optional<std::string> registryText(HKEY root, const std::wstring& path, const wchar_t* name) {
   const auto key = os::openRegistryKey(root, path.c_str(), KEY_QUERY_VALUE);
   if (!key) return std::nullopt;
-  const auto data = dataOf(key->get(), StringUtils::utf8to16(name).c_str(), {REG_SZ});
+  const auto data = dataOf(key->get(), name, {REG_SZ});
   if (!data) return std::nullopt;
   return StringUtils::utf16to8(data->text());
 }
@@ -208,7 +207,7 @@ std::string identifierOf(std::string account) {
 
 std::string defaultAppDataPath() {
   const QueryString overrides(environmentVariable(names::kDefaultPreferencesVariable.narrow).value_or(""));
-  const std::string* const path = overrides.find(kAppDataPreference);
+  const std::string* const path = overrides.find(names::kLocalAppDataPathValue.narrow);
   return path == nullptr ? std::string() : *path;
 }
 
@@ -223,7 +222,8 @@ bool isUsed(const std::string& path, const std::vector<std::string>& ownFolders)
 std::string logFolder(HKEY root, const std::wstring& prefix, const std::string& localAppData,
                       const std::vector<std::string>& ownFolders) {
   // A stored value wins over the override, an empty one too.
-  const auto stored = registryText(root, prefix + names::kPreferencesKey.wide, kAppDataPreference);
+  const auto stored =
+      registryText(root, prefix + names::kPreferencesKey.wide, names::kLocalAppDataPathValue.wide);
   std::string base = stored ? *stored : defaultAppDataPath();
   if (base.empty() || !isUsed(base, ownFolders)) base = localAppData;
   if (base.empty()) return base;
@@ -275,7 +275,7 @@ std::string serviceLogFolder(const std::string& given) {
   const std::wstring user = StringUtils::utf8to16(identifierOf(service ? service->account : "")) + L"\\";
   const auto own = service ? ownFoldersOf(service->program) : ownFolders();
   const std::string ofService = logFolder(
-      HKEY_USERS, user, registryText(HKEY_USERS, user + kFoldersKey, "Local AppData").value_or(""), own);
+      HKEY_USERS, user, registryText(HKEY_USERS, user + kFoldersKey, L"Local AppData").value_or(""), own);
   const std::string ofUser =
       logFolder(HKEY_CURRENT_USER, L"", FileUtils::applicationDataDirectory(false, false), own);
   return ofService.empty() || lastWritten(ofUser) > lastWritten(ofService) ? ofUser : ofService;
