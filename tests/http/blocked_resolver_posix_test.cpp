@@ -5,22 +5,17 @@
 #include <netdb.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstring>
 #include <thread>
 
 #include "http/http_client.h"
 #include "support/recording_log.h"
 
-namespace {
-
 using namespace std::chrono_literals;
 
-constexpr char kUnanswered[] = "unanswered.zarn.example";
-std::atomic<int> unanswered{0};
-std::atomic<bool> isAnswering{false};
-
-}  // namespace
+static constexpr char kUnanswered[] = "unanswered.zarn.example";
+static std::atomic<int> unanswered{0};
+static std::atomic<bool> isAnswering{false};
 
 /// Before the C library's, which it calls for every other name.
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** result) {
@@ -34,11 +29,10 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
   return EAI_AGAIN;
 }
 
-namespace zarn::testing {
-namespace {
+namespace zarn {
 
 TEST(HttpTimeouts, HoldWhileANameIsResolved) {
-  const RecordingLog log;
+  const testing::RecordingLog log;
   HttpClientRunner runner;
   for (const std::uint32_t whole : {1U, 60U}) {
     const auto ctx = HttpContext::create("https://" + std::string(kUnanswered) + "/", "GET");
@@ -55,5 +49,4 @@ TEST(HttpTimeouts, HoldWhileANameIsResolved) {
   std::this_thread::sleep_for(100ms);  // libcurl's threads end behind it
 }
 
-}  // namespace
-}  // namespace zarn::testing
+}  // namespace zarn

@@ -5,7 +5,6 @@
 
 #include <limits>
 #include <sstream>
-#include <string>
 
 #include "http/http_transfer.h"
 #include "support/recording_log.h"
@@ -18,44 +17,11 @@ namespace {
 
 constexpr char kUrl[] = "https://10-0-0-5.abc.zarn.direct:8443/p";
 
-/// The calls of all requests, in order and as the log shows them, each behind the feature
-/// that a request must have for it, and before a value that the call does not show.
-constexpr char kCalls[] = R"(v URL, ctx->url.c_str()=>https://10-0-0-5.abc.zarn.direct:8443/p
-V URL, ctx->url.c_str()=>http://a/|V LOW_SPEED_LIMIT, 1|V LOW_SPEED_TIME, ctx->timeout=>90
-v TIMEOUT, ctx->timeout=>90|* CONNECTTIMEOUT, ctx->connectTimeout=>15|* TRANSFERTEXT, 0|* HEADER, 0
-V FOLLOWLOCATION, ctx->followRedirects ? 1 : 0=>0|v FOLLOWLOCATION, ctx->followRedirects ? 1 : 0=>1
-* MAXREDIRS, 8|* NOSIGNAL, 1|* USERAGENT, formatPrintf("ZarnMediaServer/%s", kVersion).c_str()=>agent
-V HTTP_VERSION, CURL_HTTP_VERSION_1_0=>1|* ACCEPT_ENCODING, "gzip"=>gzip|V RANGE, ctx->range.c_str()=>1-2
-v CAINFO, ctx->cacert.empty() ? GetCertificateFile().c_str() : ctx->cacert.c_str()=>own CA
-p CUSTOMREQUEST, ctx->verb.c_str()=>PUT|H CUSTOMREQUEST, ctx->verb.c_str()=>HEAD
-d WRITEDATA, ctx->downloadFile|d RESUME_FROM_LARGE, size=>7
-b WRITEDATA, ctx.get()|b WRITEFUNCTION, simple_write_callback
-w WRITEDATA, ctx->userData|w WRITEFUNCTION, ctx->writeCallback
-F READFUNCTION, ctx->readCallback|F HTTPPOST, first
-f READDATA, ctx->uploadFile|f INFILESIZE_LARGE, ctx->uploadSize=>11
-R READDATA, ctx->readUserData|R READFUNCTION, ctx->readCallback|R INFILESIZE_LARGE, ctx->uploadSize=>11
-o POST, 1|o POSTFIELDSIZE_LARGE, ctx->uploadSize=>11|E INFILE, NULL|E INFILESIZE, 0
-V POST, 1|V POSTFIELDS, ctx->postData.c_str()=>posted
-V USERNAME, ctx->username.c_str()=>user|V PASSWORD, ctx->password.c_str()=>secret
-p UPLOAD, true=>1|H NOBODY, 1|V HTTPHEADER, ctx->slistHeaders|v RESOLVE, ctx->slistResolve
-* WRITEHEADER, ctx.get()|* HEADERFUNCTION, HeaderReceived
-V NOPROGRESS, 0|V PROGRESSFUNCTION, ProgressCallback|V PROGRESSDATA, ctx.get()
-* ERRORBUFFER, ctx->error=>|V MAXFILESIZE_LARGE, ctx->maxDownloadSize=>9
-V SSL_VERIFYPEER, false=>0|V SSL_VERIFYHOST, 0|* SSL_CTX_FUNCTION, SSLCTXCallback
-* PROTOCOLS_STR, "http,https"=>http,https|v REDIR_PROTOCOLS_STR, plain ? "http,https" : "https"=>https
-V REDIR_PROTOCOLS_STR, plain ? "http,https" : "https"=>http,https
-* SSLVERSION, CURL_SSLVERSION_TLSv1_2=>6|v CAPATH, none=>null|* QUICK_EXIT, 1
-V WRITEDATA, ctx.get()|V WRITEFUNCTION, boundedWriteCallback
-)";
-
 std::vector<std::string> callsFor(const std::string& features) {
   std::vector<std::string> calls;
-  std::istringstream lines(kCalls);
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream entries(line);
-    for (std::string entry; std::getline(entries, entry, '|');)
-      if (features.find(entry[0]) != std::string::npos) calls.push_back(entry.substr(2));
-  }
+  std::istringstream lines(readFile(ZARN_SOURCE "/tests/http/options.txt"));
+  for (std::string line; std::getline(lines, line);)
+    if (features.find(line[0]) != std::string::npos) calls.push_back(line.substr(2));
   return calls;
 }
 
@@ -87,11 +53,10 @@ TEST(HttpOptions, AreSetInOrderAndARefusalIsLoggedOrEndsTheRequest) {
       {"*vdfo", "POST", [&](HttpContext& c) { c.downloadFile = c.uploadFile = file.get(); }},
       {"*vbRo", "POST", [&](HttpContext& c) { c.readCallback = read, c.readUserData = &c; }},
       {"*vbF", "POST",
-       [](HttpContext& c) {
+       [](auto& c) {
          c.formParts = {{"a", FormPart::Kind::Stream, "", ""}}, c.readUserData = &c;
        }},
-      {"*vbH", "HEAD", [](auto&) {}},
-  };
+      {"*vbH", "HEAD", [](auto&) {}}};
   for (const auto& [features, verb, configure] : cases) {
     const auto calls = callsFor(features);
     // From this one on, a request without the option would not be safe to send.
@@ -127,19 +92,17 @@ TEST(HttpOptions, AreSetInOrderAndARefusalIsLoggedOrEndsTheRequest) {
 }
 
 TEST(HttpOptions, DirectHosts) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"https://10-0-0-5.abc.zarn.direct:8443/p?q#f", "10-0-0-5.abc.zarn.direct:8443:10.0.0.5"},
-      {"https://user:pw@10-0-0-5.zarn.direct:0843", "10-0-0-5.zarn.direct:843:10.0.0.5"},
-      {"https://1-b-0-0-0-0-0-1.a.zarn.direct:1/", "1-b-0-0-0-0-0-1.a.zarn.direct:1:1:b:0:0:0:0:0:1"},
-      {"https://10-0-0-5.abc.zarn.direct/p", ""},
-      {"https://10-0-5.abc.zarn.direct:8443/p", ""},
-      {"https://10-0-0-5zarn.direct:8443/", ""},
-      {"https://10-0-0-5.abc.zarn.direct.example:8443/", ""},
-      {"https://evil.example:8443/10-0-0-5.zarn.direct:1", ""},
-      {"https://10-0-0-5.abc.zarn.direct:99999/", ""},
-      {"no URL", ""},
-  };
-  for (const auto& [url, entry] : cases) EXPECT_EQ(directResolveEntry(url).value_or(""), entry) << url;
+  for (const auto& [url, entry] :
+       {std::pair{"https://10-0-0-5.abc.zarn.direct:8443/p?q#f", "10-0-0-5.abc.zarn.direct:8443:10.0.0.5"},
+        {"https://user:pw@10-0-0-5.zarn.direct:0843", "10-0-0-5.zarn.direct:843:10.0.0.5"},
+        {"https://1-b-0-0-0-0-0-1.a.zarn.direct:1/", "1-b-0-0-0-0-0-1.a.zarn.direct:1:1:b:0:0:0:0:0:1"}})
+    EXPECT_EQ(directResolveEntry(url), entry);
+  for (const char* url :
+       {"https://10-0-0-5.abc.zarn.direct/p", "https://10-0-5.abc.zarn.direct:8443/p",
+        "https://10-0-0-5zarn.direct:8443/", "https://10-0-0-5.abc.zarn.direct.example:8443/",
+        "https://evil.example:8443/10-0-0-5.zarn.direct:1", "https://10-0-0-5.abc.zarn.direct:99999/",
+        "no URL"})
+    EXPECT_FALSE(directResolveEntry(url)) << url;
 }
 
 TEST(HttpCallbacks, HeaderLines) {

@@ -1,14 +1,9 @@
 // A pipe that nobody reads, put in the place of the log file, stands for a disk that stands still.
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <boost/filesystem/directory.hpp>
-#include <boost/filesystem/operations.hpp>
-#include <chrono>
-#include <csignal>
 #include <optional>
 
 #include "log/probe_log.h"
@@ -17,57 +12,40 @@
 namespace zarn::testing {
 namespace {
 
-using namespace std::chrono_literals;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::MatchesRegex;
 using Clock = std::chrono::steady_clock;
 
-class Pipe {
- public:
+struct Pipe {
   /// What is written to the file from here on goes into the pipe.
   explicit Pipe(const std::string& path) {
-    EXPECT_EQ(::pipe2(ends_, O_CLOEXEC), 0);
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     for (const auto& entry : boost::filesystem::directory_iterator("/proc/self/fd")) {
       boost::system::error_code gone;
       if (boost::filesystem::read_symlink(entry.path(), gone) != path) continue;
-      EXPECT_NE(::dup2(ends_[1], std::stoi(entry.path().filename().string())), -1);
+      EXPECT_NE(::dup2(ends[1], std::stoi(entry.path().filename().string())), -1);
     }
   }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-  ~Pipe() {
-    for (const int end : ends_) ::close(end);
-  }
-
+  Pipe(Pipe&&) = delete;
+  ~Pipe() { ::close(ends[0]), ::close(ends[1]); }
   /// All that is in it now.
   [[nodiscard]] std::string read() const {
     std::string text(1 << 20, '\0');
-    text.resize(static_cast<std::size_t>(std::max<ssize_t>(::read(ends_[0], text.data(), text.size()), 0)));
+    text.resize(static_cast<std::size_t>(std::max<ssize_t>(::read(ends[0], text.data(), text.size()), 0)));
     return text;
   }
-
- private:
-  int ends_[2] = {-1, -1};
+  int ends[2] = {-1, -1};
 };
 
-class LogOnABadDisk : public ::testing::Test {
- protected:
-  LogOnABadDisk() {
+struct LogOnABadDisk : LogTest {
+  static constexpr auto kLimit = 400ms;
+  LogOnABadDisk() : LogTest({kLimit, kLastLinesLimit}) {
     log_.start("Test");
     log_.write({"first"});
   }
-  [[nodiscard]] std::string file() const { return LogFiles::path(dir_.path(), "Test", 0); }
-
-  static constexpr auto kLimit = 400ms;
-
-  TempDirectory dir_;
-  ProbeLog log_{dir_.path(), {kLimit, kLastLinesLimit}};
 };
 
 TEST_F(LogOnABadDisk, AWriteThatStandsStillHoldsUpNoEnd) {
-  auto pipe = std::make_optional<Pipe>(file());
+  auto pipe = std::make_optional<Pipe>(file(0));
   log_.submit(LogLevel::Info, std::string(1 << 20, 'l'));
   const auto start = Clock::now();
   EXPECT_FALSE(log_.flush(100ms));
@@ -78,7 +56,7 @@ TEST_F(LogOnABadDisk, AWriteThatStandsStillHoldsUpNoEnd) {
 }
 
 TEST_F(LogOnABadDisk, AWriteThatStandsStillCostsItsLineAndTheNextBeginsAnew) {
-  const Pipe pipe(file());
+  const Pipe pipe(file(0));
   const auto start = Clock::now();
   log_.write(Lines(12, std::string(1 << 17, 'l')));
   EXPECT_GE(Clock::now() - start, kLimit);
@@ -89,14 +67,12 @@ TEST_F(LogOnABadDisk, AWriteThatStandsStillCostsItsLineAndTheNextBeginsAnew) {
 }
 
 TEST_F(LogOnABadDisk, ThatIsFullTheNextLineBeginsAnew) {
-  const auto size = readFile(file()).size();
   {
-    const FileSizeLimit limit(size + 60);
+    const FileSizeLimit limit(readFile(file(0)).size() + 60);
     log_.write({"torn at its very end, since no more than some of it finds room", "lost"});
   }
   log_.write({"second", "third"});
-  EXPECT_THAT(messagesIn(dir_.path()),
-              ElementsAre("first", ::testing::StartsWith("torn"), "second", "third"));
+  EXPECT_THAT(messages(), ElementsAre("first", ::testing::StartsWith("torn"), "second", "third"));
 }
 
 }  // namespace

@@ -1,22 +1,15 @@
 #include "log/log.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <boost/filesystem/operations.hpp>
-#include <chrono>
 #include <future>
+#include <iostream>
 #include <limits>
 #include <map>
-#include <stdexcept>
 #include <thread>
-#include <utility>
 
 #include "log/log_line.h"
+#include "log/log_queue.h"
 #include "log/probe_log.h"
-#include "os/process.h"
 #include "prefs/test_preferences.h"
-#include "support/environment.h"
 #include "support/recording_log.h"
 #ifdef _WIN32
 #include "os/handles_win.h"
@@ -24,12 +17,6 @@
 
 namespace zarn::testing {
 namespace {
-
-using namespace std::chrono_literals;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
 
 TEST(LogLine, ShowsWhenWhoAndHowBad) {
   LogLineRenderer renderer;
@@ -40,13 +27,57 @@ TEST(LogLine, ShowsWhenWhoAndHowBad) {
             logTimeText(noon + 1) + ".999 [123456] ? - text\n");
 }
 
-class LogInDirectory : public ::testing::Test {
- protected:
-  LogInDirectory() { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
-  [[nodiscard]] std::string file(std::size_t number) const {
-    return LogFiles::path(dir_.path(), "Test", number);
+struct LogQueueTest : ::testing::Test {
+  void push(std::string_view message) { queue.push({LogLevel::Info, 7, {1000, 5}}, "[tag] ", message); }
+  /// Takes what is there; long messages by their length.
+  Lines take() {
+    EXPECT_TRUE(queue.take(batch));
+    Lines shown;
+    for (const LogItem& item : batch.items())
+      shown.push_back(item.message.size() > 1000 ? std::to_string(item.message.size()) : item.message);
+    return shown;
   }
-  [[nodiscard]] Lines messages(std::size_t number) const { return messagesIn(dir_.path(), number); }
+  LogQueue queue;
+  LogQueue::Batch batch;
+};
+
+TEST_F(LogQueueTest, IsBoundedInBytesAndTellsWhatItLost) {
+  const std::string lost = "Log lines that were lost because the queue had no room for them: ";
+  const std::string long_(1 << 20, 'l');
+  const std::string length = std::to_string(long_.size() + 6);
+  for (int i = 0; i < 100; ++i) push(long_);
+  push("fits");
+  Lines expected(63, length);
+  expected.insert(expected.end(), {lost + "37", "[tag] fits"});
+  EXPECT_EQ(take(), expected);
+  const LogItem& notice = batch.items()[63];
+  EXPECT_EQ(LogLineRenderer().render(notice),
+            LogLineRenderer().render({{LogLevel::Warn, 7, {1000, 5}}, lost + "37"}));
+
+  push(long_);  // what the writer has taken is not written yet
+  push("small");
+  EXPECT_THAT(take(), ElementsAre(lost + "1", "[tag] small"));
+  push(long_);
+  EXPECT_THAT(take(), ElementsAre(length));
+}
+
+TEST(LogQueueBounds, HoldForShortLinesTooAndWhatTheirSlotsKeepOfLongerOnes) {
+  constexpr std::size_t most = kMaximumQueueBytes / sizeof(LogItem);
+  for (const auto& [longOnes, share] : {std::pair{0U, 1.0}, {60'000U, 0.55}}) {
+    LogQueue queue;
+    LogQueue::Batch batch;
+    for (std::size_t i = 0; i < longOnes; ++i) queue.push({}, {}, std::string(500, 'l'));
+    for (std::size_t i = 0; i < 2 + most * 5 / 4; ++i) {
+      queue.push({}, {}, "");
+      static_cast<void>(i < 2 && queue.take(batch));  // the slots of the long ones come back
+    }
+    ASSERT_TRUE(queue.take(batch));
+    EXPECT_NEAR(static_cast<double>(batch.items().size()) / most, share, 0.03);
+  }
+}
+
+struct LogInDirectory : LogTest {
+  LogInDirectory() : LogTest({kLogFileLimit, 200ms}) {}
   /// One whole run of a logger that writes one line.
   void run(const std::string& line, std::int32_t kept = 5) const {
     ProbeLog log(dir_.path());
@@ -54,9 +85,6 @@ class LogInDirectory : public ::testing::Test {
     log.start("Test");
     log.write({line});
   }
-
-  TempDirectory dir_;
-  ProbeLog log_{dir_.path(), {kLogFileLimit, 200ms}};
 };
 
 TEST_F(LogInDirectory, LinesAreCompleteAndScreenedAgainWhenWritten) {
@@ -70,26 +98,27 @@ TEST_F(LogInDirectory, LinesAreCompleteAndScreenedAgainWhenWritten) {
   log_.submit(LogLevel::Debug, "screened");
   log_.write({"broken off\r\n"});
   EXPECT_THAT(readFile(file(0)), MatchesRegex("... .., .... ..:..:..\\.... \\[.+\\] WARN - .*\n.*\n.*\n"));
-  EXPECT_THAT(messages(0), ElementsAre("[Install/Verify] tagged", "[Install/Verify] " + std::string(600, 'l'),
-                                       "broken off\r"));
+  EXPECT_THAT(messages(), ElementsAre("[Install/Verify] tagged", "[Install/Verify] " + std::string(600, 'l'),
+                                      "broken off\r"));
 }
 
 TEST_F(LogInDirectory, EveryRunBeginsAFileAndTheOldestGoes) {
-  for (const std::int32_t i : {1, 2, 3, 4}) run("run " + std::to_string(i), 2);
-  for (std::size_t n = 0; n <= 2; ++n) EXPECT_THAT(messages(n), ElementsAre("run " + std::to_string(4 - n)));
-  EXPECT_FALSE(FileUtils::exists(file(3)));
-  for (const std::int32_t kept : {0, -7}) run("kept " + std::to_string(kept), kept);
-  EXPECT_THAT(messages(1), ElementsAre("kept 0"));  // less than one is one
-  EXPECT_THAT(messages(2), ElementsAre("run 2"));   // what lies above the number stays
+  const auto expectFiles = [&](const Lines& newestFirst) {
+    for (std::size_t n = 0; n < newestFirst.size(); ++n)
+      EXPECT_THAT(messages(n), ElementsAre(newestFirst[n]));
+    EXPECT_FALSE(FileUtils::exists(file(newestFirst.size())));
+  };
+  for (const char* const line : {"1", "2", "3", "4"}) run(line, 2);
+  expectFiles({"4", "3", "2"});
+  for (const std::int32_t kept : {0, -7}) run(std::to_string(kept), kept);
+  expectFiles({"-7", "0", "2"});  // less than one is one; what lies above the number stays
   for (const char* other : {"Test.02.log", "Test.7.log.old", "Test.x.log", "Test.99999999999999999999.log"})
     writeFile(dir_ / other, other);
   const auto began = std::chrono::steady_clock::now();
   run("huge", std::numeric_limits<std::int32_t>::max());
   EXPECT_LT(std::chrono::steady_clock::now() - began, 5s);
-  for (const auto& [number, line] : {std::pair{1U, "kept -7"}, {2U, "kept 0"}, {3U, "run 2"}})
-    EXPECT_THAT(messages(number), ElementsAre(line));
-  EXPECT_FALSE(FileUtils::exists(file(8)));
-  EXPECT_TRUE(FileUtils::exists(dir_ / "Test.02.log"));
+  expectFiles({"huge", "-7", "0", "2"});
+  EXPECT_TRUE(!FileUtils::exists(file(8)) && FileUtils::exists(dir_ / "Test.02.log"));
 }
 
 TEST_F(LogInDirectory, AFullFileRotatesAfterTheWholeLine) {
@@ -100,9 +129,8 @@ TEST_F(LogInDirectory, AFullFileRotatesAfterTheWholeLine) {
   log_.write({std::string(2'000'000, 'l'), "after"});
   const Lines full = messages(1);
   ASSERT_EQ(full.size(), 11U);
-  EXPECT_EQ(full.front(), "banner");
-  EXPECT_EQ(full.back().size(), 2'000'000U);
-  EXPECT_THAT(messages(0), ElementsAre("banner", "after"));
+  EXPECT_EQ(full.front() + std::to_string(full.back().size()), "banner2000000");
+  EXPECT_THAT(messages(), ElementsAre("banner", "after"));
 }
 
 TEST_F(LogInDirectory, ALookUpSpeaksIntoTheOldFileAndMayAskForAnotherRotation) {
@@ -130,7 +158,7 @@ TEST_F(LogInDirectory, SynchronousLinesAreWrittenByTheirThread) {
   log_.start("Test");
   log_.flush();
   log_.submit(LogLevel::Info, "one");
-  EXPECT_THAT(messages(0), ElementsAre("one"));
+  EXPECT_THAT(messages(), ElementsAre("one"));
   log_.stop();
   log_.setSynchronous(false);
   log_.write({"dropped"});
@@ -142,25 +170,25 @@ TEST_F(LogInDirectory, ManyProducersLoseNothingAndKeepTheirOrder) {
   const auto numbered = [](char producer, int i) {
     return producer + std::to_string(i) + std::string(i % 300 == 0 ? 5000U : 0U, '.');
   };
-  const auto produce = [&](char producer) {
-    for (int i = 0; i < lines; ++i) {
-      log_.submit(LogLevel::Info, numbered(producer, i));
-      if (i % 500 == 0) log_.flush();
-    }
-  };
   log_.start("Test");
-  std::vector<std::thread> producers;
-  for (const char producer : {'a', 'b', 'c', 'd'}) producers.emplace_back(produce, producer);
-  for (auto& producer : producers) producer.join();
+  std::vector<std::future<void>> producers;
+  for (const char producer : {'a', 'b', 'c', 'd'}) {
+    producers.push_back(std::async(std::launch::async, [&, producer] {
+      for (int i = 0; i < lines; ++i) {
+        log_.submit(LogLevel::Info, numbered(producer, i));
+        if (i % 500 == 0) log_.flush();
+      }
+    }));
+  }
+  for (auto& producer : producers) producer.get();
   log_.flush();
   std::map<char, int> next;
-  for (const std::string& line : messages(0)) ASSERT_EQ(line, numbered(line[0], next[line[0]]++));
-  EXPECT_EQ(next, (std::map<char, int>{{'a', lines}, {'b', lines}, {'c', lines}, {'d', lines}}));
+  for (const std::string& line : messages()) ASSERT_EQ(line, numbered(line[0], next[line[0]]++));
+  EXPECT_EQ(messages().size(), 4U * lines);
 }
 
 TEST_F(LogInDirectory, TheWritersEndEndsEveryFlush) {
-  std::promise<void> diskStops;
-  std::promise<void> diskMoves;
+  std::promise<void> diskStops, diskMoves;
   log_.whileWriting = [&] {
     diskStops.set_value();
     diskMoves.get_future().wait();
@@ -176,16 +204,14 @@ TEST_F(LogInDirectory, TheWritersEndEndsEveryFlush) {
 }
 
 TEST_F(LogInDirectory, AFailedStartLeavesOneLineBehind) {
-  const std::pair<std::function<void()>, const char*> failures[] = {
-      {[] { throw std::runtime_error("no\ntoken=abc"); }, R"(logging: no\x0atoken=xxx)"},
-      {[] { throw 7; }, "logging: unknown exception"}};
-  for (const auto& [fail, reason] : failures) {
+  for (const bool isKnown : {true, false}) {
     ProbeLog log(dir_ / "made at the second try");
-    log.whileMakingDirectories = [first = true, &fail = fail]() mutable {
-      if (std::exchange(first, false)) fail();
+    log.whileMakingDirectories = [&, first = true]() mutable {
+      if (std::exchange(first, false)) isKnown ? throw std::runtime_error("no\ntoken=abc") : throw 7;
     };
     EXPECT_ANY_THROW(log.start("Test"));
-    EXPECT_THAT(readFile(FileUtils::join(log.directory, "Startup Crash.log")), EndsWith(reason));
+    EXPECT_THAT(readFile(FileUtils::join(log.directory, "Startup Crash.log")),
+                EndsWith(isKnown ? R"(logging: no\x0atoken=xxx)" : "logging: unknown exception"));
   }
 }
 
@@ -195,8 +221,7 @@ TEST_F(LogInDirectory, WhatCannotBeMovedIsToldAndStays) {
   for (const char* line : {"one", "two", "three"}) run(line, 2);
   EXPECT_THAT(told.texts(),
               ::testing::Contains(MatchesRegex("Couldn't delete the file .*Test\\.2\\.log: .+")));
-  EXPECT_THAT(messages(1), ElementsAre("two"));
-  EXPECT_THAT(messages(0), ElementsAre("three"));
+  EXPECT_EQ(messages(1).front() + messages().front(), "twothree");
 }
 
 TEST_F(LogInDirectory, PlantedLinksAreNotWrittenThrough) {
@@ -219,87 +244,69 @@ TEST_F(LogInDirectory, AFolderThatCannotBeHeldLosesNoLine) {
     ASSERT_TRUE(alone.isValid());
     run("second");
   }
-  EXPECT_THAT(messages(0), ElementsAre("first", "second"));
+  EXPECT_THAT(messages(), ElementsAre("first", "second"));
   run("third");
-  EXPECT_THAT(messages(0), ElementsAre("third"));
+  EXPECT_THAT(messages(), ElementsAre("third"));
 }
 #endif
 
-TEST_F(LogInDirectory, FatalWritesEverythingFirst) {
-  // The dying process runs this test from its beginning and must find our directory.
-  const std::string inherited = environmentVariable("ZARN_LOG_TEST_DIRECTORY").value_or("");
-  log_.directory = inherited.empty() ? dir_.path() : inherited;
-  setEnvironment("ZARN_LOG_TEST_DIRECTORY", log_.directory);
-  const auto die = [&](std::size_t lines, bool onWriter) {
-    if (onWriter) log_.whenOpened = [&] { log_.fatal("the end"); };  // must not wait for itself
-    log_.start("Test");
-    for (std::size_t i = 0; i < lines; ++i) log_.submit(LogLevel::Info, "line");
-    if (!onWriter) log_.fatal("the end");
-    log_.flush();
-  };
-  EXPECT_EXIT(die(0, true), kEndsFatally, "");
-  EXPECT_EXIT(die(500, false), kEndsFatally, "");
-  setEnvironment("ZARN_LOG_TEST_DIRECTORY", "");
-  const Lines lines = messages(0);
-  ASSERT_EQ(lines.size(), 501U);
-  EXPECT_EQ(lines.back(), "FATAL ERROR: the end");
-}
-
-TEST_F(LogInDirectory, FatalEndsThoughTheWriterDoesNot) {
+TEST_F(LogInDirectory, FatalWritesEverythingFirstButWaitsForNoWriterForLong) {
   const auto die = [this] {
-    log_.whileWriting = [] { std::promise<void>().get_future().wait(); };
     log_.start("Test");
-    log_.submit(LogLevel::Info, "line");
+    for (int i = 0; i < 500; ++i) log_.submit(LogLevel::Info, "line");
     log_.fatal("the end");
   };
-  EXPECT_EXIT(die(), kEndsFatally, "");
+  std::string line;
+  log_.scrub = [&](const std::string& message) { line = message; };
+  log_.whileWriting = [&] { std::cerr << (line == "line" ? "." : line); };
+  expectFatalEnd(die, EndsWith(std::string(500, '.') + "FATAL ERROR: the end"));
+  log_.whenOpened = [&] { log_.fatal("the end"); };  // on the writer itself
+  expectFatalEnd(die);
+  log_.whenOpened = [] { std::promise<void>().get_future().wait(); };
+  expectFatalEnd(die);
 }
 
-class ServiceLog : public ::testing::Test {
- protected:
+struct ServiceLog : ::testing::Test {
   ServiceLog() {
-    preferences_.registerCatalogue();
-    FileUtils::setApplicationDataOverride(dir_.path());
+    preferences.registerCatalogue();
+    FileUtils::setApplicationDataOverride(dir.path());
   }
-  void TearDown() override { FileUtils::setApplicationDataOverride(""); }
-
+  ~ServiceLog() override { FileUtils::setApplicationDataOverride(""); }
   [[nodiscard]] Lines write(const char* line, std::size_t number = 0) {
-    log_.submit(LogLevel::Info, line);
-    log_.flush();
-    return messagesIn(dir_ / "Logs", number);
+    log.submit(LogLevel::Info, line);
+    log.flush();
+    return messagesIn(dir / "Logs", number);
   }
-
-  TempDirectory dir_;
-  ServerEventManager events_;
-  TestPreferences preferences_{nullptr, events_};
-  Log log_{preferences_, events_};
+  TempDirectory dir;
+  ServerEventManager events;
+  TestPreferences preferences{nullptr, events};
+  Log log{preferences, events};
 };
 
 TEST_F(ServiceLog, PreferencesOnlyRaiseTheThreshold) {
-  preferences_.setBoolValue("logDebug", false);
-  log_.start("Test");
-  EXPECT_EQ(log_.threshold(), LogLevel::Info);
-  for (const auto& [id, level] :
-       {std::pair{"LogMemoryUse", LogLevel::Debug}, {"LogVerbose", LogLevel::Verbose}}) {
-    preferences_.setBoolValue(id, true);
-    EXPECT_EQ(log_.threshold(), level);
-    preferences_.setBoolValue(id, false);
-    EXPECT_EQ(log_.threshold(), level);
+  preferences.setBoolValue("logDebug", false);
+  log.start("Test");
+  EXPECT_EQ(log.threshold(), LogLevel::Info);
+  for (const bool raises : {true, false}) {
+    preferences.setBoolValue("LogMemoryUse", raises);
+    EXPECT_EQ(log.threshold(), raises ? LogLevel::Debug : LogLevel::Verbose);
+    preferences.setBoolValue("LogVerbose", raises);
+    EXPECT_EQ(log.threshold(), LogLevel::Verbose);
   }
-  preferences_.setBoolValue("LogSynchronous", true);
-  EXPECT_TRUE(log_.isSynchronous());
+  preferences.setBoolValue("LogSynchronous", true);
+  EXPECT_TRUE(log.isSynchronous());
 }
 
 TEST_F(ServiceLog, ScrubsAnnouncesAndKeepsAsManyFilesAsThePreferencesSay) {
   const char* const line = "auth_token=abc sentry_key=def";
-  log_.start("Test");
+  log.start("Test");
   EXPECT_THAT(write(line), ElementsAre("auth_token=" + std::string(18, 'x')));
-  EXPECT_TRUE(events_.lastRaised(kLogSentEvent).has_value());
-  preferences_.setBoolValue("LogTokensForDebug", true);
+  EXPECT_TRUE(events.lastRaised(kLogSentEvent).has_value());
+  preferences.setBoolValue("LogTokensForDebug", true);
   EXPECT_EQ(write(line).back(), "auth_token=abc sentry_key=xxx");
-  preferences_.setIntValue("LogNumFiles", 1);
+  preferences.setIntValue("LogNumFiles", 1);
   for (const char* rotated : {"one", "two"}) {
-    log_.requestRotation();
+    log.requestRotation();
     EXPECT_EQ(write(rotated, 1).back(), rotated);
     EXPECT_THAT(write("", 2), ElementsAre());
   }
@@ -307,14 +314,14 @@ TEST_F(ServiceLog, ScrubsAnnouncesAndKeepsAsManyFilesAsThePreferencesSay) {
 
 #ifdef _WIN32
 TEST_F(ServiceLog, SaysAtOnceWhyAPathIsNotUsedWhenNothingWillRotate) {
-  preferences_.setBoolValue("LogSynchronous", true);
-  log_.start("Test");
-  log_.flush();
+  preferences.setBoolValue("LogSynchronous", true);
+  log.start("Test");
+  log.flush();
   FileUtils::setApplicationDataOverride("");
   FileUtils::setLocalAppDataPathReader([] { return std::string(R"(\\nowhere\share)"); });
-  log_.moveToCurrentDirectory();
+  log.moveToCurrentDirectory();
   FileUtils::setLocalAppDataPathReader(nullptr);
-  EXPECT_THAT(messagesIn(dir_ / "Logs").back(), EndsWith("is not used: it is a share."));
+  EXPECT_THAT(messagesIn(dir / "Logs").back(), EndsWith("is not used: it is a share."));
 }
 #endif
 

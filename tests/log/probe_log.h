@@ -1,8 +1,10 @@
-// A logger with settable parts, for tests of the machinery.
+// A logger with settable parts, for tests of the machinery, and what those tests share.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
 #include <functional>
 #include <string>
@@ -14,16 +16,13 @@
 
 namespace zarn::testing {
 
-#ifdef _WIN32
-inline const ::testing::ExitedWithCode kEndsFatally(static_cast<int>(0xC0DEDEAD));
-#else
-inline const ::testing::KilledBySignal kEndsFatally(SIGABRT);
-#endif
-
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::MatchesRegex;
 using Lines = std::vector<std::string>;
 
-class ProbeLog final : public BaseLog {
- public:
+struct ProbeLog final : BaseLog {
   explicit ProbeLog(std::string logDirectory, const LogLimits& limits = LogLimits())
       : BaseLog(limits), directory(std::move(logDirectory)) {
     setThreshold(LogLevel::Verbose);
@@ -37,29 +36,25 @@ class ProbeLog final : public BaseLog {
     for (const std::string& line : lines) submit(LogLevel::Info, line);
     flush();
   }
-
-  std::string directory;
-  std::int32_t keptFiles = 5;
-  std::function<void()> whileMakingDirectories = [] {};
-  std::function<void()> whileWriting = [] {};
-  std::function<void()> whenOpened = [] {};
-  std::function<void()> whenLookedUp = [] {};
-  std::function<void(std::string& message)> scrub = [](std::string&) {};
-
- protected:
   void createLogDirectories() override {
     whileMakingDirectories();
     FileUtils::createDirectories(directory);
   }
-  void onLineWritten() override { whileWriting(); }
   std::string logDirectory() override {
     whenLookedUp();
     return directory;
   }
+  void onLineWritten() override { whileWriting(); }
   std::int32_t rotatedFileCount() override { return keptFiles; }
   std::string accountUserName() override { return "user"; }
   void onFileOpened() override { whenOpened(); }
   void scrubMessage(std::string& message) override { scrub(message); }
+
+  std::string directory;
+  std::int32_t keptFiles = 5;
+  std::function<void()> whileMakingDirectories = [] {}, whileWriting = whileMakingDirectories,
+                        whenOpened = whileMakingDirectories, whenLookedUp = whileMakingDirectories;
+  std::function<void(std::string& message)> scrub = [](std::string&) {};
 };
 
 /// The messages in file `number` of a log named "Test", without what stands before " - ".
@@ -69,5 +64,28 @@ inline Lines messagesIn(const std::string& directory, std::size_t number = 0) {
   for (std::string line; std::getline(file, line);) messages.push_back(line.substr(line.find(" - ") + 3));
   return messages;
 }
+
+/// A logger in a directory of its own.
+class LogTest : public ::testing::Test {
+ protected:
+  explicit LogTest(const LogLimits& limits = LogLimits()) : log_(dir_.path(), limits) {}
+  [[nodiscard]] std::string file(std::size_t number) const {
+    return LogFiles::path(dir_.path(), "Test", number);
+  }
+  [[nodiscard]] Lines messages(std::size_t number = 0) const { return messagesIn(dir_.path(), number); }
+  /// `die` ends the process as a fatal error does. The dying process runs the test from its beginning.
+  static void expectFatalEnd(const std::function<void()>& die,
+                             const ::testing::Matcher<const std::string&>& said = ::testing::_) {
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+#ifdef _WIN32
+    EXPECT_EXIT(die(), ::testing::ExitedWithCode(static_cast<int>(0xC0DEDEAD)), said);
+#else
+    EXPECT_EXIT(die(), ::testing::KilledBySignal(SIGABRT), said);
+#endif
+  }
+
+  TempDirectory dir_;
+  ProbeLog log_;
+};
 
 }  // namespace zarn::testing

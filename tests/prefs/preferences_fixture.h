@@ -1,13 +1,18 @@
-// A bus with a sink that records, for stores of a test's own.
+// A store with a bus of its own whose sink records.
 #pragma once
+
+#include <gmock/gmock.h>
 
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "prefs/server_event_manager.h"
+#include "prefs/preferences.h"
+#include "support/recording_log.h"
 
 namespace zarn::testing {
+
+using ::testing::ElementsAre;
 
 struct RecordingSink final : IServerEventSink {
   void onPreferenceModified(const std::string& id) override {
@@ -18,10 +23,23 @@ struct RecordingSink final : IServerEventSink {
   std::function<void(const std::string&)> onModified;
 };
 
-struct RecordingBus {
-  RecordingBus() { events.subscribe(kPreferencesModifiedEvent, sink); }
+template <typename Store>
+struct StoreTest : ::testing::Test {
+  StoreTest() {
+    events.subscribe(kPreferencesModifiedEvent, sink);
+    store.registerCatalogue();
+  }
+  /// The defaults of one preference of each type.
+  void expectDefaults() {
+    EXPECT_TRUE(store.getBool("logDebug"));
+    EXPECT_EQ(store.getString("TranscoderLogLevel"), "error");
+    EXPECT_EQ(store.getInt("LogNumFiles"), 5);
+    EXPECT_EQ(store.getDouble("TranscoderH264MinimumCRF"), 16.0);
+  }
   ServerEventManager events;
   RecordingSink sink;
+  Store store{nullptr, events};
+  RecordingLog log;
 };
 
 }  // namespace zarn::testing

@@ -1,21 +1,16 @@
 #include "prefs/preferences.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include <future>
 #include <sstream>
 #include <thread>
 
 #include "prefs/preferences_fixture.h"
 #include "prefs/test_preferences.h"
 #include "prefs/value_text.h"
-#include "support/recording_log.h"
 #include "util/file_utils.h"
 
 namespace zarn::testing {
 namespace {
-
-using ::testing::ElementsAre;
 
 // Before anything asks for the instance: the tests of this program must not touch a real registry.
 [[maybe_unused]] const bool onTestStore = (Preferences::useTestStore(true), true);
@@ -28,17 +23,10 @@ Preference make(Default defaultValue, const std::string& overrides) {
 
 TEST(QueryString, DecodesKeysAndValues) {
   const QueryString query("a=1&a=2&%62=x%2By+z%2f%2F&c&=lost&&e=100%&f=%4&g=%zz%-1&h=p=q");
-  for (const auto& [key, value] : {std::pair{"a", "1"},
-                                   {"b", "x+y z//"},
-                                   {"c", ""},
-                                   {"e", "100%"},
-                                   {"f", "%4"},
-                                   {"g", "%zz%-1"},
-                                   {"h", "p=q"}}) {
-    ASSERT_NE(query.find(key), nullptr) << key;
-    EXPECT_EQ(*query.find(key), value) << key;
-  }
-  EXPECT_EQ(query.find(""), nullptr);
+  std::string found;
+  for (const char* key : {"a", "b", "c", "e", "f", "g", "h", ""})
+    found += "|" + (query.find(key) != nullptr ? *query.find(key) : "none");
+  EXPECT_EQ(found, "|1|x+y z//||100%|%4|%zz%-1|p=q|none");
 }
 
 TEST(ValueText, Numbers) {
@@ -71,17 +59,10 @@ TEST(Preference, OverridesOfTheRightKindReplaceTheDefault) {
   EXPECT_EQ(make(5, "Id=1%0A2").defaultAsInt(), 5);
   EXPECT_EQ(make(1.5, "Id=1e").defaultAsDouble(), 1.5);
   const std::string warning = "Preferences: invalid default value: Id=";
-  EXPECT_THAT(log.texts(), ::testing::ElementsAre(warning + "yes", warning + "1\\x0a2", warning + "1e"));
+  EXPECT_THAT(log.texts(), ElementsAre(warning + "yes", warning + "1\\x0a2", warning + "1e"));
 }
 
-class PreferencesTest : public ::testing::Test {
- protected:
-  PreferencesTest() { store.registerCatalogue(); }
-
-  RecordingBus bus;
-  TestPreferences store{nullptr, bus.events};
-  RecordingLog log;
-};
+using PreferencesTest = StoreTest<TestPreferences>;
 
 TEST_F(PreferencesTest, TheCatalogueHasTheRowsThatThisProgramOrOthersRelyOn) {
   store.registerCatalogue();  // again: adds nothing
@@ -128,13 +109,11 @@ TEST_F(PreferencesTest, ReadsFallBackSilently) {
   for (const char* const text : {"", "yes", "7 ", "1e"}) {
     for (const char* id : {"logDebug", "LogNumFiles", "TranscoderH264MinimumCRF"})
       store.setStringValue(id, text);
-    EXPECT_TRUE(store.getBool("logDebug"));
-    EXPECT_EQ(store.getInt("LogNumFiles"), 5);
-    EXPECT_EQ(store.getDouble("TranscoderH264MinimumCRF"), 16.0);
+    expectDefaults();
   }
   EXPECT_FALSE(store.getBool("NoSuchPref"));
   EXPECT_EQ(store.getString("NoSuchPref"), "");
-  EXPECT_THAT(log.lines(), ::testing::IsEmpty());
+  EXPECT_TRUE(log.texts().empty());
 }
 
 TEST_F(PreferencesTest, SetValueConvertsToTheType) {
@@ -153,20 +132,20 @@ TEST_F(PreferencesTest, SetValueConvertsToTheType) {
 }
 
 TEST_F(PreferencesTest, EveryWriteIsAnnouncedOnce) {
-  bus.sink.onModified = [&](auto&) { static_cast<void>(store.getInt("b")); };  // a sink may read again
+  sink.onModified = [&](auto&) { static_cast<void>(store.getInt("b")); };  // a sink may read again
   store.setBoolValue("a", true);
   store.setStringValue("b", "");
   EXPECT_TRUE(store.removeValue("a"));
   EXPECT_FALSE(store.removeValue("a"));  // announced all the same
-  EXPECT_THAT(bus.sink.ids, ElementsAre("a", "b", "a", "a"));
+  EXPECT_THAT(sink.ids, ElementsAre("a", "b", "a", "a"));
 }
 
 TEST_F(PreferencesTest, ListingsDependOnSignInAndOnTheRequestsToken) {
   struct : PreferenceAccessCheck {
     bool allows(const Preference& preference) const override { return preference.key() == "account"; }
   } const check;
-  store.addPreference(std::make_shared<Preference>("account", true, PreferenceFlags::RequiresSignIn, "", "",
-                                                   "", Preference::Overrides()));
+  const auto signIn = PreferenceFlags::RequiresSignIn;
+  store.addPreference(std::make_shared<Preference>("account", true, signIn, "", "", "", nullptr));
   const auto count = [&](const PreferenceListRequest& request) {
     std::vector<std::shared_ptr<Preference>> found;
     store.listPreferences(request, found);
@@ -183,11 +162,10 @@ TEST_F(PreferencesTest, ListingsDependOnSignInAndOnTheRequestsToken) {
 
 TEST(ServerEventManager, CallsSinksInTheOrderOfTheirAddressesAndMayBeUsedByThem) {
   ServerEventManager events;
-  std::vector<std::string> calls;
+  std::string calls;
   RecordingSink sinks[3];
-  for (std::size_t i = 0; i < 3; ++i) {
-    sinks[i].onModified = [&, i](const std::string& id) { calls.push_back(id + std::to_string(i)); };
-  }
+  for (const char i : {'0', '1', '2'})
+    sinks[i - '0'].onModified = [&, i](const std::string& id) { calls += id + i + " "; };
   sinks[0].onModified = [&, record = sinks[0].onModified](const std::string& id) {
     record(id);
     events.subscribe(kPreferencesModifiedEvent, sinks[1]);  // takes part from the next event on
@@ -197,26 +175,22 @@ TEST(ServerEventManager, CallsSinksInTheOrderOfTheirAddressesAndMayBeUsedByThem)
   };
   for (const std::size_t i : {2U, 0U, 2U}) events.subscribe(kPreferencesModifiedEvent, sinks[i]);
   events.notifyPreferencesModified("outer");
-  EXPECT_EQ(calls, (std::vector<std::string>{"outer0", "inner0", "inner1", "inner2", "outer2"}));
+  EXPECT_EQ(calls, "outer0 inner0 inner1 inner2 outer2 ");
 }
 
 TEST(Preferences, TheInstanceIsMadeOnceAndServesAllThreads) {
-  std::vector<std::thread> threads;
-  std::vector<Preferences*> seen(8);
-  for (auto& instance : seen) {
-    threads.emplace_back([&instance] {
-      instance = &Preferences::instance();
-      for (std::int32_t round = 0; round < 200; ++round) {
-        instance->setIntValue("LogNumFiles", round);
-        static_cast<void>(instance->getInt("LogNumFiles"));
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_THAT(seen, ::testing::Each(seen[0]));
-  EXPECT_NE(dynamic_cast<const TestPreferences*>(seen[0]), nullptr);
+  const auto use = [] {
+    Preferences& instance = Preferences::instance();
+    for (std::int32_t round = 0; round < 200; ++round)
+      EXPECT_TRUE(instance.setIntValue("LogNumFiles", round) && instance.getInt("LogNumFiles") >= 0);
+    return dynamic_cast<TestPreferences*>(&instance);
+  };
+  std::vector<std::future<TestPreferences*>> threads(8);
+  for (auto& thread : threads) thread = std::async(std::launch::async, use);
+  TestPreferences* const instance = use();
+  for (auto& thread : threads) EXPECT_EQ(thread.get(), instance);
   // The directories follow the preference from now on.
-  seen[0]->setStringValue("LocalAppDataPath", R"(C:\)");
+  instance->setStringValue("LocalAppDataPath", R"(C:\)");
   EXPECT_EQ(FileUtils::applicationDataDirectory(), FileUtils::join(R"(C:\)", "Zarn Media Server"));
 }
 
