@@ -44,9 +44,6 @@ void Log::moveToCurrentDirectory(const RunAs& runAs) {
   makeDirectories(runAs);
   requestRotation();
   log(LogLevel::Debug, "Log rotation requested.");
-  // Nothing rotates while lines are written by the threads that log them, and no new file
-  // would come to say it in.
-  if (isSynchronous()) logRefusedPath();
 }
 
 void Log::setFileOpenedRoutine(std::function<void()> routine) {
@@ -155,10 +152,6 @@ void Log::onFileOpened() {
   // Called without the lock: the routine logs, and may set another one.
   if (routine) routine();
   // Only here: a path may be refused before there is a file to say so in.
-  logRefusedPath();
-}
-
-void Log::logRefusedPath() {
   const std::string refusal = FileUtils::takeRefusalOfAppDataPath();
   if (!refusal.empty()) log(LogLevel::Error, "%s", refusal);
 }

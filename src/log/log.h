@@ -70,7 +70,6 @@ class Log final : public BaseLog, public IServerEventSink {
   [[nodiscard]] Preferences& preferences() const;
   [[nodiscard]] ServerEventManager& events() const;
   /// Says, once, why the chosen application-data path is not used.
-  void logRefusedPath();
   void readLogPreferences() ZARN_EXCLUDES(readMutex_);
 
   Preferences* preferences_ = nullptr;

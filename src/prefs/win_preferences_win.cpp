@@ -26,24 +26,25 @@ std::optional<std::wstring> wide(std::string_view text) {
 }
 
 /// Of the preference's value, when it is of the type `wanted`. Whatever else is stored
-/// under the name counts as not found.
-Result<os::RegistryData> readValue(std::string_view id, DWORD wanted) {
-  constexpr std::size_t anySize = std::numeric_limits<DWORD>::max();
+/// under the name counts as not found, and is not read.
+Result<os::RegistryData> readValue(std::string_view id, DWORD wanted, std::size_t mostBytes) {
   const auto name = wide(id);
   if (!name) return failure(ERROR_FILE_NOT_FOUND);
   const auto key = os::openRegistryKey(HKEY_CURRENT_USER, names::kPreferencesKey.wide, KEY_READ);
   if (!key) return failure(key.error());
-  auto data = os::readRegistryValue(key->get(), name->c_str(), anySize);
-  if (data && data->type != wanted) return failure(ERROR_FILE_NOT_FOUND);
+  const auto type = os::registryValueType(key->get(), name->c_str());
+  if (!type) return failure(type.error());
+  if (*type != wanted) return failure(ERROR_FILE_NOT_FOUND);
+  auto data = os::readRegistryValue(key->get(), name->c_str(), mostBytes);
+  if (data && data->type != wanted) return failure(ERROR_FILE_NOT_FOUND);  // changed meanwhile
   return data;
 }
 
 /// A value of fewer bytes than a T counts as not found, too; one of more is an error.
 template <typename T>
 Result<T> readNumber(std::string_view id, DWORD wanted) {
-  const auto data = readValue(id, wanted);
+  const auto data = readValue(id, wanted, sizeof(T));
   if (!data) return failure(data.error());
-  if (data->bytes.size() > sizeof(T)) return failure(ERROR_MORE_DATA);
   if (data->bytes.size() < sizeof(T)) return failure(ERROR_FILE_NOT_FOUND);
   T value{};
   std::memcpy(&value, data->bytes.data(), sizeof(value));
@@ -51,7 +52,7 @@ Result<T> readNumber(std::string_view id, DWORD wanted) {
 }
 
 Result<std::string> readText(std::string_view id) {
-  auto data = readValue(id, REG_SZ);
+  auto data = readValue(id, REG_SZ, std::numeric_limits<DWORD>::max());
   if (!data) return failure(data.error());
   data->bytes.push_back(std::byte{0});  // the second half of a last character that has but one
   return StringUtils::utf16to8(data->text());

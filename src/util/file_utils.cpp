@@ -25,9 +25,6 @@ namespace fs = boost::filesystem;
 using boost::system::error_code;
 
 constexpr std::size_t kLongPathBytes = 250;
-/// What is made below a chosen path is no longer than this: "\Zarn Media Server\Logs\" and
-/// the names in it.
-constexpr std::size_t kLongestPathBelowBytes = 128;
 
 // The preference store lies above this library, so it hands its reader down.
 std::atomic<std::string (*)()> localAppDataPathReader{nullptr};
@@ -115,15 +112,6 @@ std::string usableBase(const std::string& path) {
   return usedBefore();
 }
 
-/// Behind the prefix for long paths the system takes each character as it stands, so that
-/// a chosen path that may get the prefix must hold neither "/" nor "..".
-std::string withoutDotsWhenLong(std::string path) {
-  if (path.size() + kLongestPathBelowBytes <= kLongPathBytes) return path;
-  if (!os::kPathsNameDrives || judgePath(path) != PathKind::LocalFolder) return path;
-  constexpr std::size_t prefixBytes = 4;
-  return resolveDots(path).substr(prefixBytes);
-}
-
 }  // namespace
 
 std::string withLongPathPrefix(std::string_view path) {
@@ -134,14 +122,14 @@ std::string withLongPathPrefix(std::string_view path) {
 fs::path toPath(std::string_view path) {
   auto native = os::pathFromUtf8(withLongPathPrefix(path));
   if (native) return std::move(*native);
-  logLine(LogLevel::Error, "utf8to16: MultiByteToWideChar failed: %d", native.error().code());
+  logLine(LogLevel::Error, "utf8to16: MultiByteToWideChar failed: %d", native.error().reported());
   return {};
 }
 
 std::string toUtf8(const fs::path& path) {
   auto text = os::utf8FromPath(path);
   if (text) return std::move(*text);
-  logLine(LogLevel::Error, "utf16to8: WideCharToMultiByte failed: %d", text.error().code());
+  logLine(LogLevel::Error, "utf16to8: WideCharToMultiByte failed: %d", text.error().reported());
   return {};
 }
 
@@ -298,14 +286,14 @@ namespace {
 /// Without it there is no place for a log, so that nobody can be told but by the end.
 std::string userApplicationDataFolder() {
   auto folder = os::userDataFolder();
-  if (!folder) logFatal("SHGetSpecialFolderPath(CSIDL_LOCAL_APPDATA) failed: %d", folder.error().code());
+  if (!folder) logFatal("SHGetSpecialFolderPath(CSIDL_LOCAL_APPDATA) failed: %d", folder.error().reported());
   return std::move(*folder);
 }
 
 /// Empty for the service's own folder.
 std::string chosenBase() {
   auto* const reader = localAppDataPathReader.load();
-  return reader != nullptr ? withoutDotsWhenLong(usableBase(reader())) : std::string();
+  return reader != nullptr ? usableBase(reader()) : std::string();
 }
 
 }  // namespace
@@ -359,7 +347,7 @@ std::string databasesDirectory() {
 
 std::string resourcesDirectory() {
   const auto executable = os::executablePath();
-  if (!executable) logFatal("GetModuleFileNameW failed: %d", executable.error().code());
+  if (!executable) logFatal("GetModuleFileNameW failed: %d", executable.error().reported());
   return join(toUtf8(toPath(*executable).parent_path()), "Resources");
 }
 

@@ -26,6 +26,12 @@ Result<Name> componentOf(std::string_view name) {
   return toPath(name).native();
 }
 
+/// What stopped the C library has a number of its own, which is no code of the system.
+SystemError systemErrorOf(const os::OpenFailure& reason) {
+  constexpr std::uint32_t generalFailure = 0;
+  return SystemError(reason.step == os::OpenFailure::Step::Open ? reason.code : generalFailure);
+}
+
 /// What is gone already counts as removed.
 Result<void> unlessMissing(const Result<void>& removed) {
   return !removed && removed.error().isNotFound() ? Result<void>() : removed;
@@ -80,8 +86,10 @@ Result<ScopedFile> HeldFolder::create(std::string_view name) const {
   if (!component) return failure(component.error());
   const IoDeadline deadline(kLogFileLimit);
   auto file = folder_.file(*component, "wb", Existing::Never);
-  if (!file) return failure(file.error().code);
-  return std::move(*file);
+  if (file) return std::move(*file);
+  // What keeps the whole process from opening files is nothing that a caller expects.
+  if (file.error().step != os::OpenFailure::Step::Open) logOpenFailure(pathOf(name), file.error());
+  return failure(systemErrorOf(file.error()));
 }
 
 Result<ScopedFile> HeldFolder::open(std::string_view name, const char* mode, Existing existing) const {
@@ -95,7 +103,7 @@ Result<ScopedFile> HeldFolder::open(std::string_view name, const char* mode, Exi
     reason = file.error();
   }
   logOpenFailure(pathOf(name), reason);
-  return failure(reason.code);
+  return failure(systemErrorOf(reason));
 }
 
 bool HeldFolder::exists(std::string_view name) const {

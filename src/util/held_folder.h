@@ -48,7 +48,8 @@ class HeldFolder {
   [[nodiscard]] Result<ScopedFile> open(std::string_view name, const char* mode,
                                         Existing existing = Existing::OpenOrCreate) const;
 
-  /// Begins a file where nothing stands. Logs nothing.
+  /// Begins a file where nothing stands. That something does, or that the folder lets
+  /// nobody make files, is not logged.
   [[nodiscard]] Result<ScopedFile> create(std::string_view name) const;
 
   [[nodiscard]] bool exists(std::string_view name) const;

@@ -10,6 +10,7 @@
 #include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/product_names.h"
+#include "util/string_utils.h"
 
 namespace zarn {
 namespace {
@@ -216,14 +217,15 @@ PathKind judgeAppDataPath(std::string_view path, const std::vector<std::string>&
   const PathKind kind = judgePath(path);
   if (kind != PathKind::LocalFolder) return kind;
   const std::string resolved = resolveDots(path);
-  if (!os::wideFromUtf8(resolved)) return PathKind::Malformed;  // no UTF-8
+  if (StringUtils::utf8to16(resolved).empty()) return PathKind::Malformed;  // no UTF-8
   const IoDeadline deadline(kOpenLimit);
   return os::isOnNetworkDrive(resolved) ? PathKind::Share : judgeRealPath(resolved, ownFolders);
 }
 
 std::vector<std::string> ownFoldersOf(const std::string& program) {
   const IoDeadline deadline(kOpenLimit);
-  const std::string programFolder = program.substr(0, program.find_last_of("\\/"));
+  std::string programFolder = program.substr(0, program.find_last_of("\\/"));
+  if (programFolder.ends_with(':')) programFolder += '\\';  // the drive's root, and not its current folder
   std::vector<std::string> result;
   for (const std::string& folder : {programFolder, temporaryFolder(), recordFolder()}) {
     if (judgePath(folder) != PathKind::LocalFolder) continue;
@@ -235,7 +237,7 @@ std::vector<std::string> ownFoldersOf(const std::string& program) {
 
 std::vector<std::string> ownFolders() {
   const auto program = os::executablePath();
-  if (!program) logFatal("GetModuleFileNameW failed: %d", program.error().code());
+  if (!program) logFatal("GetModuleFileNameW failed: %d", program.error().reported());
   return ownFoldersOf(*program);
 }
 

@@ -10,14 +10,14 @@ namespace zarn::StringUtils {
 std::wstring utf8to16(std::string_view text) {
   auto wide = os::wideFromUtf8(text);
   if (wide) return std::move(*wide);
-  logLine(LogLevel::Error, "utf8to16: MultiByteToWideChar failed: %d", wide.error().code());
+  logLine(LogLevel::Error, "utf8to16: MultiByteToWideChar failed: %d", wide.error().reported());
   return {};
 }
 
 std::string utf16to8(std::wstring_view text) {
   auto narrow = os::utf8FromWide(text);
   if (narrow) return std::move(*narrow);
-  logLine(LogLevel::Error, "utf16to8: WideCharToMultiByte failed: %d", narrow.error().code());
+  logLine(LogLevel::Error, "utf16to8: WideCharToMultiByte failed: %d", narrow.error().reported());
   return {};
 }
 

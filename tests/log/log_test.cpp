@@ -312,18 +312,5 @@ TEST_F(ServiceLog, ScrubsAnnouncesAndKeepsAsManyFilesAsThePreferencesSay) {
   }
 }
 
-#ifdef _WIN32
-TEST_F(ServiceLog, SaysAtOnceWhyAPathIsNotUsedWhenNothingWillRotate) {
-  preferences.setBoolValue("LogSynchronous", true);
-  log.start("Test");
-  log.flush();
-  FileUtils::setApplicationDataOverride("");
-  FileUtils::setLocalAppDataPathReader([] { return std::string(R"(\\nowhere\share)"); });
-  log.moveToCurrentDirectory();
-  FileUtils::setLocalAppDataPathReader(nullptr);
-  EXPECT_THAT(messagesIn(dir / "Logs").back(), EndsWith("is not used: it is a share."));
-}
-#endif
-
 }  // namespace
 }  // namespace zarn::testing
