@@ -52,8 +52,8 @@ TrustResult CheckCertificateIntegrity(TrustApi& api, const std::wstring& path, c
   return TrustResult::verified();
 }
 
-TrustResult integrityOfUnopened(const std::wstring& path, std::uint32_t error) {
-  return refuseUnopened(announceCheck(path), SystemError(error));
+TrustResult integrityOfUnopened(const std::wstring& path, SystemError error) {
+  return refuseUnopened(announceCheck(path), error);
 }
 
 }  // namespace zarn

@@ -22,6 +22,6 @@ TrustResult CheckCertificateIntegrity(TrustApi& api, const std::wstring& path, c
 
 /// What the check logs and answers for a file that it cannot open, for who has tried
 /// to open it in another way and failed with the Win32 error `error`.
-TrustResult integrityOfUnopened(const std::wstring& path, std::uint32_t error);
+TrustResult integrityOfUnopened(const std::wstring& path, SystemError error);
 
 }  // namespace zarn

@@ -97,9 +97,11 @@ std::optional<ApprovedDigests> CertificateProfileClient::fetch() const {
   }
   auto digests = parseCertificateProfile(response->body);
   if (digests && response->result != CURLE_OK) {
-    // What broke off may still read like a whole document.
-    logLine(LogLevel::Error, "Error: Could not receive json data, transfer broke off: %s",
-            curl_easy_strerror(response->result));
+    // What broke off may still read like a whole document. An empty list has no line, since
+    // it approves nobody either way.
+    if (!digests->empty())
+      logLine(LogLevel::Error, "Error: Could not receive json data, transfer broke off: %s",
+              curl_easy_strerror(response->result));
     return std::nullopt;
   }
   return digests;

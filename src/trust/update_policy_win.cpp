@@ -43,6 +43,8 @@ Stored<os::RegistryData> readValue(const Stored<RegistryKey>& key, const wchar_t
     auto data = os::readRegistryValue(opened.get(), name, mostBytes);
     if ((type && *type != wanted) || (data && data->type != wanted)) return Unreadable{"it has another type"};
     if (!data && data.error().code() == ERROR_MORE_DATA) return Unreadable{"it is too long"};
+    // Only a value that is not there is no rule.
+    if (!data && data.error().code() != ERROR_FILE_NOT_FOUND) return unreadable(data.error());
     return asStored(std::move(data));
   });
 }

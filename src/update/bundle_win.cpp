@@ -124,7 +124,7 @@ Result<void> copyBundle(const std::wstring& from, const std::wstring& to, std::i
   FileUtils::removeWhatever(target, true);
   CopyLimits limits{maximumBytes, std::chrono::steady_clock::now() + kCopyLimit};
   if (CopyFileExW(from.c_str(), to.c_str(), limitCopy, &limits, nullptr, COPY_FILE_FAIL_IF_EXISTS) == 0)
-    return lastFailure();
+    return failure(failureCode(GetLastError()));
   // Not every system calls the progress routine, so the size is looked at again.
   if (FileUtils::fileSize(target) <= static_cast<std::uint64_t>(maximumBytes)) return {};
   FileUtils::deleteFile(target, true);

@@ -202,7 +202,7 @@ Status InstallRequest::checkCallersBundle(const std::wstring& path) const {
   const auto file = collaborators_.openBundle(path);
   const auto pinned = file ? pinnedName(*file) : Result<std::wstring>(failure(file.error()));
   if (!pinned) {
-    static_cast<void>(integrityOfUnopened(path, pinned.error().code()));
+    static_cast<void>(integrityOfUnopened(path, pinned.error()));
     return Status::SignatureRefused;
   }
   InstallRecord unused;

@@ -110,9 +110,9 @@ TEST_F(TrustChecks, AFileThatCouldNotBeOpenedIsLoggedAsIfTheCheckHadTried) {
   EXPECT_EQ(integrity().code(), 2);
   const auto texts = log_.texts();
   log_.clear();
-  EXPECT_EQ(integrityOfUnopened(L"a\nb.exe", 2).code(), 2);
+  EXPECT_EQ(integrityOfUnopened(L"a\nb.exe", SystemError(2)).code(), 2);
   EXPECT_EQ(log_.texts(), texts);
-  EXPECT_EQ(integrityOfUnopened(L"a\nb.exe", 0).code(), 31);
+  EXPECT_EQ(integrityOfUnopened(L"a\nb.exe", SystemError(0)).code(), 31);
 }
 
 TEST_F(TrustChecks, AnyOtherSignerIsRefusedAndDescribed) {

@@ -80,6 +80,8 @@ Collected fill(Archive& archive, const std::vector<Place>& places) {
     // That there is none is usual.
     if (!place.folder && !place.folder.error().isNotFound()) {
       result.missing.emplace_back(place.name, recordProblem(place.folder.error()));
+    } else if (place.folder && !place.files) {
+      result.missing.emplace_back(place.name, recordProblem(place.files.error()));
     }
   }
   for (const Place& place : places) {

@@ -159,12 +159,16 @@ std::wstring expanded(const std::wstring& text) {
 void adoptMachineVariables() {
   const auto key = os::openRegistryKey(HKEY_LOCAL_MACHINE, kMachineEnvironmentKey, KEY_READ);
   if (!key) return;
+  // All are read before the first is adopted, or one could change how the next expands.
+  std::vector<Assignment> found;
   for (const std::wstring& name : os::registryValueNames(key->get())) {
     const auto data = dataOf(key->get(), name.c_str(), {REG_SZ, REG_EXPAND_SZ});
     if (!data) continue;
     const std::wstring text = data->text();
-    adopt({name, data->type == REG_SZ ? std::wstring(text.c_str()) : expanded(text)});
+    std::wstring value = data->type == REG_SZ ? std::wstring(text.c_str()) : expanded(text);
+    if (!value.empty() || data->type == REG_SZ) found.push_back({name, std::move(value)});
   }
+  for (const Assignment& assignment : found) adopt(assignment);
 }
 
 /// Those of the service alone are the texts of one value.
