@@ -80,6 +80,23 @@ constexpr const StatusFacts& row(Status status) {
   return *std::find_if(kStatuses.begin(), kStatuses.end(),
                        [&](const StatusFacts& facts) { return facts.status == status; });
 }
+/// A status without a case here does not compile: whoever adds one adds its row as well.
+constexpr bool hasRow(Status status) {
+  switch (status) {
+    case Status::Installed:
+    case Status::RebootRequired:
+    case Status::RebootInitiated:
+    case Status::Failed:
+    case Status::ExitCodeUnknown:
+    case Status::SignatureRefused:
+    case Status::SignerRefused:
+      return row(status).status == status;
+  }
+  return false;
+}
+static_assert(std::all_of(kStatuses.begin(), kStatuses.end(),
+                          [](const StatusFacts& facts) { return hasRow(facts.status); }));
+
 // What an unknown exit code becomes is looked up when the program is compiled, where a
 // table without it is an error and not a read behind its end.
 constexpr const StatusFacts& kFailed = row(Status::Failed);
