@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# clang-format, shellcheck, flake8 and clang-tidy (native and Windows sources), as errors.
+# clang-format, shellcheck, flake8, the order of folders and clang-tidy (native and Windows
+# sources), as errors.
 set -euo pipefail
 # shellcheck source=tools/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
@@ -13,6 +14,9 @@ git ls-files -z dev '*.sh' tools/wine .ci/run | xargs -0 shellcheck -x
 
 say "flake8"
 git ls-files -z '*.py' | xargs -0 /usr/bin/python3 -m flake8 --max-line-length=120
+
+say "order of folders, circles"
+tools/layers.py
 
 # Each file is looked at on its own, so the builds are configured without batches, in
 # folders beside the ones that are compiled.
