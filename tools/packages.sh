@@ -11,7 +11,7 @@ packages_native=(
   libboost1.81-dev libboost-thread1.81-dev libboost-filesystem1.81-dev libboost-date-time1.81-dev
   libcurl4-openssl-dev libssl-dev libfmt-dev zlib1g-dev libgtest-dev
 )
-packages_package=(nsis python3)
+packages_package=(wixl msitools python3)
 packages_wine=(wine64 nginx-light openssl osslsigncode rsyslog python3)
 packages_bench=(libspdlog-dev libgoogle-glog-dev libboost-log1.81-dev libhyperscan-dev strace python3)
 packages_lint=(clang-format clang-tidy shellcheck flake8)

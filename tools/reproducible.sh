@@ -13,7 +13,7 @@ build_in() { # FOLDER
   cd "$clone"
   # shellcheck disable=SC2086  # several options, or none
   cmake --preset windows -DZARN_BUILD_TESTS=OFF ${ZARN_WINDOWS_OPTIONS:-}
-  cmake --build build/windows -j "$jobs" --target src/all client/all setup/all
+  cmake --build build/windows -j "$jobs" --target src/all client/all
   cmake --install build/windows --prefix "$1/result/dist" --component dist --strip
   tools/package.sh build/windows "$1/result/dist" "$1/result/package"
 }
@@ -31,5 +31,5 @@ step "clean build in another folder" "$build/logs/reproducible.log" \
 for part in dist package; do
   diff -r "$build/$part" "$again/result/$part" || die "the two builds differ; the second is in $again"
 done
-(cd "$build" && sha256sum dist/*.exe package/*.exe | sed 's/^/    /')
+(cd "$build" && sha256sum dist/*.exe package/*.msi | sed 's/^/    /')
 rm -rf "$build/reproducible"

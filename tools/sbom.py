@@ -45,16 +45,17 @@ LIBRARIES = [
     Library("fmt", "fmtlib", "MIT", r"/libfmt\.a$|/include/fmt/"),
     Library("libzip", "libzip", "BSD-3-Clause", r"/libzip\.a$|/include/zip(conf)?\.h$"),
     Library("zlib", "libz-mingw-w64", "Zlib", r"/libz\.a$|/include/z(lib|conf)\.h$", "libz-mingw-w64-dev"),
-    Library("CLI11", "cli11", "BSD-3-Clause", r"/(include|headers)/CLI/", "libcli11-dev"),
-    Library("JSON for Modern C++", "nlohmann-json3", "MIT", r"/(include|headers)/nlohmann/", "nlohmann-json3-dev"),
-    Library("expected", "tl-expected", "CC0-1.0", r"/include/tl/", "libexpected-dev"),
+    Library("CLI11", "cli11", "BSD-3-Clause", r"/(include|headers/cli)/CLI/", "libcli11-dev"),
+    Library("JSON for Modern C++", "nlohmann-json3", "MIT", r"/(include|headers/json)/nlohmann/", "nlohmann-json3-dev"),
+    Library("expected", "tl-expected", "CC0-1.0", r"/(include|headers/expected)/tl/", "libexpected-dev"),
     Library("GCC runtime libraries", "gcc-12", "GPL-3.0-or-later WITH GCC-exception-3.1",
             rf"^{GCC}/", "gcc-mingw-w64-x86-64-posix-runtime"),
     Library("MinGW-w64 runtime", "mingw-w64", "ZPL-2.1 AND MIT AND BSD-3-Clause",
             rf"^({MINGW}|/usr/share/mingw-w64)/", "mingw-w64-x86-64-dev"),
 ]
 CA_BUNDLE = Library("Mozilla CA certificates", "ca-certificates", "MPL-2.0", "", "ca-certificates")
-NSIS = Library("NSIS", "nsis", "Zlib AND CPL-1.0", "", "nsis-common")
+# Where this project's own sources and libraries are, in the checkout and in the build folder.
+OWN_FOLDERS = {"src", "client"}
 # On every link line without being named there.
 ALWAYS = {"gcc-12", "mingw-w64"}
 
@@ -105,6 +106,14 @@ class Build:
         return {str((self.folder / path).resolve()) for path in paths}
 
 
+def is_ours(path, checkout, build):
+    """Of the checkout, or made of it; headers of libraries are copied into the build folder, too."""
+    inside = path.relative_to(checkout) if path.is_relative_to(checkout) else None
+    if build.folder.resolve() in path.parents:
+        inside = path.relative_to(build.folder.resolve())
+    return inside is not None and inside.parts[0] in OWN_FOLDERS
+
+
 def libraries_in(build, programs, checkout):
     used = set(ALWAYS)
     for program in programs:
@@ -112,7 +121,7 @@ def libraries_in(build, programs, checkout):
             match = [library.source for library in LIBRARIES if re.search(library.places, path)]
             if match:
                 used.add(match[0])
-            elif not path.startswith(f"{checkout}/"):
+            elif not is_ours(pathlib.Path(path), checkout, build):
                 sys.exit(f"sbom: {program} is made of {path}, which belongs to no library known here")
     return [library for library in LIBRARIES if library.source in used]
 
@@ -169,9 +178,9 @@ def main():
     options = parser.parse_args()
 
     files = sorted(path for path in options.tree.rglob("*") if path.is_file())
-    programs = [path.name for path in files if path.suffix == ".exe"]
+    programs = [path.name for path in files if path.suffix in (".exe", ".dll")]
     build = Build(options.build)
-    parts = libraries_in(build, [*programs, "ZarnSetup.dll"], options.checkout.resolve()) + [CA_BUNDLE, NSIS]
+    parts = libraries_in(build, programs, options.checkout.resolve()) + [CA_BUNDLE]
 
     shutil.rmtree(options.licences, ignore_errors=True)
     options.licences.mkdir(parents=True)

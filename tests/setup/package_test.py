@@ -1,0 +1,372 @@
+"""The package on a machine: a private Wine prefix, in which Windows Installer's stand-in installs
+it and the installed service is asked for checks and updates as on a real one.
+
+Wine passes over access control lists, recovery, privileges, the service's own environment and its
+start type: for these the package's tables are read back, and what Windows makes of them is not seen.
+"""
+
+import argparse
+import contextlib
+import json
+import os
+import pathlib
+import re
+import resource
+import shutil
+import struct
+import subprocess
+import sys
+import time
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(ROOT / "tools" / "stage"))
+import stage  # noqa: E402
+
+SERVICE_KEY = r"HKLM\System\CurrentControlSet\Services\ZarnUpdateService"
+SETTINGS_KEY = r"HKLM\Software\Zarn, Inc.\Zarn Update Service"
+SOURCE_KEY = r"HKLM\System\CurrentControlSet\Services\EventLog\Application\Zarn Update Service"
+WINDOWS_KEY = r"HKLM\Software\Microsoft\Windows NT\CurrentVersion"
+FOLDER = stage.INSTALL_DIR
+PROGRAM = FOLDER + r"\ZarnUpdateService.exe"
+TOOL = FOLDER + r"\zarn-update.exe"
+TEMP = r"C:\windows\ZarnUpdateTemp"
+HOST = "ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST"
+CHOSEN = r"CABUNDLE=C:\ca.pem"
+
+
+class PackageTest(unittest.TestCase):
+    """All tests share one machine; each begins with what it needs to be installed, or not."""
+
+    build, work = None, None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.dist = stage.fresh(cls.work / "dist")
+        stage.run("cmake", "--install", cls.build, "--prefix", cls.dist, "--component", "dist", "--strip")
+        programs = cls.build / "tools" / "stage"
+        publisher = stage.Publisher(cls.work / "publisher")
+        signing = cls.work / "sign"
+        signing.write_text("#!/bin/sh\nset -e\n"
+                           f"osslsigncode sign -certs '{publisher.approved}' -key '{publisher.approved.with_suffix('.key')}'"
+                           ' -in "$1" -out "$1.signed"\nmv "$1.signed" "$1"\n')
+        signing.chmod(0o755)
+        packages = stage.fresh(cls.work / "shipped")
+        stage.run(ROOT / "tools" / "package.sh", cls.build, cls.dist, packages, env=dict(os.environ, ZARN_SIGN=signing))
+        cls.shipped = next(packages.glob("*.msi"))
+        cls.bill = json.loads((packages / "ZarnUpdateService.cdx.json").read_text())
+        cls.tree = cls.work / "dist"
+        cls.newer = cls.package("newer", 1)
+        cls.unstartable = cls.package("unstartable", 2, service=cls.dist / "zarn-update.exe")
+
+        cls.bundles = stage.make_bundles(publisher, programs / "genuine_installer.exe",
+                                         programs / "intruder_installer.exe", cls.work / "bundles")
+        accounts = stage.AccountService(cls.work / "account-service")
+        accounts.approve(publisher.digest(publisher.approved))
+        cls.addClassCleanup(accounts.stop)
+        servers = accounts.start()
+        cls.machine = stage.Machine(cls.work / "machine")
+        cls.addClassCleanup(cls.machine.stop)
+        cls.machine.make({HOST: servers["good"]})
+        cls.machine.wine(programs / "trust_root.exe", cls.machine.windows(publisher.root.with_suffix(".der")))
+        cls.at = cls.machine.path
+        shutil.copy(servers["ca"], cls.at(r"C:\ca.pem"))
+
+    @classmethod
+    def package(cls, name, later, service=None):
+        """A package whose programs say that they are `later` builds newer."""
+        tree = cls.work / name / "tree"
+        shutil.rmtree(tree.parent, ignore_errors=True)
+        shutil.copytree(cls.dist, tree)
+        for program in (tree / "ZarnUpdateService.exe", tree / "zarn-update.exe"):
+            content = bytearray((service or program).read_bytes() if program.stem == "ZarnUpdateService"
+                                else program.read_bytes())
+            place = content.index(struct.pack("<II", 0xFEEF04BD, 0x00010000)) + 12
+            content[place:place + 4] = struct.pack("<I", struct.unpack_from("<I", content, place)[0] + later)
+            program.write_bytes(content)
+        return pathlib.Path(stage.run(ROOT / "tools" / "msi.py", "--tree", tree, "--version-text", name, "--epoch",
+                                      1700000000, "--work", tree.parent / "work", "--output", tree.parent).split("\n")[-2])
+
+    # ---- What the machine is asked ------------------------------------------------
+
+    def msiexec(self, verb, package, *properties, before=None):
+        """Whether it went well; self.said is its log."""
+        log = self.at(r"C:\install.log")
+        log.unlink(missing_ok=True)
+        code = self.in_background("msiexec", verb, self.machine.windows(package), "/qn", "/l*v", r"C:\install.log",
+                                  *properties, before=before).wait()
+        self.said = log.read_text(errors="replace") if log.exists() else ""
+        return code == 0
+
+    def have_nothing(self):
+        for package in (self.unstartable, self.newer, self.shipped):
+            if self.at(FOLDER).exists():
+                self.msiexec("/x", package, "PURGELOGS=1")
+        self.assert_nothing_installed()
+
+    def have_first_version(self):
+        self.have_nothing()
+        self.assertTrue(self.msiexec("/i", self.shipped, CHOSEN), self.said)
+
+    def values(self, key):
+        text = self.machine.wine("reg", "query", key, check=False).stdout
+        return dict(re.findall(r"^ +(\w+) +REG_\w+ +(.*?)\r?$", text, re.MULTILINE))
+
+    def environment(self):
+        return dict(entry.split("=", 1) for entry in self.values(SERVICE_KEY)["Environment"].split(r"\0"))
+
+    def version(self):
+        text = self.machine.wine("reg", "query", r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall", "/s").stdout
+        return re.findall(r"DisplayVersion +REG_SZ +([\d.]+)", text[text.index("Zarn Update Service"):])[0]
+
+    def is_running(self):
+        return "RUNNING" in self.machine.wine("sc", "query", stage.SERVICE, check=False).stdout
+
+    def bundle(self, name):
+        return self.machine.windows(self.bundles / name)
+
+    def accepts(self, name):
+        return self.machine.wine(TOOL, "check", self.bundle(name), check=False).returncode == 0
+
+    def files(self):
+        folder = self.at(FOLDER)
+        return {path.relative_to(folder).as_posix(): path.read_bytes() for path in folder.rglob("*") if path.is_file()}
+
+    def logs(self):
+        return next(self.machine.prefix.glob("drive_c/users/*/AppData/Local/Zarn Media Server"))
+
+    def state(self):
+        return self.files(), self.values(SERVICE_KEY), self.values(SETTINGS_KEY), self.version(), self.is_running()
+
+    def assert_nothing_installed(self):
+        self.assertFalse(self.at(FOLDER).exists())
+        self.assertFalse(self.at(TEMP).exists())
+        for key in (SERVICE_KEY, SOURCE_KEY, SETTINGS_KEY):
+            self.assertEqual(self.values(key), {})
+
+    def wait_until(self, condition):
+        deadline = time.monotonic() + 30
+        while not condition():
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.05)
+
+    def in_background(self, *arguments, before=None):
+        # Without a pipe for its output, whose end comes only with that of Wine's own helpers.
+        command = [str(ROOT / "tools" / "wine"), *map(str, arguments)]
+        return subprocess.Popen(command, env=self.machine.environment, stdout=subprocess.DEVNULL,
+                                stderr=subprocess.DEVNULL, restore_signals=before is None, preexec_fn=before)
+
+    @contextlib.contextmanager
+    def installer_running(self, milliseconds, *command):
+        """Yields the command's process, once the stand-in installer that it starts runs."""
+        self.at(r"C:\zarn-test\plan.txt").write_text(f"sleep_ms={milliseconds}\nexit=3010\n")
+        runs = self.at(r"C:\zarn-test\runs.txt")
+        runs.unlink(missing_ok=True)
+        with self.in_background(*command) as process:
+            self.wait_until(runs.exists)
+            yield process
+
+    @contextlib.contextmanager
+    def held_open(self, path):
+        """Meanwhile a program has the file open and lets nobody rename it."""
+        self.at(r"C:\zarn-test\hold.bat").write_text(f'@"{self.bundle("unsigned.exe")}" <"{path}"\r\n')
+        with self.installer_running(60_000, "cmd", "/c", r"C:\zarn-test\hold.bat"):
+            yield
+            self.machine.wine("taskkill", "/f", "/im", "unsigned.exe")
+
+    # ---- Installing and removing --------------------------------------------------
+
+    def test_installs_a_service_that_serves_and_removes_all_but_logs_and_records(self):
+        self.have_nothing()
+        drive = self.machine.prefix / "drive_c"
+        before = {path for path in drive.rglob("*") if path.is_file()}
+        self.assertTrue(self.msiexec("/i", self.shipped, CHOSEN, "ACCOUNTHOST=account.vendor.example:8443",
+                                     "PROXY=http://proxy.example:3128"), self.said)
+        self.assertTrue(self.is_running())
+        expected = {"ImagePath": f'"{PROGRAM}"', "Type": "0x10", "Start": "0x2", "ObjectName": "LocalSystem",
+                    "DisplayName": "Zarn Update Service",
+                    "Description": "Installs signed updates of the Zarn Media Server."}
+        self.assertLessEqual(expected.items(), self.values(SERVICE_KEY).items())
+        self.assertEqual(self.environment(), {"TMP": TEMP, "TEMP": TEMP, HOST: "account.vendor.example:8443",
+                                              "HTTPS_PROXY": "http://proxy.example:3128"})
+        self.assertEqual(self.values(SOURCE_KEY), {"EventMessageFile": PROGRAM, "TypesSupported": "0x7"})
+        path = self.values(r"HKLM\System\CurrentControlSet\Control\Session Manager\Environment")["PATH"]
+        self.assertIn(FOLDER, path)
+        shipped = {path.relative_to(self.dist).as_posix() for path in self.dist.rglob("*") if path.is_file()}
+        self.assertEqual({name for name in self.files() if not name.startswith("Licences/")},
+                         shipped | {"ZarnUpdateService.cdx.json", "Resources/cacert-chosen.pem"})
+        self.assertTrue(self.accepts("approved.exe"))
+        self.assertFalse(self.accepts("unsigned.exe"))
+        self.machine.wine(TOOL, "install", self.bundle("unsigned.exe"), check=False)
+
+        # Elsewhere somebody reads a file of the package.
+        with self.held_open(FOLDER + r"\ZarnUpdateService.cdx.json"):
+            self.msiexec("/x", self.shipped)
+        self.msiexec("/x", self.shipped)
+        self.assert_nothing_installed()
+        self.assertNotIn(FOLDER, self.values(r"HKLM\System\CurrentControlSet\Control\Session Manager\Environment")["PATH"])
+        left = {path for path in drive.rglob("*") if path.is_file()} - before
+        self.assertEqual({path.suffix for path in left if "zarn-test" not in path.parts}, {".log", ".jsonl"})
+
+    def test_removal_takes_logs_and_records_along_when_asked_but_no_others(self):
+        self.have_first_version()
+        foreign = self.logs() / "Logs" / "Zarn Media Server.log"
+        foreign.write_text("text")
+        self.machine.wine(TOOL, "install", self.bundle("unsigned.exe"), check=False)
+        self.assertTrue(self.msiexec("/x", self.shipped, "PURGELOGS=1"), self.said)
+        self.assertEqual([path for path in self.logs().rglob("*") if path.is_file()], [foreign])
+        self.assertEqual(list(self.at(r"C:\ProgramData\Zarn Update Service").glob("*")), [])
+        self.assert_nothing_installed()
+
+    # ---- Upgrading and repairing --------------------------------------------------
+
+    def test_upgrade_keeps_settings_and_logs_and_is_not_taken_back(self):
+        self.have_first_version()
+        self.assertTrue(self.msiexec("/i", self.shipped, "ACCOUNTHOST=first.example"), self.said)
+        logs = {path.name for path in self.logs().rglob("*.log")}
+        _, registration, settings, _, _ = self.state()
+        self.assertEqual(settings, {"AccountHost": "first.example", "CaBundle": r"C:\ca.pem", "Proxy": ""})
+        with self.held_open(FOLDER + r"\Resources\cacert.pem"):
+            self.msiexec("/i", self.newer)
+        if self.version() not in self.newer.name:  # what was held could not be exchanged at once
+            self.assertTrue(self.msiexec("/i", self.newer), self.said)
+        files, *after = self.state()
+        self.assertEqual(after, [registration, settings, self.newer.stem.split("-")[1], True])
+        self.assertEqual(files["Resources/cacert-chosen.pem"], self.at(r"C:\ca.pem").read_bytes())
+        self.assertLessEqual(logs, {path.name for path in self.logs().rglob("*.log")})
+        self.assertTrue(self.accepts("approved.exe"))
+
+        self.assertFalse(self.msiexec("/i", self.shipped))
+        self.assertIn("A newer version of the Zarn Update Service is installed.", self.said)
+        self.assertEqual(self.state(), (files, *after))
+
+        self.assertTrue(self.msiexec("/i", self.newer, "ACCOUNTHOST=default", "CABUNDLE=default"), self.said)
+        self.assertEqual(self.values(SETTINGS_KEY), {"AccountHost": "", "CaBundle": "", "Proxy": ""})
+        self.assertEqual(self.environment(), {"TMP": TEMP, "TEMP": TEMP})
+        self.assertNotIn("Resources/cacert-chosen.pem", self.files())
+
+    def test_repair_restores_what_was_changed(self):
+        self.have_first_version()
+        before = self.state()
+        self.at(FOLDER + r"\Resources\cacert.pem").write_text("changed")
+        self.at(TOOL).unlink()
+        self.machine.wine("reg", "delete", SERVICE_KEY, "/v", "Environment", "/f")
+        self.assertTrue(self.msiexec("/fa", self.shipped), self.said)
+        self.assertEqual(self.state(), before)
+        # A list that is kept is looked at again.
+        self.at(FOLDER + r"\Resources\cacert-chosen.pem").write_text("damaged")
+        self.assertFalse(self.msiexec("/i", self.newer))
+        self.assertIn("CheckSettings", self.said)
+        self.assertEqual((self.version(), self.is_running()), (before[3], True))
+
+    def test_a_running_update_is_never_cut_short(self):
+        self.have_first_version()
+        before = self.state()
+        impatient = self.work / "impatient.msi"
+        shutil.copy(self.newer, impatient)
+        stage.run("msibuild", impatient, "-q", "UPDATE `CustomAction` SET `Target` = 'wait 1' WHERE `Action` = 'WaitForRunningUpdate'")
+        with self.installer_running(7_000, TOOL, "install", self.bundle("approved.exe")):
+            self.assertFalse(self.msiexec("/i", impatient))
+            self.assertIn("Waiting until the service installs no update.", self.said)
+            self.assertEqual(self.state(), before)
+            # One that waits longer gets its turn.
+            self.assertTrue(self.msiexec("/i", self.newer), self.said)
+        self.assertIn("end genuine", self.at(r"C:\zarn-test\runs.txt").read_text())
+        self.wait_until(self.is_running)
+
+    # ---- Failing ------------------------------------------------------------------
+
+    def test_a_new_version_that_does_not_start_leaves_the_old_one(self):
+        self.have_first_version()
+        before = self.state()
+        self.assertFalse(self.msiexec("/i", self.unstartable, "ACCOUNTHOST=new.example"))
+        self.wait_until(self.is_running)
+        self.assertEqual(self.state(), before)
+        self.assertTrue(self.accepts("approved.exe"))
+
+    def test_what_cannot_be_installed_leaves_the_machine_as_it_was(self):
+        self.have_nothing()
+        self.at(r"C:\no.pem").write_text("no certificate")
+        for argument, sentence in {
+            "START=sometimes": "START must be auto", "ACCOUNTHOST=https://host": "ACCOUNTHOST must be the name",
+            "ACCOUNTHOST=host:0": "CheckSettings", "PROXY=ftp://proxy": "CheckSettings",
+            "PROXY=a b": "PROXY must be the address", "CABUNDLE=ca.pem": "CABUNDLE must be the full path",
+            r"CABUNDLE=C:\missing.pem": "CheckSettings", r"CABUNDLE=C:\windows": "CheckSettings",
+            r"CABUNDLE=C:\no.pem": "CheckSettings",
+        }.items():
+            with self.subTest(argument):
+                self.assertFalse(self.msiexec("/i", self.shipped, argument))
+                self.assertIn(sentence, self.said)
+                self.assert_nothing_installed()
+        with self.subTest("disk"):
+            full = (4 << 20, 4 << 20)
+            self.assertFalse(self.msiexec("/i", self.shipped, before=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, full)))
+            self.assert_nothing_installed()
+        with self.subTest("Windows"):
+            self.machine.wine("reg", "delete", WINDOWS_KEY, "/v", "CurrentMajorVersionNumber", "/f")
+            self.assertFalse(self.msiexec("/i", self.shipped))
+            self.machine.wine("reg", "add", WINDOWS_KEY, "/v", "CurrentMajorVersionNumber", "/t", "REG_DWORD", "/d", "10")
+            self.assertIn("needs 64-bit Windows 10", self.said)
+            self.assert_nothing_installed()
+
+    # ---- What the package holds ---------------------------------------------------
+
+    def rows(self, table):
+        return [line.rstrip("\r").split("\t") for line in stage.run("msiinfo", "export", self.shipped, table).split("\n")[3:-1]]
+
+    def test_tells_windows_what_only_windows_does(self):
+        config = {row[3]: row[4] for row in self.rows("MsiServiceConfig")}
+        needed = ("AssignPrimaryToken Backup ChangeNotify CreateSymbolicLink Impersonate IncreaseQuota LoadDriver "
+                  "Restore Security Shutdown TakeOwnership")
+        self.assertEqual(config, {"4": "1", "5": "1", "6": "[~]".join(f"Se{name}Privilege" for name in needed.split())})
+        self.assertEqual([row[3:7] for row in self.rows("MsiServiceConfigFailureActions")],
+                         [["86400", "", "", "1[~]1[~]1"]])
+        self.assertEqual(self.rows("MsiServiceConfigFailureActions")[0][7], "1000[~]5000[~]60000")
+        # Users read programs and records; nobody but SYSTEM and administrators sees the temp folder.
+        locks = {row[1]: re.findall(r"\(A;OICI;(\w+);;;(\w+)\)", row[3]) for row in self.rows("MsiLockPermissionsEx")
+                 if row[2] == "CreateFolder" and "D:P(" in row[3]}
+        own = [("FA", "SY"), ("FA", "BA")]
+        reading = [*own, ("0x1200a9", "BU")]
+        self.assertEqual(locks, {"ProgramFolder": reading, "RecordFolder": reading, "ServiceTempFolder": own})
+        # The start type is set by a program of the system, which Wine has not in full.
+        action = next(row for row in self.rows("CustomAction") if row[0] == "SetStartType")
+        self.assertEqual(action[1:4], ["3106", "System64Folder",
+                                       '"[System64Folder]sc.exe" config ZarnUpdateService start= [START]'])
+        summary = stage.run("msiinfo", "suminfo", self.shipped)
+        self.assertIn("Template: x64;1033", summary)
+
+    def test_package_and_programs_are_signed(self):
+        self.have_first_version()
+        for file in (self.shipped, self.at(PROGRAM), self.at(TOOL)):
+            said = stage.run("osslsigncode", "verify", "-CAfile", self.work / "publisher" / "root.pem", file)
+            self.assertIn("Succeeded", said)
+
+    def test_the_bill_of_materials_names_what_is_built_in(self):
+        versions = {part["bom-ref"]: part.get("version") for part in self.bill["components"]}
+        program = (self.dist / "ZarnUpdateService.exe").read_bytes()
+        # Each library says its own version inside the program.
+        for source, text in {"openssl": "OpenSSL {} ", "libz-mingw-w64": " inflate {} Copyright"}.items():
+            self.assertIn(text.format(re.match(r"[\d.]+", versions[source])[0]).encode(), program)
+        self.assertNotIn("googletest", versions)
+        # What the sources include of libraries, by the folder or file that they name.
+        known = {"boost": "boost1.81", "curl": "curl", "fmt": "fmtlib", "openssl": "openssl", "tl": "tl-expected",
+                 "CLI": "cli11", "nlohmann": "nlohmann-json3", "zip.h": "libzip", "zlib.h": "libz-mingw-w64"}
+        system = set(os.listdir("/usr/x86_64-w64-mingw32/include")) | {"sys", "unistd.h"}
+        standard = re.compile(r"[a-z_]+")
+        for folder in ("src", "client"):
+            for source in (ROOT / folder).rglob("*.[ch]*"):
+                for name in re.findall(r"^#include <([^>]+)>", source.read_text(), re.MULTILINE):
+                    first = name.split("/")[0]
+                    if first in known or not (standard.fullmatch(name) or first in system):
+                        self.assertIn(known.get(first, name), versions, f"{source} includes {name}")
+        licences = {row[2].split("|")[-1].removesuffix(".txt") for row in self.rows("File") if row[0].startswith("Licences")}
+        self.assertEqual(licences, {name for name in versions if not name.startswith("file:")})
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", type=pathlib.Path, required=True)
+    parser.add_argument("--work", type=pathlib.Path, required=True)
+    own, rest = parser.parse_known_args()
+    PackageTest.build, PackageTest.work = own.build.resolve(), own.work.resolve()
+    unittest.main(argv=[sys.argv[0], *rest], verbosity=2)
