@@ -48,6 +48,8 @@ Answer run(Verb verb, const Arguments& arguments) {
       return explanationAnswer(arguments.target);
     case Verb::CollectLogs:
       return runCollectLogs(arguments);
+    case Verb::Wait:
+      return runWait(arguments);
   }
   return failed(ExitCode::WrongArguments, "There is no such command.");
 }

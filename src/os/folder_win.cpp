@@ -87,23 +87,6 @@ ULONG dispositionOf(Existing existing) {
   return existing == Existing::Only ? FILE_OPEN : existing == Existing::Never ? FILE_CREATE : FILE_OPEN_IF;
 }
 
-/// FileDispositionInfoEx, which the headers keep for newer targets.
-constexpr auto kDispositionInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);
-
-template <typename Information>
-Result<void> inform(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, Information information) {
-  return resultOf(SetFileInformationByHandle(file, kind, &information, sizeof(information)) != 0);
-}
-
-/// Removes a name at once where the system can, though others have the file open or it
-/// is read-only; else as soon as nobody has it open.
-Result<void> removeOpened(HANDLE file) {
-  constexpr DWORD atOnce = FILE_DISPOSITION_FLAG_DELETE | FILE_DISPOSITION_FLAG_POSIX_SEMANTICS |
-                           FILE_DISPOSITION_FLAG_IGNORE_READONLY_ATTRIBUTE;
-  if (inform(file, kDispositionInfoEx, FILE_DISPOSITION_INFO_EX{atOnce})) return {};
-  return inform(file, FileDispositionInfo, FILE_DISPOSITION_INFO{TRUE});
-}
-
 /// Calls `visit` for the entries that one call of the system has put into `bytes`.
 template <typename Visit>
 void visitEntries(const std::vector<std::byte>& bytes, const Visit& visit) {
@@ -200,16 +183,18 @@ Result<void> Folder::rename(const Name& from, const Name& to) const {
 Result<void> Folder::remove(const Name& name) const {
   const auto file = openIn(native(handle_.get()), name, {.access = DELETE});
   if (!file) return failure(file.error());
-  const auto removed = removeOpened(file->get());
+  const auto removed = removeOpenedFile(file->get());
   if (removed || removed.error().code() != ERROR_ACCESS_DENIED) return removed;
   // An older system removes nothing that is read-only.
   const auto again = openIn(native(handle_.get()), name, {.access = DELETE | FILE_WRITE_ATTRIBUTES});
   FILE_BASIC_INFO writable{};
   writable.FileAttributes = FILE_ATTRIBUTE_NORMAL;  // the times, all zero, stay
   // Another name of the file may be somebody else's.
-  if (!again || !checkPlainFileWithOneName(again->get()) || !inform(again->get(), FileBasicInfo, writable))
+  if (!again || !checkPlainFileWithOneName(again->get()) ||
+      SetFileInformationByHandle(again->get(), FileBasicInfo, &writable, sizeof(writable)) == 0) {
     return removed;
-  return removeOpened(again->get());
+  }
+  return removeOpenedFile(again->get());
 }
 
 Result<void> Folder::list(const std::function<void(const FolderEntry&)>& visit) const {

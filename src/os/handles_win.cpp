@@ -12,6 +12,16 @@ Result<void> checkPlainFileWithOneName(HANDLE file) noexcept {
   return {};
 }
 
+Result<void> removeOpenedFile(HANDLE file) noexcept {
+  // FileDispositionInfoEx, which the headers keep for newer targets.
+  constexpr auto dispositionInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);
+  FILE_DISPOSITION_INFO_EX atOnce{FILE_DISPOSITION_FLAG_DELETE | FILE_DISPOSITION_FLAG_POSIX_SEMANTICS |
+                                  FILE_DISPOSITION_FLAG_IGNORE_READONLY_ATTRIBUTE};
+  if (SetFileInformationByHandle(file, dispositionInfoEx, &atOnce, sizeof(atOnce)) != 0) return {};
+  FILE_DISPOSITION_INFO atTheEnd{TRUE};
+  return resultOf(SetFileInformationByHandle(file, FileDispositionInfo, &atTheEnd, sizeof(atTheEnd)) != 0);
+}
+
 Result<std::wstring> finalPath(HANDLE file) {
   constexpr DWORD longestPath = 32'768;
   std::wstring path(longestPath, L'\0');

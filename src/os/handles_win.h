@@ -55,6 +55,10 @@ using LocalMemory = ScopedHandle<LocalMemoryTraits>;
 /// privileged process read or write any other file for them.
 [[nodiscard]] Result<void> checkPlainFileWithOneName(HANDLE file) noexcept;
 
+/// Removes a name at once where the system can, though others have the file open or it
+/// is read-only; else as soon as nobody has it open. The handle must allow deleting.
+[[nodiscard]] Result<void> removeOpenedFile(HANDLE file) noexcept;
+
 /// The path under which the system knows what a handle opened, every link on the way
 /// followed, with the prefix "\\?\".
 [[nodiscard]] Result<std::wstring> finalPath(HANDLE file);

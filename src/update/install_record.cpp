@@ -114,6 +114,20 @@ std::string recordLine(const InstallRecord& record) {
   return toJson(shortened).dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
+std::string installingText(const InstallRecord& record, std::uint32_t processId) {
+  const Json object = {{"since", record.time},
+                       {"processId", processId},
+                       {"path", printable(cutText(record.path, kLongestRecordedText))}};
+  return object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+InstallUnderWay parseInstalling(std::string_view text) {
+  const Json object = Json::parse(text, nullptr, false);
+  if (!object.is_object()) return {};
+  return {textAt(object, "since"), numberAt<std::uint32_t>(object, "processId").value_or(0),
+          textAt(object, "path")};
+}
+
 std::optional<InstallRecord> parseRecord(std::string_view line) {
   // The parser neither throws here nor recurses, so that no depth of brackets ends it.
   const Json object = Json::parse(line, nullptr, false);

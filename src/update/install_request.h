@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -27,6 +28,10 @@ struct InstallCollaborators {
   std::function<PolicyResult(const std::string&)> checkPolicy;
   /// Hears of the version of each update that took effect.
   std::function<void(const ProductVersion&)> installed;
+  /// Lets others see that a request is worked on, of which the record has no more than
+  /// time, caller and path yet, until what it answers is let go. May be missing or
+  /// answer null; whatever it throws is passed over.
+  std::function<std::shared_ptr<void>(const InstallRecord&)> announce = {};
   /// Keeps the record of a request that has ended, before its caller has the
   /// answer. Whatever it throws is passed over.
   std::function<void(const InstallRecord&)> record;

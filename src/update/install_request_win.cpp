@@ -144,7 +144,11 @@ void InstallRequest::refuse(const Caller& caller, const std::wstring& bundlePath
 
 InstallRequest::Outcome InstallRequest::installRecorded(const Caller& caller, const std::wstring& bundlePath,
                                                         std::int32_t& exitCode) const {
+  std::shared_ptr<void> announced;  // let go when the request has been recorded
   Recording recording(collaborators_, caller, bundlePath);
+  quietly([&] {  // no update depends on being seen
+    if (collaborators_.announce) announced = collaborators_.announce(recording.record());
+  });
   const Outcome outcome = install(bundlePath, exitCode, recording.record());
   recording.record().status = outcome.status;
   return outcome;

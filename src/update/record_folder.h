@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -78,6 +79,12 @@ class RecordFolder {
   /// time in the name, "Update History.2026-11-21T10.15.00.007Z.jsonl". Prepares the
   /// folder first when that is still due. False, and logged, on failure.
   bool append(const InstallRecord& record);
+
+  /// Puts "Installing.json" there (see installingText), which every user may read and
+  /// which is gone when what is answered is let go, or when this process ends, however
+  /// that happens. What stands in its place is removed. Null, and nothing logged, when
+  /// the folder is not held yet or the file cannot be had.
+  [[nodiscard]] std::shared_ptr<void> announce(const InstallRecord& record);
 
  private:
   bool hold() ZARN_REQUIRES(mutex_);

@@ -113,6 +113,17 @@ Result<void> moveAside(const std::string& path) {
   return {};
 }
 
+/// A file whose name goes with it.
+struct PassingFile {
+  explicit PassingFile(FileHandle opened) : file(std::move(opened)) {}
+  PassingFile(const PassingFile&) = delete;
+  PassingFile& operator=(const PassingFile&) = delete;
+  // Whoever still reads it must not keep its name from being free.
+  ~PassingFile() { static_cast<void>(removeOpenedFile(file.get())); }
+
+  FileHandle file;
+};
+
 /// Sees to it that a folder to be trusted is at the path, if need be a new one.
 Result<void> establish(const std::string& path) {
   auto checked = checkRecordFolder(path);
@@ -174,10 +185,13 @@ bool RecordFolder::hold() {
   if (outcome) {
     // What is to be trusted stays where it is: others cannot rename, replace or link it.
     auto held = FileUtils::HeldFolder::hold(path_, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
-    if (held)
+    if (held) {
       held_ = std::move(*held);
-    else
+      // What a power cut left there says nothing of this process.
+      static_cast<void>(held_->removeTree(names::kInstalling.narrow));
+    } else {
       outcome = failure(held.error());
+    }
   }
   if (!outcome && !hasComplained_) {
     logLine(LogLevel::Error, "The update history cannot be kept in %s: %s", printable(path_),
@@ -208,6 +222,23 @@ bool RecordFolder::append(const InstallRecord& record) {
   }
   logUnwrittenRecord();
   return false;
+}
+
+std::shared_ptr<void> RecordFolder::announce(const InstallRecord& record) {
+  const MutexLock lock(mutex_);
+  const IoDeadline deadline(kLogFileLimit);
+  if (!held_) return nullptr;
+  const std::string text = installingText(record, GetCurrentProcessId());
+  static_cast<void>(held_->removeTree(names::kInstalling.narrow));
+  // The folder is held and only the system and administrators write to it, so that its
+  // path and this name can lead nowhere else.
+  auto passing = std::make_shared<PassingFile>(FileHandle(CreateFileW(
+      FileUtils::toPath(held_->pathOf(names::kInstalling.narrow)).c_str(), GENERIC_WRITE | DELETE,
+      FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE, nullptr)));
+  DWORD written = 0;
+  const bool isWritten = passing->file && WriteFile(passing->file.get(), text.data(),
+                                                    static_cast<DWORD>(text.size()), &written, nullptr) != 0;
+  return isWritten ? passing : nullptr;
 }
 
 }  // namespace zarn

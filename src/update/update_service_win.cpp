@@ -60,6 +60,7 @@ const InstallRequest& installRequest() {
           },
       .checkPolicy = CheckUpdatePolicy,
       .installed = rememberInstalledVersion,
+      .announce = [](const InstallRecord& record) { return recordFolder().announce(record); },
       .record = keep,
       .restart = [] { UpdateService::instance().requestRestart(); },
       .runOptions = {},

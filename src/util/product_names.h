@@ -61,6 +61,8 @@ inline constexpr Name kRecordFolder("Zarn Update Service");
 /// The requests for which no installer ran.
 inline constexpr Name kRefused("Refused Requests.jsonl");
 inline constexpr Name kEarlierRefused("Refused Requests.1.jsonl");
+/// There as long as an install request is worked on.
+inline constexpr Name kInstalling("Installing.json");
 /// What the record folder's files lie in among collected logs.
 inline constexpr Name kCollectedRecord("Record");
 

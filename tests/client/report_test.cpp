@@ -9,6 +9,7 @@
 #include "client/tool/report/outcome.h"
 #include "client/tool/report/text.h"
 #include "client/tool/report/verification_report.h"
+#include "client/tool/report/waiting.h"
 #include "support/temp_directory.h"
 #include "update/record_folder.h"
 #include "util/printable.h"
@@ -52,7 +53,7 @@ TEST(CommandLine, HasItsHelpAndIsRefusedInOneSentence) {
   said.addCommandLine(" --help");
   for (const Command& command : commands()) said.addCommandLine(" " + std::string(command.name) + " --help");
   for (const char* wrong : {"", " install", " install a b", " install --force a", " history --last -1",
-                            " status install a", " check a \x1b[2J\n"})
+                            " status install a", " wait 86401", " wait -1", " wait 1s", " check a \x1b[2J\n"})
     said.addCommandLine(wrong);
   said.expect("help.txt");
   const auto read = std::get<Invocation>(readCommandLine({"explain", "-2146762496", "--json"}));
@@ -99,6 +100,11 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   said.add("unread history", historyAnswer(source, "F/x", history, 0));
   said.add("no history", historyAnswer({"F", {}, false}, "F/x", failure(2), 0));
 
+  const InstallUnderWay installing{"2026-11-21T10:15:00.007Z", 7, "C:\\b\x1b"};
+  said.add("wait", waitAnswer({}, std::chrono::milliseconds(5)));
+  said.add("wait", waitAnswer(installing, std::chrono::milliseconds(61'000)));
+  said.add("wait", waitAnswer(InstallUnderWay{}, std::chrono::milliseconds(0)));
+
   VerificationReport report;
   report.status = Status::SignatureRefused;
   report.steps = {{"open", "passed", "\x1b"}};
@@ -114,6 +120,17 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   EXPECT_EQ(
       jsonText(failed(ExitCode::Refused, "\xff"), "c"),
       "{\n  \"command\": \"c\",\n  \"ok\": false,\n  \"exitCode\": 1,\n  \"error\": \"\xEF\xBF\xBD\"\n}\n");
+}
+
+TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {
+  for (const auto& [shown, service, isWorkedOn] : {std::tuple{7U, kRunning, true},
+                                                   {0U, kRunning, true},
+                                                   {8U, kRunning, false},
+                                                   {7U, kStopped, false},
+                                                   {0U, kStopped, false},
+                                                   {7U, kAbsent, false},
+                                                   {7U, Result<ServiceFacts>(failure(5)), true}})
+    EXPECT_EQ(isUnderWay({"", shown, ""}, service), isWorkedOn) << shown;
 }
 
 TEST(Answers, OfOtherFailuresHaveTheSystemsWordsAndSizesTheirUnit) {
@@ -156,8 +173,7 @@ TEST(Documentation, HasARowForEveryExitCodeAndCommand) {
     }
   }
   for (const Command& one : commands()) {
-    const std::string argument = one.argument != nullptr ? std::string(" ") + one.argument : "";
-    EXPECT_THAT(tool, HasSubstr("\n| `" + std::string(one.name) + argument + "` |"));
+    EXPECT_THAT(tool, HasSubstr("\n| `" + usageOf(one) + "` |"));
   }
 }
 

@@ -95,6 +95,19 @@ TEST_F(CommandLineTool, NamesTheSignerAndWhetherTheProfileHoldsIt) {
   }
 }
 
+TEST_F(CommandLineTool, WaitsForTheInstallThatRuns) {
+  ServiceUnderTest::planInstaller("sleep_ms=3000\nexit=1641\n");
+  std::thread installing([] { ask("install", bundle("approved.exe")); });
+  EXPECT_TRUE(waitUntil([] { return !ServiceUnderTest::installerRuns().empty(); }));
+  const Json busy = ask("wait", "0");
+  EXPECT_EQ(Json({busy["exitCode"], busy["installing"]["path"], busy["installing"]["processId"]}),
+            Json({1, bundle("approved.exe"), ask("status", "--json")["processId"]}));
+  const Json free = ask("wait", "30");
+  installing.join();
+  EXPECT_EQ(Json({free["exitCode"], free["installing"]}), Json({0, nullptr}));
+  EXPECT_EQ(lastRecord()["time"], busy["installing"]["since"]) << "recorded before it is free";
+}
+
 TEST_F(CommandLineTool, FindsTheServiceItsLogsAndItsLastOutcome) {
   ask("install", bundle("approved.exe"));
   const Json status = ask("status", "--json");

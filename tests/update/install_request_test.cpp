@@ -46,6 +46,7 @@ struct InstallRequestTest : ::testing::Test {
              .checkIdentity = [this](auto&) { return IdentityResult{verified_}; },
              .checkPolicy = [](auto&) { return judgeByPolicy({}, {}, {}); },
              .installed = [](auto&) {},
+             .announce = {},
              .record = [this](auto& record) { record_ = record; },
              .restart = [this] { restarted_ = true; },
              .runOptions = {}};
@@ -66,7 +67,7 @@ struct InstallRequestTest : ::testing::Test {
   InstallCollaborators with_;
   std::int32_t exitCode_ = kUnset;
   InstallRecord record_;
-  bool restarted_ = false;
+  bool restarted_ = false, ended_ = false;
 };
 
 TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
@@ -187,11 +188,20 @@ TEST_F(InstallRequestTest, AnExitCodeThatCannotBeReadIsAStatusOfItsOwn) {
 
 TEST_F(InstallRequestTest, NothingThatFailsAfterTheInstallerChangesTheAnswer) {
   order(3010);
-  with_.record = [](auto&) { throw std::bad_alloc(); };
+  with_.announce = [this](auto& record) -> std::shared_ptr<void> {
+    EXPECT_EQ(std::pair(record.path, record.checks[0].verdict),
+              std::pair(bundle_, std::string("not reached")));
+    return std::shared_ptr<void>(this,
+                                 [](auto* test) { static_cast<InstallRequestTest*>(test)->ended_ = true; });
+  };
+  with_.record = [this](auto&) { EXPECT_FALSE(ended_), throw std::bad_alloc(); };
   with_.restart = [this] { restarted_ = true, throw std::runtime_error("the listener is gone"); };
   EXPECT_EQ(install(), Status::RebootRequired);
   EXPECT_EQ(exitCode_, 3010);
-  EXPECT_TRUE(restarted_);
+  EXPECT_TRUE(restarted_ && ended_);
+  ended_ = false;
+  with_.announce = [](auto&) -> std::shared_ptr<void> { throw std::bad_alloc(); };
+  EXPECT_EQ(install(), Status::RebootRequired);
 }
 
 TEST_F(InstallRequestTest, RecordsWhoAskedAndWhatWasNotEvenBegun) {

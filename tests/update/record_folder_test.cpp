@@ -96,6 +96,33 @@ TEST_F(RecordFolderTest, WhatOthersMayHavePutThereIsMovedAsideAndKept) {
   EXPECT_THAT(log.texts(), Contains(HasSubstr("was not the service's own and is now")));
 }
 
+TEST_F(RecordFolderTest, ShowsAnInstallAsLongAsItIsWorkedOnWhateverStandsInItsPlace) {
+  const std::string place = FileUtils::join(path, "Installing.json");
+  RecordFolder folder(path);
+  EXPECT_FALSE(folder.announce(record)) << "not held yet";
+  ASSERT_TRUE(RecordFolder(path).prepare());
+  testing::writeFile(place, "left by a power cut");
+  ASSERT_TRUE(folder.prepare());
+  EXPECT_FALSE(FileUtils::exists(place));
+  FileUtils::createDirectories(FileUtils::join(place, "in the way"));
+  record.path = "C:\\a\x1b.exe" + std::string(5000, 'x');
+  auto announced = folder.announce(record);
+  // Who shares less than reading, writing and deleting does not get at it.
+  FileHandle reader = open(place, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+  std::string text(9000, '\0');
+  DWORD bytes = 0;
+  EXPECT_NE(ReadFile(reader.get(), text.data(), 9000, &bytes, nullptr), 0);
+  const InstallUnderWay shown = parseInstalling(text.substr(0, bytes));
+  EXPECT_EQ(std::tuple(shown.since, shown.processId, shown.path.substr(0, 12), shown.path.size() < 1100),
+            std::tuple(record.time, GetCurrentProcessId(), "C:\\a\\x1b.exe", true));
+  EXPECT_FALSE(FileHandle(
+      CreateFileW(FileUtils::toPath(place).c_str(), GENERIC_WRITE, 7, nullptr, OPEN_EXISTING, 0, nullptr)));
+  reader.reset();  // older systems keep the name as long as somebody reads
+  announced.reset();
+  EXPECT_FALSE(FileUtils::exists(place));
+  EXPECT_TRUE(log.texts().empty());
+}
+
 TEST_F(RecordFolderTest, SaysOnceThatThereIsNoFolderAndTriesAgain) {
   testing::writeFile(path, "in the way");
   RecordFolder folder(path);

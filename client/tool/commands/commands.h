@@ -17,6 +17,8 @@ namespace zarn::tool {
 [[nodiscard]] Answer runHistory(const Arguments& arguments);
 [[nodiscard]] Answer runCollectLogs(const Arguments& arguments);
 
+[[nodiscard]] Answer runWait(const Arguments& arguments);
+
 [[nodiscard]] Answer runVerify(const Arguments& arguments);
 
 }  // namespace zarn::tool

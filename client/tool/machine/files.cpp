@@ -33,7 +33,12 @@ Result<FileEnd> readEnd(const std::string& folder, const std::string& name, std:
   const auto held =
       FileUtils::HeldFolder::hold(folder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow);
   if (!held) return failure(held.error());
-  const auto opened = held->open(name, "rb");
+  return readEnd(*held, name, maximumBytes);
+}
+
+Result<FileEnd> readEnd(const FileUtils::HeldFolder& folder, const std::string& name,
+                        std::int64_t maximumBytes) {
+  const auto opened = folder.open(name, "rb");
   if (!opened) return failure(opened.error());
   std::FILE* const file = opened->get();
   FileEnd result;

@@ -23,6 +23,8 @@ struct FileEnd {
 /// not followed: whoever may write to the folder could point them anywhere.
 [[nodiscard]] Result<FileEnd> readEnd(const std::string& folder, const std::string& name,
                                       std::int64_t maximumBytes);
+[[nodiscard]] Result<FileEnd> readEnd(const FileUtils::HeldFolder& folder, const std::string& name,
+                                      std::int64_t maximumBytes);
 
 /// Names of the plain files in a folder, sorted.
 [[nodiscard]] Result<std::vector<std::string>> filesIn(const FileUtils::HeldFolder& folder);

@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "client/tool/machine/files.h"
+#include "client/tool/machine/service.h"
+#include "client/tool/report/waiting.h"
 #include "update/record_folder.h"
 #include "util/file_utils.h"
 #include "util/product_names.h"
@@ -23,6 +25,9 @@ constexpr std::array<const char*, 4> kRecordFiles = {names::kEarlierHistory.narr
 bool isUsualFile(std::string_view name) {
   return std::ranges::find(kRecordFiles, name) != kRecordFiles.end();
 }
+
+/// More than the service writes there, however its path is escaped.
+constexpr std::int64_t kMostInstallingBytes = std::int64_t{64} << 10;
 
 /// Reads files of one folder, and keeps what that says of all of them.
 class RecordReader {
@@ -80,6 +85,19 @@ RecordSource recordSource(const std::string& given) {
   source.usable = checkRecordFolder(source.folder);
   if (!source.usable && source.usable.error().isNotFound()) source.usable = {};
   return source;
+}
+
+std::optional<InstallUnderWay> installUnderWay() {
+  const RecordSource source = recordSource({});
+  if (!source.usable) return std::nullopt;
+  const auto folder =
+      FileUtils::HeldFolder::hold(source.folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
+  if (!folder || !folder->exists(names::kInstalling.narrow)) return std::nullopt;
+  // Any user may read the file, and so keep others from it.
+  const auto file = readEnd(*folder, names::kInstalling.narrow, kMostInstallingBytes);
+  InstallUnderWay shown = file ? parseInstalling(file->bytes) : InstallUnderWay{};
+  if (!isUnderWay(shown, queryService())) return std::nullopt;
+  return shown;
 }
 
 Result<History> readHistory(const RecordSource& source, std::int64_t maximumBytes) {

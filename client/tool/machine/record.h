@@ -2,10 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "client/tool/report/history.h"
+#include "update/install_record.h"
 
 namespace zarn::tool {
 
@@ -17,6 +19,10 @@ namespace zarn::tool {
 /// "Record" in there, which collect-logs makes, or else `given` itself. The service's
 /// own is refused (kFolderNotTrusted) when others may have written to it.
 [[nodiscard]] RecordSource recordSource(const std::string& given);
+
+/// The install request that the service is working on; nothing when there is none, or when
+/// others may have written to the record folder.
+[[nodiscard]] std::optional<InstallUnderWay> installUnderWay();
 
 /// The last `maximumBytes` of each file in the folder: of the requests for which an
 /// installer ran and the others, or of both in one file. Fails when there is none that

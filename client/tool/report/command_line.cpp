@@ -16,49 +16,76 @@ namespace {
 constexpr auto kInstallArgument =
     os::joinedLiterals("The bundle, an .exe file of at most ", kMaximumBundleWords);
 
+static_assert(kUsualWaitSeconds == 600 && kLongestWaitSeconds == 86'400);
+
+constexpr Option kLogs[] = {Option::Logs};
+constexpr Option kLogsAndLast[] = {Option::Logs, Option::Last};
+
 constexpr Command kCommands[] = {
-    {"check", "Ask the service whether it would accept a bundle's signature and signer", "BUNDLE",
-     "The bundle, a file the service can read",
-     "Exit code 0 when the bundle is trusted, 1 when it is refused. Nothing is run or copied.", Verb::Check,
-     Extra::None},
-    {"install", "Have the service install a bundle, and wait for it", "BUNDLE", kInstallArgument.text,
+    {"check",
+     "Ask the service whether it would accept a bundle's signature and signer",
+     {Argument::Kind::Text, "BUNDLE", "The bundle, a file the service can read"},
+     "Exit code 0 when the bundle is trusted, 1 when it is refused. Nothing is run or copied.",
+     Verb::Check},
+    {"install",
+     "Have the service install a bundle, and wait for it",
+     {Argument::Kind::Text, "BUNDLE", kInstallArgument.text},
      "Installs of several callers run one after the other; each may take some ten minutes. Exit code 0\n"
      "also when a reboot is required or begins. Ctrl+C ends the wait, not the installation.",
-     Verb::Install, Extra::None},
-    {"set-app-data", "Tell the service the media server's local application-data directory", "DIR",
-     "An existing directory; the service's logs move to \"Zarn Media Server\\Logs\" in it",
+     Verb::Install},
+    {"set-app-data",
+     "Tell the service the media server's local application-data directory",
+     {Argument::Kind::Text, "DIR",
+      "An existing directory; the service's logs move to \"Zarn Media Server\\Logs\" in it"},
      "An empty DIR (\"\") sends it back to its own account's folder. The service does not say whether it\n"
      "could use the directory; see status afterwards.",
-     Verb::SetAppData, Extra::None},
-    {"verify", "Work out what the service would decide on a bundle, step by step", "BUNDLE",
-     "The bundle; it is neither copied nor run",
+     Verb::SetAppData},
+    {"verify",
+     "Work out what the service would decide on a bundle, step by step",
+     {Argument::Kind::Text, "BUNDLE", "The bundle; it is neither copied nor run"},
      "Needs no service. Uses the service's own code, the account service and Resources\\cacert.pem beside\n"
      "this program; every check is made, as the service makes it. Exit code 0 when the bundle would be\n"
      "run, 1 when it would be refused.",
-     Verb::Verify, Extra::None},
-    {"status", "Show the service's state, version, log folder and last outcome", nullptr, nullptr,
+     Verb::Verify},
+    {"status",
+     "Show the service's state, version, log folder and last outcome",
+     {},
      "Exit code 0 when the service runs, 3 when it does not. The last outcome is that of history. Logs of\n"
      "the service's own account can be read by administrators only.",
-     Verb::Status, Extra::Logs},
-    {"history", "List the install requests that the service has answered", nullptr, nullptr,
+     Verb::Status,
+     kLogs},
+    {"history",
+     "List the install requests that the service has answered",
+     {},
      "Reads the record in \"Zarn Update Service\" of ProgramData, where only the service and administrators\n"
      "write: \"Update History.jsonl\" has the requests for which an installer ran, \"Refused "
      "Requests.jsonl\"\n"
      "the others, and a file with \".1\" in its name is the one before. With --logs DIR the folder "
      "\"Record\"\n"
      "in DIR is read, or DIR itself. --json gives every recorded key.",
-     Verb::History, Extra::LogsAndLast},
-    {"explain", "Say what a code means and what to do", "CODE",
-     "Decimal, negative or hexadecimal: 30004, -2146762496, 0x800b0100",
+     Verb::History,
+     kLogsAndLast},
+    {"explain",
+     "Say what a code means and what to do",
+     {Argument::Kind::Text, "CODE", "Decimal, negative or hexadecimal: 30004, -2146762496, 0x800b0100"},
      "Knows the service's answers, exit codes of installers and of these programs, and errors of Windows.\n"
      "Exit code 1 when nothing is known of the code.",
-     Verb::Explain, Extra::None},
-    {"collect-logs", "Copy the service's logs into a zip file or a folder", "ZIP-OR-DIR",
-     "A free place; a zip file is made when it ends in .zip",
+     Verb::Explain},
+    {"collect-logs",
+     "Copy the service's logs into a zip file or a folder",
+     {Argument::Kind::Text, "ZIP-OR-DIR", "A free place; a zip file is made when it ends in .zip"},
      "Takes the service's logs, its record of requests (into \"Record\"), Installer Logs and the output of\n"
      "status. Files of the media server in the same folder are left out. Exit code 4 when something could "
      "not be collected.",
-     Verb::CollectLogs, Extra::Logs},
+     Verb::CollectLogs,
+     kLogs},
+    {"wait",
+     "Wait until the service is installing no update",
+     {Argument::Kind::Seconds, "SECONDS", "For how long, 0 to 86400; without it 600"},
+     "Exit code 0 as soon as it installs none, also when there is no service; 1 when it still does. "
+     "Requests\n"
+     "that only wait for their turn do not count. Nothing is cut short, by Ctrl+C neither.",
+     Verb::Wait},
 };
 
 constexpr char kSummary[] = "Calls the Zarn Update Service of this machine and shows what it did.";
@@ -74,21 +101,40 @@ constexpr char kExitCodes[] =
     "With --json, standard output is one JSON object. Errors are one sentence on standard error.\n"
     "zarn-update COMMAND --help says more about a command.";
 
+void declareArgument(CLI::App& app, const Argument& argument, Arguments& arguments) {
+  switch (argument.kind) {
+    case Argument::Kind::None:
+      return;
+    case Argument::Kind::Text:
+      // A value that looks like an option, such as the code -2146762487, needs no "--" before it.
+      app.add_option(argument.name, arguments.target, argument.help)->required();
+      return;
+    case Argument::Kind::Seconds:
+      app.add_option(argument.name, arguments.seconds, argument.help)
+          ->type_name("")
+          ->check(CLI::Range(0U, kLongestWaitSeconds).description(""));
+      return;
+  }
+}
+
+void declareOption(CLI::App& app, Option option, Arguments& arguments) {
+  switch (option) {
+    case Option::Logs:
+      app.add_option("--logs", arguments.logs, "Look at this Logs folder instead of the service's")
+          ->type_name("DIR");
+      return;
+    case Option::Last:
+      app.add_option("--last", arguments.last, "Show only the last N requests")->type_name("N");
+      return;
+  }
+}
+
 void declare(CLI::App& app, const Command& command, Arguments& arguments) {
   CLI::App* const sub = app.add_subcommand(command.name, command.summary);
   sub->footer(command.notes);
-  if (command.argument != nullptr) {
-    // A value that looks like an option, such as the code -2146762487, needs no "--" before it.
-    sub->add_option(command.argument, arguments.target, command.argumentHelp)->required();
-  }
+  declareArgument(*sub, command.argument, arguments);
   sub->add_flag("--json", arguments.json, "Print one JSON object instead of text");
-  if (command.extra != Extra::None) {
-    sub->add_option("--logs", arguments.logs, "Look at this Logs folder instead of the service's")
-        ->type_name("DIR");
-  }
-  if (command.extra == Extra::LogsAndLast) {
-    sub->add_option("--last", arguments.last, "Show only the last N requests")->type_name("N");
-  }
+  for (const Option option : command.options) declareOption(*sub, option, arguments);
 }
 
 const Command* chosenCommand(const CLI::App& app) {
@@ -109,6 +155,19 @@ Mistake mistake(const std::string& reason, const std::vector<std::string>& argum
 
 std::span<const Command> commands() noexcept {
   return kCommands;
+}
+
+std::string usageOf(const Command& command) {
+  const Argument& argument = command.argument;
+  switch (argument.kind) {
+    case Argument::Kind::None:
+      break;
+    case Argument::Kind::Text:
+      return std::string(command.name) + " " + argument.name;
+    case Argument::Kind::Seconds:
+      return std::string(command.name) + " [" + argument.name + "]";
+  }
+  return command.name;
 }
 
 CommandLine readCommandLine(const std::vector<std::string>& arguments) {

@@ -9,31 +9,56 @@
 
 namespace zarn::tool {
 
+/// How long `wait` waits when nothing is said, and at most.
+inline constexpr std::uint32_t kUsualWaitSeconds = 600;
+inline constexpr std::uint32_t kLongestWaitSeconds = 86'400;
+
 /// What the command line said, UTF-8.
 struct Arguments {
   std::string target;
+  std::uint32_t seconds = kUsualWaitSeconds;
   std::string logs;
   std::uint32_t last = 0;
   bool json = false;
 };
 
 /// Which command; who runs them has a function for each.
-enum class Verb : std::uint8_t { Check, Install, SetAppData, Verify, Status, History, Explain, CollectLogs };
+enum class Verb : std::uint8_t {
+  Check,
+  Install,
+  SetAppData,
+  Verify,
+  Status,
+  History,
+  Explain,
+  CollectLogs,
+  Wait
+};
 
-/// Options of a single command, beside the ones that all have.
-enum class Extra : std::uint8_t { None, Logs, LogsAndLast };
+/// What some commands know beside what all do.
+enum class Option : std::uint8_t { Logs, Last };
+
+/// The one positional argument of a command.
+struct Argument {
+  /// Seconds may be left out.
+  enum class Kind : std::uint8_t { None, Text, Seconds };
+  Kind kind = Kind::None;
+  const char* name = "";
+  const char* help = "";
+};
 
 struct Command {
   const char* name;
   const char* summary;
-  /// Name and meaning of the one positional argument; null when there is none.
-  const char* argument;
-  const char* argumentHelp;
+  Argument argument;
   /// Shown at the end of the command's help.
   const char* notes;
   Verb verb;
-  Extra extra;
+  std::span<const Option> options = {};
 };
+
+/// "install BUNDLE", "wait [SECONDS]".
+[[nodiscard]] std::string usageOf(const Command& command);
 
 [[nodiscard]] std::span<const Command> commands() noexcept;
 
