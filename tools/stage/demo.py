@@ -26,7 +26,7 @@ def show(text, keep=lambda line: True):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", type=pathlib.Path, required=True)
-    parser.add_argument("--setup", type=pathlib.Path, required=True, help="the setup program")
+    parser.add_argument("--package", type=pathlib.Path, required=True)
     parser.add_argument("--work", type=pathlib.Path, required=True)
     options = parser.parse_args()
     options.work = options.work.resolve()
@@ -63,13 +63,13 @@ def play(options, accounts, machine):
     show(accounts.profile.read_text())
     tell(f"served by nginx at https://{servers['good']}/api/zmscert/profile")
 
-    heading("A machine gets the service, by its setup program")
+    heading("A machine gets the service, by its Windows Installer package")
     machine.make({"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": servers["good"]})
     machine.wine(programs / "trust_root.exe", machine.windows(publisher.root.with_suffix(".der")))
     shutil.copy(servers["ca"], machine.path(r"C:\authorities.pem"))
-    arguments = ["/S", r"/CABUNDLE=C:\authorities.pem", r"/LOG=C:\setup.log"]
-    tell(f"ZarnUpdateServiceSetup.exe {' '.join(arguments)}")
-    machine.wine(options.setup, *arguments)
+    arguments = ["/qn", "/l*v", r"C:\install.log", r"CABUNDLE=C:\authorities.pem"]
+    tell(f"msiexec /i {options.package.name} {' '.join(arguments)}")
+    machine.wine("msiexec", "/i", machine.windows(options.package.resolve()), *arguments)
     client = stage.INSTALL_DIR + r"\zarn-update.exe"
     show(machine.wine(client, "status").stdout)
     plan = machine.path(r"C:\zarn-test\plan.txt")
