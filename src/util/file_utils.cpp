@@ -352,7 +352,13 @@ std::string resourcesDirectory() {
 }
 
 std::string certificateFile() {
-  return join(resourcesDirectory(), "cacert.pem");
+  const std::string resources = resourcesDirectory();
+  const std::string chosen = join(resources, names::kChosenAuthorities.narrow);
+  // Whatever stands there counts, also what cannot be looked at or read: then no request
+  // is sent. The shipped list would trust authorities that somebody has ruled out.
+  error_code error;
+  if (fs::symlink_status(toPath(chosen), error).type() != fs::file_not_found) return chosen;
+  return join(resources, names::kShippedAuthorities.narrow);
 }
 
 }  // namespace zarn::FileUtils

@@ -94,7 +94,8 @@ bool makeLogDirectory();
 /// Created when missing.
 [[nodiscard]] std::string databasesDirectory();
 
-/// "Resources" beside the running executable, and the CA bundle in it.
+/// "Resources" beside the running executable, and the CA bundle in it: the one that an
+/// administrator chose when there is one, whether it is of use or not, else the shipped one.
 [[nodiscard]] std::string resourcesDirectory();
 [[nodiscard]] std::string certificateFile();
 

@@ -45,6 +45,11 @@ inline constexpr Name kRefuseOlderValue("RefuseOlder");
 inline constexpr Name kServiceKey("Software\\Zarn, Inc.\\Zarn Update Service");
 inline constexpr Name kHighestInstalledVersionValue("HighestInstalledVersion");
 
+/// In the folder "Resources" beside the program: the authorities that may vouch for the
+/// account service, as shipped and as an administrator chose them instead.
+inline constexpr Name kShippedAuthorities("cacert.pem");
+inline constexpr Name kChosenAuthorities("cacert-chosen.pem");
+
 /// Where the logs lie: LOCAL-APPLICATION-DATA\\Zarn Media Server\\Logs.
 inline constexpr Name kProductFolder("Zarn Media Server");
 inline constexpr Name kLogs("Logs");

@@ -95,6 +95,15 @@ TEST_F(CommandLineTool, NamesTheSignerAndWhetherTheProfileHoldsIt) {
   }
 }
 
+TEST_F(CommandLineTool, ADamagedListOfAuthoritiesThatWasChosenApprovesNobody) {
+  const std::string chosen = R"(C:\Program Files\Zarn Update Service\Resources\cacert-chosen.pem)";
+  writeFile(chosen, "-----BEGIN CERTIFICATE-----\ndamaged\n-----END CERTIFICATE-----\n");
+  for (const char* command : {"verify", "install"})
+    EXPECT_EQ(ask(command, bundle("approved.exe"))["status"], 30005) << command;
+  DeleteFileA(chosen.c_str());
+  EXPECT_EQ(ask("verify", bundle("approved.exe"))["status"], 0);
+}
+
 TEST_F(CommandLineTool, WaitsForTheInstallThatRuns) {
   ServiceUnderTest::planInstaller("sleep_ms=3000\nexit=1641\n");
   std::thread installing([] { ask("install", bundle("approved.exe")); });

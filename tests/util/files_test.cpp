@@ -105,6 +105,26 @@ TEST_F(Files, ApplicationDataDirectoryPrecedence) {
   setLocalAppDataPathReader(nullptr);
 }
 
+TEST_F(Files, AChosenListOfAuthoritiesCountsWhateverItIs) {
+  const std::string chosen = join(resourcesDirectory(), "cacert-chosen.pem");
+  const std::string shipped = join(resourcesDirectory(), "cacert.pem");
+  fs::remove_all(toPath(resourcesDirectory()));
+  EXPECT_EQ(certificateFile(), shipped);
+  createDirectories(resourcesDirectory());
+  EXPECT_EQ(certificateFile(), shipped);
+  writeFile(chosen, "damaged");
+  EXPECT_EQ(certificateFile(), chosen);
+  fs::remove(toPath(chosen));
+  createDirectories(chosen);
+  EXPECT_EQ(certificateFile(), chosen);
+#ifndef _WIN32
+  fs::remove(toPath(chosen));
+  fs::create_symlink(dir_ / "nowhere", toPath(chosen));
+  EXPECT_EQ(certificateFile(), chosen);
+#endif
+  fs::remove_all(toPath(resourcesDirectory()));
+}
+
 TEST_F(Files, AHeldFolderOpensMovesAndRemovesByName) {
   const HeldFolder held = hold();
   for (const auto& [mode, text, content] : {std::tuple{"a+b", "one", "one"},

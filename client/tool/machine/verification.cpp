@@ -102,9 +102,10 @@ class Verification {
       case ProfileState::NotAsked:
         return stop(Check::Identity, Verdict::Failed, static_cast<std::uint32_t>(checked->result.code()));
       case ProfileState::NotHad:
-        return stop(Check::Identity, Verdict::Failed,
-                    "no approved digests to be had: " + log_.errors().at(errorsBefore),
-                    "Check the way to the account service, and Resources\\cacert.pem beside this program");
+        return stop(
+            Check::Identity, Verdict::Failed,
+            "no approved digests to be had: " + log_.errors().at(errorsBefore),
+            "Check the way to the account service, and the authorities in Resources beside this program");
       case ProfileState::Had:
         break;
     }

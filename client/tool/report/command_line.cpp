@@ -43,8 +43,9 @@ constexpr Command kCommands[] = {
     {"verify",
      "Work out what the service would decide on a bundle, step by step",
      {Argument::Kind::Text, "BUNDLE", "The bundle; it is neither copied nor run"},
-     "Needs no service. Uses the service's own code, the account service and Resources\\cacert.pem beside\n"
-     "this program; every check is made, as the service makes it. Exit code 0 when the bundle would be\n"
+     "Needs no service. Uses the service's own code, the account service and the authorities in Resources\n"
+     "beside this program; every check is made, as the service makes it. Exit code 0 when the bundle would "
+     "be\n"
      "run, 1 when it would be refused.",
      Verb::Verify},
     {"status",
