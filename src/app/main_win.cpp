@@ -7,11 +7,14 @@
 #include <string>
 #include <thread>
 
+#include "log/event_log.h"
 #include "log/log.h"
+#include "os/error_text.h"
 #include "os/process.h"
 #include "service/end_process.h"
 #include "system/system_info.h"
 #include "update/update_service.h"
+#include "util/events.h"
 #include "util/exceptions.h"
 #include "util/log_win32_error.h"
 #include "util/logging.h"
@@ -99,24 +102,47 @@ void startNetworkLogging(Log& log) noexcept {
   }
 }
 
+void reportFailedStart(std::uint32_t code) noexcept {
+  quietly([code] {
+    reportEvent<EventId::StartFailed>(std::to_string(code), describeSystemError(code));
+  });
+}
+
 /// Ends the process with 0 after a clean stop and after a standard exception
 /// alike; lets any other exception end it in the runtime's way.
 [[noreturn]] void runService() {
   try {
     logLine(LogLevel::Debug, "Creating UpdateService singleton");
-    UpdateService::instance().setUnfinishedRoutine(endProcess);
-    UpdateService::instance().runAsService(names::kService.narrow);
+    UpdateService::instance().setUnfinishedRoutine([](std::uint32_t code) {
+      reportFailedStart(code);
+      endProcess(code);
+    });
+    const std::uint32_t code = UpdateService::instance().runAsService(names::kService.narrow);
+    if (code != 0) reportFailedStart(code);
   } catch (const std::exception& error) {
     quietly([&] {
       logLine(LogLevel::Error, "Error: Shutting down due to exception: %s, type: %s", printable(error.what()),
               typeName(error));
     });
+    reportEvent<EventId::FatalEnd>("0", error.what());
   } catch (...) {
     quietly([] { logLine(LogLevel::Error, "Error: Unknown exception, exiting"); });
+    reportEvent<EventId::FatalEnd>("", "an unknown exception");
     shutLoggerDown();
     throw;
   }
   endProcess(0);
+}
+
+/// What a log that cannot start throws ends the process in the runtime's way.
+void startLog(Log& log) {
+  try {
+    log.start(names::kLog.narrow);
+  } catch (const std::exception& error) {
+    reportEvent<EventId::FatalEnd>("", error.what());
+    flushEvents(kLastEventsLimit);
+    throw;
+  }
 }
 
 }  // namespace
@@ -128,9 +154,10 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   // message box; nobody could answer it.
   _set_error_mode(_OUT_TO_STDERR);
 
+  zarn::setEventSink(&zarn::systemEventReporter());
   zarn::Log& log = zarn::Log::instance();
   log.setFileOpenedRoutine(zarn::writeBanner);
-  log.start(zarn::names::kLog.narrow);
+  zarn::startLog(log);
   zarn::logLine(zarn::LogLevel::Debug, "Main Thread");
   if (!restricted) {
     zarn::logSystemFailure(zarn::LogLevel::Error, restricted.error(),

@@ -16,6 +16,7 @@
 #include "log/network_log.h"
 #include "os/clock.h"
 #include "os/process.h"
+#include "util/events.h"
 #include "util/exceptions.h"
 #include "util/io_deadline.h"
 #include "util/mutex.h"
@@ -204,7 +205,9 @@ void BaseLog::fatal(const std::string& message) {
   // The process ends all the same, and the lines before this one are written even
   // when there is no memory for it.
   quietly([&] { submit(LogLevel::Error, "FATAL ERROR: " + message); });
+  reportEvent<EventId::FatalEnd>("0xC0DEDEAD", message);
   quietly([this] { flush(state_->limits.lastLines); });
+  flushEvents(kLastEventsLimit);
   os::endAfterFatalError();
 }
 

@@ -6,12 +6,14 @@
 
 #include "log/log.h"
 #include "os/handles_win.h"
+#include "util/events.h"
 #include "util/exceptions.h"
 #include "util/logging.h"
 
 namespace zarn {
 
 void shutLoggerDown() noexcept {
+  flushEvents(kLastEventsLimit);  // first: what fails there may have a line to write
   // Stopping abandons what is still queued, which would be the lines that tell
   // why the process ends.
   quietly([] { Log::instance().flush(kLastLinesLimit); });
@@ -29,12 +31,14 @@ namespace {
 constexpr std::uint32_t kFatalErrorCode = 0xC0DEDEAD;
 constexpr DWORD kLastLineMilliseconds = 6000;  // a little more than the flush is given
 
-DWORD WINAPI writeLastLine(void* code) {
+DWORD WINAPI writeLastLine(void* context) {
+  const std::uint32_t code = *static_cast<const std::uint32_t*>(context);
   quietly([code] {
-    logLine(LogLevel::Error, "Error: Structured exception 0x%08x in a call, exiting",
-            *static_cast<const std::uint32_t*>(code));
+    logLine(LogLevel::Error, "Error: Structured exception 0x%08x in a call, exiting", code);
+    reportEvent<EventId::FatalEnd>(formatPrintf("0x%08X", code), "a structured exception in a call");
     Log::instance().flush(kLastLinesLimit);
   });
+  flushEvents(kLastEventsLimit);  // for as long as is waited for this thread
   return 0;
 }
 

@@ -6,6 +6,7 @@
 
 #include "os/error_text.h"
 #include "service/win32_service.h"
+#include "util/events.h"
 #include "util/exceptions.h"
 #include "util/log_win32_error.h"
 #include "util/logging.h"
@@ -139,6 +140,11 @@ void Win32Service::serviceMain() {
     return;
   }
   const std::uint32_t exitCode = runGuarded();
+  if (exitCode != 0) {
+    quietly([exitCode] {
+      reportEvent<EventId::FatalEnd>(std::to_string(exitCode), describeSystemError(exitCode));
+    });
+  }
   const MutexLock lastLine(lastLineMutex);
   isFinished_ = sendServiceStopped(exitCode) == 0;
   logLine(LogLevel::Debug, "Win32Service::serviceMain: Service stopped with exitcode %d", shown(exitCode));
@@ -179,6 +185,7 @@ std::uint32_t Win32Service::runGuarded() {
   } catch (const std::exception& error) {
     logLine(LogLevel::Error, "Win32Service::serviceMain: Caught std::exception %s, type: %s",
             printable(error.what()), typeName(error));
+    reportEvent<EventId::FatalEnd>("0", error.what());
     return 0;
   }
 }

@@ -9,6 +9,7 @@
 
 #include "http/http_client.h"
 #include "trust/account_service_host.h"
+#include "util/events.h"
 #include "util/exceptions.h"
 #include "util/logging.h"
 #include "util/printable.h"
@@ -86,25 +87,32 @@ std::optional<ApprovedDigests> CertificateProfileClient::fetch() const {
   if (!isHostWithOptionalPort(host_)) {
     logLine(LogLevel::Error, "Error: Could not receive json data, invalid account service host: %s",
             printable(host_));
-    return std::nullopt;
+    return reportNotHad("its name is no host");
   }
   const auto response = receive();
   if (!response) return std::nullopt;
   // Unsigned, so that codes below 200 are far above 99.
   if (static_cast<std::uint32_t>(response->httpCode) - 200U > 99U) {
     logLine(LogLevel::Error, "Error: Could not receive json data, http code:  %d", response->httpCode);
-    return std::nullopt;
+    return reportNotHad(response->result != CURLE_OK ? curl_easy_strerror(response->result)
+                                                     : "HTTP status " + std::to_string(response->httpCode));
   }
   auto digests = parseCertificateProfile(response->body);
-  if (digests && response->result != CURLE_OK) {
+  if (!digests) return reportNotHad("its answer is no list");
+  if ( response->result != CURLE_OK) {
     // What broke off may still read like a whole document. An empty list has no line, since
     // it approves nobody either way.
     if (!digests->empty())
       logLine(LogLevel::Error, "Error: Could not receive json data, transfer broke off: %s",
               curl_easy_strerror(response->result));
-    return std::nullopt;
+    return reportNotHad(curl_easy_strerror(response->result));
   }
   return digests;
+}
+
+std::nullopt_t CertificateProfileClient::reportNotHad(std::string_view reason) const noexcept {
+  reportEvent<EventId::ApprovalListNotHad>(host_, reason);
+  return std::nullopt;
 }
 
 /// Null, and the reason logged, when the transfer throws.
@@ -121,11 +129,13 @@ std::shared_ptr<HttpContext> CertificateProfileClient::receive() const {
       logLine(LogLevel::Error, "Error: Could not receive json data, exception: %s, type: %s",
               printable(error.what()), typeName(error));
     });
+    reportNotHad(error.what());
   } catch (...) {
     quietly([] {
       logLine(LogLevel::Error, "Error: Could not receive json data, exception: %s, type: %s", "unknown",
               "unknown");
     });
+    reportNotHad("an unknown exception");
   }
   return nullptr;
 }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "trust/trust_result.h"
 
@@ -42,11 +43,13 @@ class CertificateProfileClient {
   CertificateProfileClient(std::string host, Transfer transfer);
 
   /// The approved digests; nothing, and the reason logged at level Error, when the
-  /// profile cannot be had. Blocks until the transfer has ended, successfully or not.
+  /// profile cannot be had; an event tells it, too. Blocks until the transfer has ended,
+  /// successfully or not.
   [[nodiscard]] std::optional<ApprovedDigests> fetch() const;
 
  private:
   [[nodiscard]] std::shared_ptr<HttpContext> receive() const;
+  std::nullopt_t reportNotHad(std::string_view reason) const noexcept;
 
   std::string host_;
   std::uint32_t timeoutSeconds_ = kTimeoutSeconds;

@@ -14,6 +14,7 @@
 #include "trust/certificate_profile.h"
 #include "update/bundle.h"
 #include "update/impersonation_win.h"
+#include "update/install_events.h"
 #include "update/install_request.h"
 #include "update/record_folder.h"
 #include "update/update_service.h"
@@ -42,6 +43,7 @@ RecordFolder& recordFolder() {
 
 /// The record that counts, and its copy where callers look for logs.
 void keep(const InstallRecord& record) {
+  reportInstall(record);
   quietly([&record] { recordFolder().append(record); });
   if (!record.reason.empty()) return;  // not even begun, and perhaps one of many
   appendToHistory(FileUtils::logDirectory(), recordLine(record));
@@ -183,6 +185,8 @@ Status UpdateService::Install(const Requester& requester, const std::wstring& bu
   // Who reads the record can make each line of it slow: a flood waits for none.
   if (const auto place = refusals_.enter(requester.caller.sid, {})) {
     installRequest().refuse(requester.caller, bundlePath, inWords(turn.refusal()));
+  } else {
+    reportRefusal(requester.caller, StringUtils::utf16to8(bundlePath), inWords(turn.refusal()));
   }
   return Status::Failed;
 }

@@ -11,6 +11,7 @@
 
 #include "os/error_text.h"
 #include "os/process.h"
+#include "util/events.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/mutex.h"
@@ -71,6 +72,7 @@ void noteRefused(const std::string& path, PathKind kind) {
   auto& chosen = chosenPath();
   const MutexLock lock(chosen.mutex);
   if (chosen.refused != path) {
+    reportEvent<EventId::AppDataPathNotUsed>(path, describe(kind));
     chosen.refused = path;
     chosen.refusal =
         formatPrintf("The application data path %s is not used: it is %s.", printable(path), describe(kind));

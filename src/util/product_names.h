@@ -24,6 +24,8 @@ struct Name {
 
 inline constexpr Name kService("ZarnUpdateService");
 inline constexpr Name kDisplayName("Zarn Update Service");
+/// The source of its events in the log "Application".
+inline constexpr Name kEventSource("Zarn Update Service");
 /// The service's private copy of a bundle, in its temp folder.
 inline constexpr Name kStagedInstaller("ZarnMediaServerUpdate.exe");
 
