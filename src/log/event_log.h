@@ -6,7 +6,7 @@
 namespace zarn {
 
 /// Writes to the log "Application", source names::kEventSource. Whether the source is
-/// registered, which setup does, decides only whether viewers find the messages. Made on
+/// registered, which the package does, decides only whether viewers find the messages. Made on
 /// first use, never destroyed: threads may report until the process has ended.
 [[nodiscard]] EventReporter& systemEventReporter();
 

@@ -303,7 +303,7 @@ class PreferenceName {
 namespace preference {
 
 inline constexpr PreferenceName<bool> kAwayModeSupported("AwayModeSupported");
-/// The setup program and zarn-update look it up without a store.
+/// zarn-update looks it up without a store.
 inline constexpr PreferenceName<std::string> kLocalAppDataPath(names::kLocalAppDataPathValue.narrow);
 inline constexpr PreferenceName<bool> kLogDebug("logDebug");
 inline constexpr PreferenceName<bool> kLogMemoryUse("LogMemoryUse");

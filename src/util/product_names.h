@@ -1,4 +1,4 @@
-// Names that the service, zarn-update and the setup program must agree on, each as
+// Names that the service, zarn-update and the package must agree on, each as
 // UTF-8 and as UTF-16: names::kService.narrow, names::kService.wide. Also which files of
 // a Logs folder are the service's, and which are logs that installers leave.
 #pragma once

@@ -166,7 +166,7 @@ TEST(Documentation, HasARowForEveryExitCodeAndCommand) {
     const bool isTool = table.kind == CodeKind::ToolExit;
     for (const Explanation& row : table.rows) {
       const std::string code = std::to_string(row.code);
-      if (isTool || table.kind == CodeKind::SetupExit) {
+      if (isTool || table.kind == CodeKind::PackageExit) {
         EXPECT_THAT(isTool ? tool : deploying, HasSubstr("\n| " + code + " |"));
       }
       EXPECT_TRUE(!isTool || help.find("\n  " + code + "  ") != std::string::npos) << code;

@@ -93,7 +93,7 @@ constexpr Explanation kSystemRows[] = {
     {1056, "ERROR_SERVICE_ALREADY_RUNNING", "the service is running already", "Nothing"},
     {1058, "ERROR_SERVICE_DISABLED", "the service is disabled",
      "Enable it: sc config ZarnUpdateService start= demand"},
-    {1060, "ERROR_SERVICE_DOES_NOT_EXIST", "the service is not installed", "Run the setup program"},
+    {1060, "ERROR_SERVICE_DOES_NOT_EXIST", "the service is not installed", "Install the service's package"},
     {1062, "ERROR_SERVICE_NOT_ACTIVE", "the service is not running", "Start it: sc start ZarnUpdateService"},
     {1063, "ERROR_FAILED_SERVICE_CONTROLLER_CONNECT",
      "the service's program was started by hand instead of by the service control manager",
@@ -195,19 +195,24 @@ constexpr Explanation kToolExitRows[] = {
      "See zarn-update status and zarn-update history before trying again"},
 };
 
-constexpr Explanation kSetupExitRows[] = {
-    {0, "", "done", "Nothing"},
-    {740, "", "setup needs an administrator", "Run it elevated or as SYSTEM"},
-    {1053, "", "installed, but the service did not start", "Read the service's log, and run setup again"},
-    {1603, "", "setup failed; unless its log says otherwise, everything is as it was",
-     "Read the last line of setup's log"},
-    {1605, "", "nothing to uninstall: the service is not installed", "Nothing"},
-    {1618, "", "busy: an update is being installed, the service does not stop, or another setup runs",
-     "Try again later"},
-    {1633, "", "setup needs Windows 10 or later", "Use a newer Windows"},
-    {1639, "", "an argument of setup is wrong; nothing was touched",
-     "Run setup with /?, which lists the arguments"},
-    {3010, "", "uninstalled; files in use go with the next reboot", "Reboot when it suits"},
+constexpr Explanation kPackageExitRows[] = {
+    {0, "", "the package is installed, or removed", "Nothing"},
+    {1601, "", "Windows Installer is not to be had", "Try again later"},
+    {1602, "", "somebody cancelled the installation of the package", "Nothing"},
+    {1603, "", "the package was not installed or removed, and everything is as it was",
+     "Read the last sentence of the log that msiexec wrote (/l*v FILE)"},
+    {1605, "", "nothing to remove: the package is not installed", "Nothing"},
+    {1618, "", "Windows Installer is busy with another package", "Try again later"},
+    {1619, "", "the package cannot be read", "Download it again"},
+    {1620, "", "the package cannot be read", "Download it again"},
+    {1625, "", "a policy of this machine forbids installing the package",
+     "Ask who manages the machine's policies"},
+    {1633, "", "the package is for 64-bit Windows", "Use a 64-bit Windows"},
+    {1638, "", "another build of the same version is installed", "Remove it first"},
+    {1639, "", "msiexec does not understand its command line", "Compare it with the manual's"},
+    {1641, "", "the package is installed, and a restart has begun", "Nothing"},
+    {3010, "", "the package is installed; files in use are exchanged with the next restart",
+     "Restart when it suits"},
 };
 
 /// The service's own table of its statuses, and what 0 means where nothing was installed.
@@ -270,7 +275,7 @@ std::span<const CodeTable> codeTables() {
       {CodeKind::Rpc, "status of a call to the service", "rpc", kRpcRows},
       {CodeKind::ServiceExit, "exit code of ZarnUpdateService.exe", "service", kServiceExitRows},
       {CodeKind::ToolExit, "exit code of zarn-update", "tool", kToolExitRows},
-      {CodeKind::SetupExit, "exit code of setup", "setup", kSetupExitRows},
+      {CodeKind::PackageExit, "exit code of the package", "package", kPackageExitRows},
   };
   return tables;
 }

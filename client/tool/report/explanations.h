@@ -21,7 +21,7 @@ enum class CodeKind : std::uint8_t {
   Rpc,            // of a call to the service
   ServiceExit,    // of ZarnUpdateService.exe
   ToolExit,       // of zarn-update.exe
-  SetupExit,      // of ZarnUpdateServiceSetup.exe
+  PackageExit,    // of msiexec with the service's package
 };
 
 struct Explanation {

@@ -12,7 +12,7 @@ namespace {
 /// A service that runs by now was starting or stopping a moment ago.
 std::string whyNotRunning(const Result<ServiceFacts>& service) {
   if (!service && isNotInstalled(service.error())) {
-    return "The update service is not installed on this machine; run its setup program.";
+    return "The update service is not installed on this machine; install its package.";
   }
   if (service && !service->running) {
     return "The update service is not running, it is " + service->state +
