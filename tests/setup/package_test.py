@@ -100,7 +100,7 @@ class PackageTest(unittest.TestCase):
 
     def failed_action(self):
         """The action that ended the installation, by its log."""
-        failed = re.search(r"Action ended [\d:]+: (?!INSTALL)(\w+)\. Return value [03]", self.said)
+        failed = re.search(r"Action ended [\d:]+: (?!INSTALL|Migrate)(\w+)\. Return value [03]", self.said)
         return failed and failed[1]
 
     def have_nothing(self):
@@ -352,7 +352,8 @@ class PackageTest(unittest.TestCase):
         # What the sources include of libraries, by the folder or file that they name.
         known = {"boost": "boost1.81", "curl": "curl", "fmt": "fmtlib", "openssl": "openssl", "tl": "tl-expected",
                  "CLI": "cli11", "nlohmann": "nlohmann-json3", "zip.h": "libzip", "zlib.h": "libz-mingw-w64"}
-        system = {path.name for path in pathlib.Path("/usr").glob("**/x86_64-w64-mingw32/**/include/*")}
+        system = {path.name for place in ("x86_64-w64-mingw32", "lib/gcc/x86_64-w64-mingw32")
+                  for path in pathlib.Path("/usr", place).glob("**/include/**/*.h")}
         standard = re.compile(r"[a-z_]+")
         for folder in ("src", "client"):
             for source in (ROOT / folder).rglob("*.[ch]*"):
