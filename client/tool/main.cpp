@@ -50,6 +50,8 @@ Answer run(Verb verb, const Arguments& arguments) {
       return runCollectLogs(arguments);
     case Verb::Wait:
       return runWait(arguments);
+    case Verb::Doctor:
+      return runDoctor(arguments);
   }
   return failed(ExitCode::WrongArguments, "There is no such command.");
 }

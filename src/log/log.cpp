@@ -14,18 +14,6 @@
 #include "util/printable.h"
 
 namespace zarn {
-namespace {
-
-constexpr char kCollectorVariable[] = "ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR";
-constexpr char kMinutesVariable[] = "ZARN_MEDIA_SERVER_SYSLOG_MINUTES";
-
-std::optional<std::int32_t> parseMinutes(std::string_view text) {
-  const auto minutes = os::parseNumber<std::int32_t>(text);
-  return minutes && *minutes >= 1 ? minutes : std::nullopt;
-}
-
-}  // namespace
-
 // Never destroyed: threads may log until the process has ended.
 Log& Log::instance() {
   static Log& log = []() -> Log& {
@@ -52,12 +40,12 @@ void Log::setFileOpenedRoutine(std::function<void()> routine) {
 }
 
 bool Log::isNetworkLoggingConfigured() {
-  return environmentVariable(kCollectorVariable) || environmentVariable(kMinutesVariable);
+  return environmentVariable(kCollectorVariable) || environmentVariable(kCollectorMinutesVariable);
 }
 
 void Log::configureNetworkLoggingFromEnvironment() {
   const auto collectorText = environmentVariable(kCollectorVariable);
-  const auto minutesText = environmentVariable(kMinutesVariable);
+  const auto minutesText = environmentVariable(kCollectorMinutesVariable);
   if (!isNetworkLoggingConfigured()) return;
 
   const auto refuse = [this](const char* variable, const std::string& text, const char* wanted) {
@@ -67,9 +55,9 @@ void Log::configureNetworkLoggingFromEnvironment() {
   const std::string place = collectorText.value_or("");
   const std::string duration = minutesText.value_or("");
   const auto collector = parseCollector(place);
-  const auto minutes = parseMinutes(duration);
+  const auto minutes = parseCollectorMinutes(duration);
   if (!collector) return refuse(kCollectorVariable, place, "host:port");
-  if (!minutes) return refuse(kMinutesVariable, duration, "a positive number");
+  if (!minutes) return refuse(kCollectorMinutesVariable, duration, "a positive number");
   enableNetworkLogging(collector->host, collector->port, *minutes);
 }
 

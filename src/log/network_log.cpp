@@ -166,4 +166,9 @@ std::optional<Collector> parseCollector(std::string_view text) {
   return Collector{std::string(host), *port};
 }
 
+std::optional<std::int32_t> parseCollectorMinutes(std::string_view text) {
+  const auto minutes = os::parseNumber<std::int32_t>(text);
+  return minutes && *minutes >= 1 ? minutes : std::nullopt;
+}
+
 }  // namespace zarn

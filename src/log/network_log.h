@@ -70,6 +70,10 @@ class NetworkLog {
   std::unique_ptr<CollectorSocket> socket_;
 };
 
+// What configures the copy, for how long included: both or neither must be set.
+inline constexpr char kCollectorVariable[] = "ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR";
+inline constexpr char kCollectorMinutesVariable[] = "ZARN_MEDIA_SERVER_SYSLOG_MINUTES";
+
 struct Collector {
   std::string host;
   std::uint16_t port = 0;
@@ -77,5 +81,8 @@ struct Collector {
 
 /// Reads "host:port", an IPv6 address in brackets; nothing when it is neither.
 [[nodiscard]] std::optional<Collector> parseCollector(std::string_view text);
+
+/// Reads a positive number; nothing when it is none.
+[[nodiscard]] std::optional<std::int32_t> parseCollectorMinutes(std::string_view text);
 
 }  // namespace zarn

@@ -353,14 +353,17 @@ std::string resourcesDirectory() {
   return join(toUtf8(toPath(*executable).parent_path()), "Resources");
 }
 
-std::string certificateFile() {
-  const std::string resources = resourcesDirectory();
+std::string certificateFileIn(std::string_view resources) {
   const std::string chosen = join(resources, names::kChosenAuthorities.narrow);
   // Whatever stands there counts, also what cannot be looked at or read: then no request
   // is sent. The shipped list would trust authorities that somebody has ruled out.
   error_code error;
   if (fs::symlink_status(toPath(chosen), error).type() != fs::file_not_found) return chosen;
   return join(resources, names::kShippedAuthorities.narrow);
+}
+
+std::string certificateFile() {
+  return certificateFileIn(resourcesDirectory());
 }
 
 }  // namespace zarn::FileUtils

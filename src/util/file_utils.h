@@ -97,6 +97,7 @@ bool makeLogDirectory();
 /// "Resources" beside the running executable, and the CA bundle in it: the one that an
 /// administrator chose when there is one, whether it is of use or not, else the shipped one.
 [[nodiscard]] std::string resourcesDirectory();
+[[nodiscard]] std::string certificateFileIn(std::string_view resources);
 [[nodiscard]] std::string certificateFile();
 
 }  // namespace zarn::FileUtils

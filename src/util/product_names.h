@@ -46,6 +46,8 @@ inline constexpr Name kRequiredProductValue("RequiredProduct");
 inline constexpr Name kRefuseOlderValue("RefuseOlder");
 inline constexpr Name kServiceKey("Software\\Zarn, Inc.\\Zarn Update Service");
 inline constexpr Name kHighestInstalledVersionValue("HighestInstalledVersion");
+/// What setup was told of the list of authorities: nothing or "default" for the shipped one.
+inline constexpr Name kAuthoritiesValue("CaBundle");
 
 /// In the folder "Resources" beside the program: the authorities that may vouch for the
 /// account service, as shipped and as an administrator chose them instead.

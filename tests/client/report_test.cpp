@@ -6,6 +6,7 @@
 
 #include "client/tool/report/command_line.h"
 #include "client/tool/report/explanations.h"
+#include "client/tool/report/findings.h"
 #include "client/tool/report/outcome.h"
 #include "client/tool/report/text.h"
 #include "client/tool/report/verification_report.h"
@@ -104,6 +105,10 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   said.add("wait", waitAnswer({}, std::chrono::milliseconds(5)));
   said.add("wait", waitAnswer(installing, std::chrono::milliseconds(61'000)));
   said.add("wait", waitAnswer(InstallUnderWay{}, std::chrono::milliseconds(0)));
+
+  said.add("doctor",
+           doctorAnswer({{"proxy", true, "none", ""}, {"temp folder", true, "C:\\a b", "Use\x1b"}}));
+  said.add("doctor", doctorAnswer({{"authorities", false, "F\x1b", "Choose"}}));
 
   VerificationReport report;
   report.status = Status::SignatureRefused;

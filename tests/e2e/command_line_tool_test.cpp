@@ -100,8 +100,19 @@ TEST_F(CommandLineTool, ADamagedListOfAuthoritiesThatWasChosenApprovesNobody) {
   writeFile(chosen, "-----BEGIN CERTIFICATE-----\ndamaged\n-----END CERTIFICATE-----\n");
   for (const char* command : {"verify", "install"})
     EXPECT_EQ(ask(command, bundle("approved.exe"))["status"], 30005) << command;
+  const auto authoritiesAreWell = [] { return ask("doctor", "--offline")["checks"][3]["ok"]; };
+  EXPECT_EQ(authoritiesAreWell(), false);
   DeleteFileA(chosen.c_str());
   EXPECT_EQ(ask("verify", bundle("approved.exe"))["status"], 0);
+  const Json checked = ask("doctor", "--offline");
+  EXPECT_EQ(Json({checked["exitCode"], checked["checks"][0]["ok"]}), Json({0, true})) << checked;
+  constexpr wchar_t key[] = LR"(Software\Zarn, Inc.\Zarn Update Service)";
+  for (const auto& [choice, ok] : {std::pair{L"C:\\list.pem", false}, {L"default", true}, {L"", true}}) {
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, L"CaBundle", REG_SZ, choice,
+                    static_cast<DWORD>(2 * (wcslen(choice) + 1)));
+    EXPECT_EQ(authoritiesAreWell(), ok);
+  }
+  RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, key, L"CaBundle");
 }
 
 TEST_F(CommandLineTool, WaitsForTheInstallThatRuns) {

@@ -19,6 +19,7 @@ namespace zarn::tool {
 
 [[nodiscard]] Answer runWait(const Arguments& arguments);
 
+[[nodiscard]] Answer runDoctor(const Arguments& arguments);
 [[nodiscard]] Answer runVerify(const Arguments& arguments);
 
 }  // namespace zarn::tool

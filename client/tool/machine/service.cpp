@@ -155,12 +155,12 @@ std::wstring expanded(const std::wstring& text) {
   return result;
 }
 
-/// The machine's variables are text values of a key.
-void adoptMachineVariables() {
-  const auto key = os::openRegistryKey(HKEY_LOCAL_MACHINE, kMachineEnvironmentKey, KEY_READ);
-  if (!key) return;
-  // All are read before the first is adopted, or one could change how the next expands.
+/// The machine's variables are text values of a key. All are read before the first is
+/// adopted, or one could change how the next expands.
+std::vector<Assignment> machineVariables() {
   std::vector<Assignment> found;
+  const auto key = os::openRegistryKey(HKEY_LOCAL_MACHINE, kMachineEnvironmentKey, KEY_READ);
+  if (!key) return found;
   for (const std::wstring& name : os::registryValueNames(key->get())) {
     const auto data = dataOf(key->get(), name.c_str(), {REG_SZ, REG_EXPAND_SZ});
     if (!data) continue;
@@ -168,23 +168,33 @@ void adoptMachineVariables() {
     std::wstring value = data->type == REG_SZ ? std::wstring(text.c_str()) : expanded(text);
     if (!value.empty() || data->type == REG_SZ) found.push_back({name, std::move(value)});
   }
-  for (const Assignment& assignment : found) adopt(assignment);
+  return found;
 }
 
 /// Those of the service alone are the texts of one value.
-void adoptServiceVariables() {
+std::vector<Assignment> serviceVariables() {
+  std::vector<Assignment> found;
   const auto key = os::openRegistryKey(
       HKEY_LOCAL_MACHINE, (std::wstring(kServicesKey) + names::kService.wide).c_str(), KEY_QUERY_VALUE);
-  if (!key) return;
+  if (!key) return found;
   const auto data = dataOf(key->get(), L"Environment", {REG_MULTI_SZ});
-  if (!data) return;
+  if (!data) return found;
   // A stored list need not be terminated; a text of the standard library is, so that
   // with one more zero character both ends are there.
   std::wstring texts = data->text();
   texts += L'\0';
   for (const std::wstring& variable : splitTexts(texts.c_str())) {
-    if (const auto assignment = parseAssignment(variable)) adopt(*assignment);
+    if (auto assignment = parseAssignment(variable)) found.push_back(std::move(*assignment));
   }
+  return found;
+}
+
+/// The last one of the name, in any letters: it is the one in force.
+std::optional<std::string> textOfVariable(const std::vector<Assignment>& variables, std::string_view name) {
+  std::optional<std::string> result;
+  for (const auto& [one, text] : variables)
+    if (os::equalsIgnoringCase(StringUtils::utf16to8(one), name)) result = StringUtils::utf16to8(text);
+  return result;
 }
 
 // ---- The log folder ----------------------------------------------------------------
@@ -268,8 +278,19 @@ Result<ServiceFacts> queryService() {
 void adoptServiceEnvironment() {
   if (!queryService()) return;
   forgetOwnVariables();
-  adoptMachineVariables();
-  adoptServiceVariables();  // win over the machine's
+  for (const Assignment& assignment : machineVariables()) adopt(assignment);
+  for (const Assignment& assignment : serviceVariables()) adopt(assignment);  // win over the machine's
+}
+
+std::string serviceTempFolder() {
+  const auto machine = machineVariables();
+  const auto service = serviceVariables();
+  for (const std::string_view name : {"TMP", "TEMP"}) {
+    auto text = textOfVariable(service, name);
+    if (!text) text = textOfVariable(machine, name);
+    if (text && !text->empty()) return *text;
+  }
+  return {};
 }
 
 std::string serviceLogFolder(const std::string& given) {

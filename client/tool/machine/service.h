@@ -18,6 +18,10 @@ namespace zarn::tool {
 /// service. Not while other threads read the environment.
 void adoptServiceEnvironment();
 
+/// The temp folder that the service is given, whether it is there or not: TMP or else TEMP
+/// of its own environment or else the machine's. Empty when neither names one.
+[[nodiscard]] std::string serviceTempFolder();
+
 /// The service's Logs folder: the one of the account it runs as or of the current
 /// user, whichever has the service's newest log; its account's when neither has
 /// one. `given`, when not empty, is the answer. Adopts the service's environment.

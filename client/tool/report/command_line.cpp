@@ -19,6 +19,7 @@ constexpr auto kInstallArgument =
 static_assert(kUsualWaitSeconds == 600 && kLongestWaitSeconds == 86'400);
 
 constexpr Option kLogs[] = {Option::Logs};
+constexpr Option kOffline[] = {Option::Offline};
 constexpr Option kLogsAndLast[] = {Option::Logs, Option::Last};
 
 constexpr Command kCommands[] = {
@@ -87,6 +88,14 @@ constexpr Command kCommands[] = {
      "Requests\n"
      "that only wait for their turn do not count. Nothing is cut short, by Ctrl+C neither.",
      Verb::Wait},
+    {"doctor",
+     "Look whether the configuration in force is of use to the service",
+     {},
+     "Checks the account service's host, the proxy, the syslog collector, the list of authorities and the\n"
+     "temp folder, as the service would read them. Exit code 0 when all is well, warnings included, 1 when\n"
+     "something is wrong. No password is shown.",
+     Verb::Doctor,
+     kOffline},
 };
 
 constexpr char kSummary[] = "Calls the Zarn Update Service of this machine and shows what it did.";
@@ -126,6 +135,9 @@ void declareOption(CLI::App& app, Option option, Arguments& arguments) {
       return;
     case Option::Last:
       app.add_option("--last", arguments.last, "Show only the last N requests")->type_name("N");
+      return;
+    case Option::Offline:
+      app.add_flag("--offline", arguments.offline, "Make only checks that do not use the network");
       return;
   }
 }

@@ -19,6 +19,7 @@ struct Arguments {
   std::uint32_t seconds = kUsualWaitSeconds;
   std::string logs;
   std::uint32_t last = 0;
+  bool offline = false;
   bool json = false;
 };
 
@@ -32,11 +33,12 @@ enum class Verb : std::uint8_t {
   History,
   Explain,
   CollectLogs,
-  Wait
+  Wait,
+  Doctor
 };
 
 /// What some commands know beside what all do.
-enum class Option : std::uint8_t { Logs, Last };
+enum class Option : std::uint8_t { Logs, Last, Offline };
 
 /// The one positional argument of a command.
 struct Argument {
