@@ -103,9 +103,7 @@ void startNetworkLogging(Log& log) noexcept {
 }
 
 void reportFailedStart(std::uint32_t code) noexcept {
-  quietly([code] {
-    reportEvent<EventId::StartFailed>(std::to_string(code), describeSystemError(code));
-  });
+  quietly([code] { reportEvent<EventId::StartFailed>(std::to_string(code), describeSystemError(code)); });
 }
 
 /// Ends the process with 0 after a clean stop and after a standard exception

@@ -43,7 +43,7 @@ inline constexpr std::size_t kLongestInsertion = 1024;
 /// there were: when the minute is over, or at a flush.
 class EventReporter final : public EventSink {
  public:
-  static constexpr std::size_t kMostWaiting = 64;
+  static constexpr std::size_t kMostWaiting = 32;
 
   /// `writer` must outlive it. The thread is made with the first event.
   explicit EventReporter(EventWriter& writer) : writer_(writer) {}
@@ -52,8 +52,7 @@ class EventReporter final : public EventSink {
   /// Waits for the event that is being written; what waits is dropped.
   ~EventReporter();
 
-  void take(EventId id, std::span<const std::string_view> insertions) noexcept override
-      ZARN_EXCLUDES(mutex_);
+  void take(EventId id, std::span<const std::string_view> insertions) noexcept override ZARN_EXCLUDES(mutex_);
   bool flush(std::chrono::milliseconds limit) noexcept override ZARN_EXCLUDES(mutex_);
 
  private:

@@ -99,7 +99,7 @@ std::optional<ApprovedDigests> CertificateProfileClient::fetch() const {
   }
   auto digests = parseCertificateProfile(response->body);
   if (!digests) return reportNotHad("its answer is no list");
-  if ( response->result != CURLE_OK) {
+  if (response->result != CURLE_OK) {
     // What broke off may still read like a whole document. An empty list has no line, since
     // it approves nobody either way.
     if (!digests->empty())

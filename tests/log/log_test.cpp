@@ -10,6 +10,7 @@
 #include "log/log_queue.h"
 #include "log/probe_log.h"
 #include "prefs/test_preferences.h"
+#include "support/recording_events.h"
 #include "support/recording_log.h"
 #ifdef _WIN32
 #include "os/handles_win.h"
@@ -251,7 +252,14 @@ TEST_F(LogInDirectory, AFolderThatCannotBeHeldLosesNoLine) {
 #endif
 
 TEST_F(LogInDirectory, FatalWritesEverythingFirstButWaitsForNoWriterForLong) {
+  struct TellingEvents final : RecordingEvents {
+    bool flush(std::chrono::milliseconds /*limit*/) noexcept override {
+      for (const std::string& event : take()) std::cerr << event;
+      return true;
+    }
+  };
   const auto die = [this] {
+    const TellingEvents events;
     log_.start("Test");
     for (int i = 0; i < 500; ++i) log_.submit(LogLevel::Info, "line");
     log_.fatal("the end");
@@ -259,7 +267,7 @@ TEST_F(LogInDirectory, FatalWritesEverythingFirstButWaitsForNoWriterForLong) {
   std::string line;
   log_.scrub = [&](const std::string& message) { line = message; };
   log_.whileWriting = [&] { std::cerr << (line == "line" ? "." : line); };
-  expectFatalEnd(die, EndsWith(std::string(500, '.') + "FATAL ERROR: the end"));
+  expectFatalEnd(die, EndsWith(std::string(500, '.') + "FATAL ERROR: the end1021|0xC0DEDEAD|the end"));
   log_.whenOpened = [&] { log_.fatal("the end"); };  // on the writer itself
   expectFatalEnd(die);
   log_.whenOpened = [] { std::promise<void>().get_future().wait(); };

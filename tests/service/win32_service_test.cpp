@@ -9,6 +9,7 @@
 
 #include "os/error_text.h"
 #include "os/handles_win.h"
+#include "support/recording_events.h"
 #include "support/recording_log.h"
 #include "support/temp_directory.h"
 
@@ -131,6 +132,7 @@ TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLinesAndEndsWhatNobodyWasTo
     const char* failingCall;
     Step initialize, run;
     std::string expected;
+    std::vector<std::string> events{};
   } cases[] = {
       {"register", kWorks, kWorks,
        "M RegisterServiceCtrlHandlerEx\nM RegisterServiceCtrlHandlerExW(), "
@@ -144,8 +146,15 @@ TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLinesAndEndsWhatNobodyWasTo
        kRunning + "S Running" + failed + "M Failed entering Running state, aborting\nended with 1\n"},
       {"report 1", kWorks, kWorks,
        ran + "M Finished run()\n" + stopped + "S Stopped" + failed + ended + "ended with 1\n"},
-      {"", kWorks, kThrows, ran + caught + stopped + ended}};
-  for (const auto& [failingCall, initialize, run, expected] : cases) {
+      {"", kWorks, kThrows, ran + caught + stopped + ended, {"1021|0|gone"}},
+      {"",
+       kWorks,
+       kRefuses,
+       ran + "M Finished run()\nS Stopped - SERVICE_STOPPED\nreport 1 controls 0 exit 5 point 0 hint 0\n" +
+           "M Service stopped with exitcode 5\n",
+       {"1021|5|" + describeSystemError(5)}}};
+  for (const auto& [failingCall, initialize, run, expected, expectedEvents] : cases) {
+    RecordingEvents events;
     ScriptedService service;
     service.onInitialize = initialize, service.onRun = run;
     service.setUnfinishedRoutine(logEnd);
@@ -156,6 +165,7 @@ TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLinesAndEndsWhatNobodyWasTo
       service.runAsService("Test");
     }
     EXPECT_EQ(transcript(log_), expected) << failingCall;
+    EXPECT_EQ(events.take(), expectedEvents);
   }
 }
 

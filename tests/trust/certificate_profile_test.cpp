@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "http/http_context.h"
+#include "support/recording_events.h"
 #include "support/recording_log.h"
 #include "support/test_servers.h"
 
@@ -78,6 +79,16 @@ TEST(CertificateProfile, OnlyAWholeResponseWithACodeFrom200To299Counts) {
        {std::pair(199, kCode + "199"), {200, "[a]"}, {299, "[a]"}, {300, kCode + "300"}})
     EXPECT_EQ(outcomeOfTold("h", httpCode), outcome);
   EXPECT_THAT(outcomeOfTold("h", 200, CURLE_RECV_ERROR), StartsWith(kNotReceived + "transfer broke off: "));
+  RecordingEvents events;
+  for (const auto& [httpCode, result, reason] :
+       {std::tuple(200, CURLE_OK, ""),
+        {503, CURLE_OK, "HTTP status 503"},
+        {0, CURLE_OK, "list too\nlong"},
+        {200, CURLE_RECV_ERROR, "Failure when receiving data from the peer"}}) {
+    static_cast<void>(outcomeOfTold("h", httpCode, result));
+    EXPECT_THAT(fmt::format("{}", fmt::join(events.take(), "")),
+                *reason == '\0' ? "" : std::string("1010|h|") + reason);
+  }
   EXPECT_EQ(outcomeOfTold("h", 0), kNotReceived + "exception: list too\\x0along, type: std::runtime_error");
 }
 

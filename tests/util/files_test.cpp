@@ -5,6 +5,7 @@
 #include <set>
 
 #include "support/environment.h"
+#include "support/recording_events.h"
 #include "support/recording_log.h"
 #include "support/temp_directory.h"
 #include "util/held_folder.h"
@@ -82,16 +83,19 @@ TEST_F(Files, ApplicationDataDirectoryPrecedence) {
 #ifdef _WIN32
   // What is refused changes nothing, not even when it is what was good before.
   const std::string temp = toUtf8(fs::temp_directory_path());
-  for (const auto& [refused, because] : {std::pair{std::string(R"(\\nowhere\share)"), "it is a share"},
-                                         {R"(\\.\pipe\x)", "it is a device"},
-                                         {temp, "it is a place of the service's own"},
-                                         {"C:", "it is no full path"}}) {
+  for (const auto& [refused, because] :
+       {std::pair{std::string(R"(\\nowhere\share)"), std::string("it is a share")},
+        {R"(\\.\pipe\x)", "it is a device"},
+        {temp, "it is a place of the service's own"},
+        {"C:", "it is no full path"}}) {
+    RecordingEvents events;
     preferredPath = refused;
     for (const auto& sentence :
          {"The application data path " + refused + " is not used: " + because + ".", std::string()}) {
       EXPECT_EQ(applicationDataDirectory(), ours);
       EXPECT_EQ(takeRefusalOfAppDataPath(), sentence);
     }
+    EXPECT_EQ(events.take(), std::vector{"1011|" + refused + "|" + because.substr(6)});
   }
   preferredPath = dir_.path();
   setEnvironment("TMP", dir_.path());

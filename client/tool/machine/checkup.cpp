@@ -166,7 +166,7 @@ Finding checkAuthorities(const std::string& resources, bool isChosen) {
     return {"authorities", true, path + ": " + std::to_string(count) + " certificate(s)", ""};
   const char* advice =
       path == chosen ? "Choose a list again: a PEM file with certificates; nothing is approved without it"
-                     : "Run the setup program again: it puts the shipped list back";
+                     : "Install the package again: it puts the shipped list back";
   return {"authorities", false, path + ": " + problem, advice};
 }
 

@@ -1,0 +1,64 @@
+// The message table of the built program, as viewers of the event log read it.
+#include <windows.h>
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "os/handles_win.h"
+#include "util/events.h"
+
+namespace zarn {
+namespace {
+
+struct LoadedFileTraits {
+  using Handle = HMODULE;
+  static Handle invalid() noexcept { return nullptr; }
+  static void close(Handle handle) noexcept { FreeLibrary(handle); }
+};
+
+ScopedHandle<LoadedFileTraits> program() {
+  return ScopedHandle<LoadedFileTraits>(LoadLibraryExW(L"" ZARN_PROGRAM, nullptr, LOAD_LIBRARY_AS_DATAFILE));
+}
+
+/// Every id for which the table has a message.
+std::vector<std::uint32_t> idsIn(HMODULE module) {
+  std::vector<std::uint32_t> ids;
+  const HRSRC found = FindResourceW(module, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(11));
+  if (found == nullptr) return ids;
+  const auto* const table =
+      static_cast<const MESSAGE_RESOURCE_DATA*>(LockResource(LoadResource(module, found)));
+  for (DWORD i = 0; i < table->NumberOfBlocks; ++i) {
+    for (DWORD id = table->Blocks[i].LowId; id <= table->Blocks[i].HighId; ++id) ids.push_back(id);
+  }
+  return ids;
+}
+
+TEST(MessageTable, HasAMessageWithTheRightInsertionsForEachEventAndNoOther) {
+  const auto module = program();
+  ASSERT_TRUE(module) << GetLastError();
+  std::vector<std::uint32_t> wanted;
+  for (const EventFacts& facts : kEvents) {
+    wanted.push_back(messageId(facts));
+    std::vector<std::wstring> marks;
+    std::vector<DWORD_PTR> insertions;
+    for (int i = 1; i <= 30; ++i) marks.push_back(L"<" + std::to_wstring(i) + L">");
+    for (const std::wstring& mark : marks) insertions.push_back(reinterpret_cast<DWORD_PTR>(mark.c_str()));
+    std::wstring text(4000, L'\0');
+    text.resize(FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY, module.get(),
+                               messageId(facts), 0, text.data(), static_cast<DWORD>(text.size()),
+                               reinterpret_cast<va_list*>(insertions.data())));
+    EXPECT_FALSE(text.empty()) << messageId(facts) << ": " << GetLastError();
+    for (std::size_t i = 0; i < marks.size(); ++i) {
+      EXPECT_EQ(text.find(marks[i]) != std::wstring::npos, i < insertionCount(facts))
+          << static_cast<unsigned>(facts.id) << ", insertion " << i + 1;
+    }
+  }
+  std::sort(wanted.begin(), wanted.end());
+  EXPECT_EQ(idsIn(module.get()), wanted);
+}
+
+}  // namespace
+}  // namespace zarn
