@@ -52,6 +52,8 @@ Answer run(Verb verb, const Arguments& arguments) {
       return runWait(arguments);
     case Verb::Doctor:
       return runDoctor(arguments);
+    case Verb::PurgeLogs:
+      return runPurgeLogs(arguments);
   }
   return failed(ExitCode::WrongArguments, "There is no such command.");
 }

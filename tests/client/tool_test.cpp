@@ -182,6 +182,47 @@ TEST(Tool, OverwritesNothingAndLeavesNothingHalfDone) {
   EXPECT_EQ(filesIn(target.path()), before);
 }
 
+TEST(Tool, PurgesWhatTheServiceWroteAndNothingElse) {
+  const TempDirectory data;
+  const std::string logs = data / R"(Zarn Media Server\Logs)", record = recordFolderPath();
+  ASSERT_TRUE(FileUtils::createDirectories(logs + "\\Installer Logs") && RecordFolder(record).prepare());
+  for (const char* name : {"Zarn Update Service.log", "Zarn Update Service.1.log", "Update History.jsonl",
+                           "Startup Crash.log", "Installer Logs\\dd_vcredist.log", "Zarn Media Server.log"})
+    writeFile(FileUtils::join(logs, name), "x");
+  for (const char* name : {"Update History.jsonl", "Update History.2026-11-21T10.15.00.007Z.jsonl",
+                           "Refused Requests.1.jsonl", "Installing.json", "mine"})
+    writeFile(FileUtils::join(record, name), "x");
+  writeFile(data / "secret", "secret");
+  boost::filesystem::create_hard_link(FileUtils::toPath(data / "secret"),
+                                      FileUtils::toPath(logs + "\\Zarn Update Service.2.log"));
+  const std::wstring text = StringUtils::utf8to16(data.path());
+  const auto key = os::createRegistryKey(HKEY_CURRENT_USER, names::kPreferencesKey.wide, KEY_SET_VALUE);
+  ASSERT_TRUE(os::writeRegistryText(key->get(), L"LocalAppDataPath", text));
+  {
+    const FileHandle held(CreateFileW(FileUtils::toPath(logs + "\\Startup Crash.log").c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    const Json purged = json({"purge-logs"}, 4);
+    ASSERT_EQ(purged["left"].size(), 1U);
+    EXPECT_THAT(purged["error"].get<std::string>(), HasSubstr("Startup Crash.log could not be deleted: "));
+    EXPECT_GE(purged["files"].size(), 9U) << "the others all the same";
+  }
+  json({"purge-logs"}, 0);
+  EXPECT_EQ(filesIn(data.path()),
+            (Files{{"secret", "secret"}, {"Zarn Media Server/Logs/Zarn Media Server.log", "x"}}));
+  EXPECT_EQ(filesIn(record), (Files{{"mine", "x"}}));
+  EXPECT_FALSE(FileUtils::exists(logs + "\\Installer Logs"));
+  for (const std::string& file : {logs + "\\Zarn Media Server.log", record + "\\mine"})
+    FileUtils::deleteFile(file);
+  json({"purge-logs"}, 0);
+  EXPECT_FALSE(FileUtils::exists(data / "Zarn Media Server") || FileUtils::exists(record));
+  ASSERT_TRUE(FileUtils::createDirectories(logs));
+  writeFile(record, "no folder");
+  json({"purge-logs"}, 0);
+  EXPECT_EQ(readFile(record), "no folder") << "not the service's";
+  FileUtils::deleteFile(record);
+  RegDeleteKeyValueW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath");
+}
+
 TEST(Tool, PassesOverPathsThatTheServiceDoesNotUse) {
   const TempDirectory data;
   const std::string logs = data / R"(Zarn Media Server\Logs)";

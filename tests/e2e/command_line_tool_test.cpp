@@ -119,6 +119,7 @@ TEST_F(CommandLineTool, WaitsForTheInstallThatRuns) {
   ServiceUnderTest::planInstaller("sleep_ms=3000\nexit=1641\n");
   std::thread installing([] { ask("install", bundle("approved.exe")); });
   EXPECT_TRUE(waitUntil([] { return !ServiceUnderTest::installerRuns().empty(); }));
+  EXPECT_EQ(ask("purge-logs", "--json")["exitCode"], 1) << "the service runs";
   const Json busy = ask("wait", "0");
   EXPECT_EQ(Json({busy["exitCode"], busy["installing"]["path"], busy["installing"]["processId"]}),
             Json({1, bundle("approved.exe"), ask("status", "--json")["processId"]}));

@@ -17,6 +17,7 @@ namespace zarn::tool {
 [[nodiscard]] Answer runHistory(const Arguments& arguments);
 [[nodiscard]] Answer runCollectLogs(const Arguments& arguments);
 
+[[nodiscard]] Answer runPurgeLogs(const Arguments& arguments);
 [[nodiscard]] Answer runWait(const Arguments& arguments);
 
 [[nodiscard]] Answer runDoctor(const Arguments& arguments);

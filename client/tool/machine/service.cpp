@@ -244,6 +244,15 @@ std::string logFolder(HKEY root, const std::wstring& prefix, const std::string& 
   return FileUtils::join(FileUtils::join(base, names::kProductFolder.narrow), names::kLogs.narrow);
 }
 
+/// LocalSystem's local application data; empty when the system does not say where it is.
+std::string localSystemData() {
+  std::wstring system(MAX_PATH, L'\0');
+  const UINT length = GetSystemDirectoryW(system.data(), MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) return {};
+  system.resize(length);
+  return StringUtils::utf16to8(system + LR"(\config\systemprofile\AppData\Local)");
+}
+
 /// When the service last wrote its log there; 0 for never.
 std::uint64_t lastWritten(const std::string& folder) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
@@ -291,6 +300,28 @@ std::string serviceTempFolder() {
     if (text && !text->empty()) return *text;
   }
   return {};
+}
+
+std::vector<std::string> applicationDataFolders() {
+  adoptServiceEnvironment();
+  const auto service = queryService();
+  const std::wstring user = StringUtils::utf8to16(identifierOf(service ? service->account : "")) + L"\\";
+  const auto own = service ? ownFoldersOf(service->program) : ownFolders();
+  std::vector<std::string> result;
+  const auto add = [&](std::string folder) {
+    if (!folder.empty() && std::ranges::find(result, folder) == result.end())
+      result.push_back(std::move(folder));
+  };
+  for (const auto& [root, prefix] : {std::pair(HKEY_USERS, user), {HKEY_CURRENT_USER, std::wstring()}}) {
+    const auto stored =
+        registryText(root, prefix + names::kPreferencesKey.wide, names::kLocalAppDataPathValue.wide);
+    std::string chosen = stored ? *stored : defaultAppDataPath();
+    if (isUsable(judgeAppDataPath(chosen, own))) add(std::move(chosen));
+  }
+  add(registryText(HKEY_USERS, user + kFoldersKey, L"Local AppData").value_or(""));
+  add(localSystemData());
+  add(FileUtils::applicationDataDirectory(false, false));
+  return result;
 }
 
 std::string serviceLogFolder(const std::string& given) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "client/tool/report/service_state.h"
 #include "os/system_error.h"
@@ -21,6 +22,12 @@ void adoptServiceEnvironment();
 /// The temp folder that the service is given, whether it is there or not: TMP or else TEMP
 /// of its own environment or else the machine's. Empty when neither names one.
 [[nodiscard]] std::string serviceTempFolder();
+
+/// Where the product's folder with the service's logs may lie: for the service's account
+/// and for the current user the folder that was chosen, when the service would use it, and
+/// the account's own; LocalSystem's also when there is no service any more. Adopts the
+/// service's environment.
+[[nodiscard]] std::vector<std::string> applicationDataFolders();
 
 /// The service's Logs folder: the one of the account it runs as or of the current
 /// user, whichever has the service's newest log; its account's when neither has

@@ -96,6 +96,13 @@ constexpr Command kCommands[] = {
      "something is wrong. No password is shown.",
      Verb::Doctor,
      kOffline},
+    {"purge-logs",
+     "Delete what the service logged, its record of requests included",
+     {},
+     "Needs an administrator and a service that is stopped or removed. Deletes the logs of the service's\n"
+     "account and of the current user where they lie now; other files stay, and no link is followed. Exit\n"
+     "code 4 when something could not be deleted, after the rest was.",
+     Verb::PurgeLogs},
 };
 
 constexpr char kSummary[] = "Calls the Zarn Update Service of this machine and shows what it did.";

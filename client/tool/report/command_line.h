@@ -34,7 +34,8 @@ enum class Verb : std::uint8_t {
   Explain,
   CollectLogs,
   Wait,
-  Doctor
+  Doctor,
+  PurgeLogs
 };
 
 /// What some commands know beside what all do.

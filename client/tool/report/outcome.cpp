@@ -16,7 +16,7 @@ std::string whyNotRunning(const Result<ServiceFacts>& service) {
   }
   if (service && !service->running) {
     return "The update service is not running, it is " + service->state +
-           "; start it: sc start ZarnUpdateService.";
+           "; start it: net start ZarnUpdateService.";
   }
   return "The update service cannot be reached; see zarn-update status.";
 }
