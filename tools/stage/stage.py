@@ -15,6 +15,7 @@ import subprocess
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 SERVICE = "ZarnUpdateService"
+STAGED = "ZarnMediaServerUpdate.exe"
 INSTALL_DIR = r"C:\Program Files\Zarn Update Service"
 
 
