@@ -11,13 +11,15 @@
 #include "os/text.h"
 #include "util/file_utils.h"
 #include "util/io_deadline.h"
+#include "util/policy_settings.h"
 #include "util/printable.h"
+#include "util/product_names.h"
 
 namespace zarn {
 namespace {
 
-constexpr char kCollectorVariable[] = "ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR";
-constexpr char kMinutesVariable[] = "ZARN_MEDIA_SERVER_SYSLOG_MINUTES";
+constexpr const char* kCollectorVariable = names::kSyslogCollectorVariable.narrow;
+constexpr const char* kMinutesVariable = names::kSyslogMinutesVariable.narrow;
 
 std::optional<std::int32_t> parseMinutes(std::string_view text) {
   const auto minutes = os::parseNumber<std::int32_t>(text);
@@ -25,6 +27,12 @@ std::optional<std::int32_t> parseMinutes(std::string_view text) {
 }
 
 }  // namespace
+
+LogLevel thresholdByPreferences(const Preferences& store) {
+  if (store.get(preference::kLogVerbose)) return LogLevel::Verbose;
+  const bool wantsDebug = store.get(preference::kLogDebug) || store.get(preference::kLogMemoryUse);
+  return wantsDebug ? LogLevel::Debug : LogLevel::Info;
+}
 
 // Never destroyed: threads may log until the process has ended.
 Log& Log::instance() {
@@ -111,16 +119,10 @@ void Log::onPreferenceModified(const std::string& /*id*/) {
 void Log::readLogPreferences() {
   const MutexLock lock(readMutex_);
   const Preferences& store = preferences();
-  // Looked at by threads that log, without this lock; each flag stands for itself.
-  logsMemoryUse_.exchange(store.get(preference::kLogMemoryUse));
+  // Looked at by threads that log, without this lock.
   showsTokens_.exchange(store.get(preference::kLogTokensForDebug));
 
-  LogLevel wanted = LogLevel::Info;
-  if (store.get(preference::kLogVerbose)) {
-    wanted = LogLevel::Verbose;
-  } else if (store.get(preference::kLogDebug) || logsMemoryUse_.load()) {
-    wanted = LogLevel::Debug;
-  }
+  const LogLevel wanted = chosenLogLevel().value_or(thresholdByPreferences(store));
   // One way only: a threshold once raised stays for the life of the process.
   if (wanted > threshold()) setThreshold(wanted);
 

@@ -14,9 +14,13 @@ namespace zarn::tool {
 
 /// Gives this process the product's and the proxies' variables of the machine and
 /// those set for the service alone, in place of this user's, so that what the tool
-/// works out is what the service would. Does nothing on a machine without the
-/// service. Not while other threads read the environment.
+/// works out is what the service would; on a machine without the service they stay.
+/// Then puts the machine's policy in their place, as the service does. Not while other
+/// threads read the environment.
 void adoptServiceEnvironment();
+
+/// The part of HKEY_USERS that the service's account has, with its backslash.
+[[nodiscard]] std::wstring serviceAccountKey();
 
 /// The service's Logs folder: the one of the account it runs as or of the current
 /// user, whichever has the service's newest log; its account's when neither has

@@ -1,0 +1,17 @@
+// The environment variables that a service is started with, as the registry has them.
+#pragma once
+
+#include "client/tool/report/settings.h"
+#include "util/stored_value.h"
+
+namespace zarn::tool {
+
+/// Those of the machine, and those of the update service alone, which win over them.
+[[nodiscard]] Stored<Variables> machineVariables();
+[[nodiscard]] Stored<Variables> serviceVariables();
+
+/// Gives this process the product's and the proxies' variables of both, in place of this
+/// user's. Not while other threads read the environment.
+void adoptVariables();
+
+}  // namespace zarn::tool
