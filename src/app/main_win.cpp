@@ -3,6 +3,8 @@
 // cannot start ends in endProcess(), never in the runtime.
 #include <windows.h>
 
+#include <fmt/format.h>
+
 #include <exception>
 #include <string>
 #include <thread>
@@ -18,6 +20,7 @@
 #include "util/exceptions.h"
 #include "util/log_win32_error.h"
 #include "util/logging.h"
+#include "util/policy_settings.h"
 #include "util/printable.h"
 #include "util/product_names.h"
 #include "util/product_version.h"
@@ -69,6 +72,19 @@ void applyMitigations() {
   handles.RaiseExceptionOnInvalidHandleReference = 1;
   handles.HandleExceptionsPermanentlyEnabled = 1;
   applyMitigation(ProcessStrictHandleCheckPolicy, handles, "strict handles");
+}
+
+/// Says what an administrator's policy has set, never its values: a proxy's address may hold
+/// a password. A process that could not take it up must not go on with other settings.
+void logPolicy(const Result<PolicyEffect>& policy) {
+  if (!policy) {
+    logSystemFailure(LogLevel::Error, policy.error(), "The policy's settings could not be applied.");
+    endProcess(policy.error().code());
+  }
+  for (const auto& warning : policy->warnings) logLine(LogLevel::Warn, "%s", warning);
+  if (!policy->inForce.empty()) {
+    logLine(LogLevel::Info, "Set by policy: %s", fmt::format("{}", fmt::join(policy->inForce, ", ")));
+  }
 }
 
 /// The first lines of every log file.
@@ -148,6 +164,7 @@ void startLog(Log& log) {
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   const auto restricted = zarn::restrictDllSearch();  // before there is a log to say how it went
+  const auto policy = zarn::applyPolicySettings();    // before anybody reads the environment
   // A runtime that ends the process in its own way must not ask anybody with a
   // message box; nobody could answer it.
   _set_error_mode(_OUT_TO_STDERR);
@@ -161,6 +178,7 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
     zarn::logSystemFailure(zarn::LogLevel::Error, restricted.error(),
                            "The DLL search could not be restricted.");
   }
+  zarn::logPolicy(policy);
   zarn::applyMitigations();
   zarn::startNetworkLogging(log);
   zarn::runService();

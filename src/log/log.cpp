@@ -11,9 +11,17 @@
 #include "os/text.h"
 #include "util/file_utils.h"
 #include "util/io_deadline.h"
+#include "util/policy_settings.h"
 #include "util/printable.h"
+#include "util/product_names.h"
 
 namespace zarn {
+LogLevel thresholdByPreferences(const Preferences& store) {
+  if (store.get(preference::kLogVerbose)) return LogLevel::Verbose;
+  const bool wantsDebug = store.get(preference::kLogDebug) || store.get(preference::kLogMemoryUse);
+  return wantsDebug ? LogLevel::Debug : LogLevel::Info;
+}
+
 // Never destroyed: threads may log until the process has ended.
 Log& Log::instance() {
   static Log& log = []() -> Log& {
@@ -40,12 +48,13 @@ void Log::setFileOpenedRoutine(std::function<void()> routine) {
 }
 
 bool Log::isNetworkLoggingConfigured() {
-  return environmentVariable(kCollectorVariable) || environmentVariable(kCollectorMinutesVariable);
+  return environmentVariable(names::kSyslogCollectorVariable.narrow) ||
+         environmentVariable(names::kSyslogMinutesVariable.narrow);
 }
 
 void Log::configureNetworkLoggingFromEnvironment() {
-  const auto collectorText = environmentVariable(kCollectorVariable);
-  const auto minutesText = environmentVariable(kCollectorMinutesVariable);
+  const auto collectorText = environmentVariable(names::kSyslogCollectorVariable.narrow);
+  const auto minutesText = environmentVariable(names::kSyslogMinutesVariable.narrow);
   if (!isNetworkLoggingConfigured()) return;
 
   const auto refuse = [this](const char* variable, const std::string& text, const char* wanted) {
@@ -56,8 +65,8 @@ void Log::configureNetworkLoggingFromEnvironment() {
   const std::string duration = minutesText.value_or("");
   const auto collector = parseCollector(place);
   const auto minutes = parseCollectorMinutes(duration);
-  if (!collector) return refuse(kCollectorVariable, place, "host:port");
-  if (!minutes) return refuse(kCollectorMinutesVariable, duration, "a positive number");
+  if (!collector) return refuse(names::kSyslogCollectorVariable.narrow, place, "host:port");
+  if (!minutes) return refuse(names::kSyslogMinutesVariable.narrow, duration, "a positive number");
   enableNetworkLogging(collector->host, collector->port, *minutes);
 }
 
@@ -99,16 +108,10 @@ void Log::onPreferenceModified(const std::string& /*id*/) {
 void Log::readLogPreferences() {
   const MutexLock lock(readMutex_);
   const Preferences& store = preferences();
-  // Looked at by threads that log, without this lock; each flag stands for itself.
-  logsMemoryUse_.exchange(store.get(preference::kLogMemoryUse));
+  // Looked at by threads that log, without this lock.
   showsTokens_.exchange(store.get(preference::kLogTokensForDebug));
 
-  LogLevel wanted = LogLevel::Info;
-  if (store.get(preference::kLogVerbose)) {
-    wanted = LogLevel::Verbose;
-  } else if (store.get(preference::kLogDebug) || logsMemoryUse_.load()) {
-    wanted = LogLevel::Debug;
-  }
+  const LogLevel wanted = chosenLogLevel().value_or(thresholdByPreferences(store));
   // One way only: a threshold once raised stays for the life of the process.
   if (wanted > threshold()) setThreshold(wanted);
 

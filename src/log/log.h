@@ -18,9 +18,12 @@
 
 namespace zarn {
 
-/// Follows the preferences: LogVerbose, logDebug and LogMemoryUse raise the
-/// threshold and never lower it again; LogTokensForDebug, LogSynchronous and
-/// LogNumFiles take effect both ways.
+/// The threshold for which the preferences LogVerbose, logDebug and LogMemoryUse ask.
+[[nodiscard]] LogLevel thresholdByPreferences(const Preferences& store);
+
+/// Follows the preferences: they raise the threshold and never lower it again, unless the
+/// environment variable ZARN_MEDIA_SERVER_LOG_LEVEL (info, debug or verbose) has fixed it;
+/// LogTokensForDebug, LogSynchronous and LogNumFiles take effect both ways.
 class Log final : public BaseLog, public IServerEventSink {
  public:
   /// Made on first use, never destroyed; makes itself the process-wide sink.
@@ -74,7 +77,6 @@ class Log final : public BaseLog, public IServerEventSink {
 
   Preferences* preferences_ = nullptr;
   ServerEventManager* events_ = nullptr;
-  std::atomic<bool> logsMemoryUse_{false};
   std::atomic<bool> showsTokens_{false};
   Mutex readMutex_;  ///< two changes at once must not undo each other
   Mutex routineMutex_;

@@ -71,8 +71,6 @@ class NetworkLog {
 };
 
 // What configures the copy, for how long included: both or neither must be set.
-inline constexpr char kCollectorVariable[] = "ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR";
-inline constexpr char kCollectorMinutesVariable[] = "ZARN_MEDIA_SERVER_SYSLOG_MINUTES";
 
 struct Collector {
   std::string host;

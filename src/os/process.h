@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "os/handles.h"
 #include "os/system_error.h"
@@ -20,6 +21,10 @@ namespace zarn {
 void setCurrentThreadName(const char* name) noexcept;
 
 namespace os {
+
+/// In this process's environment block, UTF-8; an empty text takes the variable away.
+/// Not while other threads read the environment.
+[[nodiscard]] Result<void> setEnvironmentVariable(const char* name, std::string_view text);
 
 /// For this process, its C library included. Not while other threads read the environment.
 void removeEnvironmentVariable(const char* name) noexcept;

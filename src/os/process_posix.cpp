@@ -42,6 +42,10 @@ int interruptingSignal() noexcept {
 
 }  // namespace
 
+Result<void> setEnvironmentVariable(const char* name, std::string_view text) {
+  return resultOf((text.empty() ? ::unsetenv(name) : ::setenv(name, std::string(text).c_str(), 1)) == 0);
+}
+
 void removeEnvironmentVariable(const char* name) noexcept {
   ::unsetenv(name);
 }

@@ -48,6 +48,17 @@ void setCurrentThreadName(const char* name) noexcept {
 
 namespace os {
 
+Result<void> setEnvironmentVariable(const char* name, std::string_view text) {
+  const auto wideName = wideFromUtf8(name);
+  const auto wideText = wideFromUtf8(text);
+  if (!wideName || !wideText) return failure(ERROR_NO_UNICODE_TRANSLATION);
+  const wchar_t* const value = wideText->empty() ? nullptr : wideText->c_str();
+  if (SetEnvironmentVariableW(wideName->c_str(), value) != FALSE) return {};
+  // There was none to take away.
+  if (value == nullptr && GetLastError() == ERROR_ENVVAR_NOT_FOUND) return {};
+  return lastFailure();
+}
+
 // An empty value removes the variable, from the process's environment block too,
 // which is where libcurl looks.
 void removeEnvironmentVariable(const char* name) noexcept {

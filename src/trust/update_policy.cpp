@@ -8,11 +8,6 @@
 namespace zarn {
 namespace {
 
-template <typename T>
-const Unreadable* problemOf(const Stored<T>& stored) {
-  return std::get_if<Unreadable>(&stored);
-}
-
 /// Why a bundle is refused; nothing when it is not.
 using Refusal = std::optional<std::string>;
 

@@ -12,9 +12,9 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <variant>
 
 #include "util/product_version.h"
+#include "util/stored_value.h"
 
 namespace zarn {
 
@@ -50,28 +50,11 @@ class [[nodiscard]] PolicyResult {
   std::optional<std::string> refusal_;
 };
 
-/// A stored value that is there and cannot be read.
-struct Unreadable {
-  std::string reason;  ///< printable
-};
-/// A stored value: missing, read, or neither.
-template <typename T>
-using Stored = std::variant<std::monostate, T, Unreadable>;
-
 struct StoredPolicy {
   Stored<std::string> requiredProduct{};
   Stored<std::uint32_t> refuseOlder{};
   Stored<ProductVersion> highestInstalled{};
 };
-
-/// What `next` makes of a stored value; one that is missing or unreadable stays so.
-template <typename T, typename Next>
-[[nodiscard]] auto whenRead(const Stored<T>& stored, const Next& next)
-    -> decltype(next(std::declval<const T&>())) {
-  if (const auto* problem = std::get_if<Unreadable>(&stored)) return *problem;
-  if (const auto* value = std::get_if<T>(&stored)) return next(*value);
-  return std::monostate();
-}
 
 /// A stored text as the version that it must be.
 [[nodiscard]] Stored<ProductVersion> asVersion(const Stored<std::string>& text);

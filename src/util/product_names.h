@@ -36,12 +36,26 @@ inline constexpr Name kLocalAppDataPathValue("LocalAppDataPath");
 inline constexpr Name kDefaultPreferencesVariable("ZARN_MEDIA_SERVER_DEFAULT_PREFERENCES");
 inline constexpr Name kAccountServiceHostVariable("ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST");
 inline constexpr Name kEnforceRedirectionTrustVariable("ZARN_MEDIA_SERVER_ENFORCE_REDIRECTION_TRUST");
+inline constexpr Name kSyslogCollectorVariable("ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR");
+inline constexpr Name kSyslogMinutesVariable("ZARN_MEDIA_SERVER_SYSLOG_MINUTES");
+/// Fixes the log's threshold, whatever the preferences say.
+inline constexpr Name kLogLevelVariable("ZARN_MEDIA_SERVER_LOG_LEVEL");
+/// As libcurl reads them; Windows takes no account of capital letters in names.
+inline constexpr Name kHttpsProxyVariable("HTTPS_PROXY");
+inline constexpr Name kAllProxyVariable("ALL_PROXY");
+inline constexpr Name kNoProxyVariable("NO_PROXY");
 /// "1": the application data may lie on a share.
 inline constexpr Name kAllowSharesVariable("ZARN_MEDIA_SERVER_ALLOW_SHARES");
 
-/// What may be installed, below HKEY_LOCAL_MACHINE: an administrator's policy, and
-/// what the service remembers.
+/// Below HKEY_LOCAL_MACHINE: an administrator's policy (util/policy_settings.h), and what
+/// the service remembers.
 inline constexpr Name kPolicyKey("Software\\Policies\\Zarn, Inc.\\Zarn Update Service");
+inline constexpr Name kAccountServiceHostValue("AccountServiceHost");
+inline constexpr Name kProxyValue("Proxy");
+inline constexpr Name kProxyBypassValue("ProxyBypass");
+inline constexpr Name kSyslogCollectorValue("SyslogCollector");
+inline constexpr Name kSyslogMinutesValue("SyslogMinutes");
+inline constexpr Name kLogLevelValue("LogLevel");
 inline constexpr Name kRequiredProductValue("RequiredProduct");
 inline constexpr Name kRefuseOlderValue("RefuseOlder");
 inline constexpr Name kServiceKey("Software\\Zarn, Inc.\\Zarn Update Service");

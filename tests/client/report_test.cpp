@@ -66,6 +66,55 @@ const Result<ServiceFacts> kRunning = ServiceFacts{"running", true, 7, 0, "C:\\s
 const Result<ServiceFacts> kStopped = ServiceFacts{"stopped", false, 0, 1467, "C:\\s.exe", "LocalSystem"};
 const Result<ServiceFacts> kAbsent = failure(1060);
 
+/// Of each source one, and what cannot be read or used.
+std::vector<Setting> settings() {
+  StoredSettings policy{};
+  std::array<Setting, kPolicySettingCount> otherwise;
+  for (std::size_t i = 0; i < otherwise.size(); ++i)
+    otherwise[i] = {policySettings()[i].value, "", SettingSource::BuiltIn, {}};
+  otherwise[0].value = "built.in";
+  otherwise[5] = {"LogLevel", "verbose", SettingSource::Preference, {}};
+  policy[4] = "0";
+  policy[5] = "trace";
+  policy[6] = "";
+  policy[7] = Unreadable{"", true};
+  return settingsInForce(policy,
+                         {Variables{{"Https_Proxy", ""}, {"ZARN_MEDIA_SERVER_LOG_LEVEL", "trace"}},
+                          Variables{{"HTTPS_PROXY", "hidden"},
+                                    {"all_proxy", "socks5://u:p@ss@h:1"},
+                                    {"no_proxy", "\x1b"},
+                                    {"ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR", "h:2"}}},
+                         otherwise);
+}
+
+TEST(Settings, ComeFromThePolicyThenTheServiceThenTheMachine) {
+  StoredSettings policy{};
+  Environments environments;
+  std::array<Setting, kPolicySettingCount> otherwise;
+  otherwise.fill({"", "b", SettingSource::BuiltIn, {}});
+  const auto host = [&] {
+    const Setting setting = settingsInForce(policy, environments, otherwise)[0];
+    return setting.value.value_or("?") + settingsArray({setting})[0]["source"].dump();
+  };
+  const auto variables = [](const char* text) {
+    return Variables{{"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST", text}, {"HTTPS_PROXY", "p"}};
+  };
+  EXPECT_EQ(host(), "b\"builtIn\"");
+  environments.machine = variables("m");
+  EXPECT_EQ(host(), "m\"machine\"");
+  environments.service = variables("s");
+  EXPECT_EQ(host(), "s\"service\"");
+  policy[0] = "p";
+  EXPECT_EQ(host(), "p\"policy\"");
+  policy[0] = "";
+  EXPECT_EQ(host(), "b\"policy\"");
+  policy[0] = "a b";
+  EXPECT_EQ(host(), "?\"policy\"");
+  policy[0] = {};
+  environments.service = Unreadable{"", true};
+  EXPECT_EQ(host(), "?null");
+}
+
 TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   Transcript said;
   for (const char* code : {"0", "30004", "-2147024891", "0XC0000005", "3221225786", "-2147483649",
@@ -95,7 +144,7 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   history.isCut = true;
   said.add("the newest", historyAnswer(source, "F/x", history, 1));
   said.add("status", statusAnswer({kRunning, "1.0", "L", true, history}));
-  said.add("status", statusAnswer({kStopped, "1.0", "L", false, failure(2)}));
+  said.add("status", statusAnswer({kStopped, "1.0", "L", false, failure(2), settings()}));
   said.add("status", statusAnswer({kAbsent, "", "", false, failure(kFolderNotTrusted)}));
   history.unread = SystemError(kFolderNotTrusted);
   said.add("unread history", historyAnswer(source, "F/x", history, 0));

@@ -243,6 +243,27 @@ TEST(Tool, PassesOverPathsThatTheServiceDoesNotUse) {
   RegDeleteKeyValueW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath");
 }
 
+TEST(Tool, ShowsAndUsesThePolicyBeforeTheEnvironment) {
+  const wchar_t* const variable = names::kAccountServiceHostVariable.wide;
+  const TempDirectory directory;
+  writeFile(directory / "a.exe", "x");
+  SetEnvironmentVariableW(variable, L"environment.example");
+  const auto key = os::createRegistryKey(HKEY_LOCAL_MACHINE, names::kPolicyKey.wide, KEY_SET_VALUE);
+  for (const auto& [type, text, host, shown] :
+       {std::tuple{REG_SZ, L"policy.example", "policy.example", Json("policy.example")},
+        {REG_EXPAND_SZ, L"policy.example", "(unusable policy)", Json()}}) {
+    ASSERT_TRUE(os::writeRegistryValue(key->get(), names::kAccountServiceHostValue.wide,
+                                       static_cast<DWORD>(type), text, 2 * std::wcslen(text)));
+    EXPECT_EQ(json({"verify", directory / "a.exe"}, 1)["profile"]["host"], host);
+    const Json setting = json({"status"}, 3)["settings"][0];
+    EXPECT_EQ(Json({setting["name"], setting["value"], setting["source"]}),
+              Json({"AccountServiceHost", shown, "policy"}));
+  }
+  RegDeleteTreeW(HKEY_LOCAL_MACHINE, names::kPolicyKey.wide);
+  EXPECT_EQ(json({"verify", directory / "a.exe"}, 1)["profile"]["host"], "environment.example");
+  SetEnvironmentVariableW(variable, nullptr);
+}
+
 TEST(ToolAndService, AServiceThatDiesInTheCallLeavesTheOutcomeUnknown) {
   const TempDirectory directory;
   writeFile(directory / "a.exe", "x");

@@ -1,10 +1,12 @@
 // The command-line tool beside the service: what it works out by itself must be
 // what the service decides.
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 
 #include "e2e/service_under_test.h"
 #include "support/run_program.h"
+#include "util/product_names.h"
 
 namespace zarn::testing {
 namespace {
@@ -138,6 +140,42 @@ TEST_F(CommandLineTool, FindsTheServiceItsLogsAndItsLastOutcome) {
   const Json& last = status["lastOutcome"];
   EXPECT_EQ(Json({last["status"], last["exitCode"], last["path"]}),
             Json({30001, 1641, bundle("approved.exe")}));
+}
+
+TEST_F(CommandLineTool, ThePolicyIsStrongerThanTheEnvironmentForServiceAndToolAlike) {
+  using Set = std::function<void(const MachineSetting&)>;
+  const auto text = [](const wchar_t* name, const wchar_t* value) -> Set {
+    return [=](const MachineSetting& policy) { policy.text(name, value); };
+  };
+  const auto number = [](const wchar_t* name) -> Set {
+    return [=](const MachineSetting& policy) { policy.number(name, 7); };
+  };
+  const auto unused = L"127.0.0.1:1";
+  const struct {
+    std::vector<Set> values;
+    int status;
+    const char* line;
+  } cases[] = {{{text(L"AccountServiceHost", unused)}, 30005, "INFO - Set by policy: AccountServiceHost"},
+               {{text(L"AccountServiceHost", L"a b")},
+                30005,
+                "WARN - The policy value AccountServiceHost cannot be used: "},
+               {{number(L"AccountServiceHost")}, 30005, "invalid account service host: (unusable policy)"},
+               {{text(L"Proxy", unused)}, 30005, "INFO - Set by policy: Proxy"},
+               {{number(L"Proxy")}, 30005, "Unsupported proxy scheme for 'unusable-policy://none'"},
+               {{text(L"Proxy", unused), text(L"ProxyBypass", L"*")}, 0, "Set by policy: Proxy, ProxyBypass"},
+               {{text(L"SyslogCollector", L"h:1")}, 0, "SYSLOG_MINUTES is '' and not a positive number"},
+               {{text(L"LogLevel", L"info")}, 0, "INFO - Set by policy: LogLevel"}};
+  for (const auto& [values, status, line] : cases) {
+    const MachineSetting policy{names::kPolicyKey.wide};
+    for (const Set& set : values) set(policy);
+    service_.stop();
+    service_.start("policy");
+    EXPECT_EQ(ask("verify", bundle("approved.exe"))["status"], status) << line;
+    EXPECT_EQ(ask("check", bundle("approved.exe"))["status"], status) << line;
+    EXPECT_TRUE(ServiceUnderTest::waitForLogLine(line)) << line;
+  }
+  EXPECT_EQ(countOf(" DEBUG - ", ServiceUnderTest::log()), 0U) << "in spite of the preferences";
+  service_.stop();
 }
 
 }  // namespace

@@ -137,19 +137,6 @@ TEST_F(EndToEnd, ApprovalIsReadAnewForEveryRequest) {
   EXPECT_EQ(check(bundle("decoy.exe")), 0) << "signed by the other publisher, now the approved one";
 }
 
-/// Values of the machine's registry for the life of a test.
-struct MachineSetting {
-  ~MachineSetting() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, key); }
-  void text(const wchar_t* name, const std::wstring& value) const {
-    set(name, REG_SZ, value.c_str(), (value.size() + 1) * sizeof(wchar_t));
-  }
-  void number(const wchar_t* name, DWORD value) const { set(name, REG_DWORD, &value, sizeof(value)); }
-  void set(const wchar_t* name, DWORD type, const void* value, std::size_t bytes) const {
-    RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, name, type, value, static_cast<DWORD>(bytes));
-  }
-  const wchar_t* key;
-};
-
 TEST_F(EndToEnd, PolicyRefusesOtherProductsAndOlderVersions) {
   const MachineSetting policy{names::kPolicyKey.wide};
   const MachineSetting store{names::kServiceKey.wide};

@@ -89,8 +89,8 @@ class ServiceUnderTest {
     require(static_cast<bool>(service_), "CreateServiceW");
   }
 
-  /// Starts it when it is not running and waits until it runs.
-  void start() {
+  /// Starts it when it is not running and waits until it runs and has logged `line`.
+  void start(const std::string& line = "Listening for remote procedure calls...") {
     // Wine's control manager shows a process that ended without a stopped report as
     // running until it is asked to start it again; Windows' sees the end by itself.
     if (isRunning()) return;
@@ -100,7 +100,7 @@ class ServiceUnderTest {
     // log is rotated.
     const auto listens = [&] {
       const std::string now = log();
-      return now != lastRunsLog && now.find("Listening for remote procedure calls...") != std::string::npos;
+      return now != lastRunsLog && now.find(line) != std::string::npos;
     };
     require(waitUntil([&] { return isRunning(); }) && waitUntil(listens), "waiting for the start");
   }
@@ -184,6 +184,19 @@ class ServiceUnderTest {
 
   ServiceHandle manager_;
   ServiceHandle service_;
+};
+
+/// Values of the machine's registry for the life of a test.
+struct MachineSetting {
+  ~MachineSetting() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, key); }
+  void text(const wchar_t* name, const std::wstring& value) const {
+    set(name, REG_SZ, value.c_str(), (value.size() + 1) * sizeof(wchar_t));
+  }
+  void number(const wchar_t* name, DWORD value) const { set(name, REG_DWORD, &value, sizeof(value)); }
+  void set(const wchar_t* name, DWORD type, const void* value, std::size_t bytes) const {
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, name, type, value, static_cast<DWORD>(bytes));
+  }
+  const wchar_t* key;
 };
 
 /// Begins with a running service, an approved publisher, and installers that ask for a reboot.

@@ -305,6 +305,18 @@ TEST_F(ServiceLog, PreferencesOnlyRaiseTheThreshold) {
   EXPECT_TRUE(log.isSynchronous());
 }
 
+TEST_F(ServiceLog, AChosenLevelIsStrongerThanThePreferences) {
+  for (const auto& [chosen, level] :
+       {std::pair{"info", LogLevel::Info}, {"trace", LogLevel::Debug}, {"VERBOSE", LogLevel::Verbose}}) {
+    ASSERT_TRUE(os::setEnvironmentVariable(names::kLogLevelVariable.narrow, chosen));
+    Log one(preferences, events);
+    one.start("Test");
+    preferences.setBoolValue("LogMemoryUse", true);
+    EXPECT_EQ(one.threshold(), level) << chosen;
+  }
+  ASSERT_TRUE(os::setEnvironmentVariable(names::kLogLevelVariable.narrow, ""));
+}
+
 TEST_F(ServiceLog, ScrubsAnnouncesAndKeepsAsManyFilesAsThePreferencesSay) {
   const char* const line = "auth_token=abc sentry_key=def";
   log.start("Test");

@@ -3,6 +3,7 @@
 #include "client/tool/machine/files.h"
 #include "client/tool/machine/record.h"
 #include "client/tool/machine/service.h"
+#include "client/tool/machine/settings.h"
 #include "util/file_utils.h"
 #include "util/product_names.h"
 #include "util/product_version.h"
@@ -24,6 +25,7 @@ Answer runStatus(const Arguments& arguments) {
   if (report.service && !report.service->program.empty()) {
     report.version = readFileVersion(report.service->program).productVersion;
   }
+  report.settings = serviceSettings();
   report.logFolderExists = mayBeFolder(report.logFolder);
   // Read last: whatever else is shown, the outcome is the newest.
   report.history = readHistory(recordSource(arguments.logs), kStatusBytes);

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 
+#include "client/tool/machine/environment.h"
 #include "client/tool/machine/files.h"
 #include "client/tool/machine/service.h"
 #include "client/tool/report/text.h"
@@ -149,10 +150,11 @@ Finding checkCollector(const std::optional<std::string>& collector,
   const auto duration = parseCollectorMinutes(minutes.value_or(""));
   const std::string found = collector.value_or("") + " for " + minutes.value_or("") + " minutes";
   if (!place)
-    return {"syslog collector", false, found, std::string("Set ") + kCollectorVariable + " to host:port"};
+    return {"syslog collector", false, found,
+            std::string("Set ") + names::kSyslogCollectorVariable.narrow + " to host:port"};
   if (!duration) {
     return {"syslog collector", false, found,
-            std::string("Set ") + kCollectorMinutesVariable + " to a positive number"};
+            std::string("Set ") + names::kSyslogMinutesVariable.narrow + " to a positive number"};
   }
   return {"syslog collector", true, found, ""};
 }
@@ -190,11 +192,11 @@ Finding checkTempFolder(const std::string& folder) {
 
 std::vector<Finding> checkConfiguration() {
   adoptServiceEnvironment();
-  return {
-      checkAccountService(), checkProxyInForce(),
-      checkCollector(environmentVariable(kCollectorVariable), environmentVariable(kCollectorMinutesVariable)),
-      checkAuthorities(FileUtils::resourcesDirectory(), isListChosen()),
-      checkTempFolder(serviceTempFolder())};
+  return {checkAccountService(), checkProxyInForce(),
+          checkCollector(environmentVariable(names::kSyslogCollectorVariable.narrow),
+                         environmentVariable(names::kSyslogMinutesVariable.narrow)),
+          checkAuthorities(FileUtils::resourcesDirectory(), isListChosen()),
+          checkTempFolder(serviceTempFolder())};
 }
 
 }  // namespace zarn::tool

@@ -4,40 +4,31 @@
 
 #include <sddl.h>
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <vector>
 
+#include "client/tool/machine/environment.h"
 #include "os/handles_win.h"
 #include "os/process.h"
 #include "os/registry.h"
-#include "os/text.h"
 #include "prefs/value_text.h"
 #include "util/file_utils.h"
 #include "util/path_judge.h"
+#include "util/policy_settings.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"
 
 namespace zarn::tool {
 namespace {
 
-constexpr wchar_t kServicesKey[] = LR"(SYSTEM\CurrentControlSet\Services\)";
-constexpr wchar_t kMachineEnvironmentKey[] =
-    LR"(SYSTEM\CurrentControlSet\Control\Session Manager\Environment)";
 constexpr wchar_t kFoldersKey[] = LR"(Software\Microsoft\Windows\CurrentVersion\Explorer\Shell Folders)";
 
 /// More than any environment variable or path has.
 constexpr std::size_t kMostBytes = std::size_t{1} << 20;
-
-struct EnvironmentBlockTraits {
-  using Handle = LPWCH;
-  static Handle invalid() noexcept { return nullptr; }
-  static void close(Handle block) noexcept { FreeEnvironmentStringsW(block); }
-};
-using EnvironmentBlock = ScopedHandle<EnvironmentBlockTraits>;
 
 // ---- The service control manager -----------------------------------------------
 
@@ -76,125 +67,15 @@ void readConfiguration(SC_HANDLE service, ServiceFacts& facts) {
     facts.account = StringUtils::utf16to8(config->lpServiceStartName);
 }
 
-// ---- The environment -------------------------------------------------------------
-
-/// "NAME=TEXT". A name may begin with the sign, as those of the drives' current folders do.
-struct Assignment {
-  std::wstring name;
-  std::wstring text;
-};
-
-std::optional<Assignment> parseAssignment(const std::wstring& whole) {
-  const std::size_t sign = whole.find(L'=', 1);
-  if (sign == std::wstring::npos) return std::nullopt;
-  return Assignment{whole.substr(0, sign), whole.substr(sign + 1)};
-}
-
-/// Texts that follow one another, each with a zero character at its end; an empty one is the last.
-std::vector<std::wstring> splitTexts(const wchar_t* text) {
-  std::vector<std::wstring> result;
-  for (; *text != L'\0'; text += result.back().size() + 1) result.emplace_back(text);
-  return result;
-}
-
-/// What decides on a bundle; not TEMP and its kin, which are the service's alone.
-bool concernsDecisions(const std::wstring& name) {
-  constexpr std::string_view prefix = "ZARN_MEDIA_SERVER_";
-  constexpr std::string_view suffix = "_PROXY";
-  static_assert(std::string_view(names::kAccountServiceHostVariable.narrow).starts_with(prefix));
-  const std::string text = StringUtils::utf16to8(name);
-  const std::string_view begin = std::string_view(text).substr(0, prefix.size());
-  const std::string_view end =
-      std::string_view(text).substr(text.size() - std::min(text.size(), suffix.size()));
-  return os::equalsIgnoringCase(begin, prefix) || os::equalsIgnoringCase(end, suffix);
-}
-
-/// This user's variables must not stand in for those that the service has not.
-void forgetOwnVariables() {
-  const EnvironmentBlock block(GetEnvironmentStringsW());
-  if (!block) return;
-  for (const std::wstring& variable : splitTexts(block.get())) {
-    const auto assignment = parseAssignment(variable);
-    if (assignment && concernsDecisions(assignment->name)) {
-      SetEnvironmentVariableW(assignment->name.c_str(), nullptr);
-    }
-  }
-}
-
-void adopt(const Assignment& assignment) {
-  if (concernsDecisions(assignment.name)) {
-    SetEnvironmentVariableW(assignment.name.c_str(), assignment.text.c_str());
-  }
-}
-
 // ---- The registry ------------------------------------------------------------------
-
-/// What the value holds; nothing when it is of none of `types`.
-std::optional<os::RegistryData> dataOf(HKEY key, const wchar_t* name, std::initializer_list<DWORD> types) {
-  auto data = os::readRegistryValue(key, name, kMostBytes);
-  if (!data || std::ranges::find(types, data->type) == types.end()) return std::nullopt;
-  return std::move(*data);
-}
 
 /// A text value (REG_SZ alone, as the service reads its preferences).
 std::optional<std::string> registryText(HKEY root, const std::wstring& path, const wchar_t* name) {
   const auto key = os::openRegistryKey(root, path.c_str(), KEY_QUERY_VALUE);
   if (!key) return std::nullopt;
-  const auto data = dataOf(key->get(), name, {REG_SZ});
-  if (!data) return std::nullopt;
+  const auto data = os::readRegistryValue(key->get(), name, kMostBytes);
+  if (!data || data->type != REG_SZ) return std::nullopt;
   return StringUtils::utf16to8(data->text());
-}
-
-/// `text` with the variables that it names between percent signs in their place; empty
-/// when the system cannot do that.
-std::wstring expanded(const std::wstring& text) {
-  std::wstring result(32768, L'\0');  // no variable holds more
-  const DWORD size =
-      ExpandEnvironmentStringsW(text.c_str(), result.data(), static_cast<DWORD>(result.size()));
-  result.resize(size != 0 && size <= result.size() ? size - 1 : 0);
-  return result;
-}
-
-/// The machine's variables are text values of a key. All are read before the first is
-/// adopted, or one could change how the next expands.
-std::vector<Assignment> machineVariables() {
-  std::vector<Assignment> found;
-  const auto key = os::openRegistryKey(HKEY_LOCAL_MACHINE, kMachineEnvironmentKey, KEY_READ);
-  if (!key) return found;
-  for (const std::wstring& name : os::registryValueNames(key->get())) {
-    const auto data = dataOf(key->get(), name.c_str(), {REG_SZ, REG_EXPAND_SZ});
-    if (!data) continue;
-    const std::wstring text = data->text();
-    std::wstring value = data->type == REG_SZ ? std::wstring(text.c_str()) : expanded(text);
-    if (!value.empty() || data->type == REG_SZ) found.push_back({name, std::move(value)});
-  }
-  return found;
-}
-
-/// Those of the service alone are the texts of one value.
-std::vector<Assignment> serviceVariables() {
-  std::vector<Assignment> found;
-  const auto key = os::openRegistryKey(
-      HKEY_LOCAL_MACHINE, (std::wstring(kServicesKey) + names::kService.wide).c_str(), KEY_QUERY_VALUE);
-  if (!key) return found;
-  const auto data = dataOf(key->get(), L"Environment", {REG_MULTI_SZ});
-  if (!data) return found;
-  // A stored list need not be terminated; a text of the standard library is, so that
-  // with one more zero character both ends are there.
-  std::wstring texts = data->text();
-  texts += L'\0';
-  for (const std::wstring& variable : splitTexts(texts.c_str())) {
-    if (auto assignment = parseAssignment(variable)) found.push_back(std::move(*assignment));
-  }
-  return found;
-}
-
-/// The last one of the name, in any letters: it is the one in force.
-std::optional<std::string> textOfVariable(const std::vector<Assignment>& variables, std::string_view name) {
-  std::optional<std::string> result;
-  for (const auto& [one, text] : variables)
-    if (os::equalsIgnoringCase(StringUtils::utf16to8(one), name)) result = StringUtils::utf16to8(text);
-  return result;
 }
 
 // ---- The log folder ----------------------------------------------------------------
@@ -285,27 +166,21 @@ Result<ServiceFacts> queryService() {
 }
 
 void adoptServiceEnvironment() {
-  if (!queryService()) return;
-  forgetOwnVariables();
-  for (const Assignment& assignment : machineVariables()) adopt(assignment);
-  for (const Assignment& assignment : serviceVariables()) adopt(assignment);  // win over the machine's
+  if (queryService()) adoptVariables();
+  // As the service does it: a process that could not would show what is not so.
+  const auto policy = applyPolicySettings();
+  if (!policy) throw std::runtime_error("the policy's settings could not be applied");
 }
 
-std::string serviceTempFolder() {
-  const auto machine = machineVariables();
-  const auto service = serviceVariables();
-  for (const std::string_view name : {"TMP", "TEMP"}) {
-    auto text = textOfVariable(service, name);
-    if (!text) text = textOfVariable(machine, name);
-    if (text && !text->empty()) return *text;
-  }
-  return {};
+std::wstring serviceAccountKey() {
+  const auto service = queryService();
+  return StringUtils::utf8to16(identifierOf(service ? service->account : "")) + L"\\";
 }
 
 std::vector<std::string> applicationDataFolders() {
   adoptServiceEnvironment();
   const auto service = queryService();
-  const std::wstring user = StringUtils::utf8to16(identifierOf(service ? service->account : "")) + L"\\";
+  const std::wstring user = serviceAccountKey();
   const auto own = service ? ownFoldersOf(service->program) : ownFolders();
   std::vector<std::string> result;
   const auto add = [&](std::string folder) {
@@ -328,7 +203,7 @@ std::string serviceLogFolder(const std::string& given) {
   if (!given.empty()) return given;
   adoptServiceEnvironment();
   const auto service = queryService();
-  const std::wstring user = StringUtils::utf8to16(identifierOf(service ? service->account : "")) + L"\\";
+  const std::wstring user = serviceAccountKey();
   const auto own = service ? ownFoldersOf(service->program) : ownFolders();
   const std::string ofService = logFolder(
       HKEY_USERS, user, registryText(HKEY_USERS, user + kFoldersKey, L"Local AppData").value_or(""), own);

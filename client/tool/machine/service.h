@@ -15,13 +15,13 @@ namespace zarn::tool {
 
 /// Gives this process the product's and the proxies' variables of the machine and
 /// those set for the service alone, in place of this user's, so that what the tool
-/// works out is what the service would. Does nothing on a machine without the
-/// service. Not while other threads read the environment.
+/// works out is what the service would; on a machine without the service they stay.
+/// Then puts the machine's policy in their place, as the service does. Not while other
+/// threads read the environment.
 void adoptServiceEnvironment();
 
-/// The temp folder that the service is given, whether it is there or not: TMP or else TEMP
-/// of its own environment or else the machine's. Empty when neither names one.
-[[nodiscard]] std::string serviceTempFolder();
+/// The part of HKEY_USERS that the service's account has, with its backslash.
+[[nodiscard]] std::wstring serviceAccountKey();
 
 /// Where the product's folder with the service's logs may lie: for the service's account
 /// and for the current user the folder that was chosen, when the service would use it, and

@@ -91,6 +91,7 @@ Answer statusAnswer(const ServiceReport& report) {
   answer.json["account"] = facts.account;
   answer.json["logFolder"] = report.logFolder;
   answer.json["logFolderExists"] = report.logFolderExists;
+  answer.json["settings"] = settingsArray(report.settings);
   answer.json["lastOutcome"] = last != nullptr ? outcomeObject(*last) : Json(nullptr);
   answer.text = fields(
       {{"Service", stateInWords(report.service)},
@@ -98,6 +99,7 @@ Answer statusAnswer(const ServiceReport& report) {
        {"Program", shownOr(facts.program, "none")},
        {"Account", shownOr(facts.account, "unknown")},
        {"Log folder", printable(report.logFolder) + (report.logFolderExists ? "" : " (does not exist)")},
+       {"Settings", settingsText(report.settings)},
        {"Last outcome", last != nullptr ? outcomeInWords(*last) : whyNoOutcome(report.history)}});
   return answer;
 }

@@ -3,9 +3,11 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "client/tool/report/answer.h"
 #include "client/tool/report/history.h"
+#include "client/tool/report/settings.h"
 #include "os/system_error.h"
 
 namespace zarn::tool {
@@ -37,6 +39,8 @@ struct ServiceReport {
   std::string logFolder;
   bool logFolderExists = false;
   Result<History> history;
+  /// As the next start would find them, but for those that are read for every request.
+  std::vector<Setting> settings{};
 };
 [[nodiscard]] Answer statusAnswer(const ServiceReport& report);
 

@@ -1,0 +1,61 @@
+// Which settings the service has, and where each comes from: an administrator's policy,
+// the service's own environment, the machine's, its account's preferences, or what is
+// built in. The first of them that has one counts.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/tool/report/answer.h"
+#include "os/text.h"
+#include "util/policy_settings.h"
+#include "util/stored_value.h"
+
+namespace zarn::tool {
+
+enum class SettingSource : std::uint8_t { Policy, Service, Machine, Preference, BuiltIn };
+
+/// One setting.
+struct Setting {
+  std::string name;                     ///< of the policy's value
+  std::optional<std::string> value;     ///< in force; nothing: not known, or unusable
+  std::optional<SettingSource> source;  ///< nothing: it may not be asked
+  std::string problem;                  ///< why there is no value, or why it is not the policy's
+};
+
+/// Environment variables, in UTF-8; names without regard to the case of letters.
+struct LessIgnoringCase {
+  using is_transparent = void;
+  bool operator()(std::string_view a, std::string_view b) const noexcept {
+    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
+                                        [](char x, char y) { return os::lowerCase(x) < os::lowerCase(y); });
+  }
+};
+using Variables = std::map<std::string, std::string, LessIgnoringCase>;
+
+struct Environments {
+  Stored<Variables> service;
+  Stored<Variables> machine;
+};
+
+/// A variable as the service sees it. One that is set for the service alone hides the
+/// machine's, also when it is empty; what is empty is as good as not set.
+[[nodiscard]] Setting variableInForce(const std::string& name, const Environments& environments);
+
+/// In the table's order. `otherwise` is what holds when neither policy nor environment
+/// has a value. Names and passwords of proxies are masked.
+[[nodiscard]] std::vector<Setting> settingsInForce(const StoredSettings& policy,
+                                                   const Environments& environments,
+                                                   const std::array<Setting, kPolicySettingCount>& otherwise);
+
+/// A line each, and an array of objects.
+[[nodiscard]] std::string settingsText(const std::vector<Setting>& settings);
+[[nodiscard]] Json settingsArray(const std::vector<Setting>& settings);
+
+}  // namespace zarn::tool

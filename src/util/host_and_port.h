@@ -1,0 +1,13 @@
+// Whether a text names a host and nothing else.
+#pragma once
+
+#include <string_view>
+
+namespace zarn {
+
+/// Whether `text` is nothing but a host name, IPv4 address or bracketed IPv6
+/// address with an optional port from 1 to 65535, so that it can stand in a URL
+/// without bringing a user name, a path or a query along.
+[[nodiscard]] bool isHostWithOptionalPort(std::string_view text);
+
+}  // namespace zarn
