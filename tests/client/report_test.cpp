@@ -104,6 +104,10 @@ TEST(Settings, ComeFromThePolicyThenTheServiceThenTheMachine) {
   EXPECT_EQ(host(), "m\"machine\"");
   environments.service = variables("s");
   EXPECT_EQ(host(), "s\"service\"");
+  environments.machine = Variables{{"NO_PROXY", "x"}, {"ALL_PROXY", "y"}};
+  EXPECT_EQ(settingsInForce(policy, environments, otherwise)[2].value, "x");
+  policy[1] = "p";
+  EXPECT_EQ(settingsInForce(policy, environments, otherwise)[2].value, "") << "goes with the proxy";
   policy[0] = "p";
   EXPECT_EQ(host(), "p\"policy\"");
   policy[0] = "";

@@ -108,7 +108,7 @@ Stored<Variables> machineVariables() {
     const auto data = dataOf(key->get(), name.c_str(), {REG_SZ, REG_EXPAND_SZ});
     if (!data) continue;
     const std::wstring text = data->text();
-    const std::wstring value = data->type == REG_SZ ? std::wstring(text.c_str()) : expanded(text);
+    const std::wstring value = data->type == REG_SZ ? text.substr(0, text.find(L'\0')) : expanded(text);
     if (value.empty() && data->type != REG_SZ) continue;
     found.insert_or_assign(StringUtils::utf16to8(name), StringUtils::utf16to8(value));
   }
