@@ -29,6 +29,8 @@ using EventSource = ScopedHandle<EventSourceTraits>;
 Result<void> writeToSystem(const EventFacts& event, std::span<const std::string> insertions) {
   std::vector<std::wstring> texts;
   std::vector<const wchar_t*> pointers;
+  texts.reserve(insertions.size());
+  pointers.reserve(insertions.size());
   for (const std::string& insertion : insertions)
     texts.push_back(os::wideFromUtf8(insertion).value_or(std::wstring(L"?")));
   for (const std::wstring& text : texts) pointers.push_back(text.c_str());

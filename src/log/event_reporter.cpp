@@ -52,6 +52,7 @@ void EventReporter::take(EventId id, std::span<const std::string_view> insertion
     if (!admit(id)) return;
     try {
       Event event{id, {}};
+      event.insertions.reserve(insertions.size());
       for (const std::string_view text : insertions) event.insertions.push_back(insertionText(text));
       push(std::move(event));
     } catch (const std::bad_alloc&) {
