@@ -33,6 +33,9 @@ TEST_F(EndToEnd, ApprovedBundleIsInstalledOnceAndTheServiceEndsToBeRestarted) {
   ServiceUnderTest::planInstaller("exit=0\nlog=dd_vcredist_amd64.log\nlog=unrelated.log\n");
   const std::string installerLogs = FileUtils::join(ServiceUnderTest::logDirectory(), "Installer Logs");
   boost::filesystem::remove_all(FileUtils::toPath(installerLogs));
+  // With a log of its own, which other tests' requests are not in.
+  service_.stop();
+  service_.start();
   const KernelHandle process = service_.process();
 
   EXPECT_EQ(installApproved(), (Answer{.status = 0, .exitCode = 0}));
