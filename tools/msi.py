@@ -31,6 +31,10 @@ def guid(text):
     return "{%s}" % str(uuid.uuid5(NAMESPACE, text)).upper()
 
 
+def element(name):
+    return f"{{{WIX}}}{name}"
+
+
 def identifier(path):
     """What the tables call a file: letters, digits, periods and underscores."""
     return re.sub(r"^(?=\d)|[^A-Za-z0-9._]", "_", path.as_posix())
@@ -64,6 +68,7 @@ class Package:
     def __init__(self, options):
         self.tree = options.tree
         self.work = options.work
+        self.queries = []  # on the tables that wixl wrote
         version = version_in(self.tree / "ZarnUpdateService.exe")
         fields = version.split(".")
         self.target = options.output.resolve() / f"ZarnUpdateService-{version}.msi"
@@ -83,35 +88,47 @@ class Package:
     def source(self):
         """setup/package.wxs with the names filled in and the other files of the tree added."""
         ET.register_namespace("", WIX)
-        text = (SETUP / "package.wxs").read_text().replace("@GUID@", "")
-        root = ET.fromstring(self.fill_in(text))
-        program_folder = next(folder for folder in root.iter(f"{{{WIX}}}Directory") if folder.get("Id") == "ProgramFolder")
-        feature = next(root.iter(f"{{{WIX}}}Feature"))
-        known = {file.get("Source") for file in root.iter(f"{{{WIX}}}File")}
-        folders = {pathlib.PurePath("."): program_folder}
+        root = ET.fromstring(self.fill_in((SETUP / "package.wxs").read_text().replace("@GUID@", "")))
+        self.add_files(root)
+        for component in root.iter(element("Component")):
+            # The same in every version: what a component holds stays in its place.
+            component.set("Guid", guid(f"component {component.get('Id')}"))
+            # Attributes that the schema has and wixl has not.
+            if component.attrib.pop("Permanent", ""):
+                self.change("Component", component.get("Id"), Attributes=X64 + PERMANENT)
+            if condition := component.attrib.pop("Condition", ""):
+                self.change("Component", component.get("Id"), Condition=condition)
+        for file in root.iter(element("File")):
+            if file.get("Source").endswith((".exe", ".dll")):
+                # A file that has a version is compared by it, not by its hash.
+                version = version_in(self.work / file.get("Source"))
+                self.change("File", file.get("Id"), Version=version, Language=1033)
+                self.queries.append(f"DELETE FROM `MsiFileHash` WHERE `File_` = '{file.get('Id')}'")
+        return ET.tostring(root, encoding="utf-8", xml_declaration=True)
+
+    def add_files(self, root):
+        """A component for each file of the tree that has none yet."""
+        known = {file.get("Source") for file in root.iter(element("File"))}
+        top = next(folder for folder in root.iter(element("Directory")) if folder.get("Id") == "ProgramFolder")
+        feature = next(root.iter(element("Feature")))
+        folders = {pathlib.PurePath("."): top}
         for path in sorted(path.relative_to(self.tree) for path in self.tree.rglob("*") if path.is_file()):
-            if f"tree/{path.as_posix()}" in known:
+            source, name = f"tree/{path.as_posix()}", identifier(path)
+            if source in known:
                 continue
             for folder in reversed(path.parents):
                 if folder not in folders:
-                    name = folder.name + "Folder" if folder.name.isalnum() else identifier(folder) + "Folder"
-                    folders[folder] = ET.SubElement(folders[folder.parent], f"{{{WIX}}}Directory", Id=name, Name=folder.name)
-            component = ET.SubElement(folders[path.parent], f"{{{WIX}}}Component", Id=identifier(path), Guid="", Win64="yes")
-            ET.SubElement(component, f"{{{WIX}}}File", Id=identifier(path), Source=f"tree/{path.as_posix()}", KeyPath="yes")
-            ET.SubElement(feature, f"{{{WIX}}}ComponentRef", Id=component.get("Id"))
-        # Attributes that the schema has and wixl has not.
-        self.component_changes = []
-        for component in root.iter(f"{{{WIX}}}Component"):
-            name = component.get("Id")
-            if component.attrib.pop("Permanent", ""):
-                self.component_changes.append(f"UPDATE `Component` SET `Attributes` = {X64 + PERMANENT} WHERE `Component` = '{name}'")
-            if condition := component.attrib.pop("Condition", ""):
-                self.component_changes.append(f"UPDATE `Component` SET `Condition` = '{condition}' WHERE `Component` = '{name}'")
-            # The same in every version: what a component holds stays in its place.
-            component.set("Guid", guid(f"component {component.get('Id')}"))
-        self.file_versions = {file.get("Id"): version_in(self.tree / file.get("Source")[len("tree/"):])
-                              for file in root.iter(f"{{{WIX}}}File") if file.get("Source").endswith((".exe", ".dll"))}
-        return ET.tostring(root, encoding="utf-8", xml_declaration=True)
+                    folders[folder] = ET.SubElement(folders[folder.parent], element("Directory"),
+                                                    Id=identifier(folder) + "Folder", Name=folder.name)
+            component = ET.SubElement(folders[path.parent], element("Component"), Id=name, Win64="yes")
+            ET.SubElement(component, element("File"), Id=name, Source=source, KeyPath="yes")
+            ET.SubElement(feature, element("ComponentRef"), Id=name)
+
+    def change(self, table, key, **columns):
+        """Has a row changed when wixl has written it."""
+        values = ", ".join(f"`{name}` = '{value}'" if isinstance(value, str) else f"`{name}` = {value}"
+                           for name, value in columns.items())
+        self.queries.append(f"UPDATE `{table}` SET {values} WHERE `{table}` = '{key}'")
 
     def table(self, path):
         """A table as it is imported: without comments, with the line ends of its system."""
@@ -124,26 +141,19 @@ class Package:
         subprocess.run(["msibuild", self.draft, *map(str, arguments)], check=True)
 
     def rows(self, table, *columns):
-        text = subprocess.run(["msiinfo", "export", self.draft, table], check=True, capture_output=True, text=True).stdout
-        head, _, _, *rows = (line.rstrip("\r").split("\t") for line in text.splitlines())
+        run = subprocess.run(["msiinfo", "export", self.draft, table], check=True, capture_output=True, text=True)
+        head, _, _, *rows = (line.rstrip("\r").split("\t") for line in run.stdout.splitlines())
         return [[row[head.index(column)] for column in columns] for row in rows]
 
-    def complete(self):
-        """What wixl leaves out of the tables that it writes."""
-        queries = []
+    def add_short_names(self):
+        folders = dict(self.rows("Component", "Component", "Directory_"))
         taken = {}
         for key, name, component in self.rows("File", "File", "FileName", "Component_"):
-            short = short_name(name, taken.setdefault(component.rpartition("_")[0], set()))
-            if short != name:
-                queries.append(f"UPDATE `File` SET `FileName` = '{short}|{name}' WHERE `File` = '{key}'")
-        for key, name in self.rows("Directory", "Directory", "DefaultDir"):
-            if name != "." and (short := short_name(name, set())) != name:
-                queries.append(f"UPDATE `Directory` SET `DefaultDir` = '{short}|{name}' WHERE `Directory` = '{key}'")
-        for key, version in self.file_versions.items():
-            # A file that has a version is compared by it, not by its hash.
-            queries.append(f"UPDATE `File` SET `Version` = '{version}', `Language` = '1033' WHERE `File` = '{key}'")
-            queries.append(f"DELETE FROM `MsiFileHash` WHERE `File_` = '{key}'")
-        self.msibuild("-q", *queries, *self.component_changes)
+            if (short := short_name(name, taken.setdefault(folders[component], set()))) != name:
+                self.change("File", key, FileName=f"{short}|{name}")
+        for key, parent, name in self.rows("Directory", "Directory", "Directory_Parent", "DefaultDir"):
+            if name != "." and (short := short_name(name, taken.setdefault(parent, set()))) != name:
+                self.change("Directory", key, DefaultDir=f"{short}|{name}")
 
     def build(self):
         self.draft = self.work / "draft.msi"
@@ -157,7 +167,8 @@ class Package:
         self.names["PACKAGE_CODE"] = guid(f"package {self.names} {content.hexdigest()}")
         for path in tables:
             self.msibuild("-i", self.table(path))
-        self.complete()
+        self.add_short_names()
+        self.msibuild("-q", *self.queries)
         shutil.move(self.draft, self.target)
         print(self.target)
 

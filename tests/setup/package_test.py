@@ -25,6 +25,8 @@ import stage  # noqa: E402
 
 SERVICE_KEY = r"HKLM\System\CurrentControlSet\Services\ZarnUpdateService"
 SETTINGS_KEY = r"HKLM\Software\Zarn, Inc.\Zarn Update Service"
+UNINSTALL_KEY = r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall"
+MACHINE_KEY = r"HKLM\System\CurrentControlSet\Control\Session Manager\Environment"
 SOURCE_KEY = r"HKLM\System\CurrentControlSet\Services\EventLog\Application\Zarn Update Service"
 WINDOWS_KEY = r"HKLM\Software\Microsoft\Windows NT\CurrentVersion"
 FOLDER = stage.INSTALL_DIR
@@ -46,18 +48,18 @@ class PackageTest(unittest.TestCase):
         stage.run("cmake", "--install", cls.build, "--prefix", cls.dist, "--component", "dist", "--strip")
         programs = cls.build / "tools" / "stage"
         publisher = stage.Publisher(cls.work / "publisher")
+        key = publisher.approved.with_suffix(".key")
         signing = cls.work / "sign"
-        signing.write_text("#!/bin/sh\nset -e\n"
-                           f"osslsigncode sign -certs '{publisher.approved}' -key '{publisher.approved.with_suffix('.key')}'"
-                           ' -in "$1" -out "$1.signed"\nmv "$1.signed" "$1"\n')
+        signing.write_text(f"""#!/bin/sh -e
+            osslsigncode sign -certs '{publisher.approved}' -key '{key}' -in "$1" -out "$1.signed"
+            mv "$1.signed" "$1" """)
         signing.chmod(0o755)
         packages = stage.fresh(cls.work / "shipped")
         stage.run(ROOT / "tools" / "package.sh", cls.build, cls.dist, packages, env=dict(os.environ, ZARN_SIGN=signing))
         cls.shipped = next(packages.glob("*.msi"))
         cls.bill = json.loads((packages / "ZarnUpdateService.cdx.json").read_text())
-        cls.tree = cls.work / "dist"
         cls.newer = cls.package("newer", 1)
-        cls.unstartable = cls.package("unstartable", 2, service=cls.dist / "zarn-update.exe")
+        cls.unstartable = cls.package("unstartable", 2, service="zarn-update.exe")
 
         cls.bundles = stage.make_bundles(publisher, programs / "genuine_installer.exe",
                                          programs / "intruder_installer.exe", cls.work / "bundles")
@@ -73,19 +75,18 @@ class PackageTest(unittest.TestCase):
         shutil.copy(servers["ca"], cls.at(r"C:\ca.pem"))
 
     @classmethod
-    def package(cls, name, later, service=None):
+    def package(cls, name, later, service="ZarnUpdateService.exe"):
         """A package whose programs say that they are `later` builds newer."""
-        tree = cls.work / name / "tree"
-        shutil.rmtree(tree.parent, ignore_errors=True)
-        shutil.copytree(cls.dist, tree)
-        for program in (tree / "ZarnUpdateService.exe", tree / "zarn-update.exe"):
-            content = bytearray((service or program).read_bytes() if program.stem == "ZarnUpdateService"
-                                else program.read_bytes())
+        folder = stage.fresh(cls.work / name)
+        tree = shutil.copytree(cls.dist, folder / "tree")
+        for program, source in (("ZarnUpdateService.exe", service), ("zarn-update.exe", "zarn-update.exe")):
+            content = bytearray((cls.dist / source).read_bytes())
             place = content.index(struct.pack("<II", 0xFEEF04BD, 0x00010000)) + 12
             content[place:place + 4] = struct.pack("<I", struct.unpack_from("<I", content, place)[0] + later)
-            program.write_bytes(content)
-        return pathlib.Path(stage.run(ROOT / "tools" / "msi.py", "--tree", tree, "--version-text", name, "--epoch",
-                                      1700000000, "--work", tree.parent / "work", "--output", tree.parent).split("\n")[-2])
+            (tree / program).write_bytes(content)
+        stage.run(ROOT / "tools" / "msi.py", "--tree", tree, "--version-text", name, "--epoch", 1700000000,
+                  "--work", folder / "work", "--output", folder)
+        return next(folder.glob("*.msi"))
 
     # ---- What the machine is asked ------------------------------------------------
 
@@ -125,8 +126,9 @@ class PackageTest(unittest.TestCase):
         return dict(entry.split("=", 1) for entry in self.values(SERVICE_KEY)["Environment"].split(r"\0"))
 
     def version(self):
-        text = self.machine.wine("reg", "query", r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall", "/s").stdout
-        return "".join(re.findall(r"DisplayName +REG_SZ +Zarn Update Service\s+DisplayVersion +REG_SZ +([\d.]+)", text))
+        text = self.machine.wine("reg", "query", UNINSTALL_KEY, "/s").stdout
+        entry = r"DisplayName +REG_SZ +Zarn Update Service\s+DisplayVersion +REG_SZ +([\d.]+)"
+        return "".join(re.findall(entry, text))
 
     def is_running(self):
         return "RUNNING" in self.machine.wine("sc", "query", stage.SERVICE, check=False).stdout
@@ -198,8 +200,7 @@ class PackageTest(unittest.TestCase):
         self.assertEqual(self.environment(), {"TMP": TEMP, "TEMP": TEMP, HOST: "account.vendor.example:8443",
                                               "HTTPS_PROXY": "http://proxy.example:3128"})
         self.assertEqual(self.values(SOURCE_KEY), {"EventMessageFile": PROGRAM, "TypesSupported": "0x7"})
-        path = self.values(r"HKLM\System\CurrentControlSet\Control\Session Manager\Environment")["PATH"]
-        self.assertIn(FOLDER, path)
+        self.assertIn(FOLDER, self.values(MACHINE_KEY)["PATH"])
         shipped = {path.relative_to(self.dist).as_posix() for path in self.dist.rglob("*") if path.is_file()}
         self.assertEqual({name for name in self.files() if not name.startswith("Licences/")},
                          shipped | {"ZarnUpdateService.cdx.json", "Resources/cacert-chosen.pem"})
@@ -209,7 +210,7 @@ class PackageTest(unittest.TestCase):
 
         self.assertTrue(self.msiexec("/x", self.shipped), self.said)
         self.assert_nothing_installed()
-        self.assertNotIn(FOLDER, self.values(r"HKLM\System\CurrentControlSet\Control\Session Manager\Environment")["PATH"])
+        self.assertNotIn(FOLDER, self.values(MACHINE_KEY)["PATH"])
         left = {path for path in drive.rglob("*") if path.is_file()} - before
         # Wine keeps the service's temp folder out of the one that removal empties.
         self.assertLessEqual({path.name for path in left if path.suffix not in (".log", ".jsonl")}, {stage.STAGED})
@@ -269,7 +270,8 @@ class PackageTest(unittest.TestCase):
         before = self.state()
         impatient = self.work / "impatient.msi"
         shutil.copy(self.newer, impatient)
-        stage.run("msibuild", impatient, "-q", "UPDATE `CustomAction` SET `Target` = 'wait 1' WHERE `Action` = 'WaitForRunningUpdate'")
+        stage.run("msibuild", impatient, "-q",
+                  "UPDATE `CustomAction` SET `Target` = 'wait 1' WHERE `Action` = 'WaitForRunningUpdate'")
         with self.installer_running(7_000, TOOL, "install", self.bundle("approved.exe")):
             self.assertFalse(self.msiexec("/i", impatient))
             self.assertEqual(self.failed_action(), "WaitForRunningUpdate")
@@ -285,8 +287,8 @@ class PackageTest(unittest.TestCase):
         self.have_nothing()
         self.at(r"C:\no.pem").write_text("no certificate")
         for argument, action in {
-            "START=sometimes": "RefuseStart", "ACCOUNTHOST=https://host": "RefuseAccountHost", "PROXY=a b": "RefuseProxy",
-            "CABUNDLE=ca.pem": "RefuseCaBundle", "ACCOUNTHOST=host:0": "CheckSettings",
+            "START=sometimes": "RefuseStart", "ACCOUNTHOST=https://host": "RefuseAccountHost",
+            "PROXY=a b": "RefuseProxy", "CABUNDLE=ca.pem": "RefuseCaBundle", "ACCOUNTHOST=host:0": "CheckSettings",
             "PROXY=ftp://proxy": "CheckSettings", r"CABUNDLE=C:\missing.pem": "CheckSettings",
             r"CABUNDLE=C:\windows": "CheckSettings", r"CABUNDLE=C:\no.pem": "CheckSettings",
         }.items():
@@ -296,8 +298,8 @@ class PackageTest(unittest.TestCase):
                 self.assertEqual(self.failed_action(), action)
                 self.assert_nothing_installed()
         with self.subTest("disk"):
-            full = (4 << 20, 4 << 20)
-            self.assertFalse(self.msiexec("/i", self.shipped, before=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, full)))
+            self.assertFalse(self.msiexec("/i", self.shipped, before=lambda: resource.setrlimit(
+                resource.RLIMIT_FSIZE, (4 << 20, 4 << 20))))
             self.assert_nothing_installed()
         with self.subTest("a service that does not start"):
             # That an older version comes back is Windows' doing: Wine puts back no files.
@@ -307,35 +309,50 @@ class PackageTest(unittest.TestCase):
         with self.subTest("Windows"):
             self.machine.wine("reg", "delete", WINDOWS_KEY, "/v", "CurrentMajorVersionNumber", "/f")
             self.assertFalse(self.msiexec("/i", self.shipped))
-            self.machine.wine("reg", "add", WINDOWS_KEY, "/v", "CurrentMajorVersionNumber", "/t", "REG_DWORD", "/d", "10")
+            self.machine.wine("reg", "add", WINDOWS_KEY, "/v", "CurrentMajorVersionNumber", "/t", "REG_DWORD",
+                              "/d", "10")
             self.assertEqual(self.failed_action(), "LaunchConditions")
             self.assert_nothing_installed()
 
     # ---- What the package holds ---------------------------------------------------
 
     def rows(self, table):
-        return [line.rstrip("\r").split("\t") for line in stage.run("msiinfo", "export", self.shipped, table).split("\n")[3:-1]]
+        text = stage.run("msiinfo", "export", self.shipped, table)
+        return [line.rstrip("\r").split("\t") for line in text.split("\n")[3:-1]]
 
     def test_tells_windows_what_only_windows_does(self):
-        config = {row[3]: row[4] for row in self.rows("MsiServiceConfig")}
         needed = ("AssignPrimaryToken Backup ChangeNotify CreateSymbolicLink Impersonate IncreaseQuota LoadDriver "
                   "Restore Security Shutdown TakeOwnership")
-        self.assertEqual(config, {"4": "1", "5": "1", "6": "[~]".join(f"Se{name}Privilege" for name in needed.split())})
-        self.assertEqual([row[3:7] for row in self.rows("MsiServiceConfigFailureActions")],
-                         [["86400", "", "", "1[~]1[~]1"]])
-        self.assertEqual(self.rows("MsiServiceConfigFailureActions")[0][7], "1000[~]5000[~]60000")
+        privileges = "[~]".join(f"Se{name}Privilege" for name in needed.split())
+        config = {row[3]: row[4] for row in self.rows("MsiServiceConfig")}
+        self.assertEqual(config, {"4": "1", "5": "1", "6": privileges})
+        self.assertEqual([row[3:8] for row in self.rows("MsiServiceConfigFailureActions")],
+                         [["86400", "", "", "1[~]1[~]1", "1000[~]5000[~]60000"]])
         # Users read programs and records; nobody but SYSTEM and administrators sees the temp folder.
         locks = {row[1]: re.findall(r"\(A;OICI;(\w+);;;(\w+)\)", row[3]) for row in self.rows("MsiLockPermissionsEx")
-                 if row[2] == "CreateFolder" and "D:P(" in row[3]}
+                 if row[2] == "CreateFolder" and "D:P" in row[3]}
         own = [("FA", "SY"), ("FA", "BA")]
         reading = [*own, ("0x1200a9", "BU")]
         self.assertEqual(locks, {"ProgramFolder": reading, "RecordFolder": reading, "ServiceTempFolder": own})
-        # The start type is set by a program of the system, which Wine has not in full.
-        action = next(row for row in self.rows("CustomAction") if row[0] == "SetStartType")
-        self.assertEqual(action[1:4], ["3106", "System64Folder",
-                                       '"[System64Folder]sc.exe" config ZarnUpdateService start= [START]'])
-        summary = stage.run("msiinfo", "suminfo", self.shipped)
-        self.assertIn("Template: x64;1033", summary)
+        self.assertIn("Template: x64;1033", stage.run("msiinfo", "suminfo", self.shipped))
+
+    def test_the_start_type_is_set_by_the_systems_own_program(self):
+        # Wine's cannot do that: another program in its place says what it was given.
+        self.have_nothing()
+        shutil.copy(self.bundles / "unsigned.exe", self.at(r"C:\zarn-test\sc.exe"))
+        self.at(r"C:\zarn-test\plan.txt").write_text("exit=0\n")
+        package, runs = self.work / "start-type.msi", self.at(r"C:\zarn-test\runs.txt")
+        shutil.copy(self.shipped, package)
+        asked = "config ZarnUpdateService start= "
+        own = f'"[System64Folder]sc.exe" {asked}[START]'
+        self.assertIn(own, [row[3] for row in self.rows("CustomAction")])
+        stage.run("msibuild", package, "-q", rf"UPDATE `CustomAction` SET `Target` = 'C:\zarn-test\sc.exe "
+                  f"{asked}[START]' WHERE `Action` = 'SetStartType'")
+        for start in ("demand", "delayed-auto"):
+            runs.unlink(missing_ok=True)
+            self.assertTrue(self.msiexec("/i", package, f"START={start}"), self.said)
+            self.assertIn(asked + start, runs.read_text())
+            self.assertEqual(self.is_running(), start != "demand")
 
     def test_package_and_programs_are_signed(self):
         self.have_first_version()
@@ -355,14 +372,13 @@ class PackageTest(unittest.TestCase):
                  "CLI": "cli11", "nlohmann": "nlohmann-json3", "zip.h": "libzip", "zlib.h": "libz-mingw-w64"}
         system = {path.name for place in ("x86_64-w64-mingw32", "lib/gcc/x86_64-w64-mingw32")
                   for path in pathlib.Path("/usr", place).glob("**/include/**/*")}
-        standard = re.compile(r"[a-z_]+")
         for folder in ("src", "client"):
             for source in (ROOT / folder).rglob("*[!x].[ch]*"):  # not those that end in _posix
                 for name in re.findall(r"^#include <([^>]+)>", source.read_text(), re.MULTILINE):
                     first = name.split("/")[0]
-                    if first in known or not (standard.fullmatch(name) or first in system):
+                    if first in known or not (re.fullmatch(r"[a-z_]+", name) or first in system):
                         self.assertIn(known.get(first, name), versions, f"{source} includes {name}")
-        licences = {row[2].split("|")[-1].removesuffix(".txt") for row in self.rows("File") if row[0].startswith("Licences")}
+        licences = {row[2].split("|")[-1].removesuffix(".txt") for row in self.rows("File") if "Licences" in row[0]}
         self.assertEqual(licences, {name for name in versions if not name.startswith("file:")})
 
 
