@@ -1,16 +1,11 @@
 // How the service lives with the control manager, and what its program asks of Windows.
 #include "service/win32_service.h"
 
-#include <gtest/gtest.h>
-
 #include <boost/algorithm/string/replace.hpp>
-#include <set>
-#include <thread>
 
 #include "os/error_text.h"
 #include "os/handles_win.h"
-#include "support/recording_log.h"
-#include "support/temp_directory.h"
+#include "support/test.h"
 
 namespace zarn::testing {
 namespace {
@@ -127,11 +122,7 @@ TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLinesAndEndsWhatNobodyWasTo
   const std::string stopped = "S Stopped - SERVICE_STOPPED\nreport 1 controls 0 exit 0 point 0 hint 0\n";
   const std::string ran = kRunning + "M Call run()\n", ended = "M Service stopped with exitcode 0\n";
   const std::string failed = "() - SetServiceStatus() failed\n(13)\n";
-  const struct {
-    const char* failingCall;
-    Step initialize, run;
-    std::string expected;
-  } cases[] = {
+  const std::tuple<std::string, Step, Step, std::string> cases[] = {
       {"register", kWorks, kWorks,
        "M RegisterServiceCtrlHandlerEx\nM RegisterServiceCtrlHandlerExW(), "
        "RegisterServiceCtrlHandlerExW() failed.\n(13)\nended with 1\n"},
