@@ -23,11 +23,6 @@ class TestServers {
       facts_[name] = fact;
   }
 
-  static const TestServers& instance() {
-    static const TestServers servers;
-    return servers;
-  }
-
   /// "host:port" of a scenario.
   [[nodiscard]] const std::string& host(const std::string& scenario) const { return facts_.at(scenario); }
   /// https, but for the scenario "plain_http".
