@@ -1,18 +1,11 @@
 // App-data paths come from any local user: what counts as a folder on a drive begins
 // with the drive and has no device in it, whichever way its separators lean.
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <string_view>
 
+#include "fuzz.h"
 #include "util/path_judge.h"
 
 namespace {
-
-void check(bool holds) {
-  if (!holds) std::abort();
-}
 
 /// As plainly as it can be said, whatever the judge does.
 bool isDevice(std::string component) {
@@ -30,27 +23,25 @@ bool isDevice(std::string component) {
 void checkLocalFolder(std::string path) {
   std::replace(path.begin(), path.end(), '/', '\\');
   if (path.starts_with(R"(\\?\)")) path.erase(0, 4);
-  check(path.size() > 2 && path[1] == ':' && path[2] == '\\');
+  require(path.size() > 2 && path[1] == ':' && path[2] == '\\');
   path += '\\';
   for (std::size_t begin = 0; begin < path.size();) {
     const std::size_t end = path.find('\\', begin);
     const std::string component = path.substr(begin, end - begin);
-    check(!isDevice(component) && (begin == 0 || component.find(':') == std::string::npos));
+    require(!isDevice(component) && (begin == 0 || component.find(':') == std::string::npos));
     begin = end + 1;
   }
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string path(reinterpret_cast<const char*>(data), size);
+void judge(const std::string& path) {
   std::string exchanged = path;
   for (char& c : exchanged) c = c == '/' ? '\\' : c == '\\' ? '/' : c;
   const zarn::PathKind kind = zarn::judgePath(path);
-  check(zarn::judgePath(exchanged) == kind);
-  if (kind != zarn::PathKind::LocalFolder) return 0;
+  require(zarn::judgePath(exchanged) == kind);
+  if (kind != zarn::PathKind::LocalFolder) return;
   checkLocalFolder(path);
   const std::string resolved = zarn::resolveDots(path);
-  check(zarn::judgePath(resolved) == kind && zarn::resolveDots(resolved) == resolved);
-  return 0;
+  require(zarn::judgePath(resolved) == kind && zarn::resolveDots(resolved) == resolved);
 }

@@ -1,11 +1,7 @@
 // Default overrides come from the environment as a query string.
-#include <cstdint>
-#include <string>
-
+#include "fuzz.h"
 #include "prefs/value_text.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const zarn::QueryString query(std::string(reinterpret_cast<const char*>(data), size));
-  (void)query.find("LogNumFiles");
-  return 0;
+void judge(const std::string& text) {
+  static_cast<void>(zarn::QueryString(text).find("LogNumFiles"));
 }

@@ -37,42 +37,37 @@ Json recorded(const Json& record, const Json& check) {
 
 using CommandLineTool = OnStage;
 
-TEST_F(CommandLineTool, VerifiesAsTheServiceDecides) {
-  std::map<std::string, std::string> decidedBy;
-  for (const char* name : {"approved.exe", "unsigned.exe", "changed.exe", "untrusted-root.exe", "expired.exe",
-                           "other-publisher.exe", "decoy.exe", "CAPITALS.EXE", "no-extension"}) {
-    const Json verified = ask("verify", bundle(name));
-    EXPECT_TRUE(ServiceUnderTest::installerRuns().empty()) << name << " was run by verify";
-    const int decided = ask("install", bundle(name)).value("status", -1);
-    // The stand-in installer asks for a reboot; verify says only that it would be run.
-    EXPECT_EQ(verified.value("status", -2), decided == 30001 ? 0 : decided) << name;
-    EXPECT_EQ(ServiceUnderTest::installerRuns().size(), decided == 30001 ? 1U : 0U) << name;
-    ServiceUnderTest::forgetInstallerRuns();
-    const Json record = lastRecord();
-    EXPECT_EQ(record["path"], bundle(name));
-    EXPECT_EQ(record["status"], decided) << name;
-    for (const Json& step : verified["steps"]) {
-      EXPECT_EQ(recorded(record, step["name"]), step["verdict"]) << name << ": " << step["name"];
-      if (step["verdict"] == "refused") decidedBy[name] = step["name"];
+TEST_F(CommandLineTool, VerifiesAsTheServiceDecidesAndNamesTheSigner) {
+  std::map<std::string, Json> verifications, records;
+  const std::pair<const char*, std::vector<const char*>> bundles[] = {
+      {"", {"approved.exe"}},
+      {"integrity", {"unsigned.exe", "changed.exe", "untrusted-root.exe", "expired.exe"}},
+      {"identity", {"other-publisher.exe", "decoy.exe"}},
+      {"extension", {"CAPITALS.EXE", "no-extension"}}};
+  for (const auto& [decider, named] : bundles)
+    for (const char* name : named) {
+      const Json& verified = verifications[name] = ask("verify", bundle(name));
+      EXPECT_TRUE(ServiceUnderTest::installerRuns().empty()) << name << " was run by verify";
+      const int decided = ask("install", bundle(name)).value("status", -1);
+      // The stand-in installer asks for a reboot; verify says only that it would be run.
+      EXPECT_EQ(verified.value("status", -2), decided == 30001 ? 0 : decided) << name;
+      EXPECT_EQ(ServiceUnderTest::installerRuns().size(), decided == 30001 ? 1U : 0U) << name;
+      ServiceUnderTest::forgetInstallerRuns();
+      const Json& record = records[name] = lastRecord();
+      EXPECT_EQ(record["path"], bundle(name));
+      EXPECT_EQ(record["status"], decided) << name;
+      std::string decidedBy;
+      for (const Json& step : verified["steps"]) {
+        EXPECT_EQ(recorded(record, step["name"]), step["verdict"]) << name << ": " << step["name"];
+        if (step["verdict"] == "refused") decidedBy = step["name"];
+      }
+      EXPECT_EQ(decidedBy, decider) << name;
     }
-  }
-  EXPECT_EQ(decidedBy, (std::map<std::string, std::string>{{"unsigned.exe", "integrity"},
-                                                           {"changed.exe", "integrity"},
-                                                           {"untrusted-root.exe", "integrity"},
-                                                           {"expired.exe", "integrity"},
-                                                           {"other-publisher.exe", "identity"},
-                                                           {"decoy.exe", "identity"},
-                                                           {"CAPITALS.EXE", "extension"},
-                                                           {"no-extension", "extension"}}));
-}
-
-TEST_F(CommandLineTool, NamesTheSignerAndWhetherTheProfileHoldsIt) {
-  const Json approved = ask("verify", bundle("approved.exe"));
+  const Json& approved = verifications["approved.exe"];
   EXPECT_EQ(approved["signer"]["digest"], stageSetting("approved_digest"));
   EXPECT_EQ(approved["signer"]["subject"], "CN=Zarn, Inc., O=Zarn, Inc., L=Los Gatos, S=California, C=US");
   EXPECT_EQ(approved["profile"]["holdsSigner"], true);
-  ask("install", bundle("approved.exe"));
-  const Json record = lastRecord();
+  const Json& record = records["approved.exe"];
   const Json wanted = {{"sha256", stageSetting("approved_sha256")},
                        {"signerDigest", approved["signer"]["digest"]},
                        {"signerSubject", approved["signer"]["subject"]},
@@ -82,10 +77,12 @@ TEST_F(CommandLineTool, NamesTheSignerAndWhetherTheProfileHoldsIt) {
   for (const auto& [key, value] : wanted.items()) EXPECT_EQ(record[key], value) << key;
   EXPECT_EQ(record["caller"]["image"], kTool);
   EXPECT_EQ(record["caller"]["sid"].get<std::string>().rfind("S-1-5-", 0), 0U);
-  const Json decoy = ask("verify", bundle("decoy.exe"));
+  const Json& decoy = verifications["decoy.exe"];
   EXPECT_EQ(decoy["signer"]["digest"], stageSetting("decoy_digest"));
   EXPECT_EQ(decoy["profile"]["holdsSigner"], false);
+}
 
+TEST_F(CommandLineTool, AnEmptyProfileRefusesWhileNoneOrADamagedListOfAuthoritiesFails) {
   for (const auto& [profile, verdict] :
        {std::pair{"no profile", "failed"}, {R"({"certs": []})", "refused"}}) {
     setProfile(profile);
@@ -95,9 +92,7 @@ TEST_F(CommandLineTool, NamesTheSignerAndWhetherTheProfileHoldsIt) {
     ask("install", bundle("approved.exe"));
     EXPECT_EQ(recorded(lastRecord(), "identity"), verdict);
   }
-}
-
-TEST_F(CommandLineTool, ADamagedListOfAuthoritiesThatWasChosenApprovesNobody) {
+  approveOnly(stageSetting("approved_digest"));
   const std::string chosen = R"(C:\Program Files\Zarn Update Service\Resources\cacert-chosen.pem)";
   writeFile(chosen, "-----BEGIN CERTIFICATE-----\ndamaged\n-----END CERTIFICATE-----\n");
   for (const char* command : {"verify", "install"})
@@ -117,7 +112,7 @@ TEST_F(CommandLineTool, ADamagedListOfAuthoritiesThatWasChosenApprovesNobody) {
   RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, key, L"CaBundle");
 }
 
-TEST_F(CommandLineTool, WaitsForTheInstallThatRuns) {
+TEST_F(CommandLineTool, WaitsForTheInstallThatRunsAndTellsItsOutcome) {
   ServiceUnderTest::planInstaller("sleep_ms=3000\nexit=1641\n");
   std::thread installing([] { ask("install", bundle("approved.exe")); });
   EXPECT_TRUE(waitUntil([] { return !ServiceUnderTest::installerRuns().empty(); }));
@@ -129,17 +124,11 @@ TEST_F(CommandLineTool, WaitsForTheInstallThatRuns) {
   installing.join();
   EXPECT_EQ(Json({free["exitCode"], free["installing"]}), Json({0, nullptr}));
   EXPECT_EQ(lastRecord()["time"], busy["installing"]["since"]) << "recorded before it is free";
-}
-
-TEST_F(CommandLineTool, FindsTheServiceItsLogsAndItsLastOutcome) {
-  ask("install", bundle("approved.exe"));
   const Json status = ask("status", "--json");
-  EXPECT_EQ(status["state"], "running");
-  EXPECT_EQ(status["logFolder"], ServiceUnderTest::logDirectory());
   EXPECT_NE(status["version"], "");
   const Json& last = status["lastOutcome"];
-  EXPECT_EQ(Json({last["status"], last["exitCode"], last["path"]}),
-            Json({30001, 1641, bundle("approved.exe")}));
+  EXPECT_EQ(Json({status["state"], status["logFolder"], last["status"], last["exitCode"], last["path"]}),
+            Json({"running", ServiceUnderTest::logDirectory(), 30001, 1641, bundle("approved.exe")}));
 }
 
 TEST_F(CommandLineTool, ThePolicyIsStrongerThanTheEnvironmentForServiceAndToolAlike) {

@@ -2,11 +2,35 @@
 
 import argparse
 import hashlib
+import os
 import pathlib
+import signal
+import socket
+import subprocess
 import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "stage"))
 import stage  # noqa: E402
+
+COLLECTOR = """
+global(parser.escapeControlCharactersOnReceive="on" maxMessageSize="64k")
+module(load="imudp")
+template(name="record" type="string" string="%pri%|%hostname%|%syslogtag%|%msg%\\n")
+input(type="imudp" address="127.0.0.1" port="{port}" ruleset="collect")
+ruleset(name="collect") {{ action(type="omfile" file="{folder}/collected.txt" template="record") }}
+"""
+
+
+def start_collector(folder):
+    """A real rsyslog; the port that it listens at."""
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+        probe.bind(("127.0.0.1", 0))
+        port = probe.getsockname()[1]
+    (folder / "rsyslog.conf").write_text(COLLECTOR.format(port=port, folder=folder))
+    subprocess.run(["rsyslogd", "-i", folder / "pid", "-f", folder / "rsyslog.conf"], check=True,
+                   env=dict(os.environ, PATH=os.environ["PATH"] + ":/usr/sbin"),
+                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    return port
 
 
 def main():
@@ -20,9 +44,12 @@ def main():
 
     accounts = stage.AccountService(options.work / "account-service")
     machine = stage.Machine(options.work / "machine")
+    collector = options.work / "collector"
     if options.action == "stop":
         machine.stop()
         accounts.stop()
+        if (collector / "pid").exists():  # rsyslog removes it when it ends
+            os.kill(int((collector / "pid").read_text()), signal.SIGTERM)
         return
 
     publisher = stage.Publisher(options.work / "publisher")
@@ -32,16 +59,21 @@ def main():
     )
     accounts.approve(publisher.digest(publisher.approved))
     servers = accounts.start()
-    machine.make({"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": servers["good"]})
+    machine.make({"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": servers["good"],
+                  "ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR": f"127.0.0.1:{start_collector(stage.fresh(collector))}",
+                  "ZARN_MEDIA_SERVER_SYSLOG_MINUTES": "600",
+                  "ZARN_MEDIA_SERVER_DEFAULT_PREFERENCES": "ZarnOnlineUsername=operator"})
     machine.lay_out(options.dist, servers["ca"])
     machine.wine(options.programs / "trust_root.exe", machine.windows(publisher.root.with_suffix(".der")),
                  machine.windows(publisher.sha1_root.with_suffix(".der")))
+    machine.wine("sc", "create", stage.SERVICE, "binPath=", f'"{stage.INSTALL_DIR}\\ZarnUpdateService.exe"')
     settings = {
         "bundles": machine.windows(bundles),
         "profile": machine.windows(accounts.profile),
         "approved_digest": publisher.digest(publisher.approved),
         "approved_sha256": hashlib.sha256((bundles / "approved.exe").read_bytes()).hexdigest(),
         "decoy_digest": publisher.digest(publisher.other),
+        "collected": machine.windows(collector / "collected.txt"),
     }
     text = "".join(f"{name}={value}\n" for name, value in settings.items())
     (machine.path(r"C:\zarn-test") / "stage.txt").write_text(text)

@@ -2,29 +2,42 @@
 // the service control manager, its files, its log and the caller's library.
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <windows.h>
 
-#include <chrono>
-#include <functional>
-#include <sstream>
-#include <stdexcept>
-#include <thread>
-
-#include "e2e/caller.h"
+#include "client/update_client.h"
 #include "os/handles_win.h"
-#include "support/temp_directory.h"
+#include "support/test.h"
+#include "util/string_utils.h"
 
 namespace zarn::testing {
 
-/// Polls until `condition` holds; false when `limit` has passed without it.
-inline bool waitUntil(const std::function<bool()>& condition,
-                      std::chrono::seconds limit = std::chrono::seconds(20)) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
+/// Status and exit code, or neither when no answer came.
+struct Answer {
+  std::optional<long> status, exitCode;
+  friend bool operator==(const Answer&, const Answer&) = default;
+  friend std::ostream& operator<<(std::ostream& out, const Answer& answer) {
+    return out << "status " << answer.status.value_or(-1) << ", exit code " << answer.exitCode.value_or(-1);
+  }
+};
+
+inline Answer install(const std::string& path) {
+  const auto result = client::UpdateClient().install(StringUtils::utf8to16(path));
+  return result.ok() ? Answer{result.value().status, result.value().installerExitCode} : Answer{};
+}
+inline std::optional<long> check(const std::string& path) {
+  const auto result = client::UpdateClient().checkBundle(StringUtils::utf8to16(path));
+  return result.ok() ? std::optional<long>(result.value()) : std::nullopt;
+}
+inline bool setAppDataPath(const std::string& path) {
+  return client::UpdateClient().setAppDataPath(StringUtils::utf8to16(path)).ok();
+}
+
+/// Polls until `condition` holds; false when twenty seconds have passed without it.
+inline bool waitUntil(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + 20s;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::this_thread::sleep_for(10ms);
   }
   return true;
 }
@@ -57,38 +70,27 @@ inline std::size_t countOf(std::string_view part, std::string_view text) {
   for (auto at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++count;
   return count;
 }
-/// What is stored of the last app-data path.
-inline std::string storedAppDataPath() {
+/// A text of the registry; empty when there is none.
+inline std::string storedText(HKEY root, const wchar_t* key, const wchar_t* name) {
   wchar_t stored[1024] = {};
   DWORD size = sizeof(stored);
-  RegGetValueW(HKEY_CURRENT_USER, LR"(Software\Zarn, Inc.\Zarn Media Server)", L"LocalAppDataPath",
-               RRF_RT_REG_SZ, nullptr, stored, &size);
+  RegGetValueW(root, key, name, RRF_RT_REG_SZ, nullptr, stored, &size);
   return StringUtils::utf16to8(stored);
+}
+inline std::string storedAppDataPath() {
+  return storedText(HKEY_CURRENT_USER, LR"(Software\Zarn, Inc.\Zarn Media Server)", L"LocalAppDataPath");
 }
 
 /// One run of the stand-in installer, from its record.
 struct InstallerRun {
   std::string who;  // "genuine" or "intruder"
   std::string process;
-  unsigned long long startedMs = 0;
-  unsigned long long endedMs = 0;  // 0: still running, or cut
+  bool hasEnded = false;  // and was not cut
   std::string commandLine;
 };
 
 class ServiceUnderTest {
  public:
-  /// Registers the service (own process, demand start) when it is not yet registered.
-  ServiceUnderTest() : manager_(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)) {
-    require(static_cast<bool>(manager_), "OpenSCManagerW");
-    service_.reset(OpenServiceW(manager_.get(), kName, SERVICE_ALL_ACCESS));
-    if (service_) return;
-    service_.reset(CreateServiceW(manager_.get(), kName, L"Zarn Update Service", SERVICE_ALL_ACCESS,
-                                  SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
-                                  LR"("C:\Program Files\Zarn Update Service\ZarnUpdateService.exe")", nullptr,
-                                  nullptr, nullptr, nullptr, nullptr));
-    require(static_cast<bool>(service_), "CreateServiceW");
-  }
-
   /// Starts it when it is not running and waits until it runs and has logged `line`.
   void start(const std::string& line = "Listening for remote procedure calls...") {
     // Wine's control manager shows a process that ended without a stopped report as
@@ -148,17 +150,16 @@ class ServiceUnderTest {
     return waitUntil([&] { return log().find(text) != std::string::npos; });
   }
   static std::string stagedCopy() {
-    return FileUtils::toUtf8(boost::filesystem::temp_directory_path() / "ZarnMediaServerUpdate.exe");
+    return toUtf8(boost::filesystem::temp_directory_path() / "ZarnMediaServerUpdate.exe");
   }
   static std::vector<InstallerRun> installerRuns() {
     std::vector<InstallerRun> runs;
     std::istringstream lines(readFile(kRuns));
-    std::string event;
-    for (InstallerRun run; lines >> event >> run.who >> run.process >> run.startedMs;) {
+    std::string event, time;
+    for (InstallerRun run; lines >> event >> run.who >> run.process >> time;) {
       std::getline(lines >> std::ws, run.commandLine);
       if (event == "start") runs.push_back(run);
-      for (InstallerRun& one : runs)
-        if (event == "end" && one.process == run.process && one.endedMs == 0) one.endedMs = run.startedMs;
+      for (InstallerRun& one : runs) one.hasEnded |= event == "end" && one.process == run.process;
     }
     return runs;
   }
@@ -167,7 +168,6 @@ class ServiceUnderTest {
   static void planInstaller(const std::string& lines) { writeFile(R"(C:\zarn-test\plan.txt)", lines); }
 
  private:
-  static constexpr wchar_t kName[] = L"ZarnUpdateService";
   static constexpr char kRuns[] = R"(C:\zarn-test\runs.txt)";
 
   static void require(bool works, const char* what) {
@@ -182,8 +182,8 @@ class ServiceUnderTest {
     return result;
   }
 
-  ServiceHandle manager_;
-  ServiceHandle service_;
+  ServiceHandle manager_{OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)};
+  ServiceHandle service_{OpenServiceW(manager_.get(), L"ZarnUpdateService", SERVICE_ALL_ACCESS)};
 };
 
 /// Values of the machine's registry for the life of a test.

@@ -1,21 +1,13 @@
 // Requests while memory runs out. Every allocation of this program goes through here,
 // so that any one of them, or all from one on, can be made to fail; those of the C
 // libraries cannot.
-#include <gtest/gtest.h>
-
-#include <future>
-#include <limits>
-#include <thread>
-
 #include "http/http_client.h"
 #include "support/failing_new.h"
-#include "support/recording_log.h"
+#include "support/test.h"
 #include "support/test_servers.h"
 
 namespace zarn::testing {
 namespace {
-
-using namespace std::chrono_literals;
 
 constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 
@@ -38,7 +30,7 @@ bool allocationFails() noexcept {
 namespace {
 
 std::shared_ptr<HttpContext> request(const std::string& scenario) {
-  const TestServers& servers = TestServers::instance();
+  const TestServers servers;
   auto ctx = HttpContext::create(servers.url(scenario), "GET");
   ctx->cacert = servers.file("ca");
   ctx->timeout = 20;
@@ -85,10 +77,7 @@ TEST(AllocationFailure, SettlesEveryRequestAndTheNextOneIsServed) {
     failEach(scenario, [&](const auto& ctx, auto& promise) { promise = HttpClient::submit(ctx, runner); });
     EXPECT_EQ(HttpClient::submit(request(scenario), runner)->wait()->httpCode, 200);
   }
-}
-
-TEST(AllocationFailure, ARunnerThatCannotBeMadeOrEndsSettlesItsRequests) {
-  isTestsOwn = true;
+  // A runner that cannot be made, or ends.
   failEach("silent", [](const auto& ctx, auto& promise) {
     HttpClientRunner runner;
     promise = HttpClient::submit(ctx, runner);

@@ -1,15 +1,10 @@
 // Time-outs while the system's resolver does not answer. Stands in for it in the whole
 // test program; that libcurl really asks it is part of the test.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <netdb.h>
 
-#include <atomic>
-#include <cstring>
-#include <thread>
-
 #include "http/http_client.h"
-#include "support/recording_log.h"
+#include "support/test.h"
 
 using namespace std::chrono_literals;
 

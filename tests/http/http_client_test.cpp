@@ -1,29 +1,16 @@
 #include "http/http_client.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <functional>
-#include <future>
-
 #include "prefs/preferences.h"
-#include "support/environment.h"
-#include "support/recording_log.h"
-#include "support/temp_directory.h"
+#include "support/test.h"
 #include "support/test_servers.h"
 
 namespace zarn::testing {
 namespace {
 
-using namespace std::chrono_literals;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
 using Context = std::shared_ptr<HttpContext>;
 using Response = std::shared_ptr<HttpClient::Response>;
 
-class HttpClientTest : public ::testing::Test {
- protected:
+struct HttpClientTest : ::testing::Test {
   /// What libcurl finds when it starts: two files that session keys could go to.
   static void SetUpTestSuite() {
     setEnvironment("SSLKEYLOGFILE", keys() / "from-environment");
@@ -50,7 +37,7 @@ class HttpClientTest : public ::testing::Test {
   Response submit(const Context& ctx) { return HttpClient::submit(ctx, runner_); }
   Context perform(const Context& ctx) { return submit(ctx)->wait(); }
 
-  const TestServers& servers_ = TestServers::instance();
+  const TestServers servers_;
   RecordingLog log_;
   HttpClientRunner runner_;
 };
@@ -123,19 +110,15 @@ TEST_F(HttpClientTest, SendsWhatItIsGiven) {
   const TempDirectory dir;
   writeFile(dir / "upload", "from a file");
   const auto upload = FileUtils::safeOpen(dir / "upload", "rb", false);
-  const auto nothing = [](HttpContext&) {};
   const std::tuple<const char*, std::function<void(HttpContext&)>, std::vector<const char*>> cases[] = {
       {"GET",
        [](auto& ctx) {
          ctx.headers = {{"X-One", "1"}, {"X-Two", "2"}}, ctx.username = "user";
        },
        {R"("method": "GET")", R"("X-One": "1", "X-Two": "2")", R"("Authorization": "Basic dXNlcjo=")"}},
-      {"POST", [](auto& ctx) { ctx.postData = "posted"; }, {R"("method": "POST")", R"("body": "posted")"}},
       {"PUT",
        [&](auto& ctx) { ctx.uploadFile = upload.get(), ctx.uploadSize = 11; },
        {R"("method": "PUT")", R"("Content-Length": "11")", R"("body": "from a file")"}},
-      {"PUT", nothing, {R"("Content-Length": "0")"}},
-      {"HEAD", nothing, {}},
       {"POST",
        [&](HttpContext& ctx) {
          ctx.formParts = {{"a", FormPart::Kind::Contents, "contents", ""},
@@ -147,7 +130,6 @@ TEST_F(HttpClientTest, SendsWhatItIsGiven) {
     const auto ctx = get("echo", "/echo", verb);
     configure(*ctx);
     EXPECT_EQ(perform(ctx)->httpCode, 200) << verb << ctx->error;
-    EXPECT_EQ(ctx->body.empty(), parts.empty());
     for (const char* part : parts) EXPECT_THAT(ctx->body, HasSubstr(part));
   }
 }

@@ -1,15 +1,7 @@
 #include "http/http_options.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <limits>
-#include <sstream>
-
 #include "http/http_transfer.h"
-#include "support/recording_log.h"
-#include "support/temp_directory.h"
-#include "util/file_utils.h"
+#include "support/test.h"
 #include "util/product_version.h"
 
 namespace zarn::testing {

@@ -1,20 +1,10 @@
 // What requests run on, and what they are waited for by.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <future>
-#include <thread>
-
 #include "http/elastic_thread_pool.h"
 #include "http/promise.h"
-#include "os/process.h"
-#include "support/recording_log.h"
+#include "support/test.h"
 
 namespace zarn::testing {
 namespace {
-
-using namespace std::chrono_literals;
-using ::testing::ElementsAre;
 
 /// Sleeps until `condition` holds, at most ten seconds.
 template <typename Condition>

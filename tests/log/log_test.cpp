@@ -1,17 +1,10 @@
 #include "log/log.h"
 
-#include <future>
-#include <iostream>
-#include <limits>
-#include <map>
-#include <thread>
-
 #include "log/log_line.h"
 #include "log/log_queue.h"
 #include "log/probe_log.h"
 #include "prefs/test_preferences.h"
 #include "support/recording_events.h"
-#include "support/recording_log.h"
 #ifdef _WIN32
 #include "os/handles_win.h"
 #endif
@@ -199,6 +192,7 @@ TEST_F(LogInDirectory, TheWritersEndEndsEveryFlush) {
   diskStops.get_future().wait();
   std::vector<std::future<bool>> flushes(3);
   for (auto& flush : flushes) flush = std::async(std::launch::async, [this] { return log_.flush(20s); });
+  EXPECT_FALSE(log_.flush(100ms));
   EXPECT_FALSE(log_.stop(100ms));
   diskMoves.set_value();
   for (auto& flush : flushes) EXPECT_EQ(flush.wait_for(10s), std::future_status::ready);
@@ -230,7 +224,7 @@ TEST_F(LogInDirectory, PlantedLinksAreNotWrittenThrough) {
   ASSERT_TRUE(FileUtils::createDirectories(FileUtils::join(file(1), "full")));
   writeFile(dir_ / "victim", "precious");
   for (const std::string& planted : {file(0), dir_ / "Startup Crash.log"})
-    boost::filesystem::create_hard_link(FileUtils::toPath(dir_ / "victim"), FileUtils::toPath(planted));
+    fs::create_hard_link(toPath(dir_ / "victim"), toPath(planted));
   run("secret", 1);
   LogFiles::writeStartupCrash(dir_.path(), "reason");
   EXPECT_EQ(readFile(dir_ / "victim"), "precious");
@@ -240,8 +234,8 @@ TEST_F(LogInDirectory, PlantedLinksAreNotWrittenThrough) {
 TEST_F(LogInDirectory, AFolderThatCannotBeHeldLosesNoLine) {
   run("first");
   {
-    const FileHandle alone(CreateFileW(FileUtils::toPath(dir_.path()).c_str(), FILE_LIST_DIRECTORY, 0,
-                                       nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    const FileHandle alone(CreateFileW(toPath(dir_.path()).c_str(), FILE_LIST_DIRECTORY, 0, nullptr,
+                                       OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     ASSERT_TRUE(alone.isValid());
     run("second");
   }
@@ -315,6 +309,19 @@ TEST_F(ServiceLog, AChosenLevelIsStrongerThanThePreferences) {
     EXPECT_EQ(one.threshold(), level) << chosen;
   }
   ASSERT_TRUE(os::setEnvironmentVariable(names::kLogLevelVariable.narrow, ""));
+}
+
+TEST_F(ServiceLog, TakesItsCollectorFromTheEnvironmentAndSaysWhatIsNone) {
+  log.start("Test");
+  for (const auto& [collector, minutes, line] :
+       {std::tuple{"no-port", "7", "ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR is 'no-port' and not host:port."},
+        {"[::1]:9", "0", "ZARN_MEDIA_SERVER_SYSLOG_MINUTES is '0' and not a positive number."},
+        {"127.0.0.1:9", "7", "Enabling networked logging for 7 minutes."}}) {
+    setEnvironment("ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR", collector);
+    setEnvironment("ZARN_MEDIA_SERVER_SYSLOG_MINUTES", minutes);
+    log.configureNetworkLoggingFromEnvironment();
+    EXPECT_THAT(write(""), ::testing::Contains(EndsWith(line)));
+  }
 }
 
 TEST_F(ServiceLog, ScrubsAnnouncesAndKeepsAsManyFilesAsThePreferencesSay) {

@@ -1,3 +1,4 @@
+// What happens to lines on their way: secrets are masked, and copies go to a collector.
 #include "log/network_log.h"
 
 #include <boost/asio/buffer.hpp>
@@ -5,6 +6,7 @@
 
 #include "log/probe_log.h"
 #include "log/reachable_endpoint.h"
+#include "log/token_scrubber.h"
 #include "os/clock.h"
 
 namespace zarn::testing {
@@ -18,9 +20,7 @@ TEST(SyslogRecord, PartsInOrderAndNothingThatBeginsASecondRecord) {
   EXPECT_EQ(syslogRecord(LogLevel::Debug, "T", "N", "a\nb", "1\n<128>T x N: 2\t\x1b[0m\x7f"),
             "<135>T x N: [a b] 1 <128>T x N: 2  [0m ");
   EXPECT_EQ(syslogRecord(LogLevel::Warn, "", "", "", ""), "<132> x : [] ");
-}
-
-TEST(SyslogRecord, IsCutAt1024BytesBetweenCharacters) {
+  // It is cut at 1024 bytes, between characters.
   const std::string head = syslogRecord(LogLevel::Info, "T", "N", "u", "");
   for (std::size_t room = 1022; room <= 1025; ++room) {
     const std::string ascii(room - head.size(), 'a');
@@ -77,6 +77,38 @@ TEST_F(LogTest, CopiesLinesToTheNetworkUntilItsTimeIsUp) {
   EXPECT_THAT(messages(),
               ElementsAre(enabled, "token x", "late", "Time is up, disabling networked logging.", "later"));
   EXPECT_EQ(collector.available(), 0U);
+}
+
+std::string scrubbed(std::string text, bool crashKeysOnly = false) {
+  scrubTokens(text, crashKeysOnly);
+  return text;
+}
+
+TEST(TokenScrubber, MasksWhatFollowsEveryMarkerWhereverItStands) {
+  const std::string value = "ABCDEFGHIJKLMNOPQRSTUVWX0123456789abcdef" + std::string(60, 'n');
+  for (const auto& [marker, length, isCrashKey] : kScrubRules) {
+    for (std::size_t column = 0; column < 130; ++column) {  // in all places of the blocks that are searched
+      for (const char* const quote : {"", "'", "\""}) {
+        const std::string start = std::string(column, 'n').append(marker) + quote;
+        for (const std::size_t behind : {0U, 1U, 31U, 100U}) {
+          const std::string masked(std::min(behind, length), 'x');
+          const std::string text = start + value.substr(0, behind);
+          ASSERT_EQ(scrubbed(text), start + masked + text.substr(start.size() + masked.size()));
+          ASSERT_EQ(scrubbed(text, true), isCrashKey ? scrubbed(text) : text);
+        }
+      }
+    }
+  }
+}
+
+TEST(TokenScrubber, AppliesRuleAfterRuleToEveryOccurrence) {
+  const std::string mask(20, 'x');
+  for (const auto& [text, expected] :
+       {std::pair{"token=sentry_key=ABCDEFGHIJKLMNOP", "token=" + mask + "JKLMNOP"},
+        {"sentry_key=token=1 token=2", "sentry_key=" + std::string(15, 'x')},
+        {"Token=1 toke=2 tokentoken=ABCDEFGHIJKLMNOPQRSTtoken=''",
+         "Token=1 toke=2 tokentoken=" + mask + "token='x"}})
+    EXPECT_EQ(scrubbed(text), expected);
 }
 
 }  // namespace

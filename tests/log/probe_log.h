@@ -1,26 +1,13 @@
 // A logger with settable parts, for tests of the machinery, and what those tests share.
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <csignal>
-#include <functional>
-#include <string>
-#include <vector>
 
 #include "log/base_log.h"
 #include "log/log_files.h"
-#include "support/temp_directory.h"
+#include "support/test.h"
 
 namespace zarn::testing {
-
-using namespace std::chrono_literals;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::MatchesRegex;
-using Lines = std::vector<std::string>;
 
 struct ProbeLog final : BaseLog {
   explicit ProbeLog(std::string logDirectory, const LogLimits& limits = LogLimits())
@@ -60,14 +47,13 @@ struct ProbeLog final : BaseLog {
 /// The messages in file `number` of a log named "Test", without what stands before " - ".
 inline Lines messagesIn(const std::string& directory, std::size_t number = 0) {
   Lines messages;
-  std::ifstream file(FileUtils::toPath(LogFiles::path(directory, "Test", number)).c_str());
+  std::ifstream file(toPath(LogFiles::path(directory, "Test", number)).c_str());
   for (std::string line; std::getline(file, line);) messages.push_back(line.substr(line.find(" - ") + 3));
   return messages;
 }
 
 /// A logger in a directory of its own.
-class LogTest : public ::testing::Test {
- protected:
+struct LogTest : ::testing::Test {
   explicit LogTest(const LogLimits& limits = LogLimits()) : log_(dir_.path(), limits) {}
   [[nodiscard]] std::string file(std::size_t number) const {
     return LogFiles::path(dir_.path(), "Test", number);

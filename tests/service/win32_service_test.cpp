@@ -1,17 +1,12 @@
 // How the service lives with the control manager, and what its program asks of Windows.
 #include "service/win32_service.h"
 
-#include <gtest/gtest.h>
-
 #include <boost/algorithm/string/replace.hpp>
-#include <set>
-#include <thread>
 
 #include "os/error_text.h"
 #include "os/handles_win.h"
 #include "support/recording_events.h"
-#include "support/recording_log.h"
-#include "support/temp_directory.h"
+#include "support/test.h"
 
 namespace zarn::testing {
 namespace {

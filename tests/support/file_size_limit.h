@@ -7,24 +7,18 @@
 
 namespace zarn::testing {
 
-/// Files of this process cannot grow beyond `bytes`: writes take what fits, then fail.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) {
-    getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit now{bytes, before_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &now);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &before_);
-    static_cast<void>(std::signal(SIGXFSZ, handler_));
-  }
-
- private:
-  rlimit before_{};
-  void (*handler_)(int) = std::signal(SIGXFSZ, SIG_IGN);
-};
+/// Does `work` while files of this process cannot grow beyond `bytes`: writes take what fits, then fail.
+template <typename Work>
+auto withFileSizeLimit(rlim_t bytes, Work work) {
+  auto* const handler = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit now{bytes, before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &now);
+  const auto result = work();
+  setrlimit(RLIMIT_FSIZE, &before);
+  static_cast<void>(std::signal(SIGXFSZ, handler));
+  return result;
+}
 
 }  // namespace zarn::testing

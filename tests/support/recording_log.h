@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "util/logging.h"

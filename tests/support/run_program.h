@@ -3,7 +3,6 @@
 
 #include <windows.h>
 
-#include <string>
 #include <vector>
 
 #include "os/handles_win.h"

@@ -5,7 +5,6 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <string_view>
 
 #include "os/process.h"
 #include "util/file_utils.h"
@@ -17,8 +16,7 @@ class TempDirectory {
   TempDirectory() : path_(parent() / boost::filesystem::unique_path("zarn-%%%%-%%%%-%%%%")) {
     boost::filesystem::create_directories(path_);
   }
-  TempDirectory(const TempDirectory&) = delete;
-  TempDirectory& operator=(const TempDirectory&) = delete;
+  TempDirectory(TempDirectory&&) = delete;
   ~TempDirectory() {
     boost::system::error_code ignored;
     boost::filesystem::remove_all(path_, ignored);

@@ -5,7 +5,6 @@
 #include <fstream>
 #include <map>
 #include <string>
-#include <string_view>
 
 #include "os/process.h"
 #include "util/file_utils.h"
@@ -16,10 +15,12 @@ class TestServers {
  public:
   static constexpr char kProfilePath[] = "/api/zmscert/profile";
 
-  /// What is asked of it throws when there are no servers: a test that needs them must not pass without.
-  static const TestServers& instance() {
-    static const TestServers servers;
-    return servers;
+  /// Throws when there are no servers: a test that needs them must not pass without.
+  TestServers() {
+    std::ifstream file(
+        FileUtils::toPath(platformPath(environmentVariable("ZARN_TEST_SERVERS").value())).c_str());
+    for (std::string name, fact; std::getline(file, name, '=') && std::getline(file, fact);)
+      facts_[name] = fact;
   }
 
   /// "host:port" of a scenario.
@@ -32,15 +33,6 @@ class TestServers {
   [[nodiscard]] std::string file(const std::string& name) const { return platformPath(host(name)); }
 
  private:
-  TestServers() {
-    std::ifstream file(
-        FileUtils::toPath(platformPath(environmentVariable("ZARN_TEST_SERVERS").value())).c_str());
-    for (std::string line; std::getline(file, line);) {
-      const std::size_t sign = line.find('=');
-      facts_[line.substr(0, sign)] = line.substr(sign + 1);
-    }
-  }
-
   /// Wine shows the host's root as drive Z.
   static std::string platformPath(const std::string& path) {
 #ifdef _WIN32

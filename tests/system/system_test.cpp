@@ -1,9 +1,5 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "prefs/preferences.h"
-#include "support/environment.h"
-#include "support/recording_log.h"
+#include "support/test.h"
 #include "system/power_manager.h"
 #include "system/system_info.h"
 

@@ -2,12 +2,7 @@
 // made to fail. Records every call and every release, in order.
 #pragma once
 
-#include <algorithm>
-#include <map>
-#include <set>
-#include <string>
-#include <vector>
-
+#include "support/test.h"
 #include "trust/certificate_integrity.h"
 #include "trust/trust_api.h"
 

@@ -1,22 +1,17 @@
 // How calls get their turns, what leaves them, and how the listener that brings them ends.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <future>
-#include <optional>
-#include <stdexcept>
-#include <thread>
-
-#include "support/recording_log.h"
+#include "support/test.h"
 #include "update/bounded_listener.h"
 #include "update/call_queue.h"
 #include "update/rpc_server.h"
+#ifdef _WIN32
+#include <boost/algorithm/hex.hpp>
+#include <boost/algorithm/string/erase.hpp>
 
-namespace zarn {
+#include "update/interface/update_interface.h"
+#endif
+
+namespace zarn::testing {
 namespace {
-
-using namespace std::chrono_literals;
 
 /// A queue in which one call runs already, and calls that wait on threads of their own.
 struct Calls {
@@ -62,15 +57,14 @@ struct Calls {
 };
 
 TEST(CallQueue, GivesTurnsRoundAndNobodyMoreThanHalfThePlacesWhileOthersAsk) {
-  const struct {
-    std::size_t places;
-    const char *calls, *refused, *served;
-  } cases[] = {{16, "aaaabbc", "", "abcabaa"},
-               {4, "aaaaa", "a1", "aaaa"},           // alone all places, but no more
-               {4, "aaaaabbb", "a1a1a1b1", "abab"},  // b takes the places of a's newest
-               {4, "bbab", "b1", "bab"},             // no more than half, though a place is free
-               {4, "aabcb", "b1", "abca"},           // one more than b has is not enough to lose one
-               {4, "aaaabbc", "a1a1b1", "abca"}};    // two with half each keep nobody else out
+  // How many places there are, who calls, who is refused and why, who is served.
+  const std::tuple<std::size_t, const char*, const char*, const char*> cases[] = {
+      {16, "aaaabbc", "", "abcabaa"},
+      {4, "aaaaa", "a1", "aaaa"},           // alone all places, but no more
+      {4, "aaaaabbb", "a1a1a1b1", "abab"},  // b takes the places of a's newest
+      {4, "bbab", "b1", "bab"},             // no more than half, though a place is free
+      {4, "aabcb", "b1", "abca"},           // one more than b has is not enough to lose one
+      {4, "aaaabbc", "a1a1b1", "abca"}};    // two with half each keep nobody else out
   for (const auto& [places, owners, refused, served] : cases) {
     Calls calls(places);
     calls.call(owners);
@@ -117,7 +111,7 @@ struct BoundedListenerTest : ::testing::Test {
     return std::async(std::launch::async, [this] { return listener_.run(); });
   }
 
-  const testing::RecordingLog log_;
+  const RecordingLog log_;
   const std::shared_ptr<Stage> stage_ = std::make_shared<Stage>();
   BoundedListener listener_{{.listen = [stage = stage_]() -> std::uint32_t {
                                while (!stage->told || !stage->listenEnds) std::this_thread::sleep_for(1ms);
@@ -171,7 +165,7 @@ TEST_F(BoundedListenerTest, AStopThatComesBeforeItListensIsNotLostAndALaterOneDo
 }
 
 TEST(RpcServer, LetsNothingThrownOutAndRefusesPathsThatWindowsCannotHave) {
-  const testing::RecordingLog log;
+  const RecordingLog log;
   const auto answer = [](const wchar_t* path, const auto& work) {
     return rpc_server::answerCall("Install", path, Status::Failed, work);
   };
@@ -183,10 +177,34 @@ TEST(RpcServer, LetsNothingThrownOutAndRefusesPathsThatWindowsCannotHave) {
   EXPECT_EQ(answer((longest + L'x').c_str(), accept), Status::Failed);
   EXPECT_EQ(answer(nullptr, accept), Status::Failed);
   const std::string tooLong = "Install: the path is missing or too long.";
-  EXPECT_EQ(log.texts(), (std::vector<std::string>{
-                             "Install: Caught std::exception two\\x0alines, type: std::runtime_error",
-                             "Install: Caught std::exception unknown, type: unknown", tooLong, tooLong}));
+  EXPECT_EQ(log.texts(), (Lines{"Install: Caught std::exception two\\x0alines, type: std::runtime_error",
+                                "Install: Caught std::exception unknown, type: unknown", tooLong, tooLong}));
 }
 
+#ifdef _WIN32
+// Octet by octet: callers that were built elsewhere rely on them.
+TEST(WireTables, DescribeTheThreeProceduresAndNameTheInterface) {
+  using namespace update_interface;
+  const auto is = [](const auto& table, const std::string& hexadecimal) {
+    const auto octets = boost::algorithm::unhex(boost::algorithm::erase_all_copy(hexadecimal, " "));
+    return std::string(table.begin(), table.end()) == octets;
+  };
+  const std::string path = " 0a01 00000000 00000000 0b01 0800 0400";  // after the extension
+  EXPECT_TRUE(is(kProcedureFormat, "00 48 00000000 0000 1000 32000000 0000 0000 42 01" + path +
+                                       "00 48 00000000 0100 1800 32000000 0000 0800 46 02" + path +
+                                       "7000 1000 0800" +
+                                       "00 48 00000000 0200 2000 32000000 0000 2400 46 03" + path +
+                                       "5021 1000 0800 7000 1800 0800" + "00"));
+  EXPECT_TRUE(is(kTypeFormat, "0000 1108 255c 110c 085c 0000 0000 0000"));
+  EXPECT_THAT(kProcedureOffsets, ElementsAre(0, 36, 78));
+  const RPC_SYNTAX_IDENTIFIER wanted{
+      {0x631c7d9c, 0x1797, 0x42f9, {0x8e, 0x96, 0x36, 0x7a, 0x9e, 0xe5, 0x88, 0x87}}, {1, 0}};
+  const ServerInterface server({});
+  const auto* const client = static_cast<const RPC_CLIENT_INTERFACE*>(kClientStub.RpcInterfaceInformation);
+  for (const auto* id : {&server.description().InterfaceId, &client->InterfaceId})
+    EXPECT_EQ(std::memcmp(id, &wanted, sizeof(wanted)), 0);
+}
+#endif
+
 }  // namespace
-}  // namespace zarn
+}  // namespace zarn::testing

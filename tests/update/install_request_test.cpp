@@ -1,21 +1,13 @@
 // The steps of a request and what is held meanwhile; tests/e2e sees what becomes of which bundle.
 #include "update/install_request.h"
 
-#include <gmock/gmock.h>
-
-#include <new>
-#include <stdexcept>
-
 #include "os/error_text.h"
-#include "support/recording_log.h"
 #include "trust/scripted_trust_api.h"
 #include "update/temporary_folder.h"
 #include "util/string_utils.h"
 
-namespace zarn {
+namespace zarn::testing {
 namespace {
-
-using Lines = std::vector<std::string>;
 
 constexpr std::int32_t kUnset = -77;
 
@@ -53,14 +45,14 @@ struct InstallRequestTest : ::testing::Test {
   }
   /// From now on the helper program ends with `exitCode` after `sleepMs` and leaves its command line.
   void order(std::uint32_t exitCode, unsigned sleepMs = 0) const {
-    testing::setEnvironment("ZARN_HELPER", std::to_string(exitCode) + " " + std::to_string(sleepMs));
-    testing::setEnvironment("ZARN_HELPER_RECORD", commandLine_);
+    setEnvironment("ZARN_HELPER", std::to_string(exitCode) + " " + std::to_string(sleepMs));
+    setEnvironment("ZARN_HELPER_RECORD", commandLine_);
   }
   Status install() { return InstallRequest(with_).Install({}, wide(bundle_), exitCode_); }
 
-  const TrustResult verified_ = testing::verifiedByScript();
-  testing::RecordingLog log_;
-  testing::TemporaryFolder folder_;
+  const TrustResult verified_ = verifiedByScript();
+  RecordingLog log_;
+  TemporaryFolder folder_;
   std::string bundle_;
   const std::string staged_ = folder_.temp / "ZarnMediaServerUpdate.exe";
   const std::string commandLine_ = folder_.appData / "command line";
@@ -72,7 +64,7 @@ struct InstallRequestTest : ::testing::Test {
 
 TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
   order(1);
-  testing::writeFile(folder_.temp / "dd_vcredist.log", "kept");
+  writeFile(folder_.temp / "dd_vcredist.log", "kept");
   const auto look = [this](const char* name, const std::wstring& path) {
     EXPECT_EQ(path, wide(staged_));
     EXPECT_EQ(logTagPrefix(), "[UpdateService/Install] ");
@@ -97,7 +89,7 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
                    "Installer exit code:  1 - " + systemErrorPhrase(1), "Copying installer logs"}));
   EXPECT_EQ(logTagPrefix(), "");
   EXPECT_FALSE(FileUtils::exists(staged_));
-  EXPECT_EQ(testing::readFile(folder_.installerLog("dd_vcredist.log")), "kept");
+  EXPECT_EQ(readFile(folder_.installerLog("dd_vcredist.log")), "kept");
 }
 
 TEST_F(InstallRequestTest, RunsNothingThatIsRefusedAndRecordsWhichCheckJudgedOrCouldNot) {
@@ -107,18 +99,14 @@ TEST_F(InstallRequestTest, RunsNothingThatIsRefusedAndRecordsWhichCheckJudgedOrC
     };
   };
   FileHandle holder;
-  const struct {
-    std::function<void()> arrange;
-    Status status;
-    std::string decidingCheck, line;
-  } cases[] = {
+  const std::tuple<std::function<void()>, Status, std::string, std::string> cases[] = {
       {[&] { with_.openBundle = [](auto&) -> Result<FileHandle> { return SetLastError(0), failure(2U); }; },
        Status::Failed, "open failed: " + describeSystemError(2), secondLine(2)},
-      {[&] { boost::filesystem::resize_file(FileUtils::toPath(bundle_), 0x40000001); }, Status::Failed,
-       "size refused: more than 1 GiB", "Provided bundle is too large."},
+      {[&] { fs::resize_file(toPath(bundle_), 0x40000001); }, Status::Failed, "size refused: more than 1 GiB",
+       "Provided bundle is too large."},
       {[&] { FileUtils::move(bundle_, bundle_ + "X"), bundle_ += "X"; }, Status::Failed,
        "extension refused: not \".exe\" in these letters", "Provided bundle has invalid extension."},
-      {[&] { testing::writeFile(staged_, "held"), holder = openForWriting(staged_); }, Status::Failed,
+      {[&] { writeFile(staged_, "held"), holder = openForWriting(staged_); }, Status::Failed,
        "copy failed: " + describeSystemError(ERROR_FILE_EXISTS), secondLine(ERROR_FILE_EXISTS)},
       {[&] { holder.reset(), with_.checkIntegrity = [](auto&, auto&) { return TrustResult::refused(0); }; },
        Status::SignatureRefused, "integrity refused: " + describeSystemError(31), ""},
@@ -179,22 +167,24 @@ TEST_F(InstallRequestTest, AnExitCodeThatCannotBeReadIsAStatusOfItsOwn) {
   EXPECT_EQ(install(), Status::ExitCodeUnknown);
   EXPECT_EQ(exitCode_, 30003);
   EXPECT_FALSE(restarted_);
-  const std::vector<testing::LoggedLine> wanted = {{LogLevel::Error, "Failed to get exit code"},
-                                                   {LogLevel::Error, secondLine(ERROR_INVALID_HANDLE)}};
+  const std::vector<LoggedLine> wanted = {{LogLevel::Error, "Failed to get exit code"},
+                                          {LogLevel::Error, secondLine(ERROR_INVALID_HANDLE)}};
   EXPECT_THAT(log_.lines(), ::testing::IsSupersetOf(wanted));
   EXPECT_NE(GetProcessId(doubtful), 0U) << "a handle in doubt is not closed";
   CloseHandle(doubtful);
 }
 
-TEST_F(InstallRequestTest, NothingThatFailsAfterTheInstallerChangesTheAnswer) {
+TEST_F(InstallRequestTest, NothingThatFailsAfterTheInstallerChangesTheAnswerAndRefusalsAreRecorded) {
   order(3010);
   with_.announce = [this](auto& record) -> std::shared_ptr<void> {
     EXPECT_EQ(std::pair(record.path, record.checks[0].verdict),
               std::pair(bundle_, std::string("not reached")));
-    return std::shared_ptr<void>(this,
-                                 [](auto* test) { static_cast<InstallRequestTest*>(test)->ended_ = true; });
+    return {nullptr, [this](void*) { ended_ = true; }};
   };
-  with_.record = [this](auto&) { EXPECT_FALSE(ended_), throw std::bad_alloc(); };
+  with_.record = [this](auto& record) {
+    record_ = record;
+    EXPECT_FALSE(ended_), throw std::bad_alloc();
+  };
   with_.restart = [this] { restarted_ = true, throw std::runtime_error("the listener is gone"); };
   EXPECT_EQ(install(), Status::RebootRequired);
   EXPECT_EQ(exitCode_, 3010);
@@ -202,9 +192,8 @@ TEST_F(InstallRequestTest, NothingThatFailsAfterTheInstallerChangesTheAnswer) {
   ended_ = false;
   with_.announce = [](auto&) -> std::shared_ptr<void> { throw std::bad_alloc(); };
   EXPECT_EQ(install(), Status::RebootRequired);
-}
 
-TEST_F(InstallRequestTest, RecordsWhoAskedAndWhatWasNotEvenBegun) {
+  // Who asked is recorded even of what is not begun.
   InstallRequest(with_).refuse({"S-1-5-7", {}, ""}, wide(bundle_), "too many requests wait");
   EXPECT_EQ(std::tuple(record_.caller.sid, record_.path, record_.reason, record_.status, record_.exitCode),
             std::tuple("S-1-5-7", bundle_, "The request was refused: too many requests wait.", Status::Failed,
@@ -215,20 +204,20 @@ TEST_F(InstallRequestTest, LeavesAnInstallerThatOutlastsTheWait) {
   static_assert(kInstallerWaitMilliseconds == 600'000);
   order(0, 1'000);
   EXPECT_EQ(RunInstaller(wide(bundle_), {.waitMilliseconds = 100}), 259U);
-  EXPECT_EQ(log_.lines()[1], (testing::LoggedLine{LogLevel::Error, "Wait for installer timed out."}));
+  EXPECT_EQ(log_.lines()[1], (LoggedLine{LogLevel::Error, "Wait for installer timed out."}));
   // It was not ended: its record comes when it has slept.
-  for (int tries = 0; tries < 500 && testing::readFile(commandLine_).empty(); ++tries) Sleep(20);
-  EXPECT_EQ(testing::readFile(commandLine_), bundle_ + " /quiet /norestart");
+  for (int tries = 0; tries < 500 && readFile(commandLine_).empty(); ++tries) Sleep(20);
+  EXPECT_EQ(readFile(commandLine_), bundle_ + " /quiet /norestart");
   while (DeleteFileW(wide(bundle_).c_str()) == 0 && GetLastError() == ERROR_ACCESS_DENIED) Sleep(20);
 }
 
 TEST_F(InstallRequestTest, TheCopyEndsAtTheLimitAndIsOpenedByItsOnlyName) {
-  testing::writeFile(bundle_, std::string(5'000'000, 'x'));
+  writeFile(bundle_, std::string(5'000'000, 'x'));
   EXPECT_TRUE(copyBundle(wide(bundle_), wide(staged_), 5'000'000));
   EXPECT_EQ(FileUtils::fileSize(staged_), 5'000'000U);
   EXPECT_TRUE(openStagedCopy(wide(staged_)));
   const std::string secondName = folder_.appData / "second name";
-  boost::filesystem::create_hard_link(FileUtils::toPath(staged_), FileUtils::toPath(secondName));
+  fs::create_hard_link(toPath(staged_), toPath(secondName));
   EXPECT_EQ(openStagedCopy(wide(staged_)).error(), SystemError::accessDenied());
   EXPECT_EQ(copyBundle(wide(bundle_), wide(staged_), 4'999'999).error().code(), ERROR_REQUEST_ABORTED);
   EXPECT_FALSE(FileUtils::exists(staged_));
@@ -236,4 +225,4 @@ TEST_F(InstallRequestTest, TheCopyEndsAtTheLimitAndIsOpenedByItsOnlyName) {
 }
 
 }  // namespace
-}  // namespace zarn
+}  // namespace zarn::testing

@@ -1,30 +1,23 @@
 #include "update/installer_logs.h"
 
-#include <gtest/gtest.h>
-
-#include <boost/filesystem/operations.hpp>
-#include <set>
-
-#include "support/recording_log.h"
 #include "update/temporary_folder.h"
 
-namespace zarn {
+namespace zarn::testing {
 namespace {
 
-namespace fs = boost::filesystem;
 using Names = std::set<std::string>;
 
 struct InstallerLogsTest : ::testing::Test {
   Names collect() const {
     collectInstallerLogs();
     Names names;
-    for (const auto& entry : fs::directory_iterator(FileUtils::toPath(folder.installerLog(""))))
-      names.insert(FileUtils::toUtf8(entry.path().filename()));
+    for (const auto& entry : fs::directory_iterator(toPath(folder.installerLog(""))))
+      names.insert(toUtf8(entry.path().filename()));
     return names;
   }
 
-  testing::RecordingLog log;
-  testing::TemporaryFolder folder;
+  RecordingLog log;
+  TemporaryFolder folder;
 };
 
 TEST_F(InstallerLogsTest, TakesTheInstallersLogsAndKeepsTheOlderOfTwo) {
@@ -33,26 +26,25 @@ TEST_F(InstallerLogsTest, TakesTheInstallersLogsAndKeepsTheOlderOfTwo) {
   Names all = {"zarn media server.txt",  "Zarn Media Serve.log",      "DD_vcredist_x.log", "dd_vcredis.log",
                "Zarn Media Server2.LOG", "Zarn Media Server.log.bak", "other.log",         ".log"};
   all.insert(wanted.begin(), wanted.end());
-  for (const std::string& name : all) testing::writeFile(folder.temp / name, name);
-  fs::create_directory(FileUtils::toPath(folder.temp / "Zarn Media Server Folder.log"));
+  for (const std::string& name : all) writeFile(folder.temp / name, name);
+  fs::create_directory(toPath(folder.temp / "Zarn Media Server Folder.log"));
   EXPECT_EQ(collect(), wanted);
-  testing::writeFile(folder.temp / "dd_vcredist.log", "newer");
+  writeFile(folder.temp / "dd_vcredist.log", "newer");
   EXPECT_EQ(collect(), wanted);
-  EXPECT_EQ(testing::readFile(folder.installerLog("dd_vcredist.log")), "dd_vcredist.log");
+  EXPECT_EQ(readFile(folder.installerLog("dd_vcredist.log")), "dd_vcredist.log");
   EXPECT_TRUE(log.texts().empty());
 }
 
 TEST_F(InstallerLogsTest, CopiesNoFileThatHasAnotherName) {
-  testing::writeFile(folder.appData / "secret", "secret");
-  fs::create_hard_link(FileUtils::toPath(folder.appData / "secret"),
-                       FileUtils::toPath(folder.temp / "Zarn Media Server.log"));
+  writeFile(folder.appData / "secret", "secret");
+  fs::create_hard_link(toPath(folder.appData / "secret"), toPath(folder.temp / "Zarn Media Server.log"));
 #ifndef _WIN32
   fs::create_symlink(folder.appData / "secret", folder.temp / "dd_vcredist.log");
 #endif
   EXPECT_EQ(collect(), Names{});
   EXPECT_TRUE(log.contains("Not collecting Zarn Media Server.log, it is not a plain file with one name"));
 #ifndef _WIN32
-  testing::writeFile(folder.temp / "dd_vcredist_x64.log", "genuine");
+  writeFile(folder.temp / "dd_vcredist_x64.log", "genuine");
   fs::remove(folder.installerLog(""));
   fs::create_directory_symlink(folder.appData.path(),
                                FileUtils::join(FileUtils::logDirectory(), "Installer Logs"));
@@ -61,4 +53,4 @@ TEST_F(InstallerLogsTest, CopiesNoFileThatHasAnotherName) {
 }
 
 }  // namespace
-}  // namespace zarn
+}  // namespace zarn::testing

@@ -1,37 +1,37 @@
 // What is written of a request: the status that it ends with, its line, and the file for it.
-#include <gmock/gmock.h>
-
-#include <boost/filesystem/operations.hpp>
 #include <nlohmann/json.hpp>
 
-#ifndef _WIN32
+#include "support/test.h"
+#include "update/record_folder.h"
+#ifdef _WIN32
+#include <windows.h>
+
+#include <sddl.h>
+
+#include "os/handles_win.h"
+#include "util/string_utils.h"
+#else
 #include "support/file_size_limit.h"
 #endif
-#include "support/recording_log.h"
-#include "support/temp_directory.h"
-#include "update/record_folder.h"
 
-namespace zarn {
+namespace zarn::testing {
 namespace {
 
-using ::testing::HasSubstr;
-
 TEST(Status, IsWhatAnInstallersExitCodeBecomes) {
-  for (const auto& [code, status, isInstalled, restarts] : {std::tuple{0U, 0, true, true},
-                                                            {3010U, 30000, true, true},
-                                                            {1641U, 30001, true, false},
-                                                            {30003U, 30003, false, false},
-                                                            {259U, 30002, false, false}}) {
+  // Of those that are installed, whether the service is restarted.
+  const std::tuple<std::uint32_t, int, std::optional<bool>> codes[] = {
+      {0, 0, true}, {3010, 30000, true}, {1641, 30001, false}, {30003, 30003, {}}, {259, 30002, {}}};
+  for (const auto& [code, status, restarts] : codes) {
     const StatusFacts& facts = judgeExitCode(code);
     EXPECT_EQ(std::tuple(numberOf(facts.status), isSuccess(facts.status), facts.restartsService),
-              std::tuple(status, isInstalled, restarts));
+              std::tuple(status, restarts.has_value(), restarts.value_or(false)));
   }
   for (const int number : {5, 30004, 30005, 30006}) EXPECT_FALSE(isSuccess(Status{number})) << number;
 }
 
 TEST(Status, IsTheSameForCallersAndInTheDocumentation) {
-  const std::string header = testing::readFile(ZARN_SOURCE "/client/update_client.h");
-  const std::string manual = testing::readFile(ZARN_SOURCE "/docs/operations.md");
+  const std::string header = readFile(ZARN_SOURCE "/client/update_client.h");
+  const std::string manual = readFile(ZARN_SOURCE "/docs/operations.md");
   std::string rows, constants, wantedConstants;
   for (std::size_t at = 0; (at = header.find("constexpr std::int32_t k", at)) != std::string::npos; ++at)
     constants += header.substr(at + 23, header.find(';', at) - at - 22);
@@ -125,8 +125,8 @@ TEST(InstallRecord, IsReadFromLinesOfAnyOrigin) {
 }
 
 struct RecordFile : ::testing::Test {
-  testing::RecordingLog log;
-  testing::TempDirectory folder;
+  RecordingLog log;
+  TempDirectory folder;
   const std::string file = folder / "Update History.jsonl", earlier = folder / "Update History.1.jsonl";
 
   bool append(std::string_view line) const {
@@ -137,28 +137,149 @@ struct RecordFile : ::testing::Test {
 };
 
 TEST_F(RecordFile, HasWholeLinesAndBeginsAnewWhenLargeButOnlyWhereItCan) {
-  testing::writeFile(file, "torn");
+  writeFile(file, "torn");
   for (const char* line : {"one\n", "two\n", "three\n", "four\n"}) EXPECT_TRUE(append(line));
-  EXPECT_EQ(testing::readFile(earlier) + "|" + testing::readFile(file), "torn\none\ntwo\n|three\nfour\n");
+  EXPECT_EQ(readFile(earlier) + "|" + readFile(file), "torn\none\ntwo\n|three\nfour\n");
 #ifndef _WIN32
-  EXPECT_FALSE((testing::FileSizeLimit(14), append("second\n")));
-  EXPECT_EQ(testing::readFile(file), "three\nfour\n") << "a line fits whole or not at all";
+  EXPECT_FALSE(withFileSizeLimit(14, [&] { return append("second\n"); }));
+  EXPECT_EQ(readFile(file), "three\nfour\n") << "a line fits whole or not at all";
 #endif
-  boost::filesystem::remove(FileUtils::toPath(earlier));
-  boost::filesystem::create_directories(FileUtils::toPath(earlier + "/x"));
+  fs::remove(toPath(earlier));
+  fs::create_directories(toPath(earlier + "/x"));
   EXPECT_TRUE(append("12345678\n"));
   EXPECT_TRUE(append("12345678\n"));
   EXPECT_FALSE(append("12345678\n")) << "it cannot be moved, and grows no further";
 }
 
 TEST_F(RecordFile, IsWrittenThroughNoLinkAndNotWithoutItsFolder) {
-  testing::writeFile(folder / "target", "kept");
-  boost::filesystem::create_hard_link(FileUtils::toPath(folder / "target"), FileUtils::toPath(file));
+  writeFile(folder / "target", "kept");
+  fs::create_hard_link(toPath(folder / "target"), toPath(file));
   EXPECT_FALSE(appendToHistory(folder.path(), "line\n"));
-  EXPECT_EQ(testing::readFile(folder / "target"), "kept");
+  EXPECT_EQ(readFile(folder / "target"), "kept");
   EXPECT_FALSE(appendToHistory(folder / "missing", "line\n"));
   EXPECT_EQ(log.count("The update history could not be written."), 2);
 }
 
+#ifdef _WIN32
+// What the rights do is Windows' alone: Wine maps them to those of the Unix file.
+LocalMemory descriptor(const std::string& text) {
+  LocalMemory value;
+  const std::wstring wide = StringUtils::utf8to16(text);
+  ConvertStringSecurityDescriptorToSecurityDescriptorW(wide.c_str(), SDDL_REVISION_1, value.receive(),
+                                                       nullptr);
+  return value;
+}
+
+struct RecordFolderTest : ::testing::Test {
+  RecordFolderTest() { record.time = "2026-11-21T10:15:00.007Z"; }
+
+  std::ptrdiff_t asides() const {
+    using Entries = fs::directory_iterator;
+    return std::count_if(Entries(toPath(parent.path())), Entries(), [](const auto& entry) {
+      return toUtf8(entry.path().filename()).starts_with("Record untrusted ");
+    });
+  }
+  static FileHandle open(const std::string& path, DWORD share) {
+    return FileHandle(
+        CreateFileW(toPath(path).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0, nullptr));
+  }
+
+  RecordingLog log;
+  TempDirectory parent;
+  const std::string path = parent / "Record", history = FileUtils::join(path, "Update History.jsonl");
+  const fs::path wide = toPath(path);
+  InstallRecord record;
+};
+
+TEST_F(RecordFolderTest, TrustsWhatOnlyTheSystemAndAdministratorsMayWrite) {
+  const std::string rights = "D:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)";
+  const std::string installer = "O:S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
+  const std::pair<bool, std::vector<std::string>> judged[] = {
+      {true,
+       {"O:SY" + rights, "O:BA" + rights, installer + rights,
+        "O:SYD:", "O:SY" + rights + "(D;;FA;;;WD)(A;OICIIO;FA;;;CO)"}},
+      {false,
+       {"O:WD" + rights, "O:S-1-5-21-1-2-3-1001" + rights, "O:BU" + rights, rights, "O:SY",
+        "O:SY" + rights + "(A;;0x2;;;BU)", "O:SY" + rights + "(A;;GW;;;AU)", "O:SY" + rights + "(A;;WD;;;BU)",
+        "O:SY" + rights + "(A;OICIIO;FA;;;S-1-5-21-1-2-3-1001)"}}};
+  for (const auto& [trusted, texts] : judged)
+    for (const auto& text : texts) EXPECT_EQ(isTrustedDescriptor(descriptor(text).get()), trusted) << text;
+}
+
+TEST_F(RecordFolderTest, IsMadeAndHeldKeepsRefusalsApartAndLosesNoneToAReader) {
+  {
+    RecordFolder folder(path);
+    EXPECT_TRUE(folder.prepare());
+    EXPECT_FALSE(RemoveDirectoryW(wide.c_str())) << "held";
+    EXPECT_TRUE(folder.append(record));
+    EXPECT_EQ(readFile(FileUtils::join(path, "Refused Requests.jsonl")), recordLine(record));
+    record.exitCode = 1603;
+    EXPECT_TRUE(folder.append(record));
+    const FileHandle reader = open(history, 0);
+    EXPECT_TRUE(folder.append(record));
+  }
+  EXPECT_TRUE(checkRecordFolder(path));
+  for (const char* name : {"Update History.jsonl", "Update History.2026-11-21T10.15.00.007Z.jsonl"})
+    EXPECT_EQ(readFile(FileUtils::join(path, name)), recordLine(record)) << name;
+  EXPECT_TRUE(RecordFolder(path).append(record)) << "what is there already is taken up again";
+  EXPECT_EQ(asides(), 0);
+}
+
+TEST_F(RecordFolderTest, WhatOthersMayHavePutThereIsMovedAsideAndKept) {
+  for (const bool isFile : {false, true}) {
+    if (!isFile) CreateDirectoryW(wide.c_str(), nullptr);
+    writeFile(isFile ? path : history, "forged\n");
+    if (!isFile)
+      SetFileSecurityW(wide.c_str(), DACL_SECURITY_INFORMATION, descriptor("D:(A;OICI;FA;;;WD)").get());
+    EXPECT_EQ(checkRecordFolder(path).error().code(), kFolderNotTrusted);
+    EXPECT_TRUE(RecordFolder(path).append(record));
+    EXPECT_TRUE(checkRecordFolder(path));
+    EXPECT_FALSE(FileUtils::exists(history));
+    EXPECT_EQ(asides(), isFile ? 2 : 1);
+    fs::remove_all(wide);
+  }
+  EXPECT_THAT(log.texts(), Contains(HasSubstr("was not the service's own and is now")));
+}
+
+TEST_F(RecordFolderTest, ShowsAnInstallAsLongAsItIsWorkedOnWhateverStandsInItsPlace) {
+  const std::string place = FileUtils::join(path, "Installing.json");
+  RecordFolder folder(path);
+  EXPECT_FALSE(folder.announce(record)) << "not held yet";
+  ASSERT_TRUE(RecordFolder(path).prepare());
+  writeFile(place, "left by a power cut");
+  ASSERT_TRUE(folder.prepare());
+  EXPECT_FALSE(FileUtils::exists(place));
+  FileUtils::createDirectories(FileUtils::join(place, "in the way"));
+  record.path = "C:\\a\x1b.exe" + std::string(5000, 'x');
+  auto announced = folder.announce(record);
+  // Who shares less than reading, writing and deleting does not get at it.
+  FileHandle reader = open(place, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+  std::string text(9000, '\0');
+  DWORD bytes = 0;
+  EXPECT_NE(ReadFile(reader.get(), text.data(), 9000, &bytes, nullptr), 0);
+  const InstallUnderWay shown = parseInstalling(text.substr(0, bytes));
+  EXPECT_EQ(std::tuple(shown.since, shown.processId, shown.path.substr(0, 12), shown.path.size() < 1100),
+            std::tuple(record.time, GetCurrentProcessId(), "C:\\a\\x1b.exe", true));
+  EXPECT_FALSE(
+      FileHandle(CreateFileW(toPath(place).c_str(), GENERIC_WRITE, 7, nullptr, OPEN_EXISTING, 0, nullptr)));
+  reader.reset();  // older systems keep the name as long as somebody reads
+  announced.reset();
+  EXPECT_FALSE(FileUtils::exists(place));
+  EXPECT_TRUE(log.texts().empty());
+}
+
+TEST_F(RecordFolderTest, SaysOnceThatThereIsNoFolderAndTriesAgain) {
+  writeFile(path, "in the way");
+  RecordFolder folder(path);
+  FileHandle holder = open(path, FILE_SHARE_READ);
+  EXPECT_FALSE(folder.prepare());
+  EXPECT_FALSE(folder.append(record));
+  for (const auto level : {LogLevel::Error, LogLevel::Warn})
+    EXPECT_EQ(std::ranges::count(log.lines(), level, &LoggedLine::level), 1);
+  holder.reset();
+  EXPECT_TRUE(folder.append(record));
+}
+#endif
+
 }  // namespace
-}  // namespace zarn
+}  // namespace zarn::testing

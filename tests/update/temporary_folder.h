@@ -1,11 +1,7 @@
 // A system temporary directory and an application-data directory of a test's own.
 #pragma once
 
-#include <string>
-
-#include "support/environment.h"
-#include "support/temp_directory.h"
-#include "util/file_utils.h"
+#include "support/test.h"
 
 namespace zarn::testing {
 
@@ -14,8 +10,6 @@ struct TemporaryFolder {
     use(temp.path());
     FileUtils::setApplicationDataOverride(appData.path());
   }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
   ~TemporaryFolder() {
     use(former);
     FileUtils::setApplicationDataOverride("");
@@ -25,7 +19,7 @@ struct TemporaryFolder {
     return FileUtils::join(FileUtils::join(FileUtils::logDirectory(), "Installer Logs"), name);
   }
 
-  const std::string former = FileUtils::toUtf8(boost::filesystem::temp_directory_path());
+  const std::string former = toUtf8(boost::filesystem::temp_directory_path());
   TempDirectory temp;
   TempDirectory appData;
 

@@ -1,9 +1,6 @@
 #include "util/path_judge.h"
 
-#include <gtest/gtest.h>
-
-#include "support/environment.h"
-#include "support/temp_directory.h"
+#include "support/test.h"
 
 namespace zarn::testing {
 namespace {
@@ -39,21 +36,17 @@ TEST(PathJudge, KnowsEverySpelling) {
        {"C:\\a\0b"s, "C:\\a\nb", R"(C:\a:b)", R"(C:\a::$DATA)", R"(C:\a\x.)", R"(C:\a \x)", R"(C:\...\x)",
         R"(C:\*)", R"(C:\a?b)", R"(\\?\C:\a\..\b)", R"(\\?\C:\.)", R"(\\host\..\x)", R"(\\..\share)",
         R"(\\?\UNC\host\share\..)", "C:\\" + std::string(40'000, 'x'), deep}}};
-  for (const auto& [kind, paths] : spellings) {
+  for (const auto& [kind, paths] : spellings)
     for (const auto& path : paths) EXPECT_EQ(describe(judgePath(path)), describe(kind)) << path;
-  }
 }
 
 TEST(PathJudge, ResolvesDotsAndComparesByComponents) {
   EXPECT_EQ(resolveDots(R"(c:/a\\.\b/..\c\)"), R"(\\?\c:\a\c)");
   EXPECT_EQ(resolveDots(R"(\\?\C:\..\..)"), R"(\\?\C:\)");
-  for (const auto& [path, lies] : {std::pair{R"(\\?\c:\temp\OWN)", true},
-                                   {R"(\\?\C:\Temp\Own\x)", true},
-                                   {R"(\\?\C:\Temp)", false},
-                                   {R"(\\?\C:\Temp\Own2)", false},
-                                   {R"(\\?\D:\Temp\Own)", false},
-                                   {"", false}})
-    EXPECT_EQ(liesIn(path, {"", R"(\\?\C:\Temp\Own)"}), lies) << path;
+  for (const char* inside : {R"(\\?\c:\temp\OWN)", R"(\\?\C:\Temp\Own\x)"})
+    EXPECT_TRUE(liesIn(inside, {"", R"(\\?\C:\Temp\Own)"})) << inside;
+  for (const char* outside : {R"(\\?\C:\Temp)", R"(\\?\C:\Temp\Own2)", R"(\\?\D:\Temp\Own)", ""})
+    EXPECT_FALSE(liesIn(outside, {"", R"(\\?\C:\Temp\Own)"})) << outside;
 }
 
 TEST(PathJudge, LetsSharesInWhereTheMachineSaysSo) {
@@ -67,21 +60,19 @@ TEST(PathJudge, LetsSharesInWhereTheMachineSaysSo) {
 #ifdef _WIN32
 TEST(PathJudge, KnowsPlacesOfOurOwn) {
   const TempDirectory dir;
-  const std::string temp = FileUtils::toUtf8(boost::filesystem::temp_directory_path());
+  const std::string temp = toUtf8(fs::temp_directory_path());
   ASSERT_TRUE(FileUtils::createDirectories(dir / "Zarn Media Server"));
   const std::pair<PathKind, std::vector<std::string>> places[] = {
-      {PathKind::LocalFolder,
-       {dir.path(), dir / "missing", FileUtils::toUtf8(FileUtils::toPath(temp).parent_path())}},
+      {PathKind::LocalFolder, {dir.path(), dir / "missing", toUtf8(toPath(temp).parent_path())}},
       {PathKind::OwnPlace,
        {temp, temp + R"(\ZarnMediaServerUpdate.exe)", temp + R"(\x\..\a\b)", R"(\\?\)" + temp,
         FileUtils::join(FileUtils::resourcesDirectory(), ".."),
         dir / R"(missing\..\..\..\..\..\..\..\ProgramData\zarn update SERVICE\x)"}},
       {PathKind::Unreachable, {R"(Q:\no such drive)"}},
       {PathKind::Device, {R"(\\.\pipe\x)"}}};
-  for (const auto& [kind, paths] : places) {
+  for (const auto& [kind, paths] : places)
     for (const auto& path : paths)
       EXPECT_EQ(describe(judgeAppDataPath(path, ownFolders())), describe(kind)) << path;
-  }
   EXPECT_EQ(judgeAppDataPath(dir.path(), {R"(\\?\)" + (dir / "Zarn Media Server")}), PathKind::OwnPlace);
 }
 #endif

@@ -1,22 +1,21 @@
-// What becomes text of a log line: formats, the system's errors, whatever callers say, times.
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <limits>
+// What becomes text of a log line: formats, the system's errors, whatever callers say, times; and what
+// becomes of structured exceptions.
+#include <fmt/chrono.h>
 
 #include "os/error_text.h"
-#include "support/recording_log.h"
+#include "support/test.h"
 #include "util/log_win32_error.h"
 #include "util/printable.h"
 #include "util/string_utils.h"
 #include "util/time_utils.h"
+#ifdef _WIN32
+#include <windows.h>
+
+#include "util/structured_exception.h"
+#endif
 
 namespace zarn::testing {
 namespace {
-
-using ::testing::ElementsAre;
-using namespace std::string_literals;
 
 TEST(Logging, FormatsWhatPassesAndNothingElse) {
   const RecordingLog log(LogLevel::Info);
@@ -109,25 +108,52 @@ TEST(StringUtils, ConvertsBothWaysAndRefusesWhatIsInvalidAsAWhole) {
   EXPECT_EQ(StringUtils::utf8to16("good \xC3( bad"), L"");
   EXPECT_TRUE(log.contains("utf8to16: MultiByteToWideChar failed: 1113"));
 }
-#endif
 
-std::string fieldsOf(const std::tm& t) {
-  return fmt::format("{}-{}-{} {}:{}:{} wd{} yd{} dst{}", t.tm_year, t.tm_mon, t.tm_mday, t.tm_hour, t.tm_min,
-                     t.tm_sec, t.tm_wday, t.tm_yday, t.tm_isdst);
+TEST(StructuredException, GoesToTheInnermostCallThatWantsIt) {
+  static int* volatile nowhere = nullptr;
+  const auto isAccessViolation = [](std::uint32_t code) { return code == 0xC0000005; };
+  for (const DWORD code : {1722UL, 0xE06D7363UL, 0x80070005UL}) {
+    std::uint32_t inner = 1;
+    int steps = 0;
+    const auto work = [&] {
+      inner = callCatching([&] { ++steps, *nowhere = 1; }, isAccessViolation);
+      ++steps;
+      inner += callCatching([code] { RaiseException(code, 0, 0, nullptr); }, isAccessViolation);
+      ++steps;
+    };
+    EXPECT_EQ(callCatching(work, catchEvery), code);
+    EXPECT_TRUE(inner == 0xC0000005 && steps == 2) << inner << " " << steps;
+  }
+  EXPECT_EQ(callCatching([] {}, catchEvery), 0U);
 }
+
+TEST(StructuredException, LeavesCppExceptionsToTheirCatch) {
+  const auto object = std::make_shared<int>(7);
+  const auto raise = [&] {
+    const auto inside = object;
+    throw *inside;
+  };
+  const auto work = [&] {
+    const auto outside = object;
+    static_cast<void>(callCatching(raise, catchEvery));
+  };
+  EXPECT_THROW(work(), int);
+  EXPECT_EQ(object.use_count(), 1);
+}
+#endif
 
 TEST(TimeUtils, ConvertsAndRefusesWhatIsNoTime) {
   const RecordingLog log;
   std::tm out{};
   EXPECT_TRUE(TimeUtils::epochToUtc(1709210096, out));
-  EXPECT_EQ(fieldsOf(out), "124-1-29 12:34:56 wd4 yd59 dst0");
+  EXPECT_EQ(fmt::format("{:%F %T %w %j}", out), "2024-02-29 12:34:56 4 060");
   for (std::int64_t seconds = 1709210096, hour = 0; hour < 24; ++hour, seconds += 3600) {
     ASSERT_TRUE(TimeUtils::epochToLocal(seconds, out));
     EXPECT_EQ(std::mktime(&out), seconds);  // whatever the time zone
   }
   EXPECT_TRUE(log.lines().empty()) << "the C library's fields are good ones";
   EXPECT_FALSE(TimeUtils::epochToUtc(std::numeric_limits<std::int64_t>::max(), out));
-  EXPECT_EQ(fieldsOf(out), fieldsOf({}));
+  EXPECT_TRUE(out.tm_year == 0 && out.tm_mon == 0 && out.tm_mday == 0 && out.tm_sec == 0);
   EXPECT_FALSE(TimeUtils::epochToLocal(2069000000000, out));  // a valid year modulo 2^16
   for (const std::int64_t none : {0, -1})
     EXPECT_FALSE(TimeUtils::epochToUtc(none, out) || TimeUtils::epochToLocal(none, out));
@@ -141,14 +167,11 @@ TEST(TimeUtils, ValidFields) {
     fields.*field = value;
     return TimeUtils::validFields(fields);
   };
-  for (const auto& [field, low, high] : {std::tuple{&std::tm::tm_sec, 0, 59},
-                                         {&std::tm::tm_min, 0, 75},
-                                         {&std::tm::tm_hour, 0, 23},
-                                         {&std::tm::tm_mday, 1, 31},
-                                         {&std::tm::tm_mon, 0, 11},
-                                         {&std::tm::tm_wday, 0, 6},
-                                         {&std::tm::tm_yday, 1, 365},
-                                         {&std::tm::tm_year, -1900, 8099}}) {
+  const std::tuple<int std::tm::*, int, int> limits[] = {
+      {&std::tm::tm_sec, 0, 59},   {&std::tm::tm_min, 0, 75},       {&std::tm::tm_hour, 0, 23},
+      {&std::tm::tm_mday, 1, 31},  {&std::tm::tm_mon, 0, 11},       {&std::tm::tm_wday, 0, 6},
+      {&std::tm::tm_yday, 1, 365}, {&std::tm::tm_year, -1900, 8099}};
+  for (const auto& [field, low, high] : limits) {
     EXPECT_TRUE(with(field, low) && with(field, high)) << high;
     EXPECT_FALSE(field != &std::tm::tm_yday && with(field, low - 1)) << low;
     EXPECT_FALSE(field != &std::tm::tm_min && with(field, high + 1)) << high;
