@@ -24,7 +24,7 @@ WIX = "http://schemas.microsoft.com/wix/2006/wi"
 UPGRADE_CODE = "{6C0E37C3-5BD9-4F2B-9A0F-0B6E2F3A7D51}"
 NAMESPACE = uuid.UUID(UPGRADE_CODE)
 # Attributes of a component.
-PERMANENT, X64 = 16, 256
+REGISTRY_KEY_PATH, PERMANENT, X64 = 4, 16, 256
 
 
 def guid(text):
@@ -96,8 +96,8 @@ class Package:
             # Attributes that the schema has and wixl has not.
             if component.attrib.pop("Permanent", ""):
                 self.change("Component", component.get("Id"), Attributes=X64 + PERMANENT)
-            if condition := component.attrib.pop("Condition", ""):
-                self.change("Component", component.get("Id"), Condition=condition)
+            if key := component.attrib.pop("RegistryKeyPath", ""):
+                self.change("Component", component.get("Id"), Attributes=X64 + REGISTRY_KEY_PATH, KeyPath=key)
         for file in root.iter(element("File")):
             if file.get("Source").endswith((".exe", ".dll")):
                 # A file that has a version is compared by it, not by its hash.

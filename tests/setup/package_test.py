@@ -306,6 +306,12 @@ class PackageTest(unittest.TestCase):
             self.assertFalse(self.msiexec("/i", self.unstartable))
             self.assertEqual(self.failed_action(), "StartServices")
             self.assert_nothing_installed()
+        with self.subTest("a former setup program"):
+            former = UNINSTALL_KEY + r"\ZarnUpdateService"
+            self.machine.wine("reg", "add", former, "/v", "UninstallString", "/d", "Uninstall.exe")
+            self.assertFalse(self.msiexec("/i", self.shipped))
+            self.machine.wine("reg", "delete", former, "/f")
+            self.assertEqual(self.failed_action(), "RefuseFormerSetup")
         with self.subTest("Windows"):
             self.machine.wine("reg", "delete", WINDOWS_KEY, "/v", "CurrentMajorVersionNumber", "/f")
             self.assertFalse(self.msiexec("/i", self.shipped))
@@ -318,23 +324,57 @@ class PackageTest(unittest.TestCase):
 
     def rows(self, table):
         text = stage.run("msiinfo", "export", self.shipped, table)
-        return [line.rstrip("\r").split("\t") for line in text.split("\n")[3:-1]]
+        head, _, _, *rows = (line.rstrip("\r").split("\t") for line in text.split("\n")[:-1])
+        return [dict(zip(head, row)) for row in rows]
+
+    def column(self, table, name, *keys):
+        rows = self.rows(table)
+        return {tuple(row[key] for key in keys) if len(keys) > 1 else row[keys[0]]: row[name] for row in rows}
 
     def test_tells_windows_what_only_windows_does(self):
         needed = ("AssignPrimaryToken Backup ChangeNotify CreateSymbolicLink Impersonate IncreaseQuota LoadDriver "
                   "Restore Security Shutdown TakeOwnership")
         privileges = "[~]".join(f"Se{name}Privilege" for name in needed.split())
-        config = {row[3]: row[4] for row in self.rows("MsiServiceConfig")}
-        self.assertEqual(config, {"4": "1", "5": "1", "6": privileges})
-        self.assertEqual([row[3:8] for row in self.rows("MsiServiceConfigFailureActions")],
-                         [["86400", "", "", "1[~]1[~]1", "1000[~]5000[~]60000"]])
+        self.assertEqual(self.column("MsiServiceConfig", "Argument", "Event", "ConfigType"),
+                         {("5", "4"): "1", ("5", "5"): "1", ("5", "6"): privileges})
+        actions = self.column("CustomAction", "Target", "Action")
+        self.assertEqual(actions["SetRecovery"], '"[System64Folder]sc.exe" failure ZarnUpdateService reset= 86400 '
+                         "actions= restart/1000/restart/5000/restart/60000")
         # Users read programs and records; nobody but SYSTEM and administrators sees the temp folder.
-        locks = {row[1]: re.findall(r"\(A;OICI;(\w+);;;(\w+)\)", row[3]) for row in self.rows("MsiLockPermissionsEx")
-                 if row[2] == "CreateFolder" and "D:P" in row[3]}
+        locks = {name: re.findall(r"\(A;OICI;(\w+);;;(\w+)\)", text)
+                 for name, text in self.column("MsiLockPermissionsEx", "SDDLText", "LockObject").items()
+                 if text.startswith("O:BAG:SYD:P(")}
         own = [("FA", "SY"), ("FA", "BA")]
         reading = [*own, ("0x1200a9", "BU")]
         self.assertEqual(locks, {"ProgramFolder": reading, "RecordFolder": reading, "ServiceTempFolder": own})
+        self.assertEqual(self.column("Component", "Attributes", "Component")["Record"], "272")  # it stays, 64 bits
+        # Users who are no administrators choose nothing; no program is ended, no machine restarted.
+        properties = self.column("Property", "Value", "Property")
+        self.assertLessEqual({"SecureCustomProperties": "NEWERVERSION;OLDERVERSION", "REBOOT": "ReallySuppress",
+                              "MSIRESTARTMANAGERCONTROL": "Disable"}.items(), properties.items())
+        self.assertIn("NOT Installed OR REMOVE OR AdminUser", self.column("LaunchCondition", "Description", "Condition"))
+        # The old version goes last, and takes neither logs nor the choice of authorities along.
+        conditions = self.column("InstallExecuteSequence", "Condition", "Action")
+        order = sorted(self.rows("InstallExecuteSequence"), key=lambda row: int(row["Sequence"]))
+        self.assertEqual([row["Action"] for row in order][-2:], ["RemoveExistingProducts", "InstallFinalize"])
+        for action in ("WaitForRunningUpdate", "PurgeLogs", "ForgetCaBundle"):
+            self.assertIn("AND NOT UPGRADINGPRODUCTCODE", conditions[action])
         self.assertIn("Template: x64;1033", stage.run("msiinfo", "suminfo", self.shipped))
+
+    def test_its_tables_fit_together(self):
+        """What one table names is in the other; Windows refuses packages in which it is not, Wine does not."""
+        names = stage.run("msiinfo", "tables", self.shipped).split()
+        tables = {name: self.rows(name) for name in names if not name.startswith("_")}
+        keys = {name: {next(iter(row.values())) for row in rows} for name, rows in tables.items()}
+        keys["Signature"] |= keys["RegLocator"] | keys["DrLocator"]
+        for name, rows in tables.items():
+            for row in rows:
+                for column, value in row.items():
+                    if (other := column.rstrip("_").split("_")[0]) != column and value and other in keys:
+                        self.assertIn(value, keys[other] | {"TARGETDIR"}, f"{name}.{column}")
+        self.assertLessEqual({row["Source"] for row in tables["CustomAction"] if int(row["Type"]) & 63 == 34},
+                             keys["Directory"])
+        self.assertLessEqual(keys["CustomAction"], keys["InstallExecuteSequence"])
 
     def test_the_start_type_is_set_by_the_systems_own_program(self):
         # Wine's cannot do that: another program in its place says what it was given.
@@ -345,7 +385,7 @@ class PackageTest(unittest.TestCase):
         shutil.copy(self.shipped, package)
         asked = "config ZarnUpdateService start= "
         own = f'"[System64Folder]sc.exe" {asked}[START]'
-        self.assertIn(own, [row[3] for row in self.rows("CustomAction")])
+        self.assertEqual(self.column("CustomAction", "Target", "Action")["SetStartType"], own)
         stage.run("msibuild", package, "-q", rf"UPDATE `CustomAction` SET `Target` = 'C:\zarn-test\sc.exe "
                   f"{asked}[START]' WHERE `Action` = 'SetStartType'")
         for start in ("demand", "delayed-auto"):
@@ -378,7 +418,8 @@ class PackageTest(unittest.TestCase):
                     first = name.split("/")[0]
                     if first in known or not (re.fullmatch(r"[a-z_]+", name) or first in system):
                         self.assertIn(known.get(first, name), versions, f"{source} includes {name}")
-        licences = {row[2].split("|")[-1].removesuffix(".txt") for row in self.rows("File") if "Licences" in row[0]}
+        licences = {name.split("|")[-1].removesuffix(".txt")
+                    for key, name in self.column("File", "FileName", "File").items() if "Licences" in key}
         self.assertEqual(licences, {name for name in versions if not name.startswith("file:")})
 
 
