@@ -348,7 +348,8 @@ class PackageTest(unittest.TestCase):
         properties = self.column("Property", "Value", "Property")
         self.assertLessEqual({"SecureCustomProperties": "NEWERVERSION;OLDERVERSION", "REBOOT": "ReallySuppress",
                               "MSIRESTARTMANAGERCONTROL": "Disable"}.items(), properties.items())
-        self.assertIn("NOT Installed OR REMOVE OR AdminUser", self.column("LaunchCondition", "Description", "Condition"))
+        self.assertIn("NOT Installed OR REMOVE OR AdminUser",
+                      self.column("LaunchCondition", "Description", "Condition"))
         # The old version goes last, and takes neither logs nor the choice of authorities along.
         conditions = self.column("InstallExecuteSequence", "Condition", "Action")
         order = sorted(self.rows("InstallExecuteSequence"), key=lambda row: int(row["Sequence"]))
