@@ -155,9 +155,10 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   said.add("no history", historyAnswer({"F", {}, false}, "F/x", failure(2), 0));
 
   const InstallUnderWay installing{"2026-11-21T10:15:00.007Z", 7, "C:\\b\x1b"};
-  said.add("wait", waitAnswer({}, std::chrono::milliseconds(5)));
-  said.add("wait", waitAnswer(installing, std::chrono::milliseconds(61'000)));
-  said.add("wait", waitAnswer(InstallUnderWay{}, std::chrono::milliseconds(0)));
+  said.add("wait", waitAnswer(std::nullopt, std::chrono::milliseconds(5)));
+  said.add("wait", waitAnswer(failure(kFolderNotTrusted), std::chrono::milliseconds(5)));
+  said.add("wait", waitAnswer(std::optional(installing), std::chrono::milliseconds(61'000)));
+  said.add("wait", waitAnswer(std::optional(InstallUnderWay{}), std::chrono::milliseconds(0)));
 
   said.add("doctor",
            doctorAnswer({{"proxy", true, "none", ""}, {"temp folder", true, "C:\\a b", "Use\x1b"}}));
@@ -193,6 +194,7 @@ TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {
 
 TEST(Answers, OfOtherFailuresHaveTheSystemsWordsAndSizesTheirUnit) {
   EXPECT_THAT(noAnswer({CallFailure::Other, 9}, kRunning).error, HasSubstr("RPC status 9, "));
+  EXPECT_EQ(waitAnswer(failure(5), {}).exitCode, ExitCode::LocalFailure) << "nobody knows";
   EXPECT_THAT(statusAnswer({failure(5), "", "", false, History()}).text, HasSubstr("unknown: "));
   for (const char* line : {"\"C:\\a b\\s.exe\" -x", "C:\\a b\\s.exe -x"})
     EXPECT_EQ(programOfCommandLine(line), "C:\\a b\\s.exe");

@@ -6,6 +6,7 @@
 #include <future>
 #include <map>
 
+#include "client/tool/machine/record.h"
 #include "client/tool/report/answer.h"
 #include "client/update_client.h"
 #include "os/registry.h"
@@ -134,6 +135,33 @@ TEST(Tool, ShowsTheRecordThatCountsAndNoneThatOthersMayHaveWritten) {
   writeFile(path, "no folder");
   expectSentence({"history"}, 4, "users may have written to it");
   boost::filesystem::remove_all(FileUtils::toPath(path));
+}
+
+TEST(Tool, KnowsOfNoUpdateOnlyWhereNoneCanBe) {
+  const TempDirectory directory;
+  const std::string path = directory / "Record", planted = directory / "planted";
+  const Result<tool::ServiceFacts> running = tool::ServiceFacts{"", true, GetCurrentProcessId(), 0, "", ""};
+  /// The path that is shown, "none", or the error's code.
+  const auto shown = [](const std::string& folder, const Result<tool::ServiceFacts>& service) {
+    const auto found = tool::installUnderWay(folder, service);
+    return !found ? std::to_string(found.error().code()) : *found ? (*found)->path : "none";
+  };
+  EXPECT_EQ(shown(path, running), "none") << "no folder";
+  RecordFolder folder(path);
+  ASSERT_TRUE(folder.prepare());
+  EXPECT_EQ(shown(path, running), "none") << "no file";
+  InstallRecord record;
+  record.path = "C:\\a.exe";
+  const auto announced = folder.announce(record);
+  EXPECT_EQ(shown(path, running), "C:\\a.exe");
+  writeFile(planted, "");
+  const std::string untrusted = std::to_string(kFolderNotTrusted);
+  for (const auto& [service, outcome] : {std::pair{running, untrusted},
+                                         {failure(5), untrusted},
+                                         {failure(1060), "none"},
+                                         {tool::ServiceFacts{}, "none"}})
+    EXPECT_EQ(shown(planted, service), outcome);
+  EXPECT_EQ(shown("", running), "123") << "nobody knows where the folder is";
 }
 
 TEST(Tool, PrefersTheCollectedRecordToTheCopyBesideTheLog) {
