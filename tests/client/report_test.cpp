@@ -117,6 +117,19 @@ TEST(Settings, ComeFromThePolicyThenTheServiceThenTheMachine) {
   policy[0] = {};
   environments.service = Unreadable{"", true};
   EXPECT_EQ(host(), "?null");
+  policy[0] = "https://u:secret@h", policy[1] = {};
+  environments.service = variables("https://u:secret@h");
+  EXPECT_EQ(host(), "?\"policy\"");
+  policy[0] = {};
+  EXPECT_EQ(host(), "https://***@h\"service\"");
+}
+
+TEST(Settings, HaveChangedWhenOneWasWrittenAfterTheStart) {
+  using Known = std::optional<bool>;
+  EXPECT_EQ(changedSince({}, {9}), Known());
+  EXPECT_EQ(changedSince(5, {0, 5}), Known(false));
+  EXPECT_EQ(changedSince(5, {0, 6, std::nullopt}), Known(true));
+  EXPECT_EQ(changedSince(5, {0, std::nullopt}), Known());
 }
 
 TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {

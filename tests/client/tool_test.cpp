@@ -287,6 +287,11 @@ TEST(Tool, ShowsAndUsesThePolicyBeforeTheEnvironment) {
     EXPECT_EQ(Json({setting["name"], setting["value"], setting["source"]}),
               Json({"AccountServiceHost", shown, "policy"}));
   }
+  ASSERT_TRUE(os::writeRegistryText(key->get(), names::kSyslogCollectorValue.wide, L"h:1"));
+  const Json checks = json({"doctor"}, 1)["checks"];
+  EXPECT_EQ(Json({checks[0]["ok"], checks[2]["ok"]}), Json({false, true}));
+  EXPECT_THAT(checks[0]["advice"].get<std::string>(), HasSubstr("the policy value AccountServiceHost"));
+  EXPECT_THAT(checks[2]["advice"].get<std::string>(), HasSubstr("the policy value SyslogMinutes"));
   RegDeleteTreeW(HKEY_LOCAL_MACHINE, names::kPolicyKey.wide);
   EXPECT_EQ(json({"verify", directory / "a.exe"}, 1)["profile"]["host"], "environment.example");
   SetEnvironmentVariableW(variable, nullptr);
