@@ -160,8 +160,8 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   said.add("history", historyAnswer(source, "F/x", history, 0));
   history.isCut = true;
   said.add("the newest", historyAnswer(source, "F/x", history, 1));
-  said.add("status", statusAnswer({kRunning, "1.0", "L", true, history}));
-  said.add("status", statusAnswer({kStopped, "1.0", "L", false, failure(2), settings()}));
+  said.add("status", statusAnswer({kRunning, "1.0", "L", true, history, settings(), true}));
+  said.add("status", statusAnswer({kStopped, "1.0", "L", false, failure(2), {}, false}));
   said.add("status", statusAnswer({kAbsent, "", "", false, failure(kFolderNotTrusted)}));
   history.unread = SystemError(kFolderNotTrusted);
   said.add("unread history", historyAnswer(source, "F/x", history, 0));
