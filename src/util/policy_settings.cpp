@@ -36,7 +36,12 @@ bool isProxyAddress(std::string_view text) {
     text.remove_prefix(end + 3);
   }
   if (const std::size_t at = text.rfind('@'); at != std::string_view::npos) {
-    if (text.substr(0, at).find_first_of("/?#@\\") != std::string_view::npos) return false;
+    const std::string_view signIn = text.substr(0, at);
+    // With a control character in it libcurl goes on without any proxy.
+    for (const char* const control : {"%0", "%1"}) {
+      if (signIn.find(control) != std::string_view::npos) return false;
+    }
+    if (signIn.find_first_of("/?#@\\") != std::string_view::npos) return false;
     text.remove_prefix(at + 1);
     if (text.starts_with('[')) return false;
   }

@@ -56,9 +56,10 @@ TEST(PolicySettings, BecomeVariablesAndNothingElseCountsBesideThem) {
   // What libcurl takes, and what it would show with its password.
   for (const char* good : {"h", "SOCKS5H://u:p%2f:[@10.0.0.1:1", "https://u@h/", "http://[::1]:1"})
     EXPECT_EQ(policyProblem(policySettings()[1], std::string(good)), "") << good;
-  for (const char* bad : {"http://u:secret@ h", "http://u:sec/ret@h:1", "http://u:secret@h:99999",
-                          "u:sec#ret@h", "u:sec?ret@h", "u:s@secret@h", "ftp://u:secret@h",
-                          "http://u:secret@[1]", "u:secret@", "http:/u:secret@h", "h:1/secret", "u:secret"}) {
+  for (const char* bad :
+       {"http://u:secret@ h", "http://u:sec/ret@h:1", "http://u:secret@h:99999", "u:sec#ret@h", "u:sec?ret@h",
+        "u:s@secret@h", "ftp://u:secret@h", "http://u:secret@[1]", "u:secret@", "http:/u:secret@h",
+        "h:1/secret", "u:secret%1f@h", "u%00:secret@h", "u:secret"}) {
     StoredSettings stored{};
     stored[1] = bad;
     const PolicyEffect effect = effectOf(stored);
