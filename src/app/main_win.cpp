@@ -7,6 +7,7 @@
 
 #include <exception>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "log/event_log.h"
@@ -74,11 +75,20 @@ void applyMitigations() {
   applyMitigation(ProcessStrictHandleCheckPolicy, handles, "strict handles");
 }
 
+/// `reason` is empty when the code has its own words.
+void reportFailedStart(std::uint32_t code, std::string_view reason = {}) noexcept {
+  quietly([&] {
+    const std::string words = reason.empty() ? describeSystemError(code) : std::string(reason);
+    reportEvent<EventId::StartFailed>(std::to_string(code), words);
+  });
+}
+
 /// Says what an administrator's policy has set, never its values: a proxy's address may hold
 /// a password. A process that could not take it up must not go on with other settings.
 void logPolicy(const Result<PolicyEffect>& policy) {
   if (!policy) {
     logSystemFailure(LogLevel::Error, policy.error(), "The policy's settings could not be applied.");
+    reportFailedStart(policy.error().code());
     endProcess(policy.error().code());
   }
   for (const auto& warning : policy->warnings) logLine(LogLevel::Warn, "%s", warning);
@@ -118,17 +128,13 @@ void startNetworkLogging(Log& log) noexcept {
   }
 }
 
-void reportFailedStart(std::uint32_t code) noexcept {
-  quietly([code] { reportEvent<EventId::StartFailed>(std::to_string(code), describeSystemError(code)); });
-}
-
 /// Ends the process with 0 after a clean stop and after a standard exception
 /// alike; lets any other exception end it in the runtime's way.
 [[noreturn]] void runService() {
   try {
     logLine(LogLevel::Debug, "Creating UpdateService singleton");
-    UpdateService::instance().setUnfinishedRoutine([](std::uint32_t code) {
-      reportFailedStart(code);
+    UpdateService::instance().setUnfinishedRoutine([](std::uint32_t code, std::string_view reason) {
+      reportFailedStart(code, reason);
       endProcess(code);
     });
     const std::uint32_t code = UpdateService::instance().runAsService(names::kService.narrow);

@@ -42,6 +42,10 @@ struct RegistryData {
 [[nodiscard]] Result<void> writeRegistryText(HKEY key, const wchar_t* name, const std::wstring& text);
 [[nodiscard]] Result<void> removeRegistryValue(HKEY key, const wchar_t* name);
 
+/// When a value of the key was last written or removed, or a key below it made or removed;
+/// in the units of FILETIME.
+[[nodiscard]] Result<std::uint64_t> registryKeyTime(HKEY key);
+
 /// The names of a key's values, in no particular order.
 [[nodiscard]] std::vector<std::wstring> registryValueNames(HKEY key);
 

@@ -84,6 +84,14 @@ Result<void> removeRegistryValue(HKEY key, const wchar_t* name) {
   return resultOfStatus(RegDeleteValueW(key, name));
 }
 
+Result<std::uint64_t> registryKeyTime(HKEY key) {
+  FILETIME time{};
+  const auto asked = resultOfStatus(RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                                     nullptr, nullptr, nullptr, nullptr, nullptr, &time));
+  if (!asked) return failure(asked.error());
+  return std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime;
+}
+
 std::vector<std::wstring> registryValueNames(HKEY key) {
   constexpr DWORD longestName = 16384;
   std::wstring name(longestName, L'\0');

@@ -35,8 +35,8 @@ DWORD WINAPI writeLastLine(void* context) {
   const std::uint32_t code = *static_cast<const std::uint32_t*>(context);
   quietly([code] {
     logLine(LogLevel::Error, "Error: Structured exception 0x%08x in a call, exiting", code);
+    Log::instance().flush(kLastLinesLimit);  // first: the thread may hold a lock that the event needs
     reportEvent<EventId::FatalEnd>(formatPrintf("0x%08X", code), "a structured exception in a call");
-    Log::instance().flush(kLastLinesLimit);
   });
   flushEvents(kLastEventsLimit);  // for as long as is waited for this thread
   return 0;

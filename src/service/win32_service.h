@@ -63,9 +63,11 @@ class Win32Service {
   /// What the dispatcher's thread does when serviceMain() has returned and the control
   /// manager was not told that the service stopped: it would wait for ever for a
   /// process that does nothing any more. The routine gets the code of the failed
-  /// start, or 1 without one, and is expected to end the process with it, which the
-  /// control manager takes for a failure to recover from. Set it before runAsService().
-  void setUnfinishedRoutine(std::function<void(std::uint32_t)> routine);
+  /// start, or 1 without one, and what initialize() threw (else empty), and is expected to
+  /// end the process with the code, which the control manager takes for a failure to
+  /// recover from. Set it before runAsService().
+  using UnfinishedRoutine = std::function<void(std::uint32_t code, std::string_view reason)>;
+  void setUnfinishedRoutine(UnfinishedRoutine routine);
   /// For the dispatcher's thread: runs that routine if it is due.
   void endUnfinished();
 
@@ -98,8 +100,9 @@ class Win32Service {
   // thread and, once the service runs, from the dispatcher's.
   SERVICE_STATUS status_{};
   // Only the service thread's, once it runs.
-  std::function<void(std::uint32_t)> unfinishedRoutine_;
+  UnfinishedRoutine unfinishedRoutine_;
   std::uint32_t unfinishedCode_ = ERROR_INVALID_FUNCTION;
+  std::string unfinishedReason_;
   bool isFinished_ = false;
 };
 

@@ -150,12 +150,12 @@ void Win32Service::serviceMain() {
   logLine(LogLevel::Debug, "Win32Service::serviceMain: Service stopped with exitcode %d", shown(exitCode));
 }
 
-void Win32Service::setUnfinishedRoutine(std::function<void(std::uint32_t)> routine) {
+void Win32Service::setUnfinishedRoutine(UnfinishedRoutine routine) {
   unfinishedRoutine_ = std::move(routine);
 }
 
 void Win32Service::endUnfinished() {
-  if (!isFinished_ && unfinishedRoutine_) unfinishedRoutine_(unfinishedCode_);
+  if (!isFinished_ && unfinishedRoutine_) unfinishedRoutine_(unfinishedCode_, unfinishedReason_);
 }
 
 bool Win32Service::initializeGuarded() {
@@ -172,6 +172,7 @@ bool Win32Service::initializeGuarded() {
   } catch (const std::exception& error) {
     logLine(LogLevel::Error, "Win32Service::serviceMain: Caught std::exception %s, type: %s",
             printable(error.what()), typeName(error));
+    quietly([&] { unfinishedReason_ = error.what(); });
     return false;
   }
 }

@@ -111,7 +111,9 @@ std::optional<ApprovedDigests> CertificateProfileClient::fetch() const {
 }
 
 std::nullopt_t CertificateProfileClient::reportNotHad(std::string_view reason) const noexcept {
-  reportEvent<EventId::ApprovalListNotHad>(host_, reason);
+  // What is no host may be an address with a password.
+  reportEvent<EventId::ApprovalListNotHad>(isHostWithOptionalPort(host_) ? host_ : std::string_view(),
+                                           reason);
   return std::nullopt;
 }
 

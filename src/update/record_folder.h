@@ -91,6 +91,9 @@ class RecordFolder {
 
   const std::string path_;
   Mutex mutex_;
+  /// Of its own, since an append may wait for whoever has locked a file. Taken after mutex_.
+  Mutex announcing_;
+  std::optional<FileUtils::HeldFolder> announced_ ZARN_GUARDED_BY(announcing_);
   std::optional<FileUtils::HeldFolder> held_ ZARN_GUARDED_BY(mutex_);
   bool hasComplained_ ZARN_GUARDED_BY(mutex_) = false;
 };

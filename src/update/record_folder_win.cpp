@@ -98,8 +98,7 @@ std::string nameTime(std::string isoTime) {
 }
 
 /// "Update History.2026-11-21T10.15.00.007Z.jsonl".
-std::string spareHistoryName(const InstallRecord& record) {
-  std::string name = names::kHistory.narrow;
+std::string nameWithTime(std::string name, const InstallRecord& record) {
   return name.insert(name.rfind('.'), "." + nameTime(record.time));
 }
 
@@ -115,13 +114,22 @@ Result<void> moveAside(const std::string& path) {
 
 /// A file whose name goes with it.
 struct PassingFile {
-  explicit PassingFile(FileHandle opened) : file(std::move(opened)) {}
+  PassingFile(FileHandle opened, boost::filesystem::path its, boost::filesystem::path last)
+      : file(std::move(opened)), path(std::move(its)), lastPath(std::move(last)) {}
   PassingFile(const PassingFile&) = delete;
   PassingFile& operator=(const PassingFile&) = delete;
-  // Whoever still reads it must not keep its name from being free.
-  ~PassingFile() { static_cast<void>(removeOpenedFile(file.get())); }
+  // Whoever still reads it must not keep its name from being free, which on older systems it
+  // is with the last reader only.
+  ~PassingFile() {
+    {
+      const IoDeadline deadline(kLogFileLimit);
+      MoveFileExW(path.c_str(), lastPath.c_str(), 0);
+    }
+    static_cast<void>(removeOpenedFile(file.get()));
+  }
 
   FileHandle file;
+  boost::filesystem::path path, lastPath;
 };
 
 /// Sees to it that a folder to be trusted is at the path, if need be a new one.
@@ -184,13 +192,18 @@ bool RecordFolder::hold() {
   Result<void> outcome = establish(path_);
   if (outcome) {
     // What is to be trusted stays where it is: others cannot rename, replace or link it.
-    auto held = FileUtils::HeldFolder::hold(path_, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
-    if (held) {
-      held_ = std::move(*held);
+    const auto take = [&] {
+      return FileUtils::HeldFolder::hold(path_, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
+    };
+    auto held = take(), again = take();
+    if (held && again) {
       // What a power cut left there says nothing of this process.
-      static_cast<void>(held_->removeTree(names::kInstalling.narrow));
+      static_cast<void>(held->removeTree(names::kInstalling.narrow));
+      held_ = std::move(*held);
+      const MutexLock lock(announcing_);
+      announced_ = std::move(*again);
     } else {
-      outcome = failure(held.error());
+      outcome = failure(held ? again.error() : held.error());
     }
   }
   if (!outcome && !hasComplained_) {
@@ -217,7 +230,7 @@ bool RecordFolder::append(const InstallRecord& record) {
     if (appendLine(*held_, file, line)) return true;
     // Any reader can keep the file from being written to, but not one that is not there
     // yet. Of refusals there could be any number of such files.
-    const std::string spare = spareHistoryName(record);
+    const std::string spare = nameWithTime(names::kHistory.narrow, record);
     if (record.exitCode && appendLine(*held_, {spare, spare}, line)) return true;
   }
   logUnwrittenRecord();
@@ -225,19 +238,23 @@ bool RecordFolder::append(const InstallRecord& record) {
 }
 
 std::shared_ptr<void> RecordFolder::announce(const InstallRecord& record) {
-  const MutexLock lock(mutex_);
+  const MutexLock lock(announcing_);
   const IoDeadline deadline(kLogFileLimit);
-  if (!held_) return nullptr;
+  if (!announced_) return nullptr;
   const std::string text = installingText(record, GetCurrentProcessId());
-  static_cast<void>(held_->removeTree(names::kInstalling.narrow));
+  const auto pathOf = [&](const std::string& name) { return FileUtils::toPath(announced_->pathOf(name)); };
+  static_cast<void>(announced_->removeTree(names::kInstalling.narrow));
   // The folder is held and only the system and administrators write to it, so that its
   // path and this name can lead nowhere else.
-  auto passing = std::make_shared<PassingFile>(FileHandle(CreateFileW(
-      FileUtils::toPath(held_->pathOf(names::kInstalling.narrow)).c_str(), GENERIC_WRITE | DELETE,
-      FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE, nullptr)));
+  const auto path = pathOf(names::kInstalling.narrow);
+  FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                              nullptr, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+  if (!file) return nullptr;
+  auto passing = std::make_shared<PassingFile>(std::move(file), path,
+                                               pathOf(nameWithTime(names::kInstalling.narrow, record)));
   DWORD written = 0;
-  const bool isWritten = passing->file && WriteFile(passing->file.get(), text.data(),
-                                                    static_cast<DWORD>(text.size()), &written, nullptr) != 0;
+  const bool isWritten =
+      WriteFile(passing->file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) != 0;
   return isWritten ? passing : nullptr;
 }
 

@@ -106,10 +106,15 @@ Result<ScopedFile> HeldFolder::open(std::string_view name, const char* mode, Exi
   return failure(systemErrorOf(reason));
 }
 
-bool HeldFolder::exists(std::string_view name) const {
+Result<void> HeldFolder::find(std::string_view name) const {
   const auto component = componentOf(name);
+  if (!component) return failure(component.error());
   const IoDeadline deadline(kLogFileLimit);
-  return component && folder_.find(*component);
+  return folder_.find(*component);
+}
+
+bool HeldFolder::exists(std::string_view name) const {
+  return find(name).has_value();
 }
 
 bool HeldFolder::rename(std::string_view from, std::string_view to) const {

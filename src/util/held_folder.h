@@ -52,6 +52,8 @@ class HeldFolder {
   /// nobody make files, is not logged.
   [[nodiscard]] Result<ScopedFile> create(std::string_view name) const;
 
+  /// Fails when there is nothing of this name, and when that cannot be told. Logs nothing.
+  [[nodiscard]] Result<void> find(std::string_view name) const;
   [[nodiscard]] bool exists(std::string_view name) const;
   /// Moves within the folder; a file of the new name is replaced. Logs a failure.
   bool rename(std::string_view from, std::string_view to) const;

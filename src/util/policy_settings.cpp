@@ -24,6 +24,31 @@ bool isOneWord(std::string_view text) {
   return isPrintableAscii(text) && text.find(' ') == std::string_view::npos;
 }
 
+/// Nothing that libcurl cannot take apart: its error text would show the whole address, with
+/// the password, in the log. Of addresses in brackets it knows better which are none.
+bool isProxyAddress(std::string_view text) {
+  constexpr std::array<std::string_view, 6> known = {"http",    "https",  "socks4",
+                                                     "socks4a", "socks5", "socks5h"};
+  if (!isOneWord(text)) return false;
+  if (const std::size_t end = text.find("://"); end != std::string_view::npos) {
+    const auto isScheme = [&](auto one) { return os::equalsIgnoringCase(text.substr(0, end), one); };
+    if (std::ranges::none_of(known, isScheme)) return false;
+    text.remove_prefix(end + 3);
+  }
+  if (const std::size_t at = text.rfind('@'); at != std::string_view::npos) {
+    const std::string_view signIn = text.substr(0, at);
+    // With a control character in it libcurl goes on without any proxy.
+    for (const char* const control : {"%0", "%1"}) {
+      if (signIn.find(control) != std::string_view::npos) return false;
+    }
+    if (signIn.find_first_of("/?#@\\") != std::string_view::npos) return false;
+    text.remove_prefix(at + 1);
+    if (text.starts_with('[')) return false;
+  }
+  if (text.ends_with('/')) text.remove_suffix(1);
+  return isHostWithOptionalPort(text);
+}
+
 std::optional<LogLevel> logLevelOf(std::string_view name) {
   if (os::equalsIgnoringCase(name, "info")) return LogLevel::Info;
   if (os::equalsIgnoringCase(name, "debug")) return LogLevel::Debug;
@@ -51,7 +76,7 @@ constexpr std::array<PolicySetting, kPolicySettingCount> makeSettings() {
   PolicySetting proxy{names::kProxyValue, Text, 0, 2047};
   proxy.variable = names::kHttpsProxyVariable.narrow;
   proxy.cleared = {names::kAllProxyVariable.narrow, names::kNoProxyVariable.narrow};
-  proxy.isUsable = isOneWord;
+  proxy.isUsable = isProxyAddress;
   proxy.whenUnusable = kNoProxy;
 
   // Unusable, there are no exceptions.

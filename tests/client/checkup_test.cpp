@@ -29,13 +29,30 @@ TEST(Checkup, OfAProxyShowsTheAddressAndNeverThePassword) {
   }
 }
 
-TEST(Checkup, OfTheCollectorIsTheServicesOwn) {
-  EXPECT_TRUE(checkCollector({}, {}).ok);
-  EXPECT_TRUE(checkCollector("[::1]:514", "5").ok);
-  for (const auto& [collector, minutes] :
-       {std::pair{"host", "5"}, {"host:0", "5"}, {"host:1", "0"}, {"host:1", ""}, {"", "5"}})
-    EXPECT_FALSE(checkCollector(collector, minutes).ok) << collector << minutes;
-  EXPECT_FALSE(checkCollector("host:1", {}).ok);
+TEST(Checkup, OfTheAccountServiceWantsAHostAndShowsNoPassword) {
+  EXPECT_TRUE(checkAccountService("h:1", "V").ok);
+  const Finding finding = checkAccountService("https://user:secret@h", "V");
+  EXPECT_FALSE(finding.ok);
+  EXPECT_EQ(finding.found, "https://***@h");
+}
+
+TEST(Checkup, OfTheCollectorWarnsAndNamesWhatIsToBeSet) {
+  const std::vector<Setting> policy = {{"SyslogMinutes", "", SettingSource::Policy, {}}};
+  using Text = std::optional<std::string>;
+  for (const auto& [collector, minutes, settings, advice] :
+       {std::tuple{Text(), Text(), policy, ""},
+        {"[::1]:514", "5", policy, ""},
+        {"host", "5", policy, "Set ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR to "},
+        {"host:0", "5", {}, "Set ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR to "},
+        {"", "5", {}, "Set ZARN_MEDIA_SERVER_SYSLOG_COLLECTOR to "},
+        {"host:1", "0", {}, "Set ZARN_MEDIA_SERVER_SYSLOG_MINUTES to "},
+        {"host:1", Text(), {}, "Set ZARN_MEDIA_SERVER_SYSLOG_MINUTES to "},
+        {"host:1", "", policy, "Set the policy value SyslogMinutes to "}}) {
+    const Finding finding = checkCollector(collector, minutes, settings);
+    EXPECT_TRUE(finding.ok) << "it stops no update";
+    EXPECT_EQ(finding.advice.substr(0, std::strlen(advice)), advice) << finding.found;
+    EXPECT_EQ(finding.advice.empty(), *advice == '\0');
+  }
 }
 
 TEST(Checkup, OfTheAuthoritiesTakesTheListInForceAndNoDamagedOne) {

@@ -117,6 +117,19 @@ TEST(Settings, ComeFromThePolicyThenTheServiceThenTheMachine) {
   policy[0] = {};
   environments.service = Unreadable{"", true};
   EXPECT_EQ(host(), "?null");
+  policy[0] = "https://u:secret@h", policy[1] = {};
+  environments.service = variables("https://u:secret@h");
+  EXPECT_EQ(host(), "?\"policy\"");
+  policy[0] = {};
+  EXPECT_EQ(host(), "https://***@h\"service\"");
+}
+
+TEST(Settings, HaveChangedWhenOneWasWrittenAfterTheStart) {
+  using Known = std::optional<bool>;
+  EXPECT_EQ(changedSince({}, {9}), Known());
+  EXPECT_EQ(changedSince(5, {0, 5}), Known(false));
+  EXPECT_EQ(changedSince(5, {0, 6, std::nullopt}), Known(true));
+  EXPECT_EQ(changedSince(5, {0, std::nullopt}), Known());
 }
 
 TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
@@ -147,17 +160,18 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   said.add("history", historyAnswer(source, "F/x", history, 0));
   history.isCut = true;
   said.add("the newest", historyAnswer(source, "F/x", history, 1));
-  said.add("status", statusAnswer({kRunning, "1.0", "L", true, history}));
-  said.add("status", statusAnswer({kStopped, "1.0", "L", false, failure(2), settings()}));
+  said.add("status", statusAnswer({kRunning, "1.0", "L", true, history, settings(), true}));
+  said.add("status", statusAnswer({kStopped, "1.0", "L", false, failure(2), {}, false}));
   said.add("status", statusAnswer({kAbsent, "", "", false, failure(kFolderNotTrusted)}));
   history.unread = SystemError(kFolderNotTrusted);
   said.add("unread history", historyAnswer(source, "F/x", history, 0));
   said.add("no history", historyAnswer({"F", {}, false}, "F/x", failure(2), 0));
 
   const InstallUnderWay installing{"2026-11-21T10:15:00.007Z", 7, "C:\\b\x1b"};
-  said.add("wait", waitAnswer({}, std::chrono::milliseconds(5)));
-  said.add("wait", waitAnswer(installing, std::chrono::milliseconds(61'000)));
-  said.add("wait", waitAnswer(InstallUnderWay{}, std::chrono::milliseconds(0)));
+  said.add("wait", waitAnswer(std::nullopt, std::chrono::milliseconds(5)));
+  said.add("wait", waitAnswer(failure(kFolderNotTrusted), std::chrono::milliseconds(5)));
+  said.add("wait", waitAnswer(std::optional(installing), std::chrono::milliseconds(61'000)));
+  said.add("wait", waitAnswer(std::optional(InstallUnderWay{}), std::chrono::milliseconds(0)));
 
   said.add("doctor",
            doctorAnswer({{"proxy", true, "none", ""}, {"temp folder", true, "C:\\a b", "Use\x1b"}}));
@@ -193,6 +207,7 @@ TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {
 
 TEST(Answers, OfOtherFailuresHaveTheSystemsWordsAndSizesTheirUnit) {
   EXPECT_THAT(noAnswer({CallFailure::Other, 9}, kRunning).error, HasSubstr("RPC status 9, "));
+  EXPECT_EQ(waitAnswer(failure(5), {}).exitCode, ExitCode::LocalFailure) << "nobody knows";
   EXPECT_THAT(statusAnswer({failure(5), "", "", false, History()}).text, HasSubstr("unknown: "));
   for (const char* line : {"\"C:\\a b\\s.exe\" -x", "C:\\a b\\s.exe -x"})
     EXPECT_EQ(programOfCommandLine(line), "C:\\a b\\s.exe");

@@ -6,6 +6,7 @@
 #include <future>
 #include <map>
 
+#include "client/tool/machine/record.h"
 #include "client/tool/report/answer.h"
 #include "client/update_client.h"
 #include "os/registry.h"
@@ -136,6 +137,33 @@ TEST(Tool, ShowsTheRecordThatCountsAndNoneThatOthersMayHaveWritten) {
   boost::filesystem::remove_all(FileUtils::toPath(path));
 }
 
+TEST(Tool, KnowsOfNoUpdateOnlyWhereNoneCanBe) {
+  const TempDirectory directory;
+  const std::string path = directory / "Record", planted = directory / "planted";
+  const Result<tool::ServiceFacts> running = tool::ServiceFacts{"", true, GetCurrentProcessId(), 0, "", ""};
+  /// The path that is shown, "none", or the error's code.
+  const auto shown = [](const std::string& folder, const Result<tool::ServiceFacts>& service) {
+    const auto found = tool::installUnderWay(folder, service);
+    return !found ? std::to_string(found.error().code()) : *found ? (*found)->path : "none";
+  };
+  EXPECT_EQ(shown(path, running), "none") << "no folder";
+  RecordFolder folder(path);
+  ASSERT_TRUE(folder.prepare());
+  EXPECT_EQ(shown(path, running), "none") << "no file";
+  InstallRecord record;
+  record.path = "C:\\a.exe";
+  const auto announced = folder.announce(record);
+  EXPECT_EQ(shown(path, running), "C:\\a.exe");
+  writeFile(planted, "");
+  const std::string untrusted = std::to_string(kFolderNotTrusted);
+  for (const auto& [service, outcome] : {std::pair{running, untrusted},
+                                         {failure(5), untrusted},
+                                         {failure(1060), "none"},
+                                         {tool::ServiceFacts{}, "none"}})
+    EXPECT_EQ(shown(planted, service), outcome);
+  EXPECT_EQ(shown("", running), "123") << "nobody knows where the folder is";
+}
+
 TEST(Tool, PrefersTheCollectedRecordToTheCopyBesideTheLog) {
   const Logs logs;
   const Arguments history = {"history", "--logs", logs.path()};
@@ -259,6 +287,11 @@ TEST(Tool, ShowsAndUsesThePolicyBeforeTheEnvironment) {
     EXPECT_EQ(Json({setting["name"], setting["value"], setting["source"]}),
               Json({"AccountServiceHost", shown, "policy"}));
   }
+  ASSERT_TRUE(os::writeRegistryText(key->get(), names::kSyslogCollectorValue.wide, L"h:1"));
+  const Json checks = json({"doctor"}, 1)["checks"];
+  EXPECT_EQ(Json({checks[0]["ok"], checks[2]["ok"]}), Json({false, true}));
+  EXPECT_THAT(checks[0]["advice"].get<std::string>(), HasSubstr("the policy value AccountServiceHost"));
+  EXPECT_THAT(checks[2]["advice"].get<std::string>(), HasSubstr("the policy value SyslogMinutes"));
   RegDeleteTreeW(HKEY_LOCAL_MACHINE, names::kPolicyKey.wide);
   EXPECT_EQ(json({"verify", directory / "a.exe"}, 1)["profile"]["host"], "environment.example");
   SetEnvironmentVariableW(variable, nullptr);

@@ -162,7 +162,9 @@ TEST_F(CommandLineTool, ThePolicyIsStrongerThanTheEnvironmentForServiceAndToolAl
     EXPECT_EQ(ask("verify", bundle("approved.exe"))["status"], status) << line;
     EXPECT_EQ(ask("check", bundle("approved.exe"))["status"], status) << line;
     EXPECT_TRUE(ServiceUnderTest::waitForLogLine(line)) << line;
+    EXPECT_EQ(ask("status", "--json")["settingsChangedSinceStart"], false);
   }
+  EXPECT_EQ(ask("status", "--json")["settingsChangedSinceStart"], true) << "the policy is gone";
   EXPECT_EQ(countOf(" DEBUG - ", ServiceUnderTest::log()), 0U) << "in spite of the preferences";
   service_.stop();
 }

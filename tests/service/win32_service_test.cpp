@@ -84,8 +84,8 @@ const std::string kRunning = kStarting +
                              "M Finished initialize()\nS Running - SERVICE_RUNNING\n"
                              "report 4 controls 1 exit 0 point 0 hint 0\n";
 
-void logEnd(std::uint32_t code) {
-  logLine(LogLevel::Debug, "ended with %d", code);
+void logEnd(std::uint32_t code, std::string_view reason) {
+  logLine(LogLevel::Debug, "ended with %d%s", code, reason);
 }
 
 struct Win32ServiceTest : ::testing::Test {
@@ -135,7 +135,7 @@ TEST_F(Win32ServiceTest, EndsEachFailedPathWithItsOwnLinesAndEndsWhatNobodyWasTo
       {"", kRefuses, kWorks,
        kStarting + "!M initialize() failure: 5, " + systemErrorPhrase(5) + "\nM Finished initialize()\n" +
            gaveUp + "5\n"},
-      {"", kThrows, kWorks, kStarting + caught + gaveUp + "1\n"},
+      {"", kThrows, kWorks, kStarting + caught + gaveUp + "1gone\n"},
       {"report 2", kWorks, kWorks, kPending + "S StartPending" + failed + "ended with 1\n"},
       {"report 4", kWorks, kWorks,
        kRunning + "S Running" + failed + "M Failed entering Running state, aborting\nended with 1\n"},

@@ -101,7 +101,9 @@ TEST(CertificateProfile, TheRequestIsBoundedAndGoesToNothingButAHost) {
                           "a?b"s,  "a#b"s,  "a\\b"s,   "a b"s,    "a%2fb"s,       "::1"s,
                           "[]"s,   "[::1"s, "[::1]x"s, "[a/b]"s,  "caf\xC3\xA9"s, std::string(254, 'a')}) {
     const std::string error = kNotReceived + "invalid account service host: " + bad.substr(0, bad.find('\0'));
+    RecordingEvents events;
     EXPECT_THAT(outcomeOfTold(bad), StartsWith(error));
+    EXPECT_EQ(events.take().at(0), "1010||its name is no host");
   }
 }
 

@@ -3,7 +3,6 @@
 
 namespace zarn::tool {
 
-// Without --offline it does the same: no check uses the network yet.
 Answer runDoctor(const Arguments&) {
   return doctorAnswer(checkConfiguration());
 }

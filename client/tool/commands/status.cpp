@@ -26,6 +26,7 @@ Answer runStatus(const Arguments& arguments) {
     report.version = readFileVersion(report.service->program).productVersion;
   }
   report.settings = serviceSettings();
+  if (report.service) report.settingsChanged = settingsChangedSinceStart(report.service->processId);
   report.logFolderExists = mayBeFolder(report.logFolder);
   // Read last: whatever else is shown, the outcome is the newest.
   report.history = readHistory(recordSource(arguments.logs), kStatusBytes);

@@ -6,8 +6,10 @@
 #include "client/tool/commands/commands.h"
 #include "client/tool/machine/console.h"
 #include "client/tool/machine/record.h"
+#include "client/tool/machine/service.h"
 #include "client/tool/report/text.h"
 #include "client/tool/report/waiting.h"
+#include "update/record_folder.h"
 
 namespace zarn::tool {
 namespace {
@@ -25,9 +27,9 @@ Answer runWait(const Arguments& arguments) {
   const Milliseconds limit = std::chrono::seconds(arguments.seconds);
   ProgressLine progress;
   for (;;) {
-    auto installing = installUnderWay();
+    const auto installing = installUnderWay(recordFolderPath(), queryService());
     const Milliseconds elapsed = waited();
-    if (!installing || elapsed >= limit) {
+    if (!installing || !*installing || elapsed >= limit) {
       progress.clear();
       return waitAnswer(installing, elapsed);
     }

@@ -10,6 +10,7 @@
 #include "client/tool/machine/environment.h"
 #include "client/tool/machine/files.h"
 #include "client/tool/machine/service.h"
+#include "client/tool/machine/settings.h"
 #include "client/tool/report/text.h"
 #include "http/libcurl.h"
 #include "log/network_log.h"
@@ -28,15 +29,6 @@ namespace {
 
 constexpr std::int64_t kMostAuthoritiesBytes = std::int64_t{8} << 20;
 constexpr std::size_t kMostChoiceBytes = std::size_t{64} << 10;
-
-Finding checkAccountService() {
-  const std::string host = accountServiceHost();
-  const bool ok = isHostWithOptionalPort(host);
-  return {"account service", ok, host,
-          ok ? ""
-             : "Set " + std::string(names::kAccountServiceHostVariable.narrow) +
-                   " to a host or host:port, or to nothing for the one built in"};
-}
 
 // ---- The proxy -----------------------------------------------------------------------
 
@@ -70,10 +62,11 @@ std::optional<std::string> proxyAddress(const std::string& text) {
 }
 
 /// As libcurl looks for that of an https address; the names' case does not matter here.
-Finding checkProxyInForce() {
-  for (const char* const variable : {"HTTPS_PROXY", "ALL_PROXY"}) {
+Finding checkProxyInForce(const std::vector<Setting>& settings) {
+  for (const char* const variable : {names::kHttpsProxyVariable.narrow, names::kAllProxyVariable.narrow}) {
     const std::string text = environmentVariable(variable).value_or("");
-    if (!text.empty()) return checkProxy(variable, text);
+    const std::string place = placeOf(names::kProxyValue.narrow, settings);
+    if (!text.empty()) return checkProxy(place == names::kHttpsProxyVariable.narrow ? variable : place, text);
   }
   return checkProxy({}, {});
 }
@@ -132,31 +125,37 @@ bool isListChosen() {
 
 }  // namespace
 
-Finding checkProxy(const std::string& variable, const std::string& text) {
+Finding checkAccountService(const std::string& host, const std::string& place) {
+  const bool ok = isHostWithOptionalPort(host);
+  return {"account service", ok, withoutCredentials(host),
+          ok ? "" : "Set " + place + " to a host or host:port, or to nothing for the one built in"};
+}
+
+Finding checkProxy(const std::string& place, const std::string& text) {
   if (text.empty()) return {"proxy", true, "none", ""};
   const auto address = proxyAddress(text);
-  if (address) return {"proxy", true, variable + ": " + *address, ""};
+  if (address) return {"proxy", true, place + ": " + *address, ""};
   // The text is not shown: where its password stands cannot be told.
   return {
-      "proxy", false, variable + ": no address of a proxy",
+      "proxy", false, place + ": no address of a proxy",
       "Set it to http://HOST:PORT, or with https, socks4, socks4a, socks5 or socks5h in front; signs such as "
       "/ and @ in a password are written with %"};
 }
 
-Finding checkCollector(const std::optional<std::string>& collector,
-                       const std::optional<std::string>& minutes) {
+// Only a warning: without the collector the service does all that it is for.
+Finding checkCollector(const std::optional<std::string>& collector, const std::optional<std::string>& minutes,
+                       const std::vector<Setting>& settings) {
   if (!collector && !minutes) return {"syslog collector", true, "none", ""};
   const auto place = parseCollector(collector.value_or(""));
   const auto duration = parseCollectorMinutes(minutes.value_or(""));
   const std::string found = collector.value_or("") + " for " + minutes.value_or("") + " minutes";
-  if (!place)
-    return {"syslog collector", false, found,
-            std::string("Set ") + names::kSyslogCollectorVariable.narrow + " to host:port"};
-  if (!duration) {
-    return {"syslog collector", false, found,
-            std::string("Set ") + names::kSyslogMinutesVariable.narrow + " to a positive number"};
+  std::string advice;
+  if (!place) {
+    advice = "Set " + placeOf(names::kSyslogCollectorValue.narrow, settings) + " to host:port";
+  } else if (!duration) {
+    advice = "Set " + placeOf(names::kSyslogMinutesValue.narrow, settings) + " to a positive number";
   }
-  return {"syslog collector", true, found, ""};
+  return {"syslog collector", true, found, advice.empty() ? "" : advice + "; no lines are sent"};
 }
 
 Finding checkAuthorities(const std::string& resources, bool isChosen) {
@@ -192,11 +191,14 @@ Finding checkTempFolder(const std::string& folder) {
 
 std::vector<Finding> checkConfiguration() {
   adoptServiceEnvironment();
-  return {checkAccountService(), checkProxyInForce(),
-          checkCollector(environmentVariable(names::kSyslogCollectorVariable.narrow),
-                         environmentVariable(names::kSyslogMinutesVariable.narrow)),
-          checkAuthorities(FileUtils::resourcesDirectory(), isListChosen()),
-          checkTempFolder(serviceTempFolder())};
+  const std::vector<Setting> settings = serviceSettings();
+  return {
+      checkAccountService(accountServiceHost(), placeOf(names::kAccountServiceHostValue.narrow, settings)),
+      checkProxyInForce(settings),
+      checkCollector(environmentVariable(names::kSyslogCollectorVariable.narrow),
+                     environmentVariable(names::kSyslogMinutesVariable.narrow), settings),
+      checkAuthorities(FileUtils::resourcesDirectory(), isListChosen()),
+      checkTempFolder(serviceTempFolder())};
 }
 
 }  // namespace zarn::tool

@@ -1,5 +1,5 @@
-// Whether the configuration in force is of use to the service: the checks of `doctor`.
-// Nothing here uses the network. Texts are UTF-8.
+// Whether the configuration in force is of use to the service: the checks of `doctor`, with
+// and without --offline, since none uses the network yet. Texts are UTF-8.
 #pragma once
 
 #include <optional>
@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "client/tool/report/findings.h"
+#include "client/tool/report/settings.h"
 
 namespace zarn::tool {
 
@@ -16,12 +17,14 @@ namespace zarn::tool {
 
 // Each check on what it is given.
 
-/// `variable` is what `text` is the value of; empty for no proxy. A password is not shown.
-[[nodiscard]] Finding checkProxy(const std::string& variable, const std::string& text);
+// `place` is what has to be set to have another value (see placeOf). A password is not shown.
+[[nodiscard]] Finding checkAccountService(const std::string& host, const std::string& place);
+[[nodiscard]] Finding checkProxy(const std::string& place, const std::string& text);
 
 /// The variables of central collection; one that is set and empty is a mistake.
 [[nodiscard]] Finding checkCollector(const std::optional<std::string>& collector,
-                                     const std::optional<std::string>& minutes);
+                                     const std::optional<std::string>& minutes,
+                                     const std::vector<Setting>& settings);
 
 /// The list in `resources`: the chosen one when it is there or, by `isChosen`, has to be.
 [[nodiscard]] Finding checkAuthorities(const std::string& resources, bool isChosen);

@@ -96,6 +96,10 @@ std::wstring expanded(const std::wstring& text) {
   return result;
 }
 
+std::wstring serviceKey() {
+  return std::wstring(kServicesKey) + names::kService.wide;
+}
+
 }  // namespace
 
 /// They are text values of a key.
@@ -117,8 +121,7 @@ Stored<Variables> machineVariables() {
 
 /// They are the texts of one value.
 Stored<Variables> serviceVariables() {
-  const auto key =
-      openStoredKey(HKEY_LOCAL_MACHINE, (std::wstring(kServicesKey) + names::kService.wide).c_str());
+  const auto key = openStoredKey(HKEY_LOCAL_MACHINE, serviceKey().c_str());
   return whenRead(key, [](const RegistryKey& opened) -> Stored<Variables> {
     const auto data = dataOf(opened.get(), L"Environment", {REG_MULTI_SZ});
     if (!data) return Variables();
@@ -128,6 +131,14 @@ Stored<Variables> serviceVariables() {
     texts += L'\0';
     return parseVariables(texts.c_str());
   });
+}
+
+std::vector<std::wstring> variableKeys() {
+  std::vector<std::wstring> keys = {kMachineEnvironmentKey};
+  const auto service = serviceVariables();
+  const auto* const read = std::get_if<Variables>(&service);
+  if (read == nullptr || !read->empty()) keys.push_back(serviceKey());
+  return keys;
 }
 
 void adoptVariables() {

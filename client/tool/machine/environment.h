@@ -1,6 +1,9 @@
 // The environment variables that a service is started with, as the registry has them.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "client/tool/report/settings.h"
 #include "util/stored_value.h"
 
@@ -9,6 +12,10 @@ namespace zarn::tool {
 /// Those of the machine, and those of the update service alone, which win over them.
 [[nodiscard]] Stored<Variables> machineVariables();
 [[nodiscard]] Stored<Variables> serviceVariables();
+
+/// The keys of both, below HKEY_LOCAL_MACHINE; that of the service only while it has variables
+/// of its own, since other things are written there, too.
+[[nodiscard]] std::vector<std::wstring> variableKeys();
 
 /// Gives this process the product's and the proxies' variables of both, in place of this
 /// user's. Not while other threads read the environment.

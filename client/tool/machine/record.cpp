@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "client/tool/machine/files.h"
-#include "client/tool/machine/service.h"
 #include "client/tool/report/waiting.h"
 #include "update/record_folder.h"
 #include "util/file_utils.h"
@@ -70,6 +69,12 @@ std::vector<std::string> singleRecordsIn(const std::string& folder) {
   return names;
 }
 
+/// Nothing of a name, or what only its last reader keeps there. That the folder itself may
+/// not be looked at has a code of its own.
+bool isGone(SystemError error) {
+  return error.isNotFound() || error == SystemError::accessDenied() || error.code() == ERROR_DELETE_PENDING;
+}
+
 }  // namespace
 
 bool isRecordFile(std::string_view name) {
@@ -87,17 +92,23 @@ RecordSource recordSource(const std::string& given) {
   return source;
 }
 
-std::optional<InstallUnderWay> installUnderWay() {
-  const RecordSource source = recordSource({});
-  if (!source.usable) return std::nullopt;
-  const auto folder =
-      FileUtils::HeldFolder::hold(source.folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
-  if (!folder || !folder->exists(names::kInstalling.narrow)) return std::nullopt;
+Result<std::optional<InstallUnderWay>> installUnderWay(const std::string& folder,
+                                                       const Result<ServiceFacts>& service) {
+  using Found = std::optional<InstallUnderWay>;
+  // Whatever stands there then, nobody is working.
+  if (!isUnderWay({}, service)) return Found();
+  if (folder.empty()) return failure(SystemError::invalidName());
+  const auto usable = checkRecordFolder(folder);
+  if (!usable) return isGone(usable.error()) ? Result<Found>(Found()) : failure(usable.error());
+  const auto held =
+      FileUtils::HeldFolder::hold(folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
+  const auto there = held ? held->find(names::kInstalling.narrow) : Result<void>(failure(held.error()));
+  if (!there && isGone(there.error())) return Found();
+  if (!there) return failure(there.error());
   // Any user may read the file, and so keep others from it.
-  const auto file = readEnd(*folder, names::kInstalling.narrow, kMostInstallingBytes);
+  const auto file = readEnd(*held, names::kInstalling.narrow, kMostInstallingBytes);
   InstallUnderWay shown = file ? parseInstalling(file->bytes) : InstallUnderWay{};
-  if (!isUnderWay(shown, queryService())) return std::nullopt;
-  return shown;
+  return isUnderWay(shown, service) ? Found(std::move(shown)) : Found();
 }
 
 Result<History> readHistory(const RecordSource& source, std::int64_t maximumBytes) {

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "client/tool/report/history.h"
+#include "client/tool/report/service_state.h"
 #include "update/install_record.h"
 
 namespace zarn::tool {
@@ -20,9 +21,11 @@ namespace zarn::tool {
 /// own is refused (kFolderNotTrusted) when others may have written to it.
 [[nodiscard]] RecordSource recordSource(const std::string& given);
 
-/// The install request that the service is working on; nothing when there is none, or when
-/// others may have written to the record folder.
-[[nodiscard]] std::optional<InstallUnderWay> installUnderWay();
+/// The install request that `service` is working on, by what stands in its record folder;
+/// nothing when there is none. Fails when that cannot be told: with kFolderNotTrusted when
+/// others may have written to the folder.
+[[nodiscard]] Result<std::optional<InstallUnderWay>> installUnderWay(const std::string& folder,
+                                                                     const Result<ServiceFacts>& service);
 
 /// The last `maximumBytes` of each file in the folder: of the requests for which an
 /// installer ran and the others, or of both in one file. Fails when there is none that

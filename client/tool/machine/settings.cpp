@@ -1,5 +1,7 @@
 #include "client/tool/machine/settings.h"
 
+#include <windows.h>
+
 #include <memory>
 #include <string>
 #include <utility>
@@ -7,6 +9,8 @@
 #include "client/tool/machine/environment.h"
 #include "client/tool/machine/service.h"
 #include "log/log.h"
+#include "os/handles_win.h"
+#include "os/registry.h"
 #include "os/text.h"
 #include "prefs/test_preferences.h"
 #include "trust/account_service_host.h"
@@ -52,7 +56,33 @@ Setting levelByPreferences(const Environments& environments) {
   return level;
 }
 
+/// In the units of FILETIME.
+std::optional<std::uint64_t> startOf(std::uint32_t processId) {
+  const KernelHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+  FILETIME start{}, other{};
+  if (!process || GetProcessTimes(process.get(), &start, &other, &other, &other) == 0) return std::nullopt;
+  return std::uint64_t{start.dwHighDateTime} << 32U | start.dwLowDateTime;
+}
+
+/// 0 of a key that is not there.
+std::optional<std::uint64_t> timeOf(const std::wstring& path) {
+  const auto key = os::openRegistryKey(HKEY_LOCAL_MACHINE, path.c_str(), KEY_QUERY_VALUE);
+  if (!key) return key.error().isNotFound() ? std::optional<std::uint64_t>(0) : std::nullopt;
+  const auto time = os::registryKeyTime(key->get());
+  return time ? std::optional(*time) : std::nullopt;
+}
+
 }  // namespace
+
+std::optional<bool> settingsChangedSinceStart(std::uint32_t processId) {
+  const std::wstring policy = names::kPolicyKey.wide;
+  std::vector<std::wstring> keys = variableKeys();
+  keys.push_back(policy);
+  keys.push_back(policy.substr(0, policy.rfind(L'\\')));  // tells that the policy's own is gone
+  std::vector<std::optional<std::uint64_t>> written;
+  for (const std::wstring& key : keys) written.push_back(timeOf(key));
+  return changedSince(startOf(processId), written);
+}
 
 std::vector<Setting> serviceSettings() {
   const Environments environments{serviceVariables(), machineVariables()};

@@ -11,6 +11,9 @@ namespace {
 constexpr SystemError kNotInstalled(1060);     // ERROR_SERVICE_DOES_NOT_EXIST
 constexpr std::uint32_t kNeverStarted = 1077;  // ERROR_SERVICE_NEVER_STARTED
 
+constexpr char kChanged[] =
+    "\nSettings have changed since the service started; they take effect at its next start";
+
 /// What the service ended with is worth a word only once it has ended: the code stays the
 /// one of the last stop while it runs again.
 std::string stateInWords(const Result<ServiceFacts>& service) {
@@ -92,6 +95,7 @@ Answer statusAnswer(const ServiceReport& report) {
   answer.json["logFolder"] = report.logFolder;
   answer.json["logFolderExists"] = report.logFolderExists;
   answer.json["settings"] = settingsArray(report.settings);
+  answer.json["settingsChangedSinceStart"] = orNull(report.settingsChanged);
   answer.json["lastOutcome"] = last != nullptr ? outcomeObject(*last) : Json(nullptr);
   answer.text = fields(
       {{"Service", stateInWords(report.service)},
@@ -99,7 +103,7 @@ Answer statusAnswer(const ServiceReport& report) {
        {"Program", shownOr(facts.program, "none")},
        {"Account", shownOr(facts.account, "unknown")},
        {"Log folder", printable(report.logFolder) + (report.logFolderExists ? "" : " (does not exist)")},
-       {"Settings", settingsText(report.settings)},
+       {"Settings", settingsText(report.settings) + (report.settingsChanged == true ? kChanged : "")},
        {"Last outcome", last != nullptr ? outcomeInWords(*last) : whyNoOutcome(report.history)}});
   return answer;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,8 @@ struct ServiceReport {
   Result<History> history;
   /// As the next start would find them, but for those that are read for every request.
   std::vector<Setting> settings{};
+  /// Since the service started, so that what it works with may be something else.
+  std::optional<bool> settingsChanged{};
 };
 [[nodiscard]] Answer statusAnswer(const ServiceReport& report);
 

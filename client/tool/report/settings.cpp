@@ -36,16 +36,6 @@ std::string problemInWords(const Unreadable& problem) {
   return problem.isDenied ? kRightsAreMissing : "it cannot be read: " + problem.reason;
 }
 
-/// From the first letter behind the scheme to the last "@", so that no sign in a password
-/// can show the rest of it.
-std::string withoutCredentials(std::string address) {
-  const std::size_t scheme = address.find("://");
-  const std::size_t begin = scheme == std::string::npos ? 0 : scheme + 3;
-  const std::size_t end = address.rfind('@');
-  if (end != std::string::npos && end >= begin) address.replace(begin, end - begin, "***");
-  return address;
-}
-
 /// Whether the policy has a value whose variable stands alone, without this one.
 bool isCleared(std::string_view variable, const StoredSettings& policy) {
   for (std::size_t i = 0; i < policy.size(); ++i) {
@@ -99,6 +89,14 @@ Setting inForce(std::size_t index, const StoredSettings& policy, const Environme
 
 }  // namespace
 
+std::string withoutCredentials(std::string address) {
+  const std::size_t scheme = address.find("://");
+  const std::size_t begin = scheme == std::string::npos ? 0 : scheme + 3;
+  const std::size_t end = address.rfind('@');
+  if (end != std::string::npos && end >= begin) address.replace(begin, end - begin, "***");
+  return address;
+}
+
 Setting variableInForce(const std::string& name, const Environments& environments) {
   const std::pair<const Stored<Variables>*, SettingSource> layers[] = {
       {&environments.service, SettingSource::Service}, {&environments.machine, SettingSource::Machine}};
@@ -118,12 +116,27 @@ std::vector<Setting> settingsInForce(const StoredSettings& policy, const Environ
   std::vector<Setting> result;
   for (std::size_t i = 0; i < otherwise.size(); ++i) {
     Setting setting = inForce(i, policy, environments, otherwise[i]);
-    if (setting.value && setting.name == names::kProxyValue.narrow) {
-      setting.value = withoutCredentials(*setting.value);
-    }
+    const bool isAddress =
+        setting.name == names::kProxyValue.narrow || setting.name == names::kAccountServiceHostValue.narrow;
+    if (setting.value && isAddress) setting.value = withoutCredentials(*setting.value);
     result.push_back(std::move(setting));
   }
   return result;
+}
+
+std::string placeOf(const std::string& name, const std::vector<Setting>& settings) {
+  const auto found = std::ranges::find(settings, name, &Setting::name);
+  if (found != settings.end() && found->source == SettingSource::Policy) return "the policy value " + name;
+  const auto row = std::ranges::find_if(policySettings(), [&](const auto& one) { return one.value == name; });
+  return row != policySettings().end() && row->variable != nullptr ? row->variable : name;
+}
+
+std::optional<bool> changedSince(const std::optional<std::uint64_t>& start,
+                                 const std::vector<std::optional<std::uint64_t>>& written) {
+  if (!start) return std::nullopt;
+  if (std::ranges::any_of(written, [&](const auto& time) { return time && *time > *start; })) return true;
+  const bool isKnown = std::ranges::all_of(written, [](const auto& time) { return time.has_value(); });
+  return isKnown ? std::optional(false) : std::nullopt;
 }
 
 std::string settingsText(const std::vector<Setting>& settings) {

@@ -48,11 +48,24 @@ struct Environments {
 /// machine's, also when it is empty; what is empty is as good as not set.
 [[nodiscard]] Setting variableInForce(const std::string& name, const Environments& environments);
 
+/// An address without its name and password, for which "***" stands; from the first letter
+/// behind the scheme to the last "@", so that no sign in a password can show the rest of it.
+[[nodiscard]] std::string withoutCredentials(std::string address);
+
 /// In the table's order. `otherwise` is what holds when neither policy nor environment
-/// has a value. Names and passwords of proxies are masked.
+/// has a value. Names and passwords in addresses are masked.
 [[nodiscard]] std::vector<Setting> settingsInForce(const StoredSettings& policy,
                                                    const Environments& environments,
                                                    const std::array<Setting, kPolicySettingCount>& otherwise);
+
+/// What to set to change the setting of this name in the table, in words: the policy's value
+/// where that is in force, else the environment variable.
+[[nodiscard]] std::string placeOf(const std::string& name, const std::vector<Setting>& settings);
+
+/// Whether one of the times at which settings were written is later than the service's start.
+/// What is not known is nothing.
+[[nodiscard]] std::optional<bool> changedSince(const std::optional<std::uint64_t>& start,
+                                               const std::vector<std::optional<std::uint64_t>>& written);
 
 /// A line each, and an array of objects.
 [[nodiscard]] std::string settingsText(const std::vector<Setting>& settings);

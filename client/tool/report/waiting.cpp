@@ -1,6 +1,8 @@
 #include "client/tool/report/waiting.h"
 
+#include "client/tool/report/history.h"
 #include "client/tool/report/text.h"
+#include "update/record_folder.h"
 #include "util/printable.h"
 
 namespace zarn::tool {
@@ -23,12 +25,24 @@ bool isUnderWay(const InstallUnderWay& shown, const Result<ServiceFacts>& servic
   return service->processId != 0 && (shown.processId == 0 || shown.processId == service->processId);
 }
 
-Answer waitAnswer(const std::optional<InstallUnderWay>& installing, std::chrono::milliseconds waited) {
+Answer waitAnswer(const Result<std::optional<InstallUnderWay>>& installing,
+                  std::chrono::milliseconds waited) {
+  std::string unknown;
+  if (!installing) {
+    unknown =
+        sentence("Whether the service is installing an update cannot be told, its record cannot be read: " +
+                 recordProblem(installing.error()));
+    if (installing.error() != SystemError(kFolderNotTrusted)) return failed(ExitCode::LocalFailure, unknown);
+  }
+  const bool isBusy = installing && *installing;
   Answer answer;
-  answer.exitCode = installing ? ExitCode::Refused : ExitCode::Success;
-  answer.text = installing ? installingInWords(*installing) : "The service is installing no update.\n";
+  answer.exitCode = isBusy ? ExitCode::Refused : ExitCode::Success;
+  answer.text = isBusy            ? installingInWords(**installing)
+                : unknown.empty() ? "The service is installing no update.\n"
+                                  : unknown + "\n";
   answer.text += fields({{"Waited", duration(waited.count())}});
-  answer.json["installing"] = installing ? installingObject(*installing) : Json(nullptr);
+  answer.json["installing"] = isBusy ? installingObject(**installing) : Json(nullptr);
+  answer.json["unknown"] = unknown.empty() ? Json(nullptr) : Json(unknown);
   answer.json["waitedMs"] = waited.count();
   return answer;
 }

@@ -15,8 +15,10 @@ namespace zarn::tool {
 /// a power cut left is not; one that cannot be read counts while the service has a process.
 [[nodiscard]] bool isUnderWay(const InstallUnderWay& shown, const Result<ServiceFacts>& service);
 
-/// How a wait ended: with nothing, or with what is still being installed.
-[[nodiscard]] Answer waitAnswer(const std::optional<InstallUnderWay>& installing,
+/// How a wait ended: with nothing, with what is still being installed, or without knowing.
+/// That others may have written to the record folder (kFolderNotTrusted) is said and is no
+/// failure, or whoever made that folder before the service could keep every package away.
+[[nodiscard]] Answer waitAnswer(const Result<std::optional<InstallUnderWay>>& installing,
                                 std::chrono::milliseconds waited);
 
 }  // namespace zarn::tool
