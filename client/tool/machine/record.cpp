@@ -69,10 +69,15 @@ std::vector<std::string> singleRecordsIn(const std::string& folder) {
   return names;
 }
 
-/// Nothing of a name, or what only its last reader keeps there. That the folder itself may
-/// not be looked at has a code of its own.
-bool isGone(SystemError error) {
-  return error.isNotFound() || error == SystemError::accessDenied() || error.code() == ERROR_DELETE_PENDING;
+/// What only its last reader keeps: there is nothing in our folder that any user is denied.
+bool isBeingDeleted(SystemError error) {
+  return error == SystemError::accessDenied() || error.code() == ERROR_DELETE_PENDING;
+}
+
+Result<FileUtils::HeldFolder> holdTrusted(const std::string& folder) {
+  const auto usable = checkRecordFolder(folder);
+  if (!usable) return failure(usable.error());
+  return FileUtils::HeldFolder::hold(folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
 }
 
 }  // namespace
@@ -98,12 +103,9 @@ Result<std::optional<InstallUnderWay>> installUnderWay(const std::string& folder
   // Whatever stands there then, nobody is working.
   if (!isUnderWay({}, service)) return Found();
   if (folder.empty()) return failure(SystemError::invalidName());
-  const auto usable = checkRecordFolder(folder);
-  if (!usable) return isGone(usable.error()) ? Result<Found>(Found()) : failure(usable.error());
-  const auto held =
-      FileUtils::HeldFolder::hold(folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
+  const auto held = holdTrusted(folder);
   const auto there = held ? held->find(names::kInstalling.narrow) : Result<void>(failure(held.error()));
-  if (!there && isGone(there.error())) return Found();
+  if (!there && (there.error().isNotFound() || (held && isBeingDeleted(there.error())))) return Found();
   if (!there) return failure(there.error());
   // Any user may read the file, and so keep others from it.
   const auto file = readEnd(*held, names::kInstalling.narrow, kMostInstallingBytes);
