@@ -121,11 +121,12 @@ struct PassingFile {
   // Whoever still reads it must not keep its name from being free, which on older systems it
   // is with the last reader only.
   ~PassingFile() {
-    {
-      const IoDeadline deadline(kLogFileLimit);
-      MoveFileExW(path.c_str(), lastPath.c_str(), 0);
-    }
+    const IoDeadline deadline(kLogFileLimit);
+    const bool isRenamed = MoveFileExW(path.c_str(), lastPath.c_str(), 0) != 0;
     static_cast<void>(removeOpenedFile(file.get()));
+    file.reset();
+    // Not every system deletes an opened file under its new name.
+    if (isRenamed) DeleteFileW(lastPath.c_str());
   }
 
   FileHandle file;
