@@ -31,7 +31,7 @@ if [ -n "${ZARN_SIGN:-}" ]; then
   for program in "$work"/tree/*.exe; do $ZARN_SIGN "$program"; done
 fi
 
-python3 "$root/tools/sbom.py" --build "$from" --checkout "$root" --cache "$cache" --tree "$work/tree" \
+python3 "$root/tools/sbom.py" --build "$from" --cache "$cache" --tree "$work/tree" \
   --version "$version_text" --epoch "$SOURCE_DATE_EPOCH" --output "$out/ZarnUpdateService.cdx.json" \
   --licences "$work/tree/Licences"
 cp "$out/ZarnUpdateService.cdx.json" "$work/tree/"

@@ -65,6 +65,8 @@ class Build:
 
     def __init__(self, folder):
         self.folder = folder
+        cache = (folder / "CMakeCache.txt").read_text()
+        self.checkout = pathlib.Path(re.search(r"^CMAKE_HOME_DIRECTORY:INTERNAL=(.*)$", cache, re.MULTILINE)[1])
         self.inputs = {}
         self.link_lines = {}
         outputs = []
@@ -106,22 +108,20 @@ class Build:
         return {str((self.folder / path).resolve()) for path in paths}
 
 
-def is_ours(path, checkout, build):
+def is_ours(path, build):
     """Of the checkout, or made of it; headers of libraries are copied into the build folder, too."""
-    inside = path.relative_to(checkout) if path.is_relative_to(checkout) else None
-    if build.folder.resolve() in path.parents:
-        inside = path.relative_to(build.folder.resolve())
-    return inside is not None and inside.parts[0] in OWN_FOLDERS
+    return any(path.is_relative_to(top / folder) for top in (build.checkout, build.folder.resolve())
+               for folder in OWN_FOLDERS)
 
 
-def libraries_in(build, programs, checkout):
+def libraries_in(build, programs):
     used = set(ALWAYS)
     for program in programs:
         for path in build.parts(build.target(program)):
             match = [library.source for library in LIBRARIES if re.search(library.places, path)]
             if match:
                 used.add(match[0])
-            elif not is_ours(pathlib.Path(path), checkout, build):
+            elif not is_ours(pathlib.Path(path), build):
                 sys.exit(f"sbom: {program} is made of {path}, which belongs to no library known here")
     return [library for library in LIBRARIES if library.source in used]
 
@@ -168,7 +168,6 @@ def file_component(path, root):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", type=pathlib.Path, required=True, help="the Windows build folder")
-    parser.add_argument("--checkout", type=pathlib.Path, required=True, help="the source it was built from")
     parser.add_argument("--cache", type=pathlib.Path, required=True, help="the dependency cache")
     parser.add_argument("--tree", type=pathlib.Path, required=True, help="the shippable tree")
     parser.add_argument("--version", required=True)
@@ -180,7 +179,7 @@ def main():
     files = sorted(path for path in options.tree.rglob("*") if path.is_file())
     programs = [path.name for path in files if path.suffix in (".exe", ".dll")]
     build = Build(options.build)
-    parts = libraries_in(build, programs, options.checkout.resolve()) + [CA_BUNDLE]
+    parts = libraries_in(build, programs) + [CA_BUNDLE]
 
     shutil.rmtree(options.licences, ignore_errors=True)
     options.licences.mkdir(parents=True)
