@@ -110,6 +110,8 @@ void Folder::Traits::close(Handle handle) noexcept {
   CloseHandle(native(handle));
 }
 
+// Elsewhere the path is kept.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 Result<Folder> Folder::take(std::intptr_t handle, std::string /*path*/) {
   Folder result(handle, {});
   const auto real = realFolderName(native(handle));

@@ -354,7 +354,7 @@ std::string resourcesDirectory() {
 }
 
 std::string certificateFileIn(std::string_view resources) {
-  const std::string chosen = join(resources, names::kChosenAuthorities.narrow);
+  std::string chosen = join(resources, names::kChosenAuthorities.narrow);
   // Whatever stands there counts, also what cannot be looked at or read: then no request
   // is sent. The shipped list would trust authorities that somebody has ruled out.
   error_code error;

@@ -11,6 +11,7 @@ namespace zarn::testing {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 TEST(PolicySettings, BecomeVariablesAndNothingElseCountsBesideThem) {
   // host, proxy, bypass, collector, minutes, level
