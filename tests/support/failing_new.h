@@ -1,5 +1,6 @@
 // Replaces the program's operator new by one that fails when the program wants it to.
 // For one file of a program that no sanitizer gives an operator new of its own.
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): what operator new is made of
 #pragma once
 
 #include <cstdlib>
@@ -23,3 +24,4 @@ bool allocationFails() noexcept;
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
   std::free(memory);
 }
+// NOLINTEND(cppcoreguidelines-no-malloc)

@@ -13,7 +13,8 @@
 
 int main() {
   namespace wire = zarn::update_interface;
-  const std::string_view order(std::getenv("ZARN_HELPER"));
+  const char* const given = std::getenv("ZARN_HELPER");
+  const std::string_view order(given != nullptr ? given : "");
   if (order == "serve") {
     const auto die = [](auto...) -> long { return TerminateProcess(GetCurrentProcess(), 1); };
     wire::ServerInterface served(

@@ -88,8 +88,8 @@ bool isRecordFile(std::string_view name) {
 
 RecordSource recordSource(const std::string& given) {
   if (!given.empty()) {
-    std::string collected = FileUtils::join(given, names::kCollectedRecord.narrow);
-    return {mayBeFolder(collected) ? std::move(collected) : given, {}, true};
+    const std::string collected = FileUtils::join(given, names::kCollectedRecord.narrow);
+    return {mayBeFolder(collected) ? collected : given, {}, true};
   }
   RecordSource source{recordFolderPath(), {}, false};
   source.usable = checkRecordFolder(source.folder);

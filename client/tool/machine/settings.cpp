@@ -80,6 +80,7 @@ std::optional<bool> settingsChangedSinceStart(std::uint32_t processId) {
   keys.push_back(policy);
   keys.push_back(policy.substr(0, policy.rfind(L'\\')));  // tells that the policy's own is gone
   std::vector<std::optional<std::uint64_t>> written;
+  written.reserve(keys.size());
   for (const std::wstring& key : keys) written.push_back(timeOf(key));
   return changedSince(startOf(processId), written);
 }
