@@ -1,23 +1,11 @@
 // The message table of the built program, as viewers of the event log read it.
 #include <windows.h>
 
-#include <gmock/gmock.h>
-
-#include <array>
-#include <set>
-#include <string>
-
-#include "os/handles_win.h"
+#include "support/test.h"
 #include "util/events.h"
 
 namespace zarn {
 namespace {
-
-struct LoadedFileTraits {
-  using Handle = HMODULE;
-  static Handle invalid() noexcept { return nullptr; }
-  static void close(Handle handle) noexcept { FreeLibrary(handle); }
-};
 
 /// Every id for which the table has a message.
 std::set<std::uint32_t> idsIn(HMODULE module) {
@@ -33,8 +21,8 @@ std::set<std::uint32_t> idsIn(HMODULE module) {
 }
 
 TEST(MessageTable, HasAMessageWithTheRightInsertionsForEachEventAndNoOther) {
-  const ScopedHandle<LoadedFileTraits> module(
-      LoadLibraryExW(L"" ZARN_PROGRAM, nullptr, LOAD_LIBRARY_AS_DATAFILE));
+  const std::unique_ptr<HINSTANCE__, decltype(&FreeLibrary)> module(
+      LoadLibraryExW(L"" ZARN_PROGRAM, nullptr, LOAD_LIBRARY_AS_DATAFILE), &FreeLibrary);
   ASSERT_TRUE(module) << GetLastError();
   std::set<std::uint32_t> wanted;
   std::array<std::wstring, 30> marks;

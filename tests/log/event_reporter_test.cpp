@@ -2,17 +2,12 @@
 // the system's event log.
 #include "log/event_reporter.h"
 
-#include <gmock/gmock.h>
+#include "support/test.h"
 
-#include <future>
-
-#include "support/temp_directory.h"
-
-namespace zarn {
+namespace zarn::testing {
 namespace {
 
 using std::chrono::seconds;
-using ::testing::ElementsAre;
 
 TEST(EventRates, LetSoManyThroughInAMinuteAndCountTheRest) {
   EventRates rates;
@@ -63,16 +58,16 @@ class Recorder final : public EventWriter {
     if (texts_.size() == 2) throw std::runtime_error("costs this event");
   }
   void answer() { answer_.set_value(); }
-  [[nodiscard]] const std::vector<std::string>& texts() const { return texts_; }
+  [[nodiscard]] const Lines& texts() const { return texts_; }
 
  private:
   std::promise<void> answer_;
   std::shared_future<void> answers_ = answer_.get_future().share();
-  std::vector<std::string> texts_;
+  Lines texts_;
 };
 
 TEST(EventReporter, NobodyWaitsForAnEventLogThatDoesNotAnswer) {
-  constexpr std::chrono::milliseconds shortly{50};
+  constexpr auto shortly = 50ms;
   Recorder writer;
   EventReporter reporter(writer);
   EXPECT_TRUE(reporter.flush(shortly)) << "nothing was reported";
@@ -104,7 +99,7 @@ TEST(EventReporter, KeepsABoundedNumberOfEventsAndCountsTheOthers) {
 }
 
 TEST(Events, StandInTheDocumentation) {
-  const std::string manual = testing::readFile(ZARN_SOURCE "/docs/operations.md");
+  const std::string manual = readFile(ZARN_SOURCE "/docs/operations.md");
   std::size_t row = manual.find("\n| id | level | a minute | inserted strings |");
   ASSERT_NE(row, std::string::npos);
   row = manual.find('\n', manual.find('\n', row + 1) + 1) + 1;
@@ -121,4 +116,4 @@ TEST(Events, StandInTheDocumentation) {
 }
 
 }  // namespace
-}  // namespace zarn
+}  // namespace zarn::testing

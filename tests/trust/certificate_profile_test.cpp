@@ -4,7 +4,7 @@
 
 #include "http/http_context.h"
 #include "support/recording_events.h"
-#include "support/test.h"
+#include "support/table.h"
 #include "support/test_servers.h"
 
 namespace zarn::testing {
@@ -29,20 +29,10 @@ TEST(CertificateProfile, TakesTheValuesUnderCertsAsTheyStand) {
   const auto nested = [](std::size_t depth) {
     return R"({"certs":["a"],"x":)" + std::string(depth - 1, '[') + std::string(depth - 1, ']') + "}";
   };
-  const std::pair<std::string, std::string> table[] = {
-      {"", kNotRead},
-      {R"({"certs":[]})", "[]"},
-      {R"({"certs":["b","a","b"],"other":{"certs":["c"]}})", "[a|b]"},
-      {R"({"certs":{"first":"a","second":"b"}})", "[a|b]"},
-      {R"({"certs":["ABCDEF"," a ",17]})", "[ a |17|ABCDEF]"},
-      {R"({"certs":["\"{[","\\"],"x":")" + std::string(1000, '{') + R"("})", R"(["{[|\])"},
-      {nested(32), "[a]"},
-      {nested(33), kTooDeep},
-      {"\"\\\\\"" + std::string(33, '['), kTooDeep},  // the string ends after its backslash
-      {std::string(kOne) + "x", kNotRead},
-      {R"({"CERTS":["a"]})", kNotRead + "No such node (certs), type: "}};
-  for (const auto& [body, outcome] : table)
-    EXPECT_THAT(outcomeOf([&text = body] { return parseCertificateProfile(text); }), StartsWith(outcome));
+  auto rows = tableIn("trust/profiles.txt");
+  rows.insert(rows.end(), {{kNotRead, ""}, {"[a]", nested(32)}, {kTooDeep, nested(33)}});
+  for (const Lines& row : rows)
+    EXPECT_THAT(outcomeOf([&] { return parseCertificateProfile(row[1]); }), StartsWith(row[0])) << row[1];
 }
 
 TEST(CertificateProfile, BadServersAreAnsweredInTimeAndTheNextGoodOneServes) {
@@ -70,39 +60,37 @@ std::string outcomeOfTold(const std::string& host, std::int32_t httpCode = 200, 
 }
 
 TEST(CertificateProfile, OnlyAWholeResponseWithACodeFrom200To299Counts) {
-  for (const auto& [httpCode, outcome] :
-       {std::pair(199, kCode + "199"), {200, "[a]"}, {299, "[a]"}, {300, kCode + "300"}})
-    EXPECT_EQ(outcomeOfTold("h", httpCode), outcome);
-  EXPECT_THAT(outcomeOfTold("h", 200, CURLE_RECV_ERROR), StartsWith(kNotReceived + "transfer broke off: "));
-  RecordingEvents events;
-  for (const auto& [httpCode, result, reason] :
-       {std::tuple(200, CURLE_OK, ""),
-        {503, CURLE_OK, "HTTP status 503"},
-        {0, CURLE_OK, "list too\nlong"},
-        {200, CURLE_RECV_ERROR, "Failure when receiving data from the peer"}}) {
-    static_cast<void>(outcomeOfTold("h", httpCode, result));
-    EXPECT_THAT(fmt::format("{}", fmt::join(events.take(), "")),
-                *reason == '\0' ? "" : std::string("1010|h|") + reason);
+  const std::tuple<std::int32_t, CURLcode, std::string, std::string> table[] = {
+      {199, CURLE_OK, kCode + "199", "HTTP status 199"},
+      {200, CURLE_OK, "[a]", ""},
+      {299, CURLE_OK, "[a]", ""},
+      {300, CURLE_OK, kCode + "300", "HTTP status 300"},
+      {0, CURLE_OK, kNotReceived + "exception: list too\\x0along, type: std::runtime_error",
+       "list too\nlong"},
+      {200, CURLE_RECV_ERROR,
+       kNotReceived + "transfer broke off: ", "Failure when receiving data from the peer"}};
+  for (const auto& [httpCode, result, outcome, event] : table) {
+    RecordingEvents events;
+    EXPECT_THAT(outcomeOfTold("h", httpCode, result), StartsWith(outcome));
+    EXPECT_EQ(events.take(), event.empty() ? Lines() : Lines{"1010|h|" + event});
   }
-  EXPECT_EQ(outcomeOfTold("h", 0), kNotReceived + "exception: list too\\x0along, type: std::runtime_error");
 }
 
 TEST(CertificateProfile, TheRequestIsBoundedAndGoesToNothingButAHost) {
-  for (const std::string good :
-       {"a", "127-0-0-1.x.zarn.direct:8443", "10.0.0.1:1", "[::1]", "[::ffff:10.0.0.1]:65535"}) {
-    std::shared_ptr<HttpContext> request;
-    EXPECT_EQ(outcomeOfTold(good, 200, CURLE_OK, &request), "[a]");
-    EXPECT_EQ(request->url, "https://" + good + "/api/zmscert/profile");
-    EXPECT_TRUE(request->timeout == 60 && request->maxDownloadSize == 1 << 20);
-  }
-  using namespace std::string_literals;
-  for (const auto& bad : {""s,     "a\0b"s, ":443"s,   "a:"s,     "a:0"s,         "a:65536"s,
-                          "a:+1"s, "a:1x"s, "a:1:2"s,  "user@a"s, "user:1@a"s,    "a/b"s,
-                          "a?b"s,  "a#b"s,  "a\\b"s,   "a b"s,    "a%2fb"s,       "::1"s,
-                          "[]"s,   "[::1"s, "[::1]x"s, "[a/b]"s,  "caf\xC3\xA9"s, std::string(254, 'a')}) {
-    const std::string error = kNotReceived + "invalid account service host: " + bad.substr(0, bad.find('\0'));
+  auto rows = tableIn("trust/hosts.txt");
+  rows.insert(rows.end(), {{"bad", ""}, {"bad", "a\0b"s}, {"bad", std::string(254, 'a')}});
+  for (const Lines& row : rows) {
+    const std::string& host = row[1];
     RecordingEvents events;
-    EXPECT_THAT(outcomeOfTold(bad), StartsWith(error));
+    std::shared_ptr<HttpContext> request;
+    const std::string outcome = outcomeOfTold(host, 200, CURLE_OK, &request);
+    ASSERT_EQ(request != nullptr, row[0] == "good") << host;
+    if (request) {
+      EXPECT_EQ(outcome + request->url, "[a]https://" + host + "/api/zmscert/profile");
+      EXPECT_TRUE(request->timeout == 60 && request->maxDownloadSize == 1 << 20);
+      continue;
+    }
+    EXPECT_THAT(outcome, StartsWith(kNotReceived + "invalid account service host: " + host.c_str()));
     EXPECT_EQ(events.take().at(0), "1010||its name is no host");
   }
 }

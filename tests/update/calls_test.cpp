@@ -1,11 +1,10 @@
 // How calls get their turns, what leaves them, and how the listener that brings them ends.
-#include "support/test.h"
+#include "support/table.h"
 #include "update/bounded_listener.h"
 #include "update/call_queue.h"
 #include "update/rpc_server.h"
 #ifdef _WIN32
-#include <boost/algorithm/hex.hpp>
-#include <boost/algorithm/string/erase.hpp>
+#include <fmt/format.h>
 
 #include "update/interface/update_interface.h"
 #endif
@@ -57,19 +56,11 @@ struct Calls {
 };
 
 TEST(CallQueue, GivesTurnsRoundAndNobodyMoreThanHalfThePlacesWhileOthersAsk) {
-  // How many places there are, who calls, who is refused and why, who is served.
-  const std::tuple<std::size_t, const char*, const char*, const char*> cases[] = {
-      {16, "aaaabbc", "", "abcabaa"},
-      {4, "aaaaa", "a1", "aaaa"},           // alone all places, but no more
-      {4, "aaaaabbb", "a1a1a1b1", "abab"},  // b takes the places of a's newest
-      {4, "bbab", "b1", "bab"},             // no more than half, though a place is free
-      {4, "aabcb", "b1", "abca"},           // one more than b has is not enough to lose one
-      {4, "aaaabbc", "a1a1b1", "abca"}};    // two with half each keep nobody else out
-  for (const auto& [places, owners, refused, served] : cases) {
-    Calls calls(places);
-    calls.call(owners);
-    EXPECT_EQ(calls.serve(), served) << owners;
-    EXPECT_EQ(calls.refused(), refused) << owners;
+  for (const Lines& row : tableIn("update/turns.txt")) {
+    Calls calls(std::stoul(row[0]));
+    calls.call(row[1]);
+    EXPECT_EQ(calls.serve(), row[2]) << row[1];
+    EXPECT_EQ(calls.refused(), row[3] == "nobody" ? "" : row[3]) << row[1];
   }
 }
 
@@ -185,17 +176,10 @@ TEST(RpcServer, LetsNothingThrownOutAndRefusesPathsThatWindowsCannotHave) {
 // Octet by octet: callers that were built elsewhere rely on them.
 TEST(WireTables, DescribeTheThreeProceduresAndNameTheInterface) {
   using namespace update_interface;
-  const auto is = [](const auto& table, const std::string& hexadecimal) {
-    const auto octets = boost::algorithm::unhex(boost::algorithm::erase_all_copy(hexadecimal, " "));
-    return std::string(table.begin(), table.end()) == octets;
-  };
-  const std::string path = " 0a01 00000000 00000000 0b01 0800 0400";  // after the extension
-  EXPECT_TRUE(is(kProcedureFormat, "00 48 00000000 0000 1000 32000000 0000 0000 42 01" + path +
-                                       "00 48 00000000 0100 1800 32000000 0000 0800 46 02" + path +
-                                       "7000 1000 0800" +
-                                       "00 48 00000000 0200 2000 32000000 0000 2400 46 03" + path +
-                                       "5021 1000 0800 7000 1800 0800" + "00"));
-  EXPECT_TRUE(is(kTypeFormat, "0000 1108 255c 110c 085c 0000 0000 0000"));
+  const auto rows = tableIn("update/wire_tables.txt");
+  const auto octets = [](const auto& table) { return fmt::format("{:02x}", fmt::join(table, " ")); };
+  EXPECT_EQ(octets(kProcedureFormat), rows.at(0).front());
+  EXPECT_EQ(octets(kTypeFormat), rows.at(1).front());
   EXPECT_THAT(kProcedureOffsets, ElementsAre(0, 36, 78));
   const RPC_SYNTAX_IDENTIFIER wanted{
       {0x631c7d9c, 0x1797, 0x42f9, {0x8e, 0x96, 0x36, 0x7a, 0x9e, 0xe5, 0x88, 0x87}}, {1, 0}};

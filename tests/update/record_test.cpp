@@ -1,7 +1,7 @@
 // What is written of a request: the status that it ends with, its line, and the file for it.
 #include <nlohmann/json.hpp>
 
-#include "support/test.h"
+#include "support/table.h"
 #include "update/record_folder.h"
 #ifdef _WIN32
 #include <windows.h>
@@ -18,14 +18,10 @@ namespace zarn::testing {
 namespace {
 
 TEST(Status, IsWhatAnInstallersExitCodeBecomes) {
-  // Of those that are installed, whether the service is restarted.
-  const std::tuple<std::uint32_t, int, std::optional<bool>> codes[] = {
-      {0, 0, true}, {3010, 30000, true}, {1641, 30001, false}, {30003, 30003, {}}, {259, 30002, {}}};
-  for (const auto& [code, status, restarts] : codes) {
-    const StatusFacts& facts = judgeExitCode(code);
-    EXPECT_EQ(std::tuple(numberOf(facts.status), isSuccess(facts.status), facts.restartsService),
-              std::tuple(status, restarts.has_value(), restarts.value_or(false)));
-  }
+  // The events of installs show what else becomes of them.
+  for (const auto& [code, restarts] :
+       {std::pair{0U, true}, {3010U, true}, {1641U, false}, {1603U, false}, {30003U, false}})
+    EXPECT_EQ(judgeExitCode(code).restartsService, restarts) << code;
   for (const int number : {5, 30004, 30005, 30006}) EXPECT_FALSE(isSuccess(Status{number})) << number;
 }
 
@@ -60,19 +56,10 @@ TEST(Status, IsTheSameForCallersAndInTheDocumentation) {
   for (const auto& word : words) EXPECT_THAT(manual, HasSubstr("`" + word + "`"));
 }
 
-constexpr char kLine[] =
-    R"({"time":"2026-11-21T10:15:00.007Z","caller":{"sid":"S-1-5-21-7","processId":42,"image":"C:\\a.exe"},)"
-    R"("path":"C:\\a \"b\"\n)"
-    "\xEF\xBF\xBD"
-    R"(.exe","size":5000000000,"sha256":"ab","signerDigest":"cd","signerSubject":"CN=Zarn","checks":[)"
-    R"({"name":"open","verdict":"passed","detail":""},{"name":"size","verdict":"not reached","detail":""},)"
-    R"({"name":"extension","verdict":"not reached","detail":""},)"
-    R"({"name":"copy","verdict":"failed","detail":"112, Full."},)"
-    R"({"name":"integrity","verdict":"not reached","detail":""},)"
-    R"({"name":"identity","verdict":"refused","detail":"5, Access denied."},)"
-    R"({"name":"policy","verdict":"not reached","detail":""}],"reason":"Too many wait.",)"
-    R"("status":30005,"exitCode":4294967295,"durationMs":12,"product":"P","productVersion":"5.1"})"
-    "\n";
+/// A record, a line of another origin, and what is read of that.
+std::string lineOf(std::size_t number) {
+  return tableIn("update/records.jsonl").at(number).front() + "\n";
+}
 
 TEST(InstallRecord, IsOneLineAndReadBackFromIt) {
   InstallRecord record;
@@ -88,8 +75,8 @@ TEST(InstallRecord, IsOneLineAndReadBackFromIt) {
   record.status = Status::SignerRefused;
   record.exitCode = 0xffffffff, record.durationMilliseconds = 12;
   record.product = "P", record.productVersion = "5.1";
-  EXPECT_EQ(recordLine(record), kLine);
-  EXPECT_EQ(recordLine(parseRecord(kLine).value()), kLine);
+  EXPECT_EQ(recordLine(record), lineOf(0));
+  EXPECT_EQ(recordLine(parseRecord(lineOf(0)).value()), lineOf(0));
 }
 
 TEST(InstallRecord, CutsWhatOthersWroteAndLeavesOutWhatIsNotKnown) {
@@ -107,21 +94,12 @@ TEST(InstallRecord, CutsWhatOthersWroteAndLeavesOutWhatIsNotKnown) {
 
 TEST(InstallRecord, IsReadFromLinesOfAnyOrigin) {
   const std::string bomb(200'000, '[');
-  for (const std::string& line :
-       std::vector<std::string>{"", "[1]", "{}", bomb, "{\"time\":" + bomb, "\"x\"", R"({"status":1})",
-                                R"({"time":"t","status":"0"})", std::string(kLine, sizeof(kLine) - 3)}) {
+  const std::string cut = lineOf(0).substr(0, lineOf(0).size() - 2);
+  for (const std::string& line : {""s, "[1]"s, "{}"s, bomb, "{\"time\":" + bomb, "\"x\""s, R"({"status":1})"s,
+                                  R"({"time":"t","status":"0"})"s, cut}) {
     EXPECT_FALSE(parseRecord(line)) << line.substr(0, 40);
   }
-  const auto odd =
-      parseRecord(R"({"time":"t","status":-1,"caller":7,"path":[],"size":-1,"exitCode":-1,)"
-                  R"("checks":[3,{"name":"later","verdict":1}],"product":null,"later":{"x":1}})");
-  ASSERT_TRUE(odd);
-  EXPECT_EQ(recordLine(*odd),
-            R"({"time":"t","caller":{"sid":null,"processId":null,"image":null},"path":"",)"
-            R"("size":18446744073709551615,"sha256":"","signerDigest":"","signerSubject":"",)"
-            R"("checks":[{"name":"later","verdict":"","detail":""}],"reason":null,"status":-1,)"
-            R"("exitCode":4294967295,"durationMs":null,"product":"","productVersion":""})"
-            "\n");
+  EXPECT_EQ(recordLine(parseRecord(lineOf(1)).value()), lineOf(2));
 }
 
 struct RecordFile : ::testing::Test {
@@ -192,18 +170,11 @@ struct RecordFolderTest : ::testing::Test {
 };
 
 TEST_F(RecordFolderTest, TrustsWhatOnlyTheSystemAndAdministratorsMayWrite) {
-  const std::string rights = "D:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)";
-  const std::string installer = "O:S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
-  const std::pair<bool, std::vector<std::string>> judged[] = {
-      {true,
-       {"O:SY" + rights, "O:BA" + rights, installer + rights,
-        "O:SYD:", "O:SY" + rights + "(D;;FA;;;WD)(A;OICIIO;FA;;;CO)"}},
-      {false,
-       {"O:WD" + rights, "O:S-1-5-21-1-2-3-1001" + rights, "O:BU" + rights, rights, "O:SY",
-        "O:SY" + rights + "(A;;0x2;;;BU)", "O:SY" + rights + "(A;;GW;;;AU)", "O:SY" + rights + "(A;;WD;;;BU)",
-        "O:SY" + rights + "(A;OICIIO;FA;;;S-1-5-21-1-2-3-1001)"}}};
-  for (const auto& [trusted, texts] : judged)
-    for (const auto& text : texts) EXPECT_EQ(isTrustedDescriptor(descriptor(text).get()), trusted) << text;
+  for (const Lines& row : tableIn("update/descriptors.txt")) {
+    const LocalMemory judged = descriptor(row[1]);
+    ASSERT_NE(judged.get(), nullptr) << row[1];
+    EXPECT_EQ(isTrustedDescriptor(judged.get()), row[0] == "trusted") << row[1];
+  }
 }
 
 TEST_F(RecordFolderTest, IsMadeAndHeldKeepsRefusalsApartAndLosesNoneToAReader) {
