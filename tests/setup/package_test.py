@@ -29,7 +29,6 @@ SETTINGS_KEY = r"HKLM\Software\Zarn, Inc.\Zarn Update Service"
 UNINSTALL_KEY = r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall"
 MACHINE_KEY = r"HKLM\System\CurrentControlSet\Control\Session Manager\Environment"
 SOURCE_KEY = r"HKLM\System\CurrentControlSet\Services\EventLog\Application\Zarn Update Service"
-WINDOWS_KEY = r"HKLM\Software\Microsoft\Windows NT\CurrentVersion"
 FOLDER = stage.INSTALL_DIR
 PROGRAM = FOLDER + r"\ZarnUpdateService.exe"
 TOOL = FOLDER + r"\zarn-update.exe"
@@ -49,11 +48,9 @@ class PackageTest(unittest.TestCase):
         stage.run("cmake", "--install", cls.build, "--prefix", cls.dist, "--component", "dist", "--strip")
         programs = cls.build / "tools" / "stage"
         publisher = stage.Publisher(cls.work / "publisher")
-        key = publisher.approved.with_suffix(".key")
-        signing = cls.work / "sign"
-        signing.write_text(f"""#!/bin/sh -e
-            osslsigncode sign -certs '{publisher.approved}' -key '{key}' -in "$1" -out "$1.signed"
-            mv "$1.signed" "$1" """)
+        signing, key = cls.work / "sign", publisher.approved.with_suffix(".key")
+        signing.write_text(f"#!/bin/sh -e\nosslsigncode sign -certs '{publisher.approved}' -key '{key}' -in \"$1\" "
+                           '-out "$1.signed"\nmv "$1.signed" "$1"\n')
         signing.chmod(0o755)
         packages = stage.fresh(cls.work / "shipped")
         packers = concurrent.futures.ThreadPoolExecutor(2)
@@ -93,7 +90,11 @@ class PackageTest(unittest.TestCase):
                   "--work", folder / "work", "--output", folder)
         return next(folder.glob("*.msi"))
 
-    # ---- What the machine is asked ------------------------------------------------
+    def with_target(self, package, action, target):
+        copy = shutil.copy(package, self.work / f"{action}.msi")
+        stage.run("msibuild", copy, "-q",
+                  f"UPDATE `CustomAction` SET `Target` = '{target}' WHERE `Action` = '{action}'")
+        return copy
 
     def msiexec(self, verb, package, *properties, before=None):
         """Whether it went well; self.said is its log."""
@@ -104,10 +105,14 @@ class PackageTest(unittest.TestCase):
         self.said = log.read_text(errors="replace") if log.exists() else ""
         return code == 0
 
-    def failed_action(self):
-        """The action that ended the installation, by its log."""
+    def assert_refused(self, action, package, *properties, before=None):
+        """The installation fails in the action that is named: Wine's log leaves out the sentence of a refusal."""
+        self.assertFalse(self.msiexec("/i", package, *properties, before=before))
         failed = re.search(r"Action ended [\d:]+: (?!INSTALL|Migrate)(\w+)\. Return value [03]", self.said)
-        return failed and failed[1]
+        self.assertEqual(failed and failed[1], action)
+
+    def assert_installs(self, package, *properties):
+        self.assertTrue(self.msiexec("/i", package, *properties), self.said)
 
     def have_nothing(self):
         for package in (self.newer, self.shipped):
@@ -117,7 +122,7 @@ class PackageTest(unittest.TestCase):
 
     def have_first_version(self):
         self.have_nothing()
-        self.assertTrue(self.msiexec("/i", self.shipped, CHOSEN), self.said)
+        self.assert_installs(self.shipped, CHOSEN)
 
     def values(self, key):
         text = self.machine.wine("reg", "query", key, check=False).stdout
@@ -173,13 +178,13 @@ class PackageTest(unittest.TestCase):
 
     @contextlib.contextmanager
     def installer_running(self, milliseconds, *command):
-        """Yields the command's process, once the stand-in installer that it starts runs."""
+        """From when the stand-in installer runs that the command starts, to the command's end."""
         self.at(r"C:\zarn-test\plan.txt").write_text(f"sleep_ms={milliseconds}\nexit=3010\n")
         runs = self.at(r"C:\zarn-test\runs.txt")
         runs.unlink(missing_ok=True)
-        with self.in_background(*command) as process:
+        with self.in_background(*command):
             self.wait_until(runs.exists)
-            yield process
+            yield
 
     @contextlib.contextmanager
     def held_open(self, path):
@@ -189,14 +194,12 @@ class PackageTest(unittest.TestCase):
             yield
             self.machine.wine("taskkill", "/f", "/im", "unsigned.exe")
 
-    # ---- Installing and removing --------------------------------------------------
-
     def test_installs_a_service_that_serves_and_removes_all_but_logs_and_records(self):
         self.have_nothing()
         drive = self.machine.prefix / "drive_c"
         before = {path for path in drive.rglob("*") if path.is_file()}
-        self.assertTrue(self.msiexec("/i", self.shipped, CHOSEN, "ACCOUNTHOST=account.vendor.example:8443",
-                                     "PROXY=http://proxy.example:3128"), self.said)
+        self.assert_installs(self.shipped, CHOSEN, "ACCOUNTHOST=account.vendor.example:8443",
+                             "PROXY=http://proxy.example:3128")
         self.assertTrue(self.is_running())
         expected = {"ImagePath": f'"{PROGRAM}"', "Type": "0x10", "Start": "0x2", "ObjectName": "LocalSystem",
                     "DisplayName": "Zarn Update Service",
@@ -233,27 +236,24 @@ class PackageTest(unittest.TestCase):
         self.assertEqual(list(self.at(r"C:\ProgramData\Zarn Update Service").glob("*")), [])
         self.assert_nothing_installed()
 
-    # ---- Upgrading and repairing --------------------------------------------------
-
     def test_upgrade_keeps_settings_and_logs_and_is_not_taken_back(self):
         self.have_first_version()
-        self.assertTrue(self.msiexec("/i", self.shipped, "ACCOUNTHOST=first.example"), self.said)
+        self.assert_installs(self.shipped, "ACCOUNTHOST=first.example")
         logs = {path.name for path in self.logs().rglob("*.log")}
         _, registration, settings, _, _ = self.state()
         self.assertEqual(settings, {"AccountHost": "first.example", "CaBundle": r"C:\ca.pem", "Proxy": ""})
         with self.held_open(FOLDER + r"\Resources\cacert.pem"):
-            self.assertTrue(self.msiexec("/i", self.newer), self.said)
+            self.assert_installs(self.newer)
         files, *after = self.state()
         self.assertEqual(after, [registration, settings, self.newer.stem.split("-")[1], True])
         self.assertEqual(files["Resources/cacert-chosen.pem"], self.at(r"C:\ca.pem").read_bytes())
         self.assertLessEqual(logs, {path.name for path in self.logs().rglob("*.log")})
         self.assertTrue(self.accepts("approved.exe"))
 
-        self.assertFalse(self.msiexec("/i", self.shipped))
-        self.assertEqual(self.failed_action(), "RefuseDowngrade")
+        self.assert_refused("RefuseDowngrade", self.shipped)
         self.assertEqual(self.state(), (files, *after))
 
-        self.assertTrue(self.msiexec("/i", self.newer, "ACCOUNTHOST=default", "CABUNDLE=default"), self.said)
+        self.assert_installs(self.newer, "ACCOUNTHOST=default", "CABUNDLE=default")
         self.assertEqual(self.settings(), {"AccountHost": "", "CaBundle": "", "Proxy": ""})
         self.assertEqual(self.environment(), {"TMP": TEMP, "TEMP": TEMP})
         self.assertNotIn("Resources/cacert-chosen.pem", self.files())
@@ -264,67 +264,51 @@ class PackageTest(unittest.TestCase):
         self.at(FOLDER + r"\Resources\cacert.pem").write_text("changed")
         self.at(TOOL).unlink()
         self.machine.wine("reg", "delete", SERVICE_KEY, "/v", "Environment", "/f")
-        self.assertTrue(self.msiexec("/i", self.shipped), self.said)
+        self.assert_installs(self.shipped)
         self.assertEqual(self.state(), before)
         # A list that is kept is looked at again.
         self.at(FOLDER + r"\Resources\cacert-chosen.pem").write_text("damaged")
-        self.assertFalse(self.msiexec("/i", self.newer))
-        self.assertEqual(self.failed_action(), "CheckSettings")
+        self.assert_refused("CheckSettings", self.newer)
 
     def test_a_running_update_is_never_cut_short(self):
         self.have_first_version()
         before = self.state()
-        impatient = self.work / "impatient.msi"
-        shutil.copy(self.newer, impatient)
-        stage.run("msibuild", impatient, "-q",
-                  "UPDATE `CustomAction` SET `Target` = 'wait 1' WHERE `Action` = 'WaitForRunningUpdate'")
+        impatient = self.with_target(self.newer, "WaitForRunningUpdate", "wait 1")
         with self.installer_running(5_000, TOOL, "install", self.bundle("approved.exe")):
-            self.assertFalse(self.msiexec("/i", impatient))
-            self.assertEqual(self.failed_action(), "WaitForRunningUpdate")
+            self.assert_refused("WaitForRunningUpdate", impatient)
             self.assertEqual(self.state(), before)
             # One that waits longer gets its turn.
-            self.assertTrue(self.msiexec("/i", self.newer), self.said)
+            self.assert_installs(self.newer)
         self.assertIn("end genuine", self.at(r"C:\zarn-test\runs.txt").read_text())
         self.wait_until(self.is_running)
-
-    # ---- Failing ------------------------------------------------------------------
 
     def test_what_cannot_be_installed_leaves_the_machine_as_it_was(self):
         self.have_nothing()
         self.at(r"C:\no.pem").write_text("no certificate")
-        for argument, action in {
-            "START=sometimes": "RefuseStart", "ACCOUNTHOST=https://host": "RefuseAccountHost",
-            "PROXY=a b": "RefuseProxy", "CABUNDLE=ca.pem": "RefuseCaBundle", "ACCOUNTHOST=host:0": "CheckSettings",
-            "PROXY=ftp://proxy": "CheckSettings", r"CABUNDLE=C:\missing.pem": "CheckSettings",
-            r"CABUNDLE=C:\windows": "CheckSettings", r"CABUNDLE=C:\no.pem": "CheckSettings",
-        }.items():
-            with self.subTest(argument):
-                self.assertFalse(self.msiexec("/i", self.shipped, argument))
-                # The last action that was begun; Wine's log leaves out the sentence of a refusal.
-                self.assertEqual(self.failed_action(), action)
-                self.assert_nothing_installed()
-        # A disk without room for the programs, and a service that does not start. That an older version
-        # comes back then is Windows' doing: Wine puts back no files.
-        for action, package, limit in ((None, self.shipped, lambda: resource.setrlimit(
-                resource.RLIMIT_FSIZE, (4 << 20, 4 << 20))), ("StartServices", self.unstartable, None)):
-            with self.subTest(action):
-                self.assertFalse(self.msiexec("/i", package, before=limit))
-                self.assertEqual(self.failed_action(), action)
-                self.assert_nothing_installed()
-        major = WINDOWS_KEY, "/v", "CurrentMajorVersionNumber"
-        former = UNINSTALL_KEY + r"\ZarnUpdateService"
-        for action, before, afterwards in (
-            ("RefuseFormerSetup", ("add", former, "/v", "UninstallString", "/d", "x"), ("delete", former, "/f")),
-            ("LaunchConditions", ("delete", *major, "/f"), ("add", *major, "/t", "REG_DWORD", "/d", "10")),
-        ):
-            with self.subTest(action):
-                self.machine.wine("reg", *before)
-                self.assertFalse(self.msiexec("/i", self.shipped))
-                self.machine.wine("reg", *afterwards)
-                self.assertEqual(self.failed_action(), action)
+
+        def refuse(action, package, *properties, before=None):
+            with self.subTest(action, properties=properties):
+                self.assert_refused(action, package, *properties, before=before)
                 self.assert_nothing_installed()
 
-    # ---- What the package holds ---------------------------------------------------
+        for text in ("Start=sometimes", "AccountHost=https://host", "Proxy=a b", "CaBundle=ca.pem"):
+            name, value = text.split("=")
+            refuse("Refuse" + name, self.shipped, f"{name.upper()}={value}")
+        for argument in ("ACCOUNTHOST=host:0", "PROXY=ftp://proxy", r"CABUNDLE=C:\missing.pem", r"CABUNDLE=C:\windows",
+                         r"CABUNDLE=C:\no.pem"):
+            refuse("CheckSettings", self.shipped, argument)
+        # A disk without room for the programs, and a service that does not start. That an older version
+        # comes back then is Windows' doing: Wine puts back no files.
+        refuse(None, self.shipped, before=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (4 << 20, 4 << 20)))
+        refuse("StartServices", self.unstartable)
+        major = r"HKLM\Software\Microsoft\Windows NT\CurrentVersion", "/v", "CurrentMajorVersionNumber"
+        former = UNINSTALL_KEY + r"\ZarnUpdateService"
+        self.machine.wine("reg", "add", former, "/v", "UninstallString", "/d", "x")
+        refuse("RefuseFormerSetup", self.shipped)
+        self.machine.wine("reg", "delete", former, "/f")
+        self.machine.wine("reg", "delete", *major, "/f")
+        refuse("LaunchConditions", self.shipped)
+        self.machine.wine("reg", "add", *major, "/t", "REG_DWORD", "/d", "10")
 
     def rows(self, table):
         text = stage.run("msiinfo", "export", self.shipped, table)
@@ -386,16 +370,13 @@ class PackageTest(unittest.TestCase):
         self.have_nothing()
         shutil.copy(self.bundles / "unsigned.exe", self.at(r"C:\zarn-test\sc.exe"))
         self.at(r"C:\zarn-test\plan.txt").write_text("exit=0\n")
-        package, runs = self.work / "start-type.msi", self.at(r"C:\zarn-test\runs.txt")
-        shutil.copy(self.shipped, package)
-        asked = "config ZarnUpdateService start= "
+        asked, runs = "config ZarnUpdateService start= ", self.at(r"C:\zarn-test\runs.txt")
         own = f'"[System64Folder]sc.exe" {asked}[START]'
         self.assertEqual(self.column("CustomAction", "Target", "Action")["SetStartType"], own)
-        stage.run("msibuild", package, "-q", rf"UPDATE `CustomAction` SET `Target` = 'C:\zarn-test\sc.exe "
-                  f"{asked}[START]' WHERE `Action` = 'SetStartType'")
+        package = self.with_target(self.shipped, "SetStartType", rf"C:\zarn-test\sc.exe {asked}[START]")
         for start in ("demand", "delayed-auto"):
             runs.unlink(missing_ok=True)
-            self.assertTrue(self.msiexec("/i", package, f"START={start}"), self.said)
+            self.assert_installs(package, f"START={start}")
             self.assertIn(asked + start, runs.read_text())
             self.assertEqual(self.is_running(), start != "demand")
 
@@ -424,8 +405,7 @@ class PackageTest(unittest.TestCase):
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
-    parser.add_argument("--build", type=pathlib.Path, required=True)
-    parser.add_argument("--work", type=pathlib.Path, required=True)
-    own, rest = parser.parse_known_args()
-    PackageTest.build, PackageTest.work = own.build.resolve(), own.work.resolve()
+    for name in ("--build", "--work"):
+        parser.add_argument(name, type=lambda path: pathlib.Path(path).resolve(), required=True)
+    rest = parser.parse_known_args(namespace=PackageTest)[1]
     unittest.main(argv=[sys.argv[0], *rest], verbosity=2)

@@ -1,7 +1,5 @@
-"""Account services that misbehave, each in its own way: NAME(request, out, hosts)
-answers one request. servers.py gives each one a port of its own; all speak https
-but plain_http, and other_ca and wrong_host have certificates that must not do.
-"""
+"""Account services that misbehave, each in its own way: NAME(request, out, hosts) answers one request. servers.py
+gives each one a port of its own; all but plain_http speak https, other_ca and wrong_host with the wrong certificate."""
 
 import asyncio
 import gzip
@@ -19,23 +17,19 @@ def response(status, body=b"", *headers):
     return "\r\n".join(lines).encode() + b"\r\n\r\n" + body
 
 
-SCENARIOS = {}
-
-
-def fixed(name, answer):
+def fixed(answer):
     async def reply(_request, out, _hosts):
         out.write(answer)
-    SCENARIOS[name] = reply
+    return reply
 
 
-fixed("status500", response(500))
-for name in ("other_ca", "wrong_host", "plain_http"):
-    fixed(name, response(200, PROFILE))
-fixed("gzip", response(200, gzip.compress(PROFILE), "Content-Encoding: gzip"))
-fixed("gzip_bomb", response(200, gzip.compress(bytes(32 << 20), 1), "Content-Encoding: gzip"))
-fixed("announced", response(200, b"x" * 2_000_000))
-fixed("version_1_0", b"HTTP/1.0 200 OK\r\n\r\n" + PROFILE)
-fixed("empty_reply", b"")
+SCENARIOS = {name: fixed(answer) for name, answer in {
+    "status500": response(500), "empty_reply": b"", "version_1_0": b"HTTP/1.0 200 OK\r\n\r\n" + PROFILE,
+    **dict.fromkeys(("other_ca", "wrong_host", "plain_http"), response(200, PROFILE)),
+    "gzip": response(200, gzip.compress(PROFILE), "Content-Encoding: gzip"),
+    "gzip_bomb": response(200, gzip.compress(bytes(32 << 20), 1), "Content-Encoding: gzip"),
+    "announced": response(200, b"x" * 2_000_000),
+}.items()}
 
 
 async def send(out, data):
@@ -93,8 +87,7 @@ async def slow(request, out, _hosts):
 
 async def echo(request, out, _hosts):
     """What was received, as JSON."""
-    answer = {"method": request.method, "path": request.path, "headers": request.headers, "body": request.body.decode()}
-    out.write(response(200, json.dumps(answer).encode()))
+    out.write(response(200, json.dumps(vars(request), default=bytes.decode).encode()))
 
 
 SCENARIOS |= {function.__name__: function for function in (
