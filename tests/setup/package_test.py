@@ -339,7 +339,8 @@ class PackageTest(unittest.TestCase):
         # Users who are no administrators choose nothing; no program is ended, no machine restarted.
         properties = self.column("Property", "Value", "Property")
         self.assertLessEqual({"SecureCustomProperties": "NEWERVERSION;OLDERVERSION", "REBOOT": "ReallySuppress",
-                              "MSIRESTARTMANAGERCONTROL": "Disable"}.items(), properties.items())
+                              "MSIRESTARTMANAGERCONTROL": "Disable",
+                              "REINSTALLMODE": "amus"}.items(), properties.items())
         self.assertIn("NOT Installed OR REMOVE OR AdminUser",
                       self.column("LaunchCondition", "Description", "Condition"))
         # The old version goes last, and takes neither logs nor the choice of authorities along.
@@ -348,6 +349,7 @@ class PackageTest(unittest.TestCase):
         self.assertEqual([row["Action"] for row in order][-2:], ["RemoveExistingProducts", "InstallFinalize"])
         for action in ("WaitForRunningUpdate", "PurgeLogs", "ForgetCaBundle"):
             self.assertIn("AND NOT UPGRADINGPRODUCTCODE", conditions[action])
+        self.assertEqual(conditions["InstallAgain"], "Installed AND NOT REMOVE AND NOT REINSTALL")
         self.assertIn("Template: x64;1033", stage.run("msiinfo", "suminfo", self.shipped))
 
     def test_its_tables_fit_together(self):
@@ -361,8 +363,8 @@ class PackageTest(unittest.TestCase):
                 for column, value in row.items():
                     if (other := column.rstrip("_").split("_")[0]) != column and value and other in keys:
                         self.assertIn(value, keys[other] | {"TARGETDIR"}, f"{name}.{column}")
-        self.assertLessEqual({row["Source"] for row in tables["CustomAction"] if int(row["Type"]) & 63 == 34},
-                             keys["Directory"])
+        folders = {row["Source"] for row in tables["CustomAction"] if int(row["Type"]) & 63 == 34}
+        self.assertLessEqual(folders | {row["DestFolder"] for row in tables["MoveFile"]}, keys["Directory"])
         self.assertLessEqual(keys["CustomAction"], keys["InstallExecuteSequence"])
 
     def test_the_start_type_is_set_by_the_systems_own_program(self):
