@@ -1,6 +1,7 @@
 #include "util/host_and_port.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 
 #include "os/text.h"
@@ -38,6 +39,12 @@ bool isHostWithOptionalPort(std::string_view text) {
     rest = text.substr(end);
   }
   return rest.empty() || (rest.front() == ':' && isPort(rest.substr(1)));
+}
+
+bool isProxyScheme(std::string_view text) {
+  constexpr std::array<std::string_view, 6> known = {"http",    "https",  "socks4",
+                                                     "socks4a", "socks5", "socks5h"};
+  return std::ranges::any_of(known, [&](auto one) { return os::equalsIgnoringCase(text, one); });
 }
 
 }  // namespace zarn

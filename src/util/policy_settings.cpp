@@ -27,12 +27,9 @@ bool isOneWord(std::string_view text) {
 /// Nothing that libcurl cannot take apart: its error text would show the whole address, with
 /// the password, in the log. Of addresses in brackets it knows better which are none.
 bool isProxyAddress(std::string_view text) {
-  constexpr std::array<std::string_view, 6> known = {"http",    "https",  "socks4",
-                                                     "socks4a", "socks5", "socks5h"};
   if (!isOneWord(text)) return false;
   if (const std::size_t end = text.find("://"); end != std::string_view::npos) {
-    const auto isScheme = [&](auto one) { return os::equalsIgnoringCase(text.substr(0, end), one); };
-    if (std::ranges::none_of(known, isScheme)) return false;
+    if (!isProxyScheme(text.substr(0, end))) return false;
     text.remove_prefix(end + 3);
   }
   if (const std::size_t at = text.rfind('@'); at != std::string_view::npos) {

@@ -3,7 +3,6 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
-#include <array>
 #include <memory>
 #include <optional>
 
@@ -20,6 +19,7 @@
 #include "os/text.h"
 #include "trust/account_service_host.h"
 #include "util/file_utils.h"
+#include "util/host_and_port.h"
 #include "util/path_judge.h"
 #include "util/product_names.h"
 #include "util/string_utils.h"
@@ -37,12 +37,6 @@ std::optional<std::string> partOf(CURLU* url, CURLUPart part) {
   if (curl_url_get(url, part, &text, 0) != CURLUE_OK) return std::nullopt;
   const CurlText owner(text);
   return std::string(text);
-}
-
-bool isProxyScheme(std::string_view scheme) {
-  constexpr std::array<std::string_view, 6> known = {"http",    "https",  "socks4",
-                                                     "socks4a", "socks5", "socks5h"};
-  return std::ranges::find(known, scheme) != known.end();
 }
 
 /// The address as libcurl takes it apart, without its sign-in; nothing when it is none.
