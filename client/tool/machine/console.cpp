@@ -69,6 +69,11 @@ Result<void> write(Stream stream, std::string_view text) {
                             : writeToFile(handle, text);
 }
 
+bool isReaderGone(SystemError error) noexcept {
+  return error == SystemError(ERROR_BROKEN_PIPE) || error == SystemError(ERROR_NO_DATA) ||
+         error == SystemError(ERROR_PIPE_NOT_CONNECTED);
+}
+
 void ProgressLine::show(std::string_view text) {
   std::string line(text);
   // Blanks cover what is left of a longer text.

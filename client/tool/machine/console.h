@@ -13,6 +13,9 @@ enum class Stream : unsigned char { Output, Error };
 /// Writes all of `text`, UTF-8. A stream that the process does not have counts as written.
 Result<void> write(Stream stream, std::string_view text);
 
+/// Whether writing failed because whoever read the pipe has seen enough and closed it.
+[[nodiscard]] bool isReaderGone(SystemError error) noexcept;
+
 /// Whether somebody watches: the stream is a terminal and not a file or pipe.
 [[nodiscard]] bool isTerminal(Stream stream) noexcept;
 
