@@ -7,6 +7,7 @@
 #include "client/tool/report/explanations.h"
 #include "client/tool/report/findings.h"
 #include "client/tool/report/outcome.h"
+#include "client/tool/report/progress.h"
 #include "client/tool/report/text.h"
 #include "client/tool/report/verification_report.h"
 #include "client/tool/report/waiting.h"
@@ -251,6 +252,12 @@ TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {
     for (const auto& service : {kRunning, kStopped, kAbsent, Result<ServiceFacts>(failure(5))})
       kept += isUnderWay({"", shown, ""}, service) ? "yes " : "no ";
   EXPECT_EQ(kept, "yes no no yes yes no no yes no no no yes ");
+}
+
+TEST(Progress, IsInWholeSecondsAndSaysInTimeThatItMayBeLeft) {
+  EXPECT_EQ(installingText(9'999ms, "running"), "Installing for 9 s; the service is running");
+  EXPECT_EQ(waitingText(725s),
+            "An update is being installed; waited 12 min 05 s; Ctrl+C ends only this wait");
 }
 
 TEST(Answers, OfOtherFailuresHaveTheSystemsWordsAndSizesTheirUnit) {
