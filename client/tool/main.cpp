@@ -56,6 +56,8 @@ Answer run(Verb verb, const Arguments& arguments) {
       return runDoctor(arguments);
     case Verb::PurgeLogs:
       return runPurgeLogs(arguments);
+    case Verb::Completion:
+      return completionAnswer();
     case Verb::Version:
       return versionAnswer();
     case Verb::Help:

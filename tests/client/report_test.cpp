@@ -119,6 +119,7 @@ TEST(CommandLine, HasItsHelpAndIsRefusedInOneSentence) {
                            " wait 1 2",
                            " check a \x1b[2J\n"})
     said.addCommandLine(line);
+  said.text += completionAnswer().text;
   said.addCommandLine(" install " + std::string(70, 'a') + " --" + std::string(70, 'b'));
   said.expect("help.txt");
   const auto read = std::get<Invocation>(readCommandLine({"explain", "-2146762496", "--json"}));

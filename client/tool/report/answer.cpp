@@ -30,6 +30,7 @@ constexpr struct {
     {"wait", {"installing", "unknown", "waitedMs"}},
     {"doctor", {"checks"}},
     {"purge-logs", {"files", "left"}},
+    {"completion", {"script"}},
     {"version", {"version"}},
     {"help", {"text"}},
 };
