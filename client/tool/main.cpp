@@ -19,13 +19,15 @@ namespace zarn::tool {
 namespace {
 
 ExitCode deliver(const Answer& answer, const std::string& command, bool json) {
-  const auto written = write(Stream::Output, json ? jsonText(answer, command) : answer.text);
+  const Reader reader = isTerminal(Stream::Output) ? Reader::Person : Reader::Program;
+  const auto written = write(Stream::Output, json ? jsonText(answer, command, reader) : answer.text);
   const auto complain = [](const std::string& sentence) {
     // When this stream fails, too, nobody is left to be told.
     static_cast<void>(write(Stream::Error, "zarn-update: " + sentence + "\n"));
   };
   if (!answer.error.empty()) complain(answer.error);
-  if (written) return answer.exitCode;
+  // As with `zarn-update history | more`: who stops reading has got what was wanted.
+  if (written || isReaderGone(written.error())) return answer.exitCode;
   complain(sentence("The output could not be written: " + systemErrorPhrase(written.error())));
   return answer.exitCode == ExitCode::Success ? ExitCode::LocalFailure : answer.exitCode;
 }
@@ -54,6 +56,12 @@ Answer run(Verb verb, const Arguments& arguments) {
       return runDoctor(arguments);
     case Verb::PurgeLogs:
       return runPurgeLogs(arguments);
+    case Verb::Completion:
+      return completionAnswer();
+    case Verb::Version:
+      return versionAnswer();
+    case Verb::Help:
+      return helpAnswer(arguments);
   }
   return failed(ExitCode::WrongArguments, "There is no such command.");
 }
@@ -61,6 +69,7 @@ Answer run(Verb verb, const Arguments& arguments) {
 /// Whatever goes wrong, the caller gets an exit code of ours and a sentence: a script must
 /// be able to tell a refusal from a tool that broke down.
 Answer runGuarded(const Invocation& invocation) {
+  if (invocation.arguments.json) Interruption::answerInJson(invocation.command->name);
   const Interruption interruption("Interrupted.");
   try {
     return run(invocation.command->verb, invocation.arguments);
@@ -73,13 +82,9 @@ Answer runGuarded(const Invocation& invocation) {
 
 ExitCode runTool(const std::vector<std::string>& arguments) {
   const CommandLine read = readCommandLine(arguments);
-  if (const auto* const information = std::get_if<Information>(&read)) {
-    Answer answer;
-    answer.text = information->text;
-    return deliver(answer, "", false);
-  }
   if (const auto* const mistake = std::get_if<Mistake>(&read)) {
-    return deliver(failed(ExitCode::WrongArguments, mistake->sentence), "", mistake->json);
+    const std::string command = mistake->command == nullptr ? "" : mistake->command->name;
+    return deliver(mistakeAnswer(*mistake), command, mistake->json);
   }
   const auto& invocation = std::get<Invocation>(read);
   return deliver(runGuarded(invocation), invocation.command->name, invocation.arguments.json);

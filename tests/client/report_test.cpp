@@ -1,9 +1,13 @@
 // What zarn-update says. No part of this calls anybody or looks at the machine; only the
 // system's words for errors, which every system has its own, are left out.
+#include <map>
+#include <regex>
+
 #include "client/tool/report/command_line.h"
 #include "client/tool/report/explanations.h"
 #include "client/tool/report/findings.h"
 #include "client/tool/report/outcome.h"
+#include "client/tool/report/progress.h"
 #include "client/tool/report/text.h"
 #include "client/tool/report/verification_report.h"
 #include "client/tool/report/waiting.h"
@@ -20,9 +24,12 @@ using client::CallFailure;
 /// Collects answers in full, to be compared with a file that people have read.
 struct Transcript {
   std::string text;
+  /// Of each command, which is the first word of what is added, the keys of its own.
+  std::map<std::string, std::set<std::string>> keys;
 
   void add(const std::string& what, Answer answer) {
     answer.text.erase(std::min(answer.text.find("\n  Windows says:"), answer.text.size()));
+    for (const auto& [key, value] : answer.json.items()) keys[what.substr(0, what.find(' '))].insert(key);
     answer.json.erase("systemText");
     text += "==== " + what + ": " + std::to_string(static_cast<int>(answer.exitCode)) + "\n" + answer.text;
     if (!answer.error.empty()) text += "error: " + answer.error + "\n";
@@ -35,27 +42,89 @@ struct Transcript {
     for (std::string word; std::getline(words, word, ' ');) arguments.push_back(word);
     const std::string what = "zarn-update" + printable(line);
     const CommandLine read = readCommandLine(arguments);
-    if (const auto* const asked = std::get_if<Information>(&read))
-      text += "==== " + what + "\n" + asked->text;
-    if (const auto* const mistake = std::get_if<Mistake>(&read))
-      add(what, failed(ExitCode::WrongArguments, mistake->sentence));
+    if (const auto* const mistake = std::get_if<Mistake>(&read)) return add(what, mistakeAnswer(*mistake));
+    const auto& asked = std::get<Invocation>(read);
+    text += "==== " + what + ": runs " + asked.command->name + " " + printable(asked.arguments.target) +
+            (asked.arguments.json ? " for a script\n" : "\n");
   }
   void expect(const std::string& file) const {
     EXPECT_EQ(text, readFile(ZARN_SOURCE "/tests/client/" + file));
   }
 };
 
+std::set<std::string> keysOf(const std::string& command) {
+  const auto keys = jsonKeysOf(command);
+  return {keys.begin(), keys.end()};
+}
+
 TEST(CommandLine, HasItsHelpAndIsRefusedInOneSentence) {
   Transcript said;
-  said.addCommandLine(" --help");
-  for (const Command& command : commands()) said.addCommandLine(" " + std::string(command.name) + " --help");
-  for (const char* wrong : {"", " install", " install a b", " install --force a", " history --last -1",
-                            " status install a", " wait 86401", " wait -1", " wait 1s", " check a \x1b[2J\n"})
-    said.addCommandLine(wrong);
+  said.text = helpText(nullptr);
+  for (const Command& command : commands())
+    said.text += "==== " + std::string(command.name) + "\n" + helpText(&command);
+  for (const char* line : {"",
+                           " --json",
+                           " help",
+                           " help wait",
+                           " help wiat",
+                           " help --json",
+                           " /?",
+                           " -? status",
+                           " status -h --lost",
+                           " --version",
+                           " version --json",
+                           " -V",
+                           " status -V",
+                           " stauts",
+                           " STATUS",
+                           " collect",
+                           " xyzzy",
+                           " --jsn",
+                           " --verison",
+                           " install",
+                           " install  --json",
+                           " set-app-data  --json",
+                           " install a b",
+                           " install a b c",
+                           " install --force a",
+                           " install --jsno a",
+                           " install --json=1 a",
+                           " install a -- -b",
+                           " check -- -b",
+                           " verify /x",
+                           " verify /?",
+                           " --json --last 3 history",
+                           " history --last -1",
+                           " history --last abc",
+                           " history --last 0",
+                           " history --last=1000001",
+                           " history --last",
+                           " history --last --json",
+                           " history --last 1 --last 2",
+                           " history --logs=",
+                           " history --logs a --logs a",
+                           " history --last 1 --all",
+                           " history --all=no",
+                           " history --since",
+                           " history --offline",
+                           " status install a",
+                           " explain",
+                           " explain --list",
+                           " explain 5 --list",
+                           " explain -5",
+                           " explain --5",
+                           " wait 86401",
+                           " wait -1",
+                           " wait 1s",
+                           " wait 1 2",
+                           " status \x1b[2J\n"})
+    said.addCommandLine(line);
+  said.text += completionAnswer().text;
+  said.addCommandLine(" install " + std::string(70, 'a') + " --" + std::string(70, 'b'));
   said.expect("help.txt");
   const auto read = std::get<Invocation>(readCommandLine({"explain", "-2146762496", "--json"}));
   EXPECT_TRUE(read.arguments.target == "-2146762496" && read.arguments.json);
-  EXPECT_TRUE(std::get<Mistake>(readCommandLine({"install", "--json"})).json);
+  EXPECT_TRUE(std::get<Mistake>(readCommandLine({"--json", "install"})).json);
 }
 
 const Result<ServiceFacts> kRunning = ServiceFacts{"running", true, 7, 0, "C:\\s.exe", "LocalSystem"};
@@ -109,7 +178,7 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   Transcript said;
   for (const char* code : {"0", "30004", "-2147024891", "0XC0000005", "3221225786", "-2147483649",
                            "4294967296", "-0x1", "0x", "0x-1", "", "-", "--1", "5 ", "+5", "five"})
-    said.add(code, explanationAnswer(code));
+    said.add("explain " + std::string(code), explanationAnswer(code));
   // The installer's exit code is shown where one ran.
   const std::pair<int, int> outcomes[] = {{0, 0},        {30000, 3010}, {30001, 1641},
                                           {30002, 1603}, {30002, 0},    {30003, 30003},
@@ -119,9 +188,9 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
     said.add("check", checkAnswer("b\x1b", Status{status}));
   }
   for (const auto& service : {kRunning, kStopped, kAbsent, Result<ServiceFacts>(failure(5))})
-    said.add("not running", noAnswer({CallFailure::NotRunning, 1722}, service));
+    said.add("install without answer", noAnswer({CallFailure::NotRunning, 1722}, service));
   for (const auto failure : {CallFailure::Refused, CallFailure::Interrupted, CallFailure::InvalidPath})
-    said.add("no answer", noAnswer({failure, 9}, kRunning));
+    said.add("check without answer", noAnswer({failure, 9}, kRunning));
   said.add("set-app-data", setAppDataAnswer(""));
   said.add("set-app-data", setAppDataAnswer("C:\\d\x1b"));
 
@@ -132,7 +201,7 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   const RecordSource source{"F", {}, true};
   said.add("history", historyAnswer(source, "F/x", history, 0));
   history.isCut = true;
-  said.add("the newest", historyAnswer(source, "F/x", history, 1));
+  said.add("history --last 1", historyAnswer(source, "F/x", history, 1));
   // Of each source one, and what cannot be read or used.
   const Stored<std::string> none;
   const Variables service{{"Https_Proxy", ""}, {"ZARN_MEDIA_SERVER_LOG_LEVEL", "trace"}},
@@ -146,8 +215,8 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   said.add("status", statusAnswer({kStopped, "1.0", "L", false, failure(2), {}, false}));
   said.add("status", statusAnswer({kAbsent, "", "", false, failure(kFolderNotTrusted)}));
   history.unread = SystemError(kFolderNotTrusted);
-  said.add("unread history", historyAnswer(source, "F/x", history, 0));
-  said.add("no history", historyAnswer({"F", {}, false}, "F/x", failure(2), 0));
+  said.add("history unread", historyAnswer(source, "F/x", history, 0));
+  said.add("history of nothing", historyAnswer({"F", {}, false}, "F/x", failure(2), 0));
 
   const InstallUnderWay installing{"2026-11-21T10:15:00.007Z", 7, "C:\\b\x1b"};
   said.add("wait", waitAnswer(std::nullopt, 5ms));
@@ -170,8 +239,12 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   report.signatureHolds = true;
   report.profile = {3, true};
   said.add("verify", verificationAnswer("b", report));
-  said.text += jsonText(failed(ExitCode::Refused, "\xff"), "c");
+  said.add("set-app-data without answer", noAnswer({CallFailure::Refused, 5}, kRunning));
+  for (const Reader reader : {Reader::Program, Reader::Person})
+    said.text += jsonText(failed(ExitCode::Refused, "\xff\xc3\xa4"), "wait", reader);
   said.expect("answers.txt");
+  for (const auto& [command, keys] : said.keys)
+    EXPECT_EQ(keys, keysOf(command)) << command << " answers with other keys than jsonKeysOf() has";
 }
 
 TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {
@@ -180,6 +253,12 @@ TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {
     for (const auto& service : {kRunning, kStopped, kAbsent, Result<ServiceFacts>(failure(5))})
       kept += isUnderWay({"", shown, ""}, service) ? "yes " : "no ";
   EXPECT_EQ(kept, "yes no no yes yes no no yes no no no yes ");
+}
+
+TEST(Progress, IsInWholeSecondsAndSaysInTimeThatItMayBeLeft) {
+  EXPECT_EQ(installingText(9'999ms, "running"), "Installing for 9 s; the service is running");
+  EXPECT_EQ(waitingText(725s),
+            "An update is being installed; waited 12 min 05 s; Ctrl+C ends only this wait");
 }
 
 TEST(Answers, OfOtherFailuresHaveTheSystemsWordsAndSizesTheirUnit) {
@@ -204,9 +283,28 @@ TEST(History, IsMergedByTimeWithoutSorting) {
   EXPECT_EQ(order + std::to_string(merged.skipped), "1224353") << "the line that was cut is no torn one";
 }
 
-TEST(Documentation, HasARowForEveryExitCodeAndCommand) {
+/// What the manual says in the row or list item that begins so, up to the next; empty when there is none.
+std::string manualRow(const std::string& beginning) {
+  static const std::string manual = "\n" + readFile(ZARN_SOURCE "/docs/zarn-update.md");
+  const std::size_t begin = manual.find("\n" + beginning);
+  EXPECT_NE(begin, std::string::npos) << "docs/zarn-update.md has nothing that begins with " << beginning;
+  if (begin == std::string::npos) return "";
+  const std::string rest = manual.substr(begin + 1 + beginning.size());
+  return rest.substr(0, std::min({rest.find("\n| "), rest.find("\n- "), rest.find("\n\n")}));
+}
+
+/// What stands between backticks, but not in parentheses.
+std::set<std::string> namesIn(const std::string& text) {
+  std::set<std::string> names;
+  const std::string bare = std::regex_replace(text, std::regex("\\([^)]*\\)"), "");
+  const std::regex name("`([^`]*)`");
+  for (std::sregex_iterator found(bare.begin(), bare.end(), name), end; found != end; ++found)
+    names.insert((*found)[1]);
+  return names;
+}
+
+TEST(Documentation, HasARowForEveryExitCodeCommandOptionAndKey) {
   const std::string deploying = readFile(ZARN_SOURCE "/docs/operations.md");
-  const std::string manual = readFile(ZARN_SOURCE "/docs/zarn-update.md");
   const std::string help = readFile(ZARN_SOURCE "/tests/client/help.txt");
   for (const CodeTable& table : codeTables())
     for (const Explanation& row : table.rows) {
@@ -215,10 +313,18 @@ TEST(Documentation, HasARowForEveryExitCodeAndCommand) {
         EXPECT_THAT(deploying, HasSubstr("\n| " + code + " |"));
       }
       if (table.kind != CodeKind::ToolExit) continue;
-      EXPECT_THAT(manual, HasSubstr("\n| " + code + " |"));
+      manualRow("| " + code + " |");
       EXPECT_THAT(help, HasSubstr("\n  " + code + "  "));
     }
-  for (const Command& one : commands()) EXPECT_THAT(manual, HasSubstr("\n| `" + usageOf(one) + "` |"));
+  for (const Command& command : commands()) {
+    const auto said = namesIn(manualRow("| `" + usageOf(command) + "` |"));
+    for (const OptionFacts& option : options())
+      EXPECT_EQ(said.contains(usageOf(option)),
+                option.option != Option::AsJson && knows(command, option.option))
+          << command.name << " and " << option.name;
+    EXPECT_EQ(namesIn(manualRow("- `" + std::string(command.name) + "`:")), keysOf(command.name))
+        << command.name;
+  }
 }
 
 }  // namespace
