@@ -4,6 +4,7 @@
 
 #include <sddl.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -12,11 +13,13 @@
 #include <vector>
 
 #include "client/tool/machine/environment.h"
+#include "client/tool/machine/files.h"
 #include "os/handles_win.h"
 #include "os/process.h"
 #include "os/registry.h"
 #include "prefs/value_text.h"
 #include "util/file_utils.h"
+#include "util/held_folder.h"
 #include "util/path_judge.h"
 #include "util/policy_settings.h"
 #include "util/product_names.h"
@@ -134,6 +137,16 @@ std::string localSystemData() {
   return StringUtils::utf16to8(system + LR"(\config\systemprofile\AppData\Local)");
 }
 
+/// The folder's real name when it has logs of the service; empty otherwise.
+std::string folderWithLogs(const std::string& folder) {
+  const auto held =
+      FileUtils::HeldFolder::hold(folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
+  if (!held) return {};
+  const auto files = filesIn(*held);
+  const auto isLog = [](const std::string& name) { return isServiceLogName(std::string_view(name)); };
+  return files && std::ranges::any_of(*files, isLog) ? held->path() : std::string();
+}
+
 /// When the service last wrote its log there; 0 for never.
 std::uint64_t lastWritten(const std::string& folder) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
@@ -196,6 +209,21 @@ std::vector<std::string> applicationDataFolders() {
   add(registryText(HKEY_USERS, user + kFoldersKey, L"Local AppData").value_or(""));
   add(localSystemData());
   add(FileUtils::applicationDataDirectory(false, false));
+  return result;
+}
+
+std::vector<std::string> earlierLogFolders(const std::string& current) {
+  // By their real names: two paths may lead to one folder.
+  std::vector<std::string> seen = {folderWithLogs(current)};
+  std::vector<std::string> result;
+  for (const std::string& data : applicationDataFolders()) {
+    const std::string folder =
+        FileUtils::join(FileUtils::join(data, names::kProductFolder.narrow), names::kLogs.narrow);
+    std::string real = folderWithLogs(folder);
+    if (real.empty() || std::ranges::find(seen, real) != seen.end()) continue;
+    seen.push_back(std::move(real));
+    result.push_back(folder);
+  }
   return result;
 }
 

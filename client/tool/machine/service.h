@@ -34,4 +34,9 @@ void adoptServiceEnvironment();
 /// one. `given`, when not empty, is the answer. Adopts the service's environment.
 [[nodiscard]] std::string serviceLogFolder(const std::string& given);
 
+/// Logs folders in which logs of the service still lie, other than `current`, which it writes
+/// to: those that applicationDataFolders() names, each once. What this user may not look into
+/// is left out. Adopts the service's environment.
+[[nodiscard]] std::vector<std::string> earlierLogFolders(const std::string& current);
+
 }  // namespace zarn::tool
