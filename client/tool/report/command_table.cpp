@@ -125,6 +125,11 @@ constexpr Command kCommands[] = {
      "account and of the current user where they lie now; other files stay, and no link is followed. Exit\n"
      "code 4 when something could not be deleted, after the rest was.",
      Verb::PurgeLogs},
+    {"completion",
+     "Print a script that has PowerShell complete commands, options and paths",
+     {},
+     "In the file that $PROFILE names: zarn-update completion | Out-String | Invoke-Expression",
+     Verb::Completion},
     {"version", "Show the version of this program", {}, "That of the service is in status.", Verb::Version},
     {"help",
      "Show what there is, or what there is to know about a command",
