@@ -117,7 +117,7 @@ TEST(CommandLine, HasItsHelpAndIsRefusedInOneSentence) {
                            " wait -1",
                            " wait 1s",
                            " wait 1 2",
-                           " check a \x1b[2J\n"})
+                           " status \x1b[2J\n"})
     said.addCommandLine(line);
   said.text += completionAnswer().text;
   said.addCommandLine(" install " + std::string(70, 'a') + " --" + std::string(70, 'b'));

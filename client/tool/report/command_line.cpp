@@ -168,7 +168,8 @@ std::string takeArgument(const Command& command, std::span<const std::string> wo
   if (argument.kind == Argument::Kind::None) return name + " wants no argument, not " + typed(first);
   if (words.size() > 1) {
     const std::string count = words.size() == 2 ? "two" : std::to_string(words.size());
-    return name + " wants one " + argument.name + ", not " + count;
+    const char* const unit = argument.kind == Argument::Kind::Seconds ? "number of " : "";
+    return name + " wants one " + unit + argument.name + ", not " + count;
   }
   if (first.empty() && !argument.mayBeEmpty) return name + " wants a " + argument.name + ", not \"\"";
   arguments.target = first;
