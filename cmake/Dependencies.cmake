@@ -42,7 +42,6 @@ function(zarn_header_library name header)
 endfunction()
 zarn_header_library(expected tl/expected.hpp)
 zarn_header_library(json nlohmann/json.hpp)
-zarn_header_library(cli CLI/CLI.hpp)
 
 foreach(target zarn_boost zarn_fmt zarn_curl)
   get_target_property(linked ${target} INTERFACE_LINK_LIBRARIES)

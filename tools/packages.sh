@@ -4,7 +4,7 @@
 packages_build=(
   ca-certificates git cmake ninja-build ccache dpkg-dev
   g++-mingw-w64-x86-64-posix mingw-w64-tools libz-mingw-w64-dev
-  libexpected-dev libcli11-dev nlohmann-json3-dev googletest perl make xz-utils
+  libexpected-dev nlohmann-json3-dev googletest perl make xz-utils
 )
 packages_native=(
   g++ clang libclang-rt-14-dev

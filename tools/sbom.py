@@ -45,7 +45,6 @@ LIBRARIES = [
     Library("fmt", "fmtlib", "MIT", r"/libfmt\.a$|/include/fmt/"),
     Library("libzip", "libzip", "BSD-3-Clause", r"/libzip\.a$|/include/zip(conf)?\.h$"),
     Library("zlib", "libz-mingw-w64", "Zlib", r"/libz\.a$|/include/z(lib|conf)\.h$", "libz-mingw-w64-dev"),
-    Library("CLI11", "cli11", "BSD-3-Clause", r"/(include|headers/cli)/CLI/", "libcli11-dev"),
     Library("JSON for Modern C++", "nlohmann-json3", "MIT", r"/(include|headers/json)/nlohmann/", "nlohmann-json3-dev"),
     Library("expected", "tl-expected", "CC0-1.0", r"/(include|headers/expected)/tl/", "libexpected-dev"),
     Library("GCC runtime libraries", "gcc-12", "GPL-3.0-or-later WITH GCC-exception-3.1",

@@ -54,6 +54,10 @@ Answer run(Verb verb, const Arguments& arguments) {
       return runDoctor(arguments);
     case Verb::PurgeLogs:
       return runPurgeLogs(arguments);
+    case Verb::Version:
+      return versionAnswer();
+    case Verb::Help:
+      return helpAnswer(arguments);
   }
   return failed(ExitCode::WrongArguments, "There is no such command.");
 }
@@ -73,13 +77,9 @@ Answer runGuarded(const Invocation& invocation) {
 
 ExitCode runTool(const std::vector<std::string>& arguments) {
   const CommandLine read = readCommandLine(arguments);
-  if (const auto* const information = std::get_if<Information>(&read)) {
-    Answer answer;
-    answer.text = information->text;
-    return deliver(answer, "", false);
-  }
   if (const auto* const mistake = std::get_if<Mistake>(&read)) {
-    return deliver(failed(ExitCode::WrongArguments, mistake->sentence), "", mistake->json);
+    const std::string command = mistake->command == nullptr ? "" : mistake->command->name;
+    return deliver(mistakeAnswer(*mistake), command, mistake->json);
   }
   const auto& invocation = std::get<Invocation>(read);
   return deliver(runGuarded(invocation), invocation.command->name, invocation.arguments.json);

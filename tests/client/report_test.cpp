@@ -35,10 +35,10 @@ struct Transcript {
     for (std::string word; std::getline(words, word, ' ');) arguments.push_back(word);
     const std::string what = "zarn-update" + printable(line);
     const CommandLine read = readCommandLine(arguments);
-    if (const auto* const asked = std::get_if<Information>(&read))
-      text += "==== " + what + "\n" + asked->text;
-    if (const auto* const mistake = std::get_if<Mistake>(&read))
-      add(what, failed(ExitCode::WrongArguments, mistake->sentence));
+    if (const auto* const mistake = std::get_if<Mistake>(&read)) return add(what, mistakeAnswer(*mistake));
+    const auto& asked = std::get<Invocation>(read);
+    text += "==== " + what + ": runs " + asked.command->name + " " + printable(asked.arguments.target) +
+            (asked.arguments.json ? " for a script\n" : "\n");
   }
   void expect(const std::string& file) const {
     EXPECT_EQ(text, readFile(ZARN_SOURCE "/tests/client/" + file));
@@ -47,15 +47,71 @@ struct Transcript {
 
 TEST(CommandLine, HasItsHelpAndIsRefusedInOneSentence) {
   Transcript said;
-  said.addCommandLine(" --help");
-  for (const Command& command : commands()) said.addCommandLine(" " + std::string(command.name) + " --help");
-  for (const char* wrong : {"", " install", " install a b", " install --force a", " history --last -1",
-                            " status install a", " wait 86401", " wait -1", " wait 1s", " check a \x1b[2J\n"})
-    said.addCommandLine(wrong);
+  said.text = helpText(nullptr);
+  for (const Command& command : commands())
+    said.text += "==== " + std::string(command.name) + "\n" + helpText(&command);
+  for (const char* line : {"",
+                           " --json",
+                           " help",
+                           " help wait",
+                           " help wiat",
+                           " help --json",
+                           " /?",
+                           " -? status",
+                           " status -h --lost",
+                           " --version",
+                           " version --json",
+                           " -V",
+                           " status -V",
+                           " stauts",
+                           " STATUS",
+                           " collect",
+                           " xyzzy",
+                           " --jsn",
+                           " --verison",
+                           " install",
+                           " install  --json",
+                           " set-app-data  --json",
+                           " install a b",
+                           " install a b c",
+                           " install --force a",
+                           " install --jsno a",
+                           " install --json=1 a",
+                           " install a -- -b",
+                           " check -- -b",
+                           " verify /x",
+                           " verify /?",
+                           " --json --last 3 history",
+                           " history --last -1",
+                           " history --last abc",
+                           " history --last 0",
+                           " history --last=1000001",
+                           " history --last",
+                           " history --last --json",
+                           " history --last 1 --last 2",
+                           " history --logs=",
+                           " history --logs a --logs a",
+                           " history --last 1 --all",
+                           " history --all=no",
+                           " history --since",
+                           " history --offline",
+                           " status install a",
+                           " explain",
+                           " explain --list",
+                           " explain 5 --list",
+                           " explain -5",
+                           " explain --5",
+                           " wait 86401",
+                           " wait -1",
+                           " wait 1s",
+                           " wait 1 2",
+                           " check a \x1b[2J\n"})
+    said.addCommandLine(line);
+  said.addCommandLine(" install " + std::string(70, 'a') + " --" + std::string(70, 'b'));
   said.expect("help.txt");
   const auto read = std::get<Invocation>(readCommandLine({"explain", "-2146762496", "--json"}));
   EXPECT_TRUE(read.arguments.target == "-2146762496" && read.arguments.json);
-  EXPECT_TRUE(std::get<Mistake>(readCommandLine({"install", "--json"})).json);
+  EXPECT_TRUE(std::get<Mistake>(readCommandLine({"--json", "install"})).json);
 }
 
 const Result<ServiceFacts> kRunning = ServiceFacts{"running", true, 7, 0, "C:\\s.exe", "LocalSystem"};
@@ -204,9 +260,16 @@ TEST(History, IsMergedByTimeWithoutSorting) {
   EXPECT_EQ(order + std::to_string(merged.skipped), "1224353") << "the line that was cut is no torn one";
 }
 
-TEST(Documentation, HasARowForEveryExitCodeAndCommand) {
+/// The first line of the manual that begins so; empty when there is none.
+std::string manualLine(const std::string& beginning) {
+  static const std::string manual = "\n" + readFile(ZARN_SOURCE "/docs/zarn-update.md");
+  const std::size_t begin = manual.find("\n" + beginning);
+  EXPECT_NE(begin, std::string::npos) << "docs/zarn-update.md has no line that begins with " << beginning;
+  return begin == std::string::npos ? "" : manual.substr(begin + 1, manual.find('\n', begin + 1) - begin - 1);
+}
+
+TEST(Documentation, HasARowForEveryExitCodeCommandAndOption) {
   const std::string deploying = readFile(ZARN_SOURCE "/docs/operations.md");
-  const std::string manual = readFile(ZARN_SOURCE "/docs/zarn-update.md");
   const std::string help = readFile(ZARN_SOURCE "/tests/client/help.txt");
   for (const CodeTable& table : codeTables())
     for (const Explanation& row : table.rows) {
@@ -215,10 +278,17 @@ TEST(Documentation, HasARowForEveryExitCodeAndCommand) {
         EXPECT_THAT(deploying, HasSubstr("\n| " + code + " |"));
       }
       if (table.kind != CodeKind::ToolExit) continue;
-      EXPECT_THAT(manual, HasSubstr("\n| " + code + " |"));
+      manualLine("| " + code + " |");
       EXPECT_THAT(help, HasSubstr("\n  " + code + "  "));
     }
-  for (const Command& one : commands()) EXPECT_THAT(manual, HasSubstr("\n| `" + usageOf(one) + "` |"));
+  for (const Command& command : commands()) {
+    const std::string row = manualLine("| `" + usageOf(command) + "` |");
+    for (const OptionFacts& option : options()) {
+      const bool isSaid = row.find("`" + usageOf(option) + "`") != std::string::npos;
+      EXPECT_EQ(isSaid, option.option != Option::AsJson && knows(command, option.option))
+          << command.name << " and " << option.name;
+    }
+  }
 }
 
 }  // namespace

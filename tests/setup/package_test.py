@@ -389,7 +389,7 @@ class PackageTest(unittest.TestCase):
         self.assertNotIn("googletest", versions)
         # What the sources include of libraries, by the folder or file that they name.
         known = {"boost": "boost1.81", "curl": "curl", "fmt": "fmtlib", "openssl": "openssl", "tl": "tl-expected",
-                 "CLI": "cli11", "nlohmann": "nlohmann-json3", "zip.h": "libzip", "zlib.h": "libz-mingw-w64"}
+                 "nlohmann": "nlohmann-json3", "zip.h": "libzip", "zlib.h": "libz-mingw-w64"}
         system = {path.name for place in ("x86_64-w64-mingw32", "lib/gcc/x86_64-w64-mingw32")
                   for path in pathlib.Path("/usr", place).glob("**/include/**/*")}
         for folder in ("src", "client"):

@@ -1,216 +1,240 @@
+// A command line is one command, at most one argument, and options of which each has at
+// most one value; all of them in any order, but for the command before its argument.
 #include "client/tool/report/command_line.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
+#include <initializer_list>
+#include <optional>
+#include <utility>
 
 #include "client/tool/report/text.h"
+#include "client/tool/report/typos.h"
 #include "os/text.h"
-#include "update/status.h"
 #include "util/printable.h"
-#include "util/product_version.h"
 
 namespace zarn::tool {
 namespace {
 
-// The lines of these texts are broken by hand, since the parser prints them as they are.
-constexpr auto kInstallArgument =
-    os::joinedLiterals("The bundle, an .exe file of at most ", kMaximumBundleWords);
+using Words = std::vector<std::string>;
 
-static_assert(kUsualWaitSeconds == 600 && kLongestWaitSeconds == 86'400);
+/// What was typed is shown so far.
+constexpr std::size_t kLongestTyped = 60;
 
-constexpr Option kLogs[] = {Option::Logs};
-constexpr Option kOffline[] = {Option::Offline};
-constexpr Option kLogsAndLast[] = {Option::Logs, Option::Last};
-
-constexpr Command kCommands[] = {
-    {"check",
-     "Ask the service whether it would accept a bundle's signature and signer",
-     {Argument::Kind::Text, "BUNDLE", "The bundle, a file the service can read"},
-     "Exit code 0 when the bundle is trusted, 1 when it is refused. Nothing is run or copied.",
-     Verb::Check},
-    {"install",
-     "Have the service install a bundle, and wait for it",
-     {Argument::Kind::Text, "BUNDLE", kInstallArgument.text},
-     "Installs of several callers run one after the other; each may take some ten minutes. Exit code 0\n"
-     "also when a reboot is required or begins. Ctrl+C ends the wait, not the installation.",
-     Verb::Install},
-    {"set-app-data",
-     "Tell the service the media server's local application-data directory",
-     {Argument::Kind::Text, "DIR",
-      "An existing directory; the service's logs move to \"Zarn Media Server\\Logs\" in it"},
-     "An empty DIR (\"\") sends it back to its own account's folder. The service does not say whether it\n"
-     "could use the directory; see status afterwards.",
-     Verb::SetAppData},
-    {"verify",
-     "Work out what the service would decide on a bundle, step by step",
-     {Argument::Kind::Text, "BUNDLE", "The bundle; it is neither copied nor run"},
-     "Needs no service. Uses the service's own code, the account service and the authorities in Resources\n"
-     "beside this program; every check is made, as the service makes it. Exit code 0 when the bundle would "
-     "be\n"
-     "run, 1 when it would be refused.",
-     Verb::Verify},
-    {"status",
-     "Show the service's state, version, log folder and last outcome",
-     {},
-     "Exit code 0 when the service runs, 3 when it does not. The last outcome is that of history. Logs of\n"
-     "the service's own account can be read by administrators only.",
-     Verb::Status,
-     kLogs},
-    {"history",
-     "List the install requests that the service has answered",
-     {},
-     "Reads the record in \"Zarn Update Service\" of ProgramData, where only the service and administrators\n"
-     "write: \"Update History.jsonl\" has the requests for which an installer ran, \"Refused "
-     "Requests.jsonl\"\n"
-     "the others, and a file with \".1\" in its name is the one before. With --logs DIR the folder "
-     "\"Record\"\n"
-     "in DIR is read, or DIR itself. --json gives every recorded key.",
-     Verb::History,
-     kLogsAndLast},
-    {"explain",
-     "Say what a code means and what to do",
-     {Argument::Kind::Text, "CODE", "Decimal, negative or hexadecimal: 30004, -2146762496, 0x800b0100"},
-     "Knows the service's answers, exit codes of installers and of these programs, and errors of Windows.\n"
-     "Exit code 1 when nothing is known of the code.",
-     Verb::Explain},
-    {"collect-logs",
-     "Copy the service's logs into a zip file or a folder",
-     {Argument::Kind::Text, "ZIP-OR-DIR", "A free place; a zip file is made when it ends in .zip"},
-     "Takes the service's logs, its record of requests (into \"Record\"), Installer Logs and the output of\n"
-     "status. Files of the media server in the same folder are left out. Exit code 4 when something could "
-     "not be collected.",
-     Verb::CollectLogs,
-     kLogs},
-    {"wait",
-     "Wait until the service is installing no update",
-     {Argument::Kind::Seconds, "SECONDS", "For how long, 0 to 86400; without it 600"},
-     "Exit code 0 as soon as it installs none, also when there is no service; 1 when it still does. "
-     "Requests\n"
-     "that only wait for their turn do not count. Nothing is cut short, by Ctrl+C neither.",
-     Verb::Wait},
-    {"doctor",
-     "Look whether the configuration in force is of use to the service",
-     {},
-     "Checks the account service's host, the proxy, the syslog collector, the list of authorities and the\n"
-     "temp folder, as the service would read them. Exit code 0 when all is well, warnings included, 1 when\n"
-     "something is wrong. No password is shown.",
-     Verb::Doctor,
-     kOffline},
-    {"purge-logs",
-     "Delete what the service logged, its record of requests included",
-     {},
-     "Needs an administrator and a service that is stopped or removed. Deletes the logs of the service's\n"
-     "account and of the current user where they lie now; other files stay, and no link is followed. Exit\n"
-     "code 4 when something could not be deleted, after the rest was.",
-     Verb::PurgeLogs},
+/// An option as it was typed.
+struct Given {
+  std::string name;
+  /// Null for one that no command knows.
+  const OptionFacts* facts = nullptr;
+  /// What stands behind "=" or, when it may be a value, in the next place.
+  std::optional<std::string> value;
+  /// What stands in the next place and is no value.
+  std::string instead;
 };
 
-constexpr char kSummary[] = "Calls the Zarn Update Service of this machine and shows what it did.";
-constexpr char kExitCodes[] =
-    "Exit codes:\n"
-    "  0  done, or trusted\n"
-    "  1  refused or failed; the output says why\n"
-    "  2  wrong arguments\n"
-    "  3  the service is not installed, not running or not to be reached\n"
-    "  4  something on this machine: an unreadable file, a full disk, an unwritable folder\n"
-    "  5  interrupted: the answer did not come, what the service does is unknown\n"
-    "\n"
-    "With --json, standard output is one JSON object. Errors are one sentence on standard error.\n"
-    "zarn-update COMMAND --help says more about a command.";
+/// The words of the command line, told apart.
+struct Sorted {
+  /// The command and its argument.
+  Words words;
+  std::vector<Given> given;
+  bool wantsHelp = false;
+  bool wantsVersion = false;
+  bool wantsJson = false;
+};
 
-void declareArgument(CLI::App& app, const Argument& argument, Arguments& arguments) {
-  switch (argument.kind) {
-    case Argument::Kind::None:
-      return;
-    case Argument::Kind::Text:
-      // A value that looks like an option, such as the code -2146762487, needs no "--" before it.
-      app.add_option(argument.name, arguments.target, argument.help)->required();
-      return;
-    case Argument::Kind::Seconds:
-      app.add_option(argument.name, arguments.seconds, argument.help)
-          ->type_name("")
-          ->check(CLI::Range(0U, kLongestWaitSeconds).description(""));
-      return;
+bool isOneOf(std::string_view text, std::initializer_list<std::string_view> names) {
+  return std::ranges::find(names, text) != names.end();
+}
+
+/// Whether it is an option and no value: a number below zero and "-" are values.
+bool looksLikeOption(std::string_view word) noexcept {
+  return word.size() > 1 && word[0] == '-' && !(word[1] >= '0' && word[1] <= '9');
+}
+
+bool isFlag(const OptionFacts& option) noexcept {
+  return *option.value == '\0';
+}
+
+const OptionFacts* optionNamed(std::string_view name) noexcept {
+  const auto found =
+      std::ranges::find_if(options(), [&](const OptionFacts& one) { return one.name == name; });
+  return found == options().end() ? nullptr : &*found;
+}
+
+Given optionOf(const std::string& word) {
+  const std::size_t end = word.find('=');
+  Given given;
+  given.name = word.substr(0, end);
+  given.facts = optionNamed(given.name);
+  if (end != std::string::npos) given.value = word.substr(end + 1);
+  return given;
+}
+
+Sorted sort(const Words& arguments) {
+  Sorted sorted;
+  bool optionsAreOver = false;
+  for (auto word = arguments.begin(); word != arguments.end(); ++word) {
+    if (optionsAreOver) {
+      sorted.words.push_back(*word);
+    } else if (*word == "--") {
+      optionsAreOver = true;
+    } else if (isOneOf(*word, {"--help", "-h", "-?", "/?"})) {
+      sorted.wantsHelp = true;
+    } else if (!looksLikeOption(*word)) {
+      sorted.words.push_back(*word);
+    } else {
+      Given given = optionOf(*word);
+      const bool takesNext = given.facts != nullptr && !isFlag(*given.facts) && !given.value;
+      if (const auto next = word + 1; takesNext && next != arguments.end()) {
+        // An option that was forgotten to be given its value must not swallow the next one.
+        if (looksLikeOption(*next))
+          given.instead = *next;
+        else
+          given.value = *++word;
+      }
+      sorted.wantsVersion = sorted.wantsVersion || isOneOf(given.name, {"--version", "-V"});
+      sorted.wantsJson =
+          sorted.wantsJson || (given.facts != nullptr && given.facts->option == Option::AsJson);
+      sorted.given.push_back(std::move(given));
+    }
   }
+  return sorted;
 }
 
-void declareOption(CLI::App& app, Option option, Arguments& arguments) {
-  switch (option) {
-    case Option::Logs:
-      app.add_option("--logs", arguments.logs, "Look at this Logs folder instead of the service's")
-          ->type_name("DIR");
-      return;
-    case Option::Last:
-      app.add_option("--last", arguments.last, "Show only the last N requests")->type_name("N");
-      return;
-    case Option::Offline:
-      app.add_flag("--offline", arguments.offline, "Make only checks that do not use the network");
-      return;
+/// " (did you mean status?)", or nothing.
+std::string didYouMean(std::string_view typedName, std::span<const std::string_view> names) {
+  const std::string_view meant = nearest(typedName, names);
+  return meant.empty() ? "" : " (did you mean " + std::string(meant) + "?)";
+}
+
+std::string noSuchCommand(const std::string& name) {
+  std::vector<std::string_view> names;
+  for (const Command& one : commands()) names.emplace_back(one.name);
+  return "there is no command " + typed(name) + didYouMean(name, names);
+}
+
+/// `command` is null when none was typed.
+std::string noSuchOption(const Command* command, const std::string& name) {
+  std::vector<std::string_view> names{"--help"};
+  if (command == nullptr) names.emplace_back("--version");
+  for (const OptionFacts& one : options())
+    if (command == nullptr || knows(*command, one.option)) names.emplace_back(one.name);
+  return (command == nullptr ? "there is" : std::string(command->name) + " has") + " no option " +
+         typed(name) + didYouMean(name, names);
+}
+
+/// Reads a number; says behind "wants a number" what is wrong with it, if anything is.
+std::string takeNumber(const std::string& text, std::uint32_t least, std::uint32_t most,
+                       std::uint32_t& number) {
+  const auto read = os::parseNumber<std::uint32_t>(text);
+  if (read && *read >= least && *read <= most) {
+    number = *read;
+    return "";
   }
+  const bool isNumber = text.find_first_not_of("-0123456789") == std::string::npos && !text.empty();
+  const std::string range = " from " + std::to_string(least) + " to " + std::to_string(most);
+  return (isNumber ? range : "") + ", not " + typed(text);
 }
 
-void declare(CLI::App& app, const Command& command, Arguments& arguments) {
-  CLI::App* const sub = app.add_subcommand(command.name, command.summary);
-  sub->footer(command.notes);
-  declareArgument(*sub, command.argument, arguments);
-  sub->add_flag("--json", arguments.json, "Print one JSON object instead of text");
-  for (const Option option : command.options) declareOption(*sub, option, arguments);
-}
-
-const Command* chosenCommand(const CLI::App& app) {
-  for (const Command& command : commands()) {
-    if (app.got_subcommand(command.name)) return &command;
+/// Puts the option's value where it belongs; says what is wrong with it, if anything is.
+std::string take(const Given& given, Arguments& arguments) {
+  const std::string name = given.facts->name;
+  if (const auto* const flag = std::get_if<bool Arguments::*>(&given.facts->member)) {
+    arguments.*(*flag) = true;
+    return given.value ? name + " wants no value, not " + typed(*given.value) : "";
   }
-  return nullptr;
+  const auto* const number = std::get_if<std::uint32_t Arguments::*>(&given.facts->member);
+  const std::string wanted = name + " wants a " + (number != nullptr ? "number" : given.facts->value);
+  if (!given.value) return wanted + (given.instead.empty() ? "" : ", not " + typed(given.instead));
+  if (number != nullptr) {
+    const bool isSecond = arguments.*(*number) != 0;
+    const std::string problem = takeNumber(*given.value, 1, kMostRequests, arguments.*(*number));
+    if (!problem.empty()) return wanted + problem;
+    return isSecond ? name + " was given twice" : "";
+  }
+  if (given.value->empty()) return wanted + ", not \"\"";
+  auto& text = arguments.*std::get<std::string Arguments::*>(given.facts->member);
+  return std::exchange(text, *given.value).empty() ? "" : name + " was given twice";
 }
 
-/// The arguments could not be read, so that the wish for JSON is looked for by hand:
-/// a script that asks for an object gets one also when it asks wrongly.
-Mistake mistake(const std::string& reason, const std::vector<std::string>& arguments) {
-  const bool json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
-  return {sentence("Wrong arguments: " + printable(reason) + "; see zarn-update --help"), json};
+/// What is wrong with the words behind the command, if anything is.
+std::string takeArgument(const Command& command, std::span<const std::string> words, Arguments& arguments) {
+  const Argument& argument = command.argument;
+  const std::string name = command.name;
+  if (words.empty()) {
+    const bool isMissing = argument.kind != Argument::Kind::None && !argument.isOptional;
+    return isMissing ? name + " wants a " + argument.name : "";
+  }
+  const std::string& first = words.front();
+  if (argument.kind == Argument::Kind::None) return name + " wants no argument, not " + typed(first);
+  if (words.size() > 1) {
+    const std::string count = words.size() == 2 ? "two" : std::to_string(words.size());
+    return name + " wants one " + argument.name + ", not " + count;
+  }
+  if (first.empty() && !argument.mayBeEmpty) return name + " wants a " + argument.name + ", not \"\"";
+  arguments.target = first;
+  if (argument.kind == Argument::Kind::Command)
+    return commandNamed(first) == nullptr ? noSuchCommand(first) : "";
+  if (argument.kind != Argument::Kind::Seconds) return "";
+  const std::string problem = takeNumber(first, 0, kLongestWaitSeconds, arguments.seconds);
+  return problem.empty() ? "" : name + " wants a number of " + argument.name + problem;
+}
+
+/// What is wrong with all that stands beside the command, if anything is.
+std::string takeAll(const Command& command, const Sorted& sorted, Arguments& arguments) {
+  for (const Given& given : sorted.given) {
+    if (given.facts == nullptr || !knows(command, given.facts->option))
+      return noSuchOption(&command, given.name);
+    if (std::string problem = take(given, arguments); !problem.empty()) return problem;
+  }
+  std::string problem = takeArgument(command, std::span(sorted.words).subspan(1), arguments);
+  if (problem.empty() && command.objection != nullptr) problem = command.objection(arguments);
+  return problem;
+}
+
+Mistake mistake(const std::string& reason, bool json, const Command* command) {
+  const bool isOfAll = command == nullptr || command->verb == Verb::Help;
+  const std::string where = isOfAll ? "" : std::string(" ") + command->name;
+  std::string text = sentence(reason + "; see zarn-update" + where + " --help");
+  if (text.starts_with("there")) text[0] = 'T';
+  return {std::move(text), json, command};
+}
+
+Invocation informing(const char* name, const Sorted& sorted, std::string about = {}) {
+  Arguments arguments;
+  arguments.target = std::move(about);
+  arguments.json = sorted.wantsJson;
+  return {commandNamed(name), arguments};
 }
 
 }  // namespace
 
-std::span<const Command> commands() noexcept {
-  return kCommands;
-}
-
-std::string usageOf(const Command& command) {
-  const Argument& argument = command.argument;
-  switch (argument.kind) {
-    case Argument::Kind::None:
-      break;
-    case Argument::Kind::Text:
-      return std::string(command.name) + " " + argument.name;
-    case Argument::Kind::Seconds:
-      return std::string(command.name) + " [" + argument.name + "]";
-  }
-  return command.name;
+std::string typed(std::string_view text) {
+  const std::string shown = printable(cutText(text, kLongestTyped));
+  const bool isClear = !text.empty() && text.find(' ') == std::string::npos;
+  return isClear ? shown : '"' + shown + '"';
 }
 
 CommandLine readCommandLine(const std::vector<std::string>& arguments) {
-  // The parser keeps references to it until it has read the last argument.
-  Arguments read;
-  CLI::App app(kSummary, "zarn-update");
-  app.footer(kExitCodes);
-  app.require_subcommand(1);
-  app.set_version_flag("--version", std::string("zarn-update ") + kVersion + "\n", "Show the version");
-  for (const Command& command : commands()) declare(app, command, read);
-  try {
-    // The parser takes its arguments from the end of the list.
-    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
-    app.parse(reversed);
-  } catch (const CLI::CallForVersion& version) {
-    return Information{version.what()};
-  } catch (const CLI::Success&) {
-    return Information{app.help()};
-  } catch (const CLI::ParseError& error) {
-    return mistake(error.what(), arguments);
+  const Sorted sorted = sort(arguments);
+  const bool json = sorted.wantsJson;
+  if (sorted.words.empty()) {
+    if (sorted.wantsHelp) return informing("help", sorted);
+    if (sorted.wantsVersion) return informing("version", sorted);
+    for (const Given& given : sorted.given)
+      if (given.facts == nullptr) return mistake(noSuchOption(nullptr, given.name), json, nullptr);
+    Mistake bare = mistake("A command is missing", json, nullptr);
+    bare.isBare = std::ranges::all_of(
+        sorted.given, [](const Given& given) { return given.facts->option == Option::AsJson; });
+    return bare;
   }
-  const Command* const command = chosenCommand(app);
-  if (command == nullptr) return mistake("a command is required", arguments);
+  const std::string& name = sorted.words.front();
+  const Command* const command = commandNamed(name);
+  if (command == nullptr) return mistake(noSuchCommand(name), json, nullptr);
+  // Who asks for help gets it, whatever else was typed.
+  if (sorted.wantsHelp && command->verb != Verb::Help) return informing("help", sorted, name);
+  Arguments read;
+  const std::string problem = takeAll(*command, sorted, read);
+  if (!problem.empty()) return mistake(problem, json, command);
   return Invocation{command, read};
 }
 

@@ -1,0 +1,168 @@
+#include <algorithm>
+
+#include "client/tool/report/command_line.h"
+#include "os/text.h"
+#include "update/status.h"
+
+namespace zarn::tool {
+namespace {
+
+// The lines of these texts are broken by hand, since the help shows them as they are.
+constexpr auto kInstallArgument =
+    os::joinedLiterals("The bundle, an .exe file of at most ", kMaximumBundleWords);
+
+static_assert(kUsualWaitSeconds == 600 && kLongestWaitSeconds == 86'400);
+
+constexpr Option kOfStatus[] = {Option::Check, Option::Logs};
+constexpr Option kOfHistory[] = {Option::Last, Option::All, Option::Failed, Option::Since, Option::Logs};
+constexpr Option kOfExplain[] = {Option::List};
+constexpr Option kOfCollectLogs[] = {Option::Logs};
+constexpr Option kOfDoctor[] = {Option::Offline};
+
+constexpr OptionFacts kOptions[] = {
+    {Option::Logs, "--logs", "DIR", "Look at this Logs folder instead of the service's", &Arguments::logs},
+    {Option::Last, "--last", "N", "Show only the newest N requests", &Arguments::last},
+    {Option::All, "--all", "", "Show every request, not only the newest 20", &Arguments::all},
+    {Option::Failed, "--failed", "", "Show only requests that were refused or failed", &Arguments::failed},
+    {Option::Since, "--since", "TIME", "Show only requests from then on, such as 2026-11-21 (UTC)",
+     &Arguments::since},
+    {Option::List, "--list", "", "List the codes that are known", &Arguments::list},
+    {Option::Check, "--check", "", "Say only whether all is well, for monitoring", &Arguments::check},
+    {Option::Offline, "--offline", "", "Make only checks that do not use the network", &Arguments::offline},
+    {Option::AsJson, "--json", "", "Print one JSON object instead of text", &Arguments::json},
+};
+
+std::string objectionToHistory(const Arguments& arguments) {
+  return arguments.all && arguments.last != 0 ? "--last and --all contradict each other" : "";
+}
+
+std::string objectionToExplain(const Arguments& arguments) {
+  if (arguments.list && !arguments.target.empty()) return "explain wants a CODE or --list, not both";
+  return !arguments.list && arguments.target.empty() ? "explain wants a CODE, or --list" : "";
+}
+
+constexpr Command kCommands[] = {
+    {"check",
+     "Ask the service whether it would accept a bundle's signature and signer",
+     {Argument::Kind::Path, "BUNDLE", "The bundle, a file the service can read"},
+     "Exit code 0 when the bundle is trusted, 1 when it is refused. Nothing is run or copied.",
+     Verb::Check},
+    {"install",
+     "Have the service install a bundle, and wait for it",
+     {Argument::Kind::Path, "BUNDLE", kInstallArgument.text},
+     "Installs of several callers run one after the other; each may take some ten minutes. Exit code 0\n"
+     "also when a reboot is required or begins. Ctrl+C ends the wait, not the installation.",
+     Verb::Install},
+    {"set-app-data",
+     "Tell the service the media server's local application-data directory",
+     {Argument::Kind::Path, "DIR",
+      "An existing directory; the service's logs move to \"Zarn Media Server\\Logs\" in it", false, true},
+     "An empty DIR (\"\") sends it back to its own account's folder. The service does not say whether it\n"
+     "could use the directory; see status afterwards.",
+     Verb::SetAppData},
+    {"verify",
+     "Work out what the service would decide on a bundle, step by step",
+     {Argument::Kind::Path, "BUNDLE", "The bundle; it is neither copied nor run"},
+     "Needs no service. Uses the service's own code, the account service and the authorities in Resources\n"
+     "beside this program; every check is made, as the service makes it. Exit code 0 when the bundle would "
+     "be\n"
+     "run, 1 when it would be refused.",
+     Verb::Verify},
+    {"status",
+     "Show the service's state, version, log folder and last outcome",
+     {},
+     "Exit code 0 when the service runs, 3 when it does not. The last outcome is that of history. Logs of\n"
+     "the service's own account can be read by administrators only.",
+     Verb::Status,
+     kOfStatus},
+    {"history",
+     "List the install requests that the service has answered",
+     {},
+     "Reads the record in \"Zarn Update Service\" of ProgramData, where only the service and administrators\n"
+     "write: \"Update History.jsonl\" has the requests for which an installer ran, \"Refused "
+     "Requests.jsonl\"\n"
+     "the others, and a file with \".1\" in its name is the one before. With --logs DIR the folder "
+     "\"Record\"\n"
+     "in DIR is read, or DIR itself. --json gives every recorded key.",
+     Verb::History,
+     kOfHistory,
+     objectionToHistory},
+    {"explain",
+     "Say what a code means and what to do",
+     {Argument::Kind::Text, "CODE", "Decimal, negative or hexadecimal: 30004, -2146762496, 0x800b0100", true},
+     "Knows the service's answers, exit codes of installers and of these programs, and errors of Windows.\n"
+     "Exit code 1 when nothing is known of the code.",
+     Verb::Explain,
+     kOfExplain,
+     objectionToExplain},
+    {"collect-logs",
+     "Copy the service's logs into a zip file or a folder",
+     {Argument::Kind::Path, "ZIP-OR-DIR", "A free place; a zip file is made when it ends in .zip"},
+     "Takes the service's logs, its record of requests (into \"Record\"), Installer Logs and the output of\n"
+     "status. Files of the media server in the same folder are left out. Exit code 4 when something could "
+     "not be collected.",
+     Verb::CollectLogs,
+     kOfCollectLogs},
+    {"wait",
+     "Wait until the service is installing no update",
+     {Argument::Kind::Seconds, "SECONDS", "For how long, 0 to 86400; without it 600", true},
+     "Exit code 0 as soon as it installs none, also when there is no service; 1 when it still does. "
+     "Requests\n"
+     "that only wait for their turn do not count. Nothing is cut short, by Ctrl+C neither.",
+     Verb::Wait},
+    {"doctor",
+     "Look whether the configuration in force is of use to the service",
+     {},
+     "Checks the account service's host, the proxy, the syslog collector, the list of authorities and the\n"
+     "temp folder, as the service would read them. Exit code 0 when all is well, warnings included, 1 when\n"
+     "something is wrong. No password is shown.",
+     Verb::Doctor,
+     kOfDoctor},
+    {"purge-logs",
+     "Delete what the service logged, its record of requests included",
+     {},
+     "Needs an administrator and a service that is stopped or removed. Deletes the logs of the service's\n"
+     "account and of the current user where they lie now; other files stay, and no link is followed. Exit\n"
+     "code 4 when something could not be deleted, after the rest was.",
+     Verb::PurgeLogs},
+    {"version", "Show the version of this program", {}, "That of the service is in status.", Verb::Version},
+    {"help",
+     "Show what there is, or what there is to know about a command",
+     {Argument::Kind::Command, "COMMAND", "The command; without it all of them", true},
+     "",
+     Verb::Help},
+};
+
+}  // namespace
+
+std::span<const Command> commands() noexcept {
+  return kCommands;
+}
+
+const Command* commandNamed(const std::string& name) noexcept {
+  const auto found = std::ranges::find_if(kCommands, [&](const Command& one) { return one.name == name; });
+  return found == std::end(kCommands) ? nullptr : found;
+}
+
+std::span<const OptionFacts> options() noexcept {
+  return kOptions;
+}
+
+bool knows(const Command& command, Option option) noexcept {
+  return option == Option::AsJson || std::ranges::find(command.options, option) != command.options.end();
+}
+
+std::string usageOf(const Command& command) {
+  const Argument& argument = command.argument;
+  const std::string name = command.name;
+  if (argument.kind == Argument::Kind::None) return name;
+  return name +
+         (argument.isOptional ? " [" + std::string(argument.name) + "]" : " " + std::string(argument.name));
+}
+
+std::string usageOf(const OptionFacts& option) {
+  const std::string value = option.value;
+  return option.name + (value.empty() ? "" : " " + value);
+}
+
+}  // namespace zarn::tool
