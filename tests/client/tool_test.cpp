@@ -236,7 +236,7 @@ TEST(Tool, ShowsThePolicyBeforeTheEnvironment) {
     EXPECT_EQ(Json({setting["value"], setting["source"]}), Json({shown, "policy"}));
   }
   policy(names::kSyslogCollectorValue.wide, "h:1", REG_SZ);
-  const Json checks = json({"doctor"}, 1)["checks"];
+  const Json checks = json({"doctor", "--offline"}, 1)["checks"];
   EXPECT_EQ(Json({checks[0]["ok"], checks[2]["ok"]}), Json({false, true}));
   EXPECT_THAT(checks[0]["advice"].get<std::string>(), HasSubstr("the policy value AccountServiceHost"));
   EXPECT_THAT(checks[2]["advice"].get<std::string>(), HasSubstr("the policy value SyslogMinutes"));

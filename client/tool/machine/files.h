@@ -26,6 +26,10 @@ struct FileEnd {
 [[nodiscard]] Result<FileEnd> readEnd(const FileUtils::HeldFolder& folder, const std::string& name,
                                       std::int64_t maximumBytes);
 
+/// The first `maximumBytes` of such a file, in the same way.
+[[nodiscard]] Result<std::string> readHead(const std::string& folder, const std::string& name,
+                                           std::int64_t maximumBytes);
+
 /// Names of the plain files in a folder, sorted.
 [[nodiscard]] Result<std::vector<std::string>> filesIn(const FileUtils::HeldFolder& folder);
 
