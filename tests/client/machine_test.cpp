@@ -74,6 +74,20 @@ TEST(Checkup, SaysWhatItFoundAndWhatToDoAndNeverAPassword) {
             readFile(ZARN_SOURCE "/tests/client/checkup.txt"));
 }
 
+TEST(SideBySide, ReportsTheCheckThatHangsAndTheOneThatBreaksOff) {
+  SideBySide checks;
+  const auto finding = [](const char* name) { return std::vector<Finding>{{name, true, "found", ""}}; };
+  checks.begin("hangs", 1s, [&]() -> std::vector<Finding> {
+    std::this_thread::sleep_for(24h);
+    return {};
+  });
+  checks.begin("throws", 60s, []() -> std::vector<Finding> { throw std::runtime_error("why"); });
+  checks.begin("works", 60s, [&] { return finding("works"); });
+  std::string all;
+  for (const Finding& one : checks.collect()) all += one.name + ": " + one.found + (one.ok ? ".\n" : "!\n");
+  EXPECT_EQ(all, "hangs: no end after 1 s!\nthrows: broke off: why!\nworks: found.\n");
+}
+
 /// A system whose libraries fault on what a file holds.
 struct FaultingApi final : TrustApi {
   explicit FaultingApi(bool early) : faultsEarly(early) {}

@@ -196,6 +196,11 @@ TEST(Tool, PurgesWhatTheServiceWroteWhereItWouldAndNothingElse) {
     const std::string folder = json({"status"}, 3)["logFolder"];
     EXPECT_EQ(folder.starts_with(path), isUsed) << path << ": " << folder;
   }
+  const std::string own = FileUtils::applicationDataDirectory(false, false) + R"(\Zarn Media Server\Logs)";
+  EXPECT_EQ(json({"status"}, 3)["earlierLogFolders"], Json::array());
+  ASSERT_TRUE(FileUtils::createDirectories(own));
+  writeFile(own + "\\Zarn Update Service.1.log", "x");
+  EXPECT_EQ(json({"status"}, 3)["earlierLogFolders"], Json({own})) << "before the log was moved";
   writeFile(data / "secret", "secret");
   fs::create_hard_link(toPath(data / "secret"), toPath(logs + "Zarn Update Service.2.log"));
   {

@@ -7,6 +7,7 @@
 
 #include "client/tool/machine/checkup.h"
 #include "http/http_client.h"
+#include "http/http_options.h"
 #include "os/clock.h"
 #include "os/error_text.h"
 #include "os/text.h"
@@ -53,6 +54,15 @@ LookedUp lookUp(const std::string& name) {
   return result;
 }
 
+/// The account service's; a host of the direct-connection domain carries its address.
+LookedUp lookUpHost(const std::string& host) {
+  const std::string url = "https://" + host;
+  const auto direct = directResolveEntry(url);
+  if (!direct) return lookUp(hostOf(url));
+  // "host:port:address"
+  return {hostOf(url), {direct->substr(direct->find(':', direct->find(':') + 1) + 1)}, {}};
+}
+
 /// What a failed transfer says of itself. libcurl's longer words name the address that it
 /// could not take apart, with the password in it, so that they are used only where TLS failed.
 std::string reasonOf(const HttpContext& response) {
@@ -80,7 +90,7 @@ Finding checkNames(const std::string& host, const std::string& proxy, const std:
   std::vector<LookedUp> names;
   if (!proxy.empty()) names.push_back(lookUp(hostOf(proxy)));
   // Behind a proxy the host is the proxy's to look up, unless it may be one of the exceptions.
-  if (proxy.empty() || !bypass.empty()) names.push_back(lookUp(hostOf("https://" + host)));
+  if (proxy.empty() || !bypass.empty()) names.push_back(lookUpHost(host));
   return judgeLookUps(names);
 }
 
