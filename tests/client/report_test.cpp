@@ -3,9 +3,11 @@
 #include <map>
 #include <regex>
 
+#include "client/tool/report/checks.h"
 #include "client/tool/report/command_line.h"
 #include "client/tool/report/explanations.h"
 #include "client/tool/report/findings.h"
+#include "client/tool/report/health.h"
 #include "client/tool/report/moments.h"
 #include "client/tool/report/newest_requests.h"
 #include "client/tool/report/outcome.h"
@@ -193,6 +195,13 @@ LinesFromEnd linesOf(const std::string& text, std::int64_t most, std::size_t blo
   return {std::ssize(text), most, read, block};
 }
 
+/// What is wanted of a file with this text.
+History parseHistory(const std::string& text, const HistoryWish& wish = {}) {
+  std::vector<RecordSequence> sequences(1);
+  sequences[0].push_back(linesOf(text, std::ssize(text), 64));
+  return newestRequests(std::move(sequences), wish);
+}
+
 TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   Transcript said;
   for (const char* code : {"0",
@@ -252,16 +261,11 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   std::string records = readFile(ZARN_SOURCE "/tests/client/history.jsonl");
   records.insert(records.find("\n{\"time\":\"3\""), "\r\n");  // an empty line before the third
   records.pop_back();
-  const auto read = [&](const HistoryWish& wish) {
-    std::vector<RecordSequence> sequences(1);
-    sequences[0].push_back(linesOf(records, 9999, 64));
-    return newestRequests(std::move(sequences), wish);
-  };
-  History history = read({});
+  History history = parseHistory(records);
   const RecordSource source{"F", {}, true};
   said.add("history", historyAnswer(source, "F/x", history));
-  said.add("history --last 4", historyAnswer(source, "F/x", read({4})));
-  History cut = read({1});
+  said.add("history --last 4", historyAnswer(source, "F/x", parseHistory(records, {4})));
+  History cut = parseHistory(records, {1});
   cut.older->isExact = false;
   said.add("history --last 1", historyAnswer(source, "F/x", cut));
   cut.older = OlderRequests{}, cut.isCut = true;
@@ -310,6 +314,102 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   said.expect("answers.txt");
   for (const auto& [command, keys] : said.keys)
     EXPECT_EQ(keys, keysOf(command)) << command << " answers with other keys than jsonKeysOf() has";
+}
+
+TEST(Status, ShowsTheMachineAndIsOneLineForMonitoring) {
+  Transcript said;
+  ServiceReport report{kRunning, "1.1", "L", true, History(), {}, true};
+  report.service->start = "delayed-auto";
+  report.service->recovery = Recovery{{{"restart", 1000}, {"restart", 5000}, {"nothing", 0}}, 2 * 86400};
+  report.runningVersion = versionOfBanner("[1] DEBUG - x\n[1] INFO - Zarn Update Service v1.0-ab - x\n");
+  report.installing = InstallUnderWay{"2026-11-21T10:15:00.007Z", 7, "C:\\b\x1b"};
+  report.authorities = {"C:\\a.pem", true, "", 3, 1, 1'800'000'000, "CN=\x1b"};
+  report.tempFolder = "C:\\t";
+  report.recordFolder = "C:\\r";
+  report.earlierLogs = {"C:\\one", "C:\\two\x1b"};
+  said.add("status", statusAnswer(report));
+  report.service->recovery = Recovery{{{"restart", 90'500}, {"reboot", 60'000}}};
+  report.installing = failure(kFolderNotTrusted);
+  report.authorities.problem = "no certificate";
+  said.add("status", statusAnswer(report));
+  // What came of the last update, and whether a check of the configuration failed.
+  const std::string ok = R"({"time":"1","status":30000,"exitCode":3010})",
+                    refused = R"({"time":"3","status":30005})",
+                    failed = R"({"time":"2","status":30002,"exitCode":1603,"path":"C:\\b.exe"})";
+  const std::vector<Finding> wrong = {{"proxy", true, "p", "w"}, {"disk", false, "d\x1b.", "Make room"}};
+  const std::tuple<Result<ServiceFacts>, Result<History>, std::vector<Finding>> cases[] = {
+      {kRunning, parseHistory(ok), {}},
+      {kRunning, parseHistory(ok + "\n" + failed), {}},
+      {kRunning, parseHistory(failed + "\n" + ok + "\n" + refused + "\n" + refused), {}},
+      {kRunning, parseHistory(refused), wrong},
+      {kRunning, failure(kFolderNotTrusted), {}},
+      {kStopped, failure(2), wrong},
+      {kAbsent, failure(2), {}}};
+  for (const auto& [service, history, findings] : cases)
+    said.add("status --check", checkedStatusAnswer({service, "1.1", "L", true, history}, findings));
+  said.add("status --check", checkedStatusAnswer(report, {}));
+  const auto back = [](const char* state, std::uint32_t code) {
+    return mayBeComingBack(ServiceFacts{state, false, 0, code, "", ""});
+  };
+  EXPECT_TRUE(back("stopped", 1467) && back("starting", 0) && back("stopping", 0));
+  EXPECT_FALSE(back("stopped", 0) || back("running", 1467) || mayBeComingBack(kAbsent));
+  for (const char* head : {"", " - Zarn Update Service v\n", " - Zarn Update Service v1.0"})
+    EXPECT_FALSE(versionOfBanner(head)) << head;
+  said.expect("health.txt");
+}
+
+TEST(Doctor, SaysOfEachCheckWhatItFoundAndWhatToDo) {
+  std::vector<Finding> found;
+  ServiceFacts facts = *kRunning;
+  for (const char* start : {"auto", "disabled"}) {
+    facts.start = start;
+    found.push_back(judgeService(facts));
+    for (const auto& recovery :
+         {Recovery{}, Recovery{{{"nothing", 0}, {"restart", 1}}}, Recovery{{{"restart", 1000}}, 9}}) {
+      facts.recovery = recovery;
+      found.push_back(judgeService(facts));
+    }
+    ServiceFacts stopped = *kStopped;
+    stopped.start = start;
+    found.push_back(judgeService(stopped));
+  }
+  found.push_back(judgeService(kAbsent));
+  for (const char* problem : {"", "nobody."}) found.push_back(judgeEndpoint(problem));
+  found.push_back(asWarning(found.back()));
+  for (const Result<void>& rights : {Result<void>(), Result<void>(failure(kFolderNotTrusted))}) {
+    found.push_back(judgeTempRights("T", rights));
+    found.push_back(judgeRecordFolder("R", rights));
+  }
+  found.push_back(judgeTempRights("T", failure(SystemError::accessDenied())));
+  for (const std::uint64_t free : {kAdvisedRoomBytes, kAdvisedRoomBytes - 1})
+    found.push_back(judgeRoom("T", free));
+  const LookedUp good{"h", {"1.2.3.4", "::1"}, ""}, bad{"p", {}, "none"};
+  for (const auto& names :
+       std::initializer_list<std::vector<LookedUp>>{{good}, {bad}, {bad, good}, {good, bad}})
+    found.push_back(judgeLookUps(names));
+  ListAnswer answer{"h", {}, 0, "HTTP status 404"};
+  found.push_back(judgeList(answer));
+  found.push_back(judgeClock(answer));
+  for (const std::int64_t ahead : {0, 300, -300, 301, -301}) {
+    answer.clockAheadSeconds = ahead;
+    found.push_back(judgeClock(answer));
+  }
+  for (const std::size_t approved : {0U, 2U}) {
+    answer.approved = approved;
+    found.push_back(judgeList(answer));
+  }
+  for (const std::uint32_t code : {0U, 0x80092012U, 0x80092013U, 0x800b010eU, 0x800b0100U, 0x800b0109U})
+    found.push_back(judgeRevocation("S", code));
+  AuthorityList list{"L", false, "", 2, 0, 31 * 86400, "CN=a"};
+  for (const bool isChosen : {false, true})
+    for (const int expired : {0, 1, 2}) {
+      list.isChosen = isChosen;
+      list.expired = expired;
+      found.push_back(judgeAuthorities(list, 0));
+    }
+  list.expired = 0;
+  found.push_back(judgeAuthorities(list, 2 * 86400));
+  EXPECT_EQ(doctorAnswer(found).text, readFile(ZARN_SOURCE "/tests/client/checks.txt"));
 }
 
 TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {

@@ -222,6 +222,11 @@ TEST(Tool, PurgesWhatTheServiceWroteWhereItWouldAndNothingElse) {
     const std::string folder = json({"status"}, 3)["logFolder"];
     EXPECT_EQ(folder.starts_with(path), isUsed) << path << ": " << folder;
   }
+  const std::string own = FileUtils::applicationDataDirectory(false, false) + R"(\Zarn Media Server\Logs)";
+  EXPECT_EQ(json({"status"}, 3)["earlierLogFolders"], Json::array());
+  ASSERT_TRUE(FileUtils::createDirectories(own));
+  writeFile(own + "\\Zarn Update Service.1.log", "x");
+  EXPECT_EQ(json({"status"}, 3)["earlierLogFolders"], Json({own})) << "before the log was moved";
   writeFile(data / "secret", "secret");
   fs::create_hard_link(toPath(data / "secret"), toPath(logs + "Zarn Update Service.2.log"));
   {
@@ -262,7 +267,7 @@ TEST(Tool, ShowsThePolicyBeforeTheEnvironment) {
     EXPECT_EQ(Json({setting["value"], setting["source"]}), Json({shown, "policy"}));
   }
   policy(names::kSyslogCollectorValue.wide, "h:1", REG_SZ);
-  const Json checks = json({"doctor"}, 1)["checks"];
+  const Json checks = json({"doctor", "--offline"}, 1)["checks"];
   EXPECT_EQ(Json({checks[0]["ok"], checks[2]["ok"]}), Json({false, true}));
   EXPECT_THAT(checks[0]["advice"].get<std::string>(), HasSubstr("the policy value AccountServiceHost"));
   EXPECT_THAT(checks[2]["advice"].get<std::string>(), HasSubstr("the policy value SyslogMinutes"));

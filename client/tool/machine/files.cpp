@@ -77,6 +77,17 @@ LinesFromEnd linesFromEnd(FileEnd end) {
   return {bytes + cut, bytes, read};
 }
 
+Result<std::string> readHead(const std::string& folder, const std::string& name, std::int64_t maximumBytes) {
+  const auto held =
+      FileUtils::HeldFolder::hold(folder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow);
+  const auto opened = held ? held->open(name, "rb") : Result<FileUtils::ScopedFile>(failure(held.error()));
+  if (!opened) return failure(opened.error());
+  std::string bytes(static_cast<std::size_t>(maximumBytes), '\0');
+  bytes.resize(std::fread(bytes.data(), 1, bytes.size(), opened->get()));
+  if (std::ferror(opened->get()) != 0) return lastFailure();
+  return bytes;
+}
+
 Result<std::vector<std::string>> filesIn(const FileUtils::HeldFolder& folder) {
   std::vector<std::string> names;
   const auto listed = folder.list([&](const FileUtils::FolderEntry& entry) {

@@ -23,10 +23,6 @@ constexpr std::array<std::array<const char*, 2>, 2> kRecordFiles = {
     {{names::kHistory.narrow, names::kEarlierHistory.narrow},
      {names::kRefused.narrow, names::kEarlierRefused.narrow}}};
 
-/// Of each file: all that a record folder keeps, with room for files that somebody has kept
-/// from being renamed.
-constexpr std::int64_t kMostRecordBytes = std::int64_t{64} << 20;
-
 bool isUsualFile(std::string_view name) {
   return std::ranges::any_of(
       kRecordFiles, [&](const auto& files) { return std::ranges::find(files, name) != files.end(); });
@@ -49,11 +45,11 @@ class RecordOpener {
       : folder_(FileUtils::HeldFolder::hold(folder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow)) {}
 
   /// A sequence of the files that are there and can be read.
-  RecordSequence open(const std::array<const char*, 2>& names) {
+  RecordSequence open(const std::array<const char*, 2>& names, std::int64_t mostBytes) {
     RecordSequence files;
     for (const char* const name : names) {
       auto opened = folder_ ? folder_->open(name, "rb") : Result<os::ScopedFile>(failure(folder_.error()));
-      if (isRead(opened)) files.push_back(linesFromEnd(std::move(*opened), kMostRecordBytes));
+      if (isRead(opened)) files.push_back(linesFromEnd(std::move(*opened), mostBytes));
     }
     return files;
   }
@@ -138,7 +134,7 @@ Result<History> readHistory(const RecordSource& source, const HistoryWish& wish)
   RecordOpener opener(source.folder);
   std::vector<RecordSequence> sequences;
   sequences.reserve(kRecordFiles.size());
-  for (const auto& names : kRecordFiles) sequences.push_back(opener.open(names));
+  for (const auto& names : kRecordFiles) sequences.push_back(opener.open(names, wish.mostBytes));
   opener.addSingles(sequences);
   return opener.conclude(newestRequests(std::move(sequences), wish));
 }

@@ -2,6 +2,8 @@
 // and its folders.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,17 @@ namespace zarn::tool {
 /// Then puts the machine's policy in their place, as the service does. Not while other
 /// threads read the environment.
 void adoptServiceEnvironment();
+
+/// When a process started, in the units of FILETIME; nothing when that cannot be told, as by
+/// who may not look at it.
+[[nodiscard]] std::optional<std::uint64_t> processStart(std::uint32_t processId);
+
+/// The version that a running service wrote into its log in the folder `logs`; nothing when it
+/// does not run, or the log is older than its process or cannot be read.
+[[nodiscard]] std::optional<std::string> versionRunning(const ServiceFacts& service, const std::string& logs);
+
+/// "Resources" beside the service's program; beside this one when there is no service.
+[[nodiscard]] std::string serviceResources(const Result<ServiceFacts>& service);
 
 /// The part of HKEY_USERS that the service's account has, with its backslash.
 [[nodiscard]] std::wstring serviceAccountKey();

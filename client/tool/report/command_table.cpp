@@ -85,10 +85,12 @@ constexpr Command kCommands[] = {
      "run, 1 when it would be refused.",
      Verb::Verify},
     {"status",
-     "Show the service's state, version, log folder and last outcome",
+     "Show what the service is doing and works with, and its last outcome",
      {},
      "Exit code 0 when the service runs, 3 when it does not. The last outcome is that of history. Logs of\n"
-     "the service's own account can be read by administrators only.",
+     "the service's own account can be read by administrators only. With --check one line for monitoring:\n"
+     "exit code 1 also when the last update failed (a refused request is only mentioned), or when\n"
+     "doctor --offline finds something wrong with the configuration.",
      Verb::Status,
      kOfStatus},
     {"history",
@@ -133,11 +135,13 @@ constexpr Command kCommands[] = {
      "that only wait for their turn do not count. Nothing is cut short, by Ctrl+C neither.",
      Verb::Wait},
     {"doctor",
-     "Look whether the configuration in force is of use to the service",
+     "Look at everything that an update needs",
      {},
-     "Checks the account service's host, the proxy, the syslog collector, the list of authorities and the\n"
-     "temp folder, as the service would read them. Exit code 0 when all is well, warnings included, 1 when\n"
-     "something is wrong. No password is shown.",
+     "Checks settings, authorities, folders, disk, policy, the service and its endpoint, then name\n"
+     "resolution, the list of approved certificates, the clock and revocation. Exit code 0 when all is\n"
+     "well, warnings included, 1 when something is wrong. With --offline the last four are left out, and a\n"
+     "service that is not installed or does not run is only a warning. Ends within two minutes. No\n"
+     "password is shown.",
      Verb::Doctor,
      kOfDoctor},
     {"purge-logs",

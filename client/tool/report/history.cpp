@@ -104,8 +104,9 @@ Answer historyAnswer(const RecordSource& source, const std::string& file, Result
   answer.json["olderOmitted"] = history->isCut || older;
   answer.json["older"] = older && older->isExact ? Json(older->count) : Json(nullptr);
   if (!older && !history->isCut) answer.json["older"] = 0;
-  answer.text = records.empty() ? "No requests are recorded in " + printable(source.folder) + "\n"
-                                : historyTable(records);
+  const std::string none =
+      history->isPart ? "No such requests are recorded in " : "No requests are recorded in ";
+  answer.text = records.empty() ? none + printable(source.folder) + "\n" : historyTable(records);
   if (history->skipped != 0) {
     answer.text += std::to_string(history->skipped) + " line(s) of the history could not be read.\n";
   }

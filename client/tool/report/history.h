@@ -26,6 +26,8 @@ struct History {
   std::size_t skipped = 0;
   /// A file is longer than what is ever read of it.
   bool isCut = false;
+  /// Not every request was wanted, whatever its age.
+  bool isPart = false;
   /// Nothing when there are no others that were wanted but for their age.
   std::optional<OlderRequests> older;
   /// Why one of the files could not be read, while others could; whoever read them says.

@@ -16,7 +16,7 @@ constexpr SystemError kEndOfFile(38);  // ERROR_HANDLE_EOF
 
 /// Records that are not shown are counted among so many lines of a sequence and no more,
 /// which is more than most machines ever have.
-constexpr std::size_t kMostCounted = 2000;
+constexpr std::size_t kMostCounted = 1999;
 
 /// A record has the time of its request's beginning and its place by the end, and a clock may be
 /// put back: what is older by no more than this may have newer ones before it.
@@ -140,6 +140,7 @@ std::optional<std::string> LinesFromEnd::next() {
 
 History newestRequests(std::vector<RecordSequence> sequences, const HistoryWish& wish) {
   History history;
+  history.isPart = wish.onlyFailed || !wish.since.empty();
   std::vector<Reading> readings;
   readings.reserve(sequences.size());
   for (RecordSequence& files : sequences) {
