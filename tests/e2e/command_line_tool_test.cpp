@@ -98,8 +98,14 @@ TEST_F(CommandLineTool, AnEmptyProfileRefusesWhileNoneOrADamagedListOfAuthoritie
     const Json verified = ask("verify", bundle("approved.exe"));
     EXPECT_EQ(verified["status"], 30005);
     EXPECT_EQ(verified["steps"][4]["verdict"], verdict);
-    ask("install", bundle("approved.exe"));
+    const Json installed = ask("install", bundle("approved.exe")),
+               checked = ask("check", bundle("approved.exe"));
     EXPECT_EQ(recorded(lastRecord(), "identity"), verdict);
+    EXPECT_EQ(installed["decidedBy"]["detail"], verified["steps"][4]["detail"]);
+    EXPECT_EQ(Json({installed["meaning"], checked["meaning"]}),
+              Json({verified["meaning"], verified["meaning"]}));
+    EXPECT_EQ(Json({installed["decidedBy"]["source"], checked["decidedBy"]["source"]}),
+              Json({"record", "here"}));
   }
   approveOnly(stageSetting("approved_digest"));
   const std::string chosen = R"(C:\Program Files\Zarn Update Service\Resources\cacert-chosen.pem)";

@@ -4,13 +4,12 @@
 
 #include <algorithm>
 #include <exception>
-#include <future>
 #include <memory>
 #include <optional>
-#include <thread>
 #include <utility>
 
 #include "client/tool/machine/service.h"
+#include "client/tool/machine/within.h"
 #include "client/tool/report/explanations.h"
 #include "client/tool/report/text.h"
 #include "os/error_text.h"
@@ -184,20 +183,16 @@ const CapturedLog& beginVerification() {
 
 WorkedOut workOutCheck(const std::wstring& path, std::chrono::seconds limit) {
   const CapturedLog& log = beginVerification();
-  const auto promise = std::make_shared<std::promise<WorkedOut>>();
-  auto future = promise->get_future();
-  // Left behind when it takes too long: nothing tells the system's checks to end.
-  std::thread([promise, path, &log] {
-    WorkedOut found;
+  const auto check = [path, &log] {
     try {
-      found = Verification(path, log, systemTrustApi()).check();
+      return Verification(path, log, systemTrustApi()).check();
     } catch (const std::exception& error) {
-      found.problem = error.what();
+      return WorkedOut{Status::Failed, {}, error.what()};
     }
-    promise->set_value(std::move(found));
-  }).detach();
-  if (future.wait_for(limit) == std::future_status::ready) return future.get();
-  return {Status::Failed, {}, "it took longer than " + duration(std::chrono::milliseconds(limit).count())};
+  };
+  auto found = within<WorkedOut>(limit, check);
+  const std::string late = "it took longer than " + duration(std::chrono::milliseconds(limit).count());
+  return found ? std::move(*found) : WorkedOut{Status::Failed, {}, late};
 }
 
 std::string whyNotInstallable(const std::wstring& path) {
