@@ -155,4 +155,12 @@ Result<std::monostate> UpdateClient::setAppDataPath(const std::wstring& path) co
   return std::monostate{};
 }
 
+Result<std::monostate> UpdateClient::probe() const {
+  Binding binding;
+  RPC_STATUS status = bind(endpoint_, binding);
+  if (status == RPC_S_OK) status = RpcMgmtIsServerListening(binding.get());
+  if (status != RPC_S_OK) return failed(status);
+  return std::monostate{};
+}
+
 }  // namespace zarn::client

@@ -96,6 +96,9 @@ class UpdateClient {
   /// service does not say whether it could use it.
   [[nodiscard]] Result<std::monostate> setAppDataPath(const std::wstring& path) const;
 
+  /// Whether the service listens, and is the system: asks it for nothing.
+  [[nodiscard]] Result<std::monostate> probe() const;
+
  private:
   std::wstring endpoint_;
 };

@@ -69,8 +69,11 @@ PolicyResult judgeByPolicy(const StoredPolicy& stored, const UpdatePolicy& built
 [[nodiscard]] std::optional<std::string> versionToRemember(const Stored<ProductVersion>& highest,
                                                            const ProductVersion& installed);
 
+/// The machine's rules as they are stored now. Windows only, like the next two.
+[[nodiscard]] StoredPolicy readStoredPolicy();
+
 /// Judges the bundle at `path` (UTF-8) by this machine's policy; a refusal is logged.
-/// The caller holds the file, so that it stays what it is. Windows only, like the next.
+/// The caller holds the file, so that it stays what it is.
 PolicyResult CheckUpdatePolicy(const std::string& path);
 
 /// Remembers that `version` was installed, whether or not a rule asks for it. A failure

@@ -17,12 +17,6 @@ Stored<ProductVersion> readHighestInstalled() {
                                   names::kHighestInstalledVersionValue.wide, kLongestProductName));
 }
 
-StoredPolicy readPolicy() {
-  const auto policy = openStoredKey(HKEY_LOCAL_MACHINE, names::kPolicyKey.wide);
-  return {readStoredText(policy, names::kRequiredProductValue.wide, kLongestProductName),
-          readStoredNumber(policy, names::kRefuseOlderValue.wide), readHighestInstalled()};
-}
-
 Result<void> writeHighestInstalled(const std::string& version) {
   const auto key = os::createRegistryKey(HKEY_LOCAL_MACHINE, names::kServiceKey.wide, KEY_SET_VALUE);
   if (!key) return failure(key.error());
@@ -36,8 +30,14 @@ void logNotRemembered(const std::string& reason) {
 
 }  // namespace
 
+StoredPolicy readStoredPolicy() {
+  const auto policy = openStoredKey(HKEY_LOCAL_MACHINE, names::kPolicyKey.wide);
+  return {readStoredText(policy, names::kRequiredProductValue.wide, kLongestProductName),
+          readStoredNumber(policy, names::kRefuseOlderValue.wide), readHighestInstalled()};
+}
+
 PolicyResult CheckUpdatePolicy(const std::string& path) {
-  auto result = judgeByPolicy(readPolicy(), builtInPolicy(), [&] {
+  auto result = judgeByPolicy(readStoredPolicy(), builtInPolicy(), [&] {
     const IoDeadline deadline(kOpenLimit);  // the bundle may lie on a share that does not answer
     return readFileVersion(path);
   });

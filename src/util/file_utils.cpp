@@ -350,7 +350,7 @@ std::string databasesDirectory() {
 std::string resourcesDirectory() {
   const auto executable = os::executablePath();
   if (!executable) logFatal("GetModuleFileNameW failed: %d", executable.error().reported());
-  return join(toUtf8(toPath(*executable).parent_path()), "Resources");
+  return join(toUtf8(toPath(*executable).parent_path()), names::kResources.narrow);
 }
 
 std::string certificateFileIn(std::string_view resources) {

@@ -63,8 +63,9 @@ inline constexpr Name kHighestInstalledVersionValue("HighestInstalledVersion");
 /// What setup was told of the list of authorities: nothing or "default" for the shipped one.
 inline constexpr Name kAuthoritiesValue("CaBundle");
 
-/// In the folder "Resources" beside the program: the authorities that may vouch for the
-/// account service, as shipped and as an administrator chose them instead.
+/// The folder beside the program, and in it the authorities that may vouch for the account
+/// service, as shipped and as an administrator chose them instead.
+inline constexpr Name kResources("Resources");
 inline constexpr Name kShippedAuthorities("cacert.pem");
 inline constexpr Name kChosenAuthorities("cacert-chosen.pem");
 

@@ -4,6 +4,7 @@
 
 #include <boost/algorithm/string/replace.hpp>
 
+#include "client/tool/machine/authorities.h"
 #include "client/tool/machine/checkup.h"
 #include "client/tool/machine/verification.h"
 #include "trust/scripted_trust_api.h"
@@ -33,23 +34,58 @@ TEST(Checkup, SaysWhatItFoundAndWhatToDoAndNeverAPassword) {
   const std::string list = readFile(ZARN_AUTHORITIES);
   const std::size_t size = list.find("-----END CERTIFICATE-----\n") + 26;
   const std::string one = list.substr(0, size);
-  EXPECT_FALSE(checkAuthorities(folder.path(), false).ok);
+  const auto authorities = [&](bool isChosen, std::int64_t now = 0) {
+    Finding finding = judgeAuthorities(readAuthorities(folder.path(), isChosen, now), now);
+    // The system's list is another one every year.
+    finding.found.erase(std::min(finding.found.find(", the next expires on 20"), finding.found.size()));
+    return finding;
+  };
+  EXPECT_FALSE(authorities(false).ok);
   writeFile(folder / "cacert.pem", one + one);
-  found.push_back(checkAuthorities(folder.path(), false));
-  EXPECT_FALSE(checkAuthorities(folder.path(), true).ok) << "one was chosen, and is not there";
+  found.push_back(authorities(false));
+  found.push_back(authorities(false, std::int64_t{1} << 40));
+  EXPECT_FALSE(authorities(true).ok) << "one was chosen, and is not there";
   for (const std::string& chosen :
        {""s, "text"s, one + one.substr(0, size / 2), one.substr(0, size - 30) + one,
         one + std::string(8 << 20, '\n'),
         "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n" + one, "comment\n" + one}) {
     writeFile(folder / "cacert-chosen.pem", chosen);
-    for (const bool isChosen : {false, true}) found.push_back(checkAuthorities(folder.path(), isChosen));
+    for (const bool isChosen : {false, true}) found.push_back(authorities(isChosen));
   }
   for (const std::string& path :
        {R"(C:\windows)"s, "C:\\windows\\a b"s, folder / "none", folder / R"(none\none)", ""s, "Temp"s,
         R"(\\server\share)"s, folder / "cacert.pem"})
     found.push_back(checkTempFolder(path));
+  found.push_back(checkTempFolder({}));
+  const Unreadable denied{"denied", true}, unread{"unread", false};
+  const Stored<std::string> none;
+  const std::tuple<StoredSettings, StoredPolicy, bool> policies[] = {
+      {{}, {}, true},
+      {{"h", "p"}, {"P", 1U, ProductVersion{{9, 0, 0, 0}}}, true},
+      {{"a b"}, {}, false},
+      {{none, none, "\x1b", "a b", "0", "trace"}, {}, false},
+      {{denied, none, none, none, none, none, denied}, {denied, 1U, denied}, false},
+      {{none, none, none, none, none, none, unread}, {unread, {}, {}}, false},
+      {{none, none, none, none, none, none, none, "1"}, {{}, 1U, unread}, false},
+      {{}, {{}, {}, unread}, true}};
+  for (const auto& [stored, rules, refusesOlder] : policies)
+    found.push_back(checkPolicy(stored, rules, {"", refusesOlder}));
   EXPECT_EQ(boost::replace_all_copy(doctorAnswer(found).text, folder.path(), "FOLDER"),
             readFile(ZARN_SOURCE "/tests/client/checkup.txt"));
+}
+
+TEST(SideBySide, ReportsTheCheckThatHangsAndTheOneThatBreaksOff) {
+  SideBySide checks;
+  const auto finding = [](const char* name) { return std::vector<Finding>{{name, true, "found", ""}}; };
+  checks.begin("hangs", 1s, [&]() -> std::vector<Finding> {
+    std::this_thread::sleep_for(24h);
+    return {};
+  });
+  checks.begin("throws", 60s, []() -> std::vector<Finding> { throw std::runtime_error("why"); });
+  checks.begin("works", 60s, [&] { return finding("works"); });
+  std::string all;
+  for (const Finding& one : checks.collect()) all += one.name + ": " + one.found + (one.ok ? ".\n" : "!\n");
+  EXPECT_EQ(all, "hangs: no end after 1 s!\nthrows: broke off: why!\nworks: found.\n");
 }
 
 /// A system whose libraries fault on what a file holds.

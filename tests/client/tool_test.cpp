@@ -195,12 +195,68 @@ TEST(Tool, CollectsTheServicesLogsButNothingThroughAPlantedLink) {
     const Json collected = json({"collect-logs", target / name, "--logs", logs.path()}, 4);
     ASSERT_EQ(collected["missing"].size(), 1U);
     EXPECT_EQ(collected["missing"][0]["name"], "Zarn Update Service.2.log");
-    EXPECT_EQ(collected["files"].size(), logs.service.size());
     Files files = name[0] == 'a' ? filesInZip(target / name) : filesIn(target / name);
+    EXPECT_EQ(collected["files"].size(), files.size());
     EXPECT_EQ(Json::parse(files["status.json"])["lastOutcome"]["status"], 30005);
-    files.erase("status.json");
+    EXPECT_THAT(files["doctor.txt"], HasSubstr("\nservice "));
+    for (const char* made : {"status", "doctor", "system"})
+      for (const char* form : {".json", ".txt"}) EXPECT_EQ(files.erase(std::string(made) + form), 1U) << made;
     EXPECT_EQ(files, logs.service) << name;
   }
+}
+
+TEST(Tool, CollectsWhereLogsWereBeforeAndWhatThePackageWroteWithoutItsSecrets) {
+  const TempDirectory data, target;
+  const std::string logs = R"(\Zarn Media Server\Logs\)", package = R"(C:\windows\Logs\ZarnUpdateService)";
+  const std::string before = FileUtils::applicationDataDirectory(false, false) + logs;
+  ASSERT_TRUE(FileUtils::createDirectories(data.path() + logs) && FileUtils::createDirectories(before) &&
+              FileUtils::createDirectories("C:\\windows\\Logs"));
+  for (const std::string& folder : {data.path() + logs, before})
+    writeFile(folder + "Zarn Update Service.log", folder);
+  setRegistry(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath", data.path(), REG_SZ);
+  std::string utf16 = "\xff\xfe";
+  for (const char c : "token=" + std::string(20, 's') + " HTTPS://u:p/w@h.example:1/ \xE9\r\n")
+    utf16 += c, utf16 += '\0';
+  writeFile(package + ".log", utf16);
+  writeFile(target / "secret", "secret");
+  fs::create_hard_link(toPath(target / "secret"), toPath(package + "2.LOG"));
+  const Json collected = json({"collect-logs", target / "c"}, 4);
+  Files files = filesIn(target / "c");
+  EXPECT_EQ(files["Package/ZarnUpdateService.log"],
+            "token=" + std::string(20, 'x') + " HTTPS://***@h.example:1/ \xC3\xA9\r\n");
+  EXPECT_EQ(files["Zarn Update Service.log"], data.path() + logs);
+  EXPECT_EQ(files["Earlier Logs/1/Zarn Update Service.log"], before);
+  std::string missing;
+  for (const Json& one : collected["missing"]) missing += one["name"].get<std::string>() + " ";
+  EXPECT_THAT(missing, StartsWith("Package/ZarnUpdateService2.LOG "))
+      << "and, where there is none, the event log";
+  RegDeleteKeyValueW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath");
+  for (const std::string& file : {package + ".log", package + "2.LOG", before + "Zarn Update Service.log"})
+    FileUtils::deleteFile(file);
+}
+
+TEST(Tool, FindsItsOwnRequestAmongThoseOfOthers) {
+  const TempDirectory folder;
+  const tool::RecordSource source{folder.path(), {}, true};
+  const auto find = [&](const char* begin, int status) {
+    const auto found = tool::findOwnRequest(source, "C:\\a", begin, Status{status});
+    return found.record ? found.record->time : found.problem;
+  };
+  EXPECT_THAT(find("1", 30005), Not(HasSubstr("such request"))) << "no record";
+  std::string lines;
+  const unsigned own = GetCurrentProcessId();
+  for (const auto& [time, process, path, status] : {std::tuple{"1", own, "C:\\a", 30005},
+                                                    {"2", own, "C:\\a", 30005},
+                                                    {"3", own, "C:\\b", 30005},
+                                                    {"4", own + 1, "C:\\a", 30005},
+                                                    {"5", own, "C:\\a", 30002}})
+    lines += Json({{"time", time}, {"caller", {{"processId", process}}}, {"path", path}, {"status", status}})
+                 .dump() +
+             "\n";
+  writeFile(folder / "Refused Requests.jsonl", lines);
+  EXPECT_EQ(find("1", 30005) + find("5", 30002), "25");
+  for (const auto& [begin, status] : {std::pair{"3", 30005}, {"1", 30004}})
+    EXPECT_EQ(find(begin, status), "it has no such request");
 }
 
 TEST(Tool, PurgesWhatTheServiceWroteWhereItWouldAndNothingElse) {
@@ -222,6 +278,11 @@ TEST(Tool, PurgesWhatTheServiceWroteWhereItWouldAndNothingElse) {
     const std::string folder = json({"status"}, 3)["logFolder"];
     EXPECT_EQ(folder.starts_with(path), isUsed) << path << ": " << folder;
   }
+  const std::string own = FileUtils::applicationDataDirectory(false, false) + R"(\Zarn Media Server\Logs)";
+  EXPECT_EQ(json({"status"}, 3)["earlierLogFolders"], Json::array());
+  ASSERT_TRUE(FileUtils::createDirectories(own));
+  writeFile(own + "\\Zarn Update Service.1.log", "x");
+  EXPECT_EQ(json({"status"}, 3)["earlierLogFolders"], Json({own})) << "before the log was moved";
   writeFile(data / "secret", "secret");
   fs::create_hard_link(toPath(data / "secret"), toPath(logs + "Zarn Update Service.2.log"));
   {
@@ -262,7 +323,7 @@ TEST(Tool, ShowsThePolicyBeforeTheEnvironment) {
     EXPECT_EQ(Json({setting["value"], setting["source"]}), Json({shown, "policy"}));
   }
   policy(names::kSyslogCollectorValue.wide, "h:1", REG_SZ);
-  const Json checks = json({"doctor"}, 1)["checks"];
+  const Json checks = json({"doctor", "--offline"}, 1)["checks"];
   EXPECT_EQ(Json({checks[0]["ok"], checks[2]["ok"]}), Json({false, true}));
   EXPECT_THAT(checks[0]["advice"].get<std::string>(), HasSubstr("the policy value AccountServiceHost"));
   EXPECT_THAT(checks[2]["advice"].get<std::string>(), HasSubstr("the policy value SyslogMinutes"));
@@ -272,14 +333,15 @@ TEST(Tool, ShowsThePolicyBeforeTheEnvironment) {
 
 // A service that the test stands in for.
 RPC_STATUS fault = 0;  // raised instead of an answer
-std::string sent;      // with the last call
+long judged = 30002;
+std::string sent;  // with the last call
 void setLocalAppDataPath(handle_t, const wchar_t* path) {
   sent = StringUtils::utf16to8(path);
 }
 long checkBundle(handle_t, const wchar_t* path) {
   if (fault != 0) RpcRaiseException(fault);
   sent = StringUtils::utf16to8(path);
-  return 30002;
+  return judged;
 }
 long installBundle(handle_t, const wchar_t* path, long* exitCode) {
   *exitCode = 1603;
@@ -313,6 +375,11 @@ TEST(Tool, TellsWhatTheServiceAnsweredAndThatItsDeathLeavesTheOutcomeUnknown) {
   const ProgramRun refused = run({"install", bundle});
   EXPECT_THAT(refused.output, AllOf(HasSubstr("b\xC3\xA4 c.exe"), HasSubstr("Next:")));
   EXPECT_EQ(refused.error, "") << "an answer is no error, and nobody watches";
+  judged = 30005;
+  const Json check = json({"check", bundle}, 1);
+  EXPECT_EQ(check["decidedBy"], nullptr) << "worked out here it is another check that refuses the file";
+  judged = 30004;
+  EXPECT_EQ(json({"check", bundle}, 1)["decidedBy"]["name"], "integrity");
   EXPECT_EQ(run({"set-app-data", directory.path()}).exitCode, 0U);
   EXPECT_EQ(sent, directory.path());
   for (const auto& [raised, why] : {std::pair{5L, "another program stands in its place"},

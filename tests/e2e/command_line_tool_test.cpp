@@ -16,7 +16,9 @@ using Json = nlohmann::json;
 constexpr char kTool[] = R"(C:\Program Files\Zarn Update Service\zarn-update.exe)";
 
 Json ask(const std::string& command, const std::string& target) {
-  const ProgramRun run = runProgram(kTool, {command, target, "--json"});
+  Lines arguments = {command, target, "--json"};
+  std::erase(arguments, "");
+  const ProgramRun run = runProgram(kTool, arguments);
   Json answer = Json::parse(run.output, nullptr, false);
   EXPECT_TRUE(answer.is_object() && answer.value("exitCode", -1) == static_cast<int>(run.exitCode))
       << command << " " << target << ": " << run.output << run.error;
@@ -32,6 +34,13 @@ Json lastRecord() {
 Json recorded(const Json& record, const Json& check) {
   for (const Json& one : record["checks"])
     if (one["name"] == check) return one["verdict"];
+  return {};
+}
+
+/// A check of doctor's by its name; null when it was not made.
+Json checkNamed(const Json& answer, const char* name) {
+  for (const Json& one : answer["checks"])
+    if (one["name"] == name) return one;
   return {};
 }
 
@@ -89,16 +98,23 @@ TEST_F(CommandLineTool, AnEmptyProfileRefusesWhileNoneOrADamagedListOfAuthoritie
     const Json verified = ask("verify", bundle("approved.exe"));
     EXPECT_EQ(verified["status"], 30005);
     EXPECT_EQ(verified["steps"][4]["verdict"], verdict);
-    ask("install", bundle("approved.exe"));
+    const Json installed = ask("install", bundle("approved.exe")),
+               checked = ask("check", bundle("approved.exe"));
     EXPECT_EQ(recorded(lastRecord(), "identity"), verdict);
+    EXPECT_EQ(installed["decidedBy"]["detail"], verified["steps"][4]["detail"]);
+    EXPECT_EQ(Json({installed["meaning"], checked["meaning"]}),
+              Json({verified["meaning"], verified["meaning"]}));
+    EXPECT_EQ(Json({installed["decidedBy"]["source"], checked["decidedBy"]["source"]}),
+              Json({"record", "here"}));
   }
   approveOnly(stageSetting("approved_digest"));
   const std::string chosen = R"(C:\Program Files\Zarn Update Service\Resources\cacert-chosen.pem)";
   writeFile(chosen, "-----BEGIN CERTIFICATE-----\ndamaged\n-----END CERTIFICATE-----\n");
   for (const char* command : {"verify", "install"})
     EXPECT_EQ(ask(command, bundle("approved.exe"))["status"], 30005) << command;
-  const auto authoritiesAreWell = [] { return ask("doctor", "--offline")["checks"][3]["ok"]; };
+  const auto authoritiesAreWell = [] { return checkNamed(ask("doctor", "--offline"), "authorities")["ok"]; };
   EXPECT_EQ(authoritiesAreWell(), false);
+  EXPECT_EQ(ask("status", "--check")["exitCode"], 1);
   DeleteFileA(chosen.c_str());
   EXPECT_EQ(ask("verify", bundle("approved.exe"))["status"], 0);
   const Json checked = ask("doctor", "--offline");
@@ -120,15 +136,64 @@ TEST_F(CommandLineTool, WaitsForTheInstallThatRunsAndTellsItsOutcome) {
   const Json busy = ask("wait", "0");
   EXPECT_EQ(Json({busy["exitCode"], busy["installing"]["path"], busy["installing"]["processId"]}),
             Json({1, bundle("approved.exe"), ask("status", "--json")["processId"]}));
+  EXPECT_EQ(ask("status", "--json")["installing"], busy["installing"]);
   const Json free = ask("wait", "30");
   installing.join();
   EXPECT_EQ(Json({free["exitCode"], free["installing"]}), Json({0, nullptr}));
   EXPECT_EQ(lastRecord()["time"], busy["installing"]["since"]) << "recorded before it is free";
   const Json status = ask("status", "--json");
   EXPECT_NE(status["version"], "");
+  EXPECT_EQ(Json({status["installing"], status["versionRunning"], status["startType"]}),
+            Json({nullptr, status["version"], "demand"}));
+  EXPECT_EQ(status["authorities"]["certificates"], 1);
   const Json& last = status["lastOutcome"];
   EXPECT_EQ(Json({status["state"], status["logFolder"], last["status"], last["exitCode"], last["path"]}),
             Json({"running", ServiceUnderTest::logDirectory(), 30001, 1641, bundle("approved.exe")}));
+}
+
+TEST_F(CommandLineTool, DoctorFindsWhatIsWrongAndStatusTellsItToMonitoring) {
+  const auto isWrong = [](const Json& answer) {
+    std::string names;
+    for (const Json& one : answer["checks"])
+      if (one["ok"] != true) names += one["name"].get<std::string>() + ";";
+    return names;
+  };
+  const Json well = ask("doctor", "");
+  EXPECT_EQ(isWrong(well), "") << well;
+  EXPECT_EQ(well["checks"].size(), 15U);
+  EXPECT_THAT(checkNamed(well, "approved certificates")["found"].get<std::string>(),
+              HasSubstr(": 1 approved, "));
+  EXPECT_THAT(checkNamed(well, "clock")["found"].get<std::string>(), HasSubstr(" s "));
+  EXPECT_EQ(checkNamed(well, "revocation")["advice"] == "", false) << "the service's program is not signed";
+  setProfile("no profile");
+  EXPECT_EQ(isWrong(ask("doctor", "")), "approved certificates;");
+  {
+    const MachineSetting policy{names::kPolicyKey.wide};
+    policy.text(L"AccountServiceHost", L"localhost:1");
+    EXPECT_EQ(isWrong(ask("doctor", "")), "approved certificates;");
+    policy.text(L"AccountServiceHost", L"nobody.invalid");
+    EXPECT_EQ(isWrong(ask("doctor", "")), "name resolution;approved certificates;");
+  }
+  const auto checked = [] {
+    const Json answer = ask("status", "--check");
+    return Json({answer["exitCode"], answer["problems"].size()});
+  };
+  EXPECT_EQ(checked(), Json({0, 0}));
+  approveOnly(stageSetting("approved_digest"));
+  ServiceUnderTest::planInstaller("exit=1603\n");
+  ask("install", bundle("approved.exe"));
+  ask("install", bundle("unsigned.exe"));
+  EXPECT_EQ(checked(), Json({1, 1}));
+  ServiceUnderTest::planInstaller("exit=1641\n");
+  ask("install", bundle("approved.exe"));
+  ask("install", bundle("unsigned.exe"));
+  EXPECT_EQ(checked(), Json({0, 0})) << "a refusal is no failed update";
+  const ProgramRun line = runProgram(kTool, {"status", "--check"});
+  EXPECT_TRUE(line.output.starts_with("OK: ") && countOf("\n", line.output) == 1) << line.output;
+  service_.stop();
+  EXPECT_EQ(checked(), Json({3, 1}));
+  EXPECT_EQ(isWrong(ask("doctor", "")), "service;endpoint;");
+  EXPECT_EQ(isWrong(ask("doctor", "--offline")), "") << "as before the package starts it";
 }
 
 TEST_F(CommandLineTool, ThePolicyIsStrongerThanTheEnvironmentForServiceAndToolAlike) {

@@ -3,8 +3,8 @@
 
 namespace zarn::tool {
 
-Answer runDoctor(const Arguments&) {
-  return doctorAnswer(checkConfiguration());
+Answer runDoctor(const Arguments& arguments) {
+  return doctorAnswer(checkMachine(arguments.offline ? Network::LeaveOut : Network::Use));
 }
 
 }  // namespace zarn::tool

@@ -1,9 +1,19 @@
 // status and history: what the service is, and what it has answered.
+#include <chrono>
+#include <thread>
+
 #include "client/tool/commands/commands.h"
+#include "client/tool/machine/authorities.h"
+#include "client/tool/machine/checkup.h"
+#include "client/tool/machine/environment.h"
 #include "client/tool/machine/files.h"
 #include "client/tool/machine/record.h"
 #include "client/tool/machine/service.h"
 #include "client/tool/machine/settings.h"
+#include "client/tool/report/health.h"
+#include "client/tool/report/moments.h"
+#include "os/clock.h"
+#include "update/record_folder.h"
 #include "util/file_utils.h"
 #include "util/product_names.h"
 #include "util/product_version.h"
@@ -11,32 +21,66 @@
 namespace zarn::tool {
 namespace {
 
-/// Of each file. The last outcome stands at an end; who lists wants all that a record
-/// folder keeps, with room for files that somebody has kept from being renamed.
+/// Of each file: for monitoring the newest update counts, behind any refusals since.
 constexpr std::int64_t kStatusBytes = std::int64_t{1} << 20;
-constexpr std::int64_t kHistoryBytes = std::int64_t{64} << 20;
+
+HistoryWish wishOf(const Arguments& arguments) {
+  HistoryWish wish;
+  wish.onlyFailed = arguments.failed;
+  const auto since = momentFrom(arguments.since, std::chrono::system_clock::now());
+  if (since) wish.since = isoTime(*since);
+  wish.last = arguments.last;
+  // Who names a time means all that came after it.
+  if (arguments.last == 0 && !arguments.all && !since) wish.last = kUsualRequests;
+  return wish;
+}
+
+/// After an update the service ends, and is started anew in 1 s, or 5 s the second time: it is
+/// waited for a little longer.
+constexpr std::chrono::seconds kMostWaitForRestart(8);
+constexpr std::chrono::milliseconds kRestartPoll(200);
+
+Result<ServiceFacts> serviceOnceBack() {
+  const auto due = std::chrono::steady_clock::now() + kMostWaitForRestart;
+  auto service = queryService();
+  while (mayBeComingBack(service) && std::chrono::steady_clock::now() < due) {
+    std::this_thread::sleep_for(kRestartPoll);
+    service = queryService();
+  }
+  return service;
+}
 
 }  // namespace
 
 Answer runStatus(const Arguments& arguments) {
   ServiceReport report;
-  report.service = queryService();
+  report.service = arguments.check ? serviceOnceBack() : queryService();
   report.logFolder = serviceLogFolder(arguments.logs);
-  if (report.service && !report.service->program.empty()) {
-    report.version = readFileVersion(report.service->program).productVersion;
+  if (arguments.logs.empty()) report.earlierLogs = earlierLogFolders(report.logFolder);
+  if (report.service) {
+    if (!report.service->program.empty())
+      report.version = readFileVersion(report.service->program).productVersion;
+    report.runningVersion = versionRunning(*report.service, report.logFolder);
+    report.settingsChanged = settingsChangedSinceStart(report.service->processId);
   }
   report.settings = serviceSettings();
-  if (report.service) report.settingsChanged = settingsChangedSinceStart(report.service->processId);
+  const std::int64_t now = os::wallTime().seconds;
+  report.authorities = readAuthorities(serviceResources(report.service), isListChosen(), now);
+  report.tempFolder = serviceTempFolder();
+  report.recordFolder = recordFolderPath();
   report.logFolderExists = mayBeFolder(report.logFolder);
+  report.installing = installUnderWay(report.recordFolder, report.service);
   // Read last: whatever else is shown, the outcome is the newest.
-  report.history = readHistory(recordSource(arguments.logs), kStatusBytes);
-  return statusAnswer(report);
+  HistoryWish wish{arguments.check ? 0U : 1U};
+  wish.mostBytes = kStatusBytes;
+  report.history = readHistory(recordSource(arguments.logs), wish);
+  return arguments.check ? checkedStatusAnswer(report, checkConfiguration()) : statusAnswer(report);
 }
 
 Answer runHistory(const Arguments& arguments) {
   const RecordSource source = recordSource(arguments.logs);
   return historyAnswer(source, FileUtils::join(source.folder, names::kHistory.narrow),
-                       readHistory(source, kHistoryBytes), arguments.last);
+                       readHistory(source, wishOf(arguments)));
 }
 
 }  // namespace zarn::tool

@@ -1,34 +1,31 @@
 #include "client/tool/machine/checkup.h"
 
-#include <openssl/pem.h>
-#include <openssl/x509.h>
+#include <windows.h>
 
+#include <limits>
 #include <memory>
-#include <optional>
+#include <utility>
 
+#include "client/tool/machine/authorities.h"
 #include "client/tool/machine/environment.h"
 #include "client/tool/machine/files.h"
 #include "client/tool/machine/service.h"
 #include "client/tool/machine/settings.h"
-#include "client/tool/report/text.h"
 #include "http/libcurl.h"
 #include "log/network_log.h"
-#include "os/error_text.h"
+#include "os/clock.h"
+#include "os/handles_win.h"
 #include "os/process.h"
-#include "os/registry.h"
-#include "os/text.h"
+#include "prefs/preferences.h"
 #include "trust/account_service_host.h"
+#include "update/record_folder.h"
 #include "util/file_utils.h"
 #include "util/host_and_port.h"
 #include "util/path_judge.h"
 #include "util/product_names.h"
-#include "util/string_utils.h"
 
 namespace zarn::tool {
 namespace {
-
-constexpr std::int64_t kMostAuthoritiesBytes = std::int64_t{8} << 20;
-constexpr std::size_t kMostChoiceBytes = std::size_t{64} << 10;
 
 // ---- The proxy -----------------------------------------------------------------------
 
@@ -55,66 +52,147 @@ std::optional<std::string> proxyAddress(const std::string& text) {
   return *scheme + "://" + *host + (port ? ":" + *port : "") + (hasSignIn ? ", with a sign-in" : "");
 }
 
+struct ProxyInForce {
+  const char* variable = "";
+  std::string text;  ///< empty: there is none
+};
+
 /// As libcurl looks for that of an https address; the names' case does not matter here.
-Finding checkProxyInForce(const std::vector<Setting>& settings) {
+ProxyInForce proxyInForce() {
   for (const char* const variable : {names::kHttpsProxyVariable.narrow, names::kAllProxyVariable.narrow}) {
-    const std::string text = environmentVariable(variable).value_or("");
-    const std::string place = placeOf(names::kProxyValue.narrow, settings);
-    if (!text.empty()) return checkProxy(place == names::kHttpsProxyVariable.narrow ? variable : place, text);
+    std::string text = environmentVariable(variable).value_or("");
+    if (!text.empty()) return {variable, std::move(text)};
   }
-  return checkProxy({}, {});
-}
-
-// ---- The authorities ------------------------------------------------------------------
-
-struct InfoListFreer {
-  void operator()(STACK_OF(X509_INFO) * list) const noexcept { sk_X509_INFO_pop_free(list, X509_INFO_free); }
-};
-struct BioFreer {
-  void operator()(BIO* bio) const noexcept { BIO_free(bio); }
-};
-
-/// How many certificates a list has; nothing when a block of it is damaged. Reads it as
-/// OpenSSL does for the service's requests.
-std::optional<int> countCertificates(const std::string& pem) {
-  const std::unique_ptr<BIO, BioFreer> bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-  // Without a routine of its own OpenSSL would ask the terminal for a block's password.
-  const auto noPassword = [](char*, int, int, void*) { return 0; };
-  const std::unique_ptr<STACK_OF(X509_INFO), InfoListFreer> list(
-      bio ? PEM_X509_INFO_read_bio(bio.get(), nullptr, noPassword, nullptr) : nullptr);
-  if (!list) return std::nullopt;
-  int count = 0;
-  for (int i = 0; i < sk_X509_INFO_num(list.get()); ++i)
-    count += sk_X509_INFO_value(list.get(), i)->x509 != nullptr ? 1 : 0;
-  return count;
-}
-
-/// What is wrong with a list, a clause; empty when nothing is. `count` is set then.
-std::string problemOfList(const std::string& path, int& count) {
-  const auto file = os::openPlainFile(FileUtils::toPath(path));
-  if (!file) return systemErrorPhrase(file.error());
-  if (!*file) return "no plain file";
-  const std::int64_t size = os::seekToEnd(**file);
-  if (size < 0 || size > kMostAuthoritiesBytes) return "more than 8 MiB";
-  std::string pem(static_cast<std::size_t>(size), '\0');
-  std::rewind(file->get());
-  if (std::fread(pem.data(), 1, pem.size(), file->get()) != pem.size()) return "not readable to its end";
-  const auto certificates = countCertificates(pem);
-  if (!certificates) return "a damaged block";
-  if (*certificates == 0) return "no certificate";
-  count = *certificates;
   return {};
 }
 
-/// Whether an administrator chose a list when the service was set up. What cannot be read
-/// counts as chosen: the shipped list may trust more.
-bool isListChosen() {
-  const auto key = os::openRegistryKey(HKEY_LOCAL_MACHINE, names::kServiceKey.wide, KEY_QUERY_VALUE);
-  if (!key) return !key.error().isNotFound();
-  const auto data = os::readRegistryValue(key->get(), names::kAuthoritiesValue.wide, kMostChoiceBytes);
-  if (!data) return !data.error().isNotFound();
-  const std::string text = StringUtils::utf16to8(data->text().c_str());
-  return data->type != REG_SZ || (!text.empty() && !os::equalsIgnoringCase(text, "default"));
+// ---- What the checks are made on -----------------------------------------------------
+
+/// Found out before the checks begin, which only read it.
+struct Machine {
+  Machine() { adoptServiceEnvironment(); }
+
+  ProxyInForce proxy;
+  std::vector<Setting> settings;
+  Result<ServiceFacts> service;
+  std::optional<std::string> tempFolder;
+  std::string host, bypass;
+};
+
+std::shared_ptr<const Machine> lookAtMachine() {
+  auto machine = std::make_shared<Machine>();
+  machine->proxy = proxyInForce();
+  machine->settings = serviceSettings();
+  machine->service = queryService();
+  machine->tempFolder = serviceTempFolder();
+  machine->host = accountServiceHost();
+  machine->bypass = environmentVariable(names::kNoProxyVariable.narrow).value_or("");
+  return machine;
+}
+
+std::int64_t secondsNow() {
+  return os::wallTime().seconds;
+}
+
+Finding checkProxyInForce(const Machine& machine) {
+  const auto& [variable, text] = machine.proxy;
+  if (text.empty()) return checkProxy({}, {});
+  const std::string place = placeOf(names::kProxyValue.narrow, machine.settings);
+  return checkProxy(place == names::kHttpsProxyVariable.narrow ? variable : place, text);
+}
+
+std::vector<Finding> checkSettings(const Machine& machine) {
+  return {
+      checkAccountService(machine.host, placeOf(names::kAccountServiceHostValue.narrow, machine.settings)),
+      checkProxyInForce(machine),
+      checkCollector(environmentVariable(names::kSyslogCollectorVariable.narrow),
+                     environmentVariable(names::kSyslogMinutesVariable.narrow), machine.settings)};
+}
+
+/// Distinguishes a folder that this user may not ask about from one that others may write to.
+Result<void> rightsOf(const std::string& folder) {
+  const FileHandle opened(CreateFileW(
+      FileUtils::toPath(folder).c_str(), READ_CONTROL, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+  if (!opened) return lastFailure();
+  return checkRecordFolder(folder);
+}
+
+/// Free for the service in the folder, or where it would be made.
+Result<std::uint64_t> roomIn(const std::string& folder) {
+  ULARGE_INTEGER free{};
+  const auto path = FileUtils::toPath(folder);
+  const auto existing = mayBeFolder(folder) ? path : path.root_path();
+  if (GetDiskFreeSpaceExW(existing.c_str(), &free, nullptr, nullptr) == 0) return lastFailure();
+  return free.QuadPart;
+}
+
+std::vector<Finding> checkTemp(const std::optional<std::string>& folder) {
+  std::vector<Finding> findings = {checkTempFolder(folder)};
+  if (!folder || folder->empty() || judgePath(*folder) != PathKind::LocalFolder) return findings;
+  if (mayBeFolder(*folder)) findings.push_back(judgeTempRights(*folder, rightsOf(*folder)));
+  findings.push_back(judgeRoom(*folder, roomIn(*folder)));
+  return findings;
+}
+
+/// The values that the service may find unusable, and what it then does.
+bool refusesEverything(const PolicySetting& row) {
+  constexpr std::string_view proxy = names::kProxyValue.narrow;
+  constexpr std::string_view host = names::kAccountServiceHostValue.narrow;
+  return row.variable == nullptr || row.value == proxy || row.value == host;
+}
+
+/// Of a bundle that every rule lets pass, unless a rule or its state cannot be read.
+PolicyResult judgeBestBundle(const StoredPolicy& rules, const UpdatePolicy& builtIn) {
+  const auto* const product = std::get_if<std::string>(&rules.requiredProduct);
+  constexpr std::uint16_t most = std::numeric_limits<std::uint16_t>::max();
+  return judgeByPolicy(rules, builtIn, [&] {
+    const std::string named = product != nullptr ? *product : builtIn.requiredProduct;
+    return FileVersion{named, "", ProductVersion{{most, most, most, most}}};
+  });
+}
+
+void beginConfiguration(SideBySide& checks, const std::shared_ptr<const Machine>& machine) {
+  using Findings = std::vector<Finding>;
+  checks.begin("account service", kCheckLimit, [=] { return checkSettings(*machine); });
+  checks.begin("authorities", kCheckLimit, [=]() -> Findings {
+    const std::int64_t now = secondsNow();
+    return {judgeAuthorities(readAuthorities(serviceResources(machine->service), isListChosen(), now), now)};
+  });
+  checks.begin("temp folder", kCheckLimit, [=] { return checkTemp(machine->tempFolder); });
+  checks.begin("record folder", kCheckLimit, []() -> Findings {
+    const std::string folder = recordFolderPath();
+    return {judgeRecordFolder(folder, checkRecordFolder(folder))};
+  });
+  checks.begin("policy", kCheckLimit, []() -> Findings {
+    return {checkPolicy(readPolicySettings(), readStoredPolicy(), builtInPolicy())};
+  });
+}
+
+void beginService(SideBySide& checks, const std::shared_ptr<const Machine>& machine, Network network) {
+  const auto begin = [&](const char* name, const std::function<Finding()>& check) {
+    checks.begin(name, kCheckLimit, [=]() -> std::vector<Finding> {
+      return {network == Network::Use ? check() : asWarning(check())};
+    });
+  };
+  begin("service", [=] { return judgeService(machine->service); });
+  begin("endpoint", checkEndpoint);
+}
+
+void beginNetwork(SideBySide& checks, const std::shared_ptr<const Machine>& machine) {
+  using Findings = std::vector<Finding>;
+  checks.begin("name resolution", kCheckLimit, [=]() -> Findings {
+    return {checkNames(machine->host, machine->proxy.text, machine->bypass)};
+  });
+  checks.begin("approved certificates", kCheckLimit, [=]() -> Findings {
+    const std::string list = FileUtils::certificateFileIn(serviceResources(machine->service));
+    const ListAnswer answer = askAccountService(machine->host, list);
+    return {judgeList(answer), judgeClock(answer)};
+  });
+  checks.begin("revocation", kCheckLimit, [=]() -> Findings {
+    const bool isKnown = machine->service && !machine->service->program.empty();
+    return {checkRevocation(isKnown ? machine->service->program : os::executablePath().value_or(""))};
+  });
 }
 
 }  // namespace
@@ -152,20 +230,9 @@ Finding checkCollector(const std::optional<std::string>& collector, const std::o
   return {"syslog collector", true, found, advice.empty() ? "" : advice + "; no lines are sent"};
 }
 
-Finding checkAuthorities(const std::string& resources, bool isChosen) {
-  const std::string chosen = FileUtils::join(resources, names::kChosenAuthorities.narrow);
-  const std::string path = isChosen ? chosen : FileUtils::certificateFileIn(resources);
-  int count = 0;
-  const std::string problem = problemOfList(path, count);
-  if (problem.empty())
-    return {"authorities", true, path + ": " + std::to_string(count) + " certificate(s)", ""};
-  const char* advice =
-      path == chosen ? "Choose a list again: a PEM file with certificates; nothing is approved without it"
-                     : "Install the package again: it puts the shipped list back";
-  return {"authorities", false, path + ": " + problem, advice};
-}
-
-Finding checkTempFolder(const std::string& folder) {
+Finding checkTempFolder(const std::optional<std::string>& named) {
+  if (!named) return {"temp folder", true, "not known: an administrator's rights are needed to read it", ""};
+  const std::string& folder = *named;
   if (folder.empty() || judgePath(folder) != PathKind::LocalFolder) {
     return {"temp folder", false, folder.empty() ? "none" : folder,
             "Set TMP in the service's own environment to a folder on a drive of this machine"};
@@ -183,16 +250,60 @@ Finding checkTempFolder(const std::string& folder) {
           "marks"};
 }
 
+Finding checkPolicy(const StoredSettings& stored, const StoredPolicy& rules, const UpdatePolicy& builtIn) {
+  Finding finding{"policy", true, "", ""};
+  const auto isDenied = [](const auto& value) {
+    return problemOf(value) != nullptr && problemOf(value)->isDenied;
+  };
+  const auto add = [&finding](const std::string& words) {
+    finding.found += (finding.found.empty() ? "" : "; ") + words;
+  };
+  for (std::size_t i = 0; i < stored.size(); ++i) {
+    const PolicySetting& row = policySettings()[i];
+    if (std::holds_alternative<std::monostate>(stored[i])) continue;
+    const std::string problem = policyProblem(row, stored[i]);
+    add(std::string(row.value) + (problem.empty() ? "" : ": " + problem));
+    if (problem.empty() || isDenied(stored[i])) continue;
+    finding.advice = "Set the policy anew, or delete the value";
+    finding.ok = finding.ok && !refusesEverything(row);
+  }
+  const bool isKnown =
+      !isDenied(rules.requiredProduct) && !isDenied(rules.refuseOlder) && !isDenied(rules.highestInstalled);
+  const PolicyResult best = judgeBestBundle(rules, builtIn);
+  if (finding.ok && isKnown && !best.isAllowed()) {
+    add(best.sentence());
+    finding.ok = false;
+    finding.advice = "Mend what RefuseOlder remembers, HighestInstalledVersion, or delete it";
+  }
+  if (finding.found.empty()) finding.found = "none";
+  return finding;
+}
+
+std::string hostOf(const std::string& address) {
+  const Url url(curl_url());
+  constexpr unsigned flags = CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME;
+  if (!url || curl_url_set(url.get(), CURLUPART_URL, address.c_str(), flags) != CURLUE_OK) return {};
+  std::string host = partOf(url.get(), CURLUPART_HOST).value_or("");
+  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+  return host;
+}
+
 std::vector<Finding> checkConfiguration() {
-  adoptServiceEnvironment();
-  const std::vector<Setting> settings = serviceSettings();
-  return {
-      checkAccountService(accountServiceHost(), placeOf(names::kAccountServiceHostValue.narrow, settings)),
-      checkProxyInForce(settings),
-      checkCollector(environmentVariable(names::kSyslogCollectorVariable.narrow),
-                     environmentVariable(names::kSyslogMinutesVariable.narrow), settings),
-      checkAuthorities(FileUtils::resourcesDirectory(), isListChosen()),
-      checkTempFolder(serviceTempFolder())};
+  SideBySide checks;
+  beginConfiguration(checks, lookAtMachine());
+  return checks.collect();
+}
+
+std::vector<Finding> checkMachine(Network network) {
+  // The service's settings are its account's; this user's must not steer what is worked out here.
+  Preferences::useTestStore(true);
+  initializeCurl();  // changes the environment, so before the first thread
+  const auto machine = lookAtMachine();
+  SideBySide checks;
+  beginConfiguration(checks, machine);
+  beginService(checks, machine, network);
+  if (network == Network::Use) beginNetwork(checks, machine);
+  return checks.collect();
 }
 
 }  // namespace zarn::tool

@@ -150,13 +150,13 @@ void adoptVariables() {
   adopt(service);
 }
 
-std::string serviceTempFolder() {
+std::optional<std::string> serviceTempFolder() {
   const Environments environments{.service = serviceVariables(), .machine = machineVariables()};
   for (const char* const name : {"TMP", "TEMP"}) {
     const auto folder = variableInForce(name, environments).value;
-    if (folder && !folder->empty()) return *folder;
+    if (!folder || !folder->empty()) return folder;
   }
-  return {};
+  return "";
 }
 
 }  // namespace zarn::tool

@@ -1,6 +1,7 @@
 // The environment variables that a service is started with, as the registry has them.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,8 @@ namespace zarn::tool {
 void adoptVariables();
 
 /// The temp folder that the service is given, whether it is there or not: TMP or else TEMP
-/// of its own environment or else the machine's. Empty when neither names one.
-[[nodiscard]] std::string serviceTempFolder();
+/// of its own environment or else the machine's. Empty when neither names one,
+/// nothing when this user may not know.
+[[nodiscard]] std::optional<std::string> serviceTempFolder();
 
 }  // namespace zarn::tool

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
+#include <memory>
+#include <utility>
 
 #include "os/files.h"
 #include "util/printable.h"
@@ -50,6 +52,40 @@ Result<FileEnd> readEnd(const FileUtils::HeldFolder& folder, const std::string& 
   result.bytes.resize(std::fread(result.bytes.data(), 1, result.bytes.size(), file));
   if (std::ferror(file) != 0) return lastFailure();
   return result;
+}
+
+LinesFromEnd linesFromEnd(os::ScopedFile file, std::int64_t maximumBytes) {
+  const std::int64_t size = os::seekToEnd(*file);
+  const std::shared_ptr<std::FILE> shared(std::move(file));
+  const auto read = [shared](std::int64_t offset, std::size_t bytes) -> Result<std::string> {
+    std::string block(bytes, '\0');
+    if (_fseeki64(shared.get(), offset, SEEK_SET) != 0) return lastFailure();
+    block.resize(std::fread(block.data(), 1, block.size(), shared.get()));
+    if (std::ferror(shared.get()) != 0) return lastFailure();
+    return block;
+  };
+  return {size, maximumBytes, read};
+}
+
+LinesFromEnd linesFromEnd(FileEnd end) {
+  const auto bytes = static_cast<std::int64_t>(end.bytes.size());
+  // What was cut off stands for one byte, so that its line is known to be torn.
+  const std::int64_t cut = end.isCut ? 1 : 0;
+  const auto read = [text = std::move(end.bytes), cut](std::int64_t offset, std::size_t count) {
+    return Result<std::string>(text.substr(static_cast<std::size_t>(offset - cut), count));
+  };
+  return {bytes + cut, bytes, read};
+}
+
+Result<std::string> readHead(const std::string& folder, const std::string& name, std::int64_t maximumBytes) {
+  const auto held =
+      FileUtils::HeldFolder::hold(folder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow);
+  const auto opened = held ? held->open(name, "rb") : Result<FileUtils::ScopedFile>(failure(held.error()));
+  if (!opened) return failure(opened.error());
+  std::string bytes(static_cast<std::size_t>(maximumBytes), '\0');
+  bytes.resize(std::fread(bytes.data(), 1, bytes.size(), opened->get()));
+  if (std::ferror(opened->get()) != 0) return lastFailure();
+  return bytes;
 }
 
 Result<std::vector<std::string>> filesIn(const FileUtils::HeldFolder& folder) {

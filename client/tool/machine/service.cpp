@@ -4,6 +4,7 @@
 
 #include <sddl.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -12,11 +13,13 @@
 #include <vector>
 
 #include "client/tool/machine/environment.h"
+#include "client/tool/machine/files.h"
 #include "os/handles_win.h"
 #include "os/process.h"
 #include "os/registry.h"
 #include "prefs/value_text.h"
 #include "util/file_utils.h"
+#include "util/held_folder.h"
 #include "util/path_judge.h"
 #include "util/policy_settings.h"
 #include "util/product_names.h"
@@ -29,6 +32,13 @@ constexpr wchar_t kFoldersKey[] = LR"(Software\Microsoft\Windows\CurrentVersion\
 
 /// More than any environment variable or path has.
 constexpr std::size_t kMostBytes = std::size_t{1} << 20;
+
+/// A log's first lines; those before the banner are few.
+constexpr std::int64_t kMostBannerBytes = std::int64_t{4} << 10;
+
+std::uint64_t fileTime(const FILETIME& time) {
+  return std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime;
+}
 
 // ---- The service control manager -----------------------------------------------
 
@@ -51,15 +61,80 @@ std::string stateName(DWORD state) {
   }
 }
 
+/// A structure with what it points to behind it; empty when it cannot be had. `query` is
+/// called with a buffer and its size, without one for the size alone.
+template <typename Structure, typename Query>
+class Queried {
+ public:
+  explicit Queried(const Query& query) {
+    DWORD size = 0;
+    query(nullptr, 0, &size);
+    if (size < sizeof(Structure)) return;
+    buffer_.resize(size / sizeof(std::max_align_t) + 1);
+    if (query(reinterpret_cast<BYTE*>(buffer_.data()), size, &size) == 0) buffer_.clear();
+  }
+  [[nodiscard]] const Structure* get() const {
+    return buffer_.empty() ? nullptr : reinterpret_cast<const Structure*>(buffer_.data());
+  }
+
+ private:
+  std::vector<std::max_align_t> buffer_;  // aligned for every structure
+};
+
+template <typename Structure, typename Query>
+Queried<Structure, Query> queried(const Query& query) {
+  return Queried<Structure, Query>(query);
+}
+
+std::string actionName(SC_ACTION_TYPE type) {
+  switch (type) {
+    case SC_ACTION_RESTART:
+      return "restart";
+    case SC_ACTION_REBOOT:
+      return "reboot";
+    case SC_ACTION_RUN_COMMAND:
+      return "program";
+    default:
+      return "nothing";
+  }
+}
+
+/// Nothing under systems that do not tell.
+std::optional<Recovery> readRecovery(SC_HANDLE service) {
+  const auto actions = queried<SERVICE_FAILURE_ACTIONSW>([&](BYTE* buffer, DWORD size, DWORD* needed) {
+    return QueryServiceConfig2W(service, SERVICE_CONFIG_FAILURE_ACTIONS, buffer, size, needed);
+  });
+  if (actions.get() == nullptr) return std::nullopt;
+  Recovery recovery;
+  recovery.resetSeconds = actions.get()->dwResetPeriod;
+  for (DWORD i = 0; actions.get()->lpsaActions != nullptr && i < actions.get()->cActions; ++i) {
+    const SC_ACTION& action = actions.get()->lpsaActions[i];
+    recovery.steps.push_back({actionName(action.Type), action.Delay});
+  }
+  return recovery;
+}
+
+/// In the words of the package's START.
+std::string startName(SC_HANDLE service, DWORD type) {
+  if (type == SERVICE_DEMAND_START) return "demand";
+  if (type == SERVICE_DISABLED) return "disabled";
+  if (type != SERVICE_AUTO_START) return {};
+  SERVICE_DELAYED_AUTO_START_INFO delayed{};
+  DWORD size = 0;
+  const bool isKnown = QueryServiceConfig2W(service, SERVICE_CONFIG_DELAYED_AUTO_START_INFO,
+                                            reinterpret_cast<BYTE*>(&delayed), sizeof(delayed), &size) != 0;
+  return isKnown && delayed.fDelayedAutostart != 0 ? "delayed-auto" : "auto";
+}
+
 /// Leaves the facts empty that cannot be had.
 void readConfiguration(SC_HANDLE service, ServiceFacts& facts) {
-  DWORD size = 0;
-  QueryServiceConfigW(service, nullptr, 0, &size);
-  if (size < sizeof(QUERY_SERVICE_CONFIGW)) return;
-  // The structure's texts lie behind it, so the buffer is larger and aligned for it.
-  std::vector<std::max_align_t> buffer(size / sizeof(std::max_align_t) + 1);
-  auto* const config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer.data());
-  if (QueryServiceConfigW(service, config, size, &size) == 0) return;
+  facts.recovery = readRecovery(service);
+  const auto read = queried<QUERY_SERVICE_CONFIGW>([&](BYTE* buffer, DWORD size, DWORD* needed) {
+    return QueryServiceConfigW(service, reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer), size, needed);
+  });
+  const QUERY_SERVICE_CONFIGW* const config = read.get();
+  if (config == nullptr) return;
+  facts.start = startName(service, config->dwStartType);
   if (config->lpBinaryPathName != nullptr) {
     facts.program = programOfCommandLine(StringUtils::utf16to8(config->lpBinaryPathName));
   }
@@ -134,12 +209,22 @@ std::string localSystemData() {
   return StringUtils::utf16to8(system + LR"(\config\systemprofile\AppData\Local)");
 }
 
+/// The folder's real name when it has logs of the service; empty otherwise.
+std::string folderWithLogs(const std::string& folder) {
+  const auto held =
+      FileUtils::HeldFolder::hold(folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
+  if (!held) return {};
+  const auto files = filesIn(*held);
+  const auto isLog = [](const std::string& name) { return isServiceLogName(std::string_view(name)); };
+  return files && std::ranges::any_of(*files, isLog) ? held->path() : std::string();
+}
+
 /// When the service last wrote its log there; 0 for never.
 std::uint64_t lastWritten(const std::string& folder) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
   const auto log = FileUtils::toPath(FileUtils::join(folder, names::kCurrentLog.narrow));
   if (GetFileAttributesExW(log.c_str(), GetFileExInfoStandard, &data) == 0) return 0;
-  return std::uint64_t{data.ftLastWriteTime.dwHighDateTime} << 32U | data.ftLastWriteTime.dwLowDateTime;
+  return fileTime(data.ftLastWriteTime);
 }
 
 }  // namespace
@@ -172,6 +257,26 @@ void adoptServiceEnvironment() {
   if (!policy) throw std::runtime_error("the policy's settings could not be applied");
 }
 
+std::optional<std::uint64_t> processStart(std::uint32_t processId) {
+  const KernelHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+  FILETIME start{}, other{};
+  if (!process || GetProcessTimes(process.get(), &start, &other, &other, &other) == 0) return std::nullopt;
+  return fileTime(start);
+}
+
+std::optional<std::string> versionRunning(const ServiceFacts& service, const std::string& logs) {
+  const auto start = service.running ? processStart(service.processId) : std::nullopt;
+  if (!start || lastWritten(logs) < *start) return std::nullopt;
+  const auto head = readHead(logs, names::kCurrentLog.narrow, kMostBannerBytes);
+  return head ? versionOfBanner(*head) : std::nullopt;
+}
+
+std::string serviceResources(const Result<ServiceFacts>& service) {
+  if (!service || service->program.empty()) return FileUtils::resourcesDirectory();
+  const auto folder = FileUtils::toPath(service->program).parent_path();
+  return FileUtils::join(FileUtils::toUtf8(folder), names::kResources.narrow);
+}
+
 std::wstring serviceAccountKey() {
   const auto service = queryService();
   return StringUtils::utf8to16(identifierOf(service ? service->account : "")) + L"\\";
@@ -196,6 +301,21 @@ std::vector<std::string> applicationDataFolders() {
   add(registryText(HKEY_USERS, user + kFoldersKey, L"Local AppData").value_or(""));
   add(localSystemData());
   add(FileUtils::applicationDataDirectory(false, false));
+  return result;
+}
+
+std::vector<std::string> earlierLogFolders(const std::string& current) {
+  // By their real names: two paths may lead to one folder.
+  std::vector<std::string> seen = {folderWithLogs(current)};
+  std::vector<std::string> result;
+  for (const std::string& data : applicationDataFolders()) {
+    const std::string folder =
+        FileUtils::join(FileUtils::join(data, names::kProductFolder.narrow), names::kLogs.narrow);
+    std::string real = folderWithLogs(folder);
+    if (real.empty() || std::ranges::find(seen, real) != seen.end()) continue;
+    seen.push_back(std::move(real));
+    result.push_back(folder);
+  }
   return result;
 }
 

@@ -2,6 +2,8 @@
 // and its folders.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,17 @@ namespace zarn::tool {
 /// threads read the environment.
 void adoptServiceEnvironment();
 
+/// When a process started, in the units of FILETIME; nothing when that cannot be told, as by
+/// who may not look at it.
+[[nodiscard]] std::optional<std::uint64_t> processStart(std::uint32_t processId);
+
+/// The version that a running service wrote into its log in the folder `logs`; nothing when it
+/// does not run, or the log is older than its process or cannot be read.
+[[nodiscard]] std::optional<std::string> versionRunning(const ServiceFacts& service, const std::string& logs);
+
+/// "Resources" beside the service's program; beside this one when there is no service.
+[[nodiscard]] std::string serviceResources(const Result<ServiceFacts>& service);
+
 /// The part of HKEY_USERS that the service's account has, with its backslash.
 [[nodiscard]] std::wstring serviceAccountKey();
 
@@ -33,5 +46,10 @@ void adoptServiceEnvironment();
 /// user, whichever has the service's newest log; its account's when neither has
 /// one. `given`, when not empty, is the answer. Adopts the service's environment.
 [[nodiscard]] std::string serviceLogFolder(const std::string& given);
+
+/// Logs folders in which logs of the service still lie, other than `current`, which it writes
+/// to: those that applicationDataFolders() names, each once. What this user may not look into
+/// is left out. Adopts the service's environment.
+[[nodiscard]] std::vector<std::string> earlierLogFolders(const std::string& current);
 
 }  // namespace zarn::tool

@@ -9,7 +9,6 @@
 #include "client/tool/machine/environment.h"
 #include "client/tool/machine/service.h"
 #include "log/log.h"
-#include "os/handles_win.h"
 #include "os/registry.h"
 #include "os/text.h"
 #include "prefs/test_preferences.h"
@@ -56,14 +55,6 @@ Setting levelByPreferences(const Environments& environments) {
   return level;
 }
 
-/// In the units of FILETIME.
-std::optional<std::uint64_t> startOf(std::uint32_t processId) {
-  const KernelHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
-  FILETIME start{}, other{};
-  if (!process || GetProcessTimes(process.get(), &start, &other, &other, &other) == 0) return std::nullopt;
-  return std::uint64_t{start.dwHighDateTime} << 32U | start.dwLowDateTime;
-}
-
 /// 0 of a key that is not there.
 std::optional<std::uint64_t> timeOf(const std::wstring& path) {
   const auto key = os::openRegistryKey(HKEY_LOCAL_MACHINE, path.c_str(), KEY_QUERY_VALUE);
@@ -82,7 +73,7 @@ std::optional<bool> settingsChangedSinceStart(std::uint32_t processId) {
   std::vector<std::optional<std::uint64_t>> written;
   written.reserve(keys.size());
   for (const std::wstring& key : keys) written.push_back(timeOf(key));
-  return changedSince(startOf(processId), written);
+  return changedSince(processStart(processId), written);
 }
 
 std::vector<Setting> serviceSettings() {

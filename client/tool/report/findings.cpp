@@ -15,6 +15,10 @@ const char* resultOfCheck(const Finding& finding) {
 
 }  // namespace
 
+std::string foundAndAdvised(const Finding& finding) {
+  return finding.advice.empty() ? finding.found : clause(finding.found) + ". Next: " + finding.advice;
+}
+
 Answer doctorAnswer(const std::vector<Finding>& findings) {
   Answer answer;
   answer.exitCode = std::ranges::all_of(findings, &Finding::ok) ? ExitCode::Success : ExitCode::Refused;
@@ -23,8 +27,7 @@ Answer doctorAnswer(const std::vector<Finding>& findings) {
   for (const Finding& finding : findings) {
     const auto& [name, ok, found, advice] = finding;
     answer.json["checks"].push_back({{"name", name}, {"ok", ok}, {"found", found}, {"advice", advice}});
-    const std::string next = advice.empty() ? "" : ". Next: " + printable(advice);
-    rows.push_back({printable(name), resultOfCheck(finding), printable(found) + next});
+    rows.push_back({printable(name), resultOfCheck(finding), printable(foundAndAdvised(finding))});
   }
   answer.text = table({"CHECK", "RESULT", "FOUND"}, rows);
   return answer;

@@ -18,6 +18,9 @@ struct Finding {
   std::string advice;
 };
 
+/// "not there. Next: Make it", not yet fit to be shown.
+[[nodiscard]] std::string foundAndAdvised(const Finding& finding);
+
 [[nodiscard]] Answer doctorAnswer(const std::vector<Finding>& findings);
 
 }  // namespace zarn::tool

@@ -36,6 +36,15 @@ std::string problemInWords(const Unreadable& problem) {
   return problem.isDenied ? kRightsAreMissing : "it cannot be read: " + problem.reason;
 }
 
+std::string inWords(const Setting& setting) {
+  std::string value = setting.value.value_or(setting.source ? "unusable" : "unknown");
+  if (value.empty()) value = "none";
+  std::string result = printable(value);
+  if (setting.source) result += std::string(" (") + wordsOf(*setting.source).text + ")";
+  if (!setting.problem.empty()) result += ": " + setting.problem;
+  return result;
+}
+
 /// Whether the policy has a value whose variable stands alone, without this one.
 bool isCleared(std::string_view variable, const StoredSettings& policy) {
   for (std::size_t i = 0; i < policy.size(); ++i) {
@@ -139,17 +148,18 @@ std::optional<bool> changedSince(const std::optional<std::uint64_t>& start,
   return isKnown ? std::optional(false) : std::nullopt;
 }
 
+std::string settingInWords(const std::string& name, const std::vector<Setting>& settings) {
+  const auto found = std::ranges::find(settings, name, &Setting::name);
+  return found == settings.end() ? "unknown" : inWords(*found);
+}
+
 std::string settingsText(const std::vector<Setting>& settings) {
   std::size_t width = 0;
   for (const Setting& setting : settings) width = std::max(width, setting.name.size());
   std::string result;
   for (const Setting& setting : settings) {
     if (!result.empty()) result += '\n';
-    std::string value = setting.value.value_or(setting.source ? "unusable" : "unknown");
-    if (value.empty()) value = "none";
-    result += setting.name + std::string(width + 2 - setting.name.size(), ' ') + printable(value);
-    if (setting.source) result += std::string(" (") + wordsOf(*setting.source).text + ")";
-    if (!setting.problem.empty()) result += ": " + setting.problem;
+    result += setting.name + std::string(width + 2 - setting.name.size(), ' ') + inWords(setting);
   }
   return result;
 }

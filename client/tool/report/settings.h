@@ -67,6 +67,9 @@ struct Environments {
 [[nodiscard]] std::optional<bool> changedSince(const std::optional<std::uint64_t>& start,
                                                const std::vector<std::optional<std::uint64_t>>& written);
 
+/// "h:2 (policy)", printable, with the problem behind it; "unknown" when there is no such setting.
+[[nodiscard]] std::string settingInWords(const std::string& name, const std::vector<Setting>& settings);
+
 /// A line each, and an array of objects.
 [[nodiscard]] std::string settingsText(const std::vector<Setting>& settings);
 [[nodiscard]] Json settingsArray(const std::vector<Setting>& settings);

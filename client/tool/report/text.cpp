@@ -42,6 +42,12 @@ std::string sentence(std::string_view text) {
   return result;
 }
 
+std::string clause(std::string text) {
+  trimEnd(text);
+  if (text.ends_with('.')) text.pop_back();
+  return text;
+}
+
 std::string fields(const std::vector<std::pair<std::string, std::string>>& rows) {
   constexpr std::size_t column = 16;
   std::string result;

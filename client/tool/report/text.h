@@ -12,6 +12,10 @@ namespace zarn::tool {
 /// `text` on one line and ending in a full stop.
 [[nodiscard]] std::string sentence(std::string_view text);
 
+/// `text` without the full stop that the system's texts for errors have at their end, so that
+/// more can follow.
+[[nodiscard]] std::string clause(std::string text);
+
 /// "name:" and value a line, the values in the same column in every text of this
 /// tool; values of several lines keep to it.
 [[nodiscard]] std::string fields(const std::vector<std::pair<std::string, std::string>>& rows);

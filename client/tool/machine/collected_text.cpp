@@ -1,0 +1,69 @@
+#include "client/tool/machine/collected_text.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "client/tool/machine/files.h"
+#include "log/token_scrubber.h"
+#include "os/files.h"
+#include "util/string_utils.h"
+
+namespace zarn::tool {
+namespace {
+
+constexpr std::string_view kUtf16Mark = "\xff\xfe";
+
+/// Names and passwords in the addresses of a line. Where an address ends is not known when a
+/// password has signs of its own, so all up to the last "@" before a blank is one.
+void maskSignIns(std::string& line) {
+  constexpr std::string_view separator = "://";
+  constexpr std::string_view mask = "***";
+  for (std::size_t at = 0; (at = line.find(separator, at)) != std::string::npos;) {
+    at += separator.size();
+    const std::size_t end = std::min(line.find_first_of(" \t\"'<>", at), line.size());
+    const std::size_t sign = std::string_view(line).substr(0, end).rfind('@');
+    if (sign != std::string::npos && sign >= at) line.replace(at, sign - at, mask);
+  }
+}
+
+std::string utf8OfUtf16(std::string_view bytes) {
+  std::wstring text(bytes.size() / sizeof(wchar_t), L'\0');
+  std::memcpy(text.data(), bytes.data(), text.size() * sizeof(wchar_t));
+  std::ranges::replace(text, L'\0', L' ');  // which would end the text
+  return StringUtils::utf16to8(text);
+}
+
+}  // namespace
+
+std::string masked(std::string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    std::string line(text.substr(0, end));
+    scrubTokens(line, false);
+    maskSignIns(line);
+    result += line;
+    if (end < text.size()) result += '\n';
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return result;
+}
+
+Result<std::string> readLogText(const FileUtils::HeldFolder& folder, const std::string& name,
+                                std::int64_t maximumBytes) {
+  const auto file = folder.open(name, "rb");
+  if (!file) return failure(file.error());
+  std::string mark(kUtf16Mark.size(), '\0');
+  mark.resize(std::fread(mark.data(), 1, mark.size(), file->get()));
+  auto end = readEnd(folder, name, maximumBytes & ~std::int64_t{1});
+  if (!end) return failure(end.error());
+  std::string_view bytes = end->bytes;
+  const bool isUtf16 = mark == kUtf16Mark;
+  if (isUtf16 && !end->isCut) bytes.remove_prefix(kUtf16Mark.size());
+  std::string text = isUtf16 ? utf8OfUtf16(bytes) : std::string(bytes);
+  return end->isCut ? "... (the beginning is left out)\n" + text : std::move(text);
+}
+
+}  // namespace zarn::tool
