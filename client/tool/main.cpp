@@ -69,6 +69,7 @@ Answer run(Verb verb, const Arguments& arguments) {
 /// Whatever goes wrong, the caller gets an exit code of ours and a sentence: a script must
 /// be able to tell a refusal from a tool that broke down.
 Answer runGuarded(const Invocation& invocation) {
+  if (invocation.arguments.json) Interruption::answerInJson(invocation.command->name);
   const Interruption interruption("Interrupted.");
   try {
     return run(invocation.command->verb, invocation.arguments);

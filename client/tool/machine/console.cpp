@@ -54,10 +54,15 @@ std::size_t columnsOf(Stream stream) noexcept {
 /// What an interruption says; null while nobody wants to hear of one. The system calls
 /// the handler on a thread of its own.
 std::atomic<const char*> currentSentence{nullptr};
+/// For whom JSON is wanted; null otherwise.
+std::atomic<const char*> jsonCommand{nullptr};
 
 BOOL WINAPI interrupted(DWORD) noexcept {
   const char* const sentence = currentSentence.load();
   if (sentence == nullptr) return FALSE;
+  if (const char* const command = jsonCommand.load()) {
+    static_cast<void>(write(Stream::Output, jsonText(failed(ExitCode::Interrupted, sentence), command)));
+  }
   static_cast<void>(write(Stream::Error, std::string("\nzarn-update: ") + sentence + "\n"));
   // The call to the service goes on in another thread, which nothing can end in an orderly way.
   TerminateProcess(GetCurrentProcess(), static_cast<UINT>(ExitCode::Interrupted));
@@ -97,6 +102,10 @@ void ProgressLine::show(std::string_view text) {
 void ProgressLine::clear() {
   if (!shown_.empty()) static_cast<void>(write(Stream::Error, "\r" + std::string(shown_.size(), ' ') + "\r"));
   shown_.clear();
+}
+
+void Interruption::answerInJson(const char* command) noexcept {
+  jsonCommand.store(command);
 }
 
 Interruption::Interruption(const char* sentence) noexcept : former_(currentSentence.exchange(sentence)) {

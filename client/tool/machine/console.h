@@ -37,9 +37,14 @@ class ProgressLine {
 
 /// While it lives, Ctrl+C, Ctrl+Break and the closing of the console window write
 /// `sentence` to standard error and end the process with ExitCode::Interrupted. Of
-/// several the newest speaks; `sentence` is a literal.
+/// several the newest speaks; `sentence` is a literal. Nothing is written to standard
+/// output meanwhile.
 class Interruption {
  public:
+  /// From now on an interruption also answers on standard output, with the JSON object of
+  /// `command`, a literal. Before the first Interruption.
+  static void answerInJson(const char* command) noexcept;
+
   explicit Interruption(const char* sentence) noexcept;
   Interruption(const Interruption&) = delete;
   Interruption& operator=(const Interruption&) = delete;

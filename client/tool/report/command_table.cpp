@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include "client/tool/report/command_line.h"
 #include "client/tool/report/moments.h"
@@ -185,10 +186,9 @@ bool knows(const Command& command, Option option) noexcept {
 
 std::string usageOf(const Command& command) {
   const Argument& argument = command.argument;
-  const std::string name = command.name;
-  if (argument.kind == Argument::Kind::None) return name;
-  return name +
-         (argument.isOptional ? " [" + std::string(argument.name) + "]" : " " + std::string(argument.name));
+  if (argument.kind == Argument::Kind::None) return command.name;
+  const auto [before, after] = argument.isOptional ? std::pair(" [", "]") : std::pair(" ", "");
+  return std::string(command.name) + before + argument.name + after;
 }
 
 std::string usageOf(const OptionFacts& option) {
