@@ -19,13 +19,15 @@ namespace zarn::tool {
 namespace {
 
 ExitCode deliver(const Answer& answer, const std::string& command, bool json) {
-  const auto written = write(Stream::Output, json ? jsonText(answer, command) : answer.text);
+  const Reader reader = isTerminal(Stream::Output) ? Reader::Person : Reader::Program;
+  const auto written = write(Stream::Output, json ? jsonText(answer, command, reader) : answer.text);
   const auto complain = [](const std::string& sentence) {
     // When this stream fails, too, nobody is left to be told.
     static_cast<void>(write(Stream::Error, "zarn-update: " + sentence + "\n"));
   };
   if (!answer.error.empty()) complain(answer.error);
-  if (written) return answer.exitCode;
+  // As with `zarn-update history | more`: who stops reading has got what was wanted.
+  if (written || isReaderGone(written.error())) return answer.exitCode;
   complain(sentence("The output could not be written: " + systemErrorPhrase(written.error())));
   return answer.exitCode == ExitCode::Success ? ExitCode::LocalFailure : answer.exitCode;
 }
@@ -54,6 +56,8 @@ Answer run(Verb verb, const Arguments& arguments) {
       return runDoctor(arguments);
     case Verb::PurgeLogs:
       return runPurgeLogs(arguments);
+    case Verb::Completion:
+      return completionAnswer();
     case Verb::Version:
       return versionAnswer();
     case Verb::Help:
@@ -65,6 +69,7 @@ Answer run(Verb verb, const Arguments& arguments) {
 /// Whatever goes wrong, the caller gets an exit code of ours and a sentence: a script must
 /// be able to tell a refusal from a tool that broke down.
 Answer runGuarded(const Invocation& invocation) {
+  if (invocation.arguments.json) Interruption::answerInJson(invocation.command->name);
   const Interruption interruption("Interrupted.");
   try {
     return run(invocation.command->verb, invocation.arguments);

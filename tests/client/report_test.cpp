@@ -1,11 +1,15 @@
 // What zarn-update says. No part of this calls anybody or looks at the machine; only the
 // system's words for errors, which every system has its own, are left out.
+#include <map>
+#include <regex>
+
 #include "client/tool/report/checks.h"
 #include "client/tool/report/command_line.h"
 #include "client/tool/report/explanations.h"
 #include "client/tool/report/findings.h"
 #include "client/tool/report/health.h"
 #include "client/tool/report/outcome.h"
+#include "client/tool/report/progress.h"
 #include "client/tool/report/text.h"
 #include "client/tool/report/verification_report.h"
 #include "client/tool/report/waiting.h"
@@ -22,9 +26,12 @@ using client::CallFailure;
 /// Collects answers in full, to be compared with a file that people have read.
 struct Transcript {
   std::string text;
+  /// Of each command, which is the first word of what is added, the keys of its own.
+  std::map<std::string, std::set<std::string>> keys;
 
   void add(const std::string& what, Answer answer) {
     answer.text.erase(std::min(answer.text.find("\n  Windows says:"), answer.text.size()));
+    for (const auto& [key, value] : answer.json.items()) keys[what.substr(0, what.find(' '))].insert(key);
     answer.json.erase("systemText");
     text += "==== " + what + ": " + std::to_string(static_cast<int>(answer.exitCode)) + "\n" + answer.text;
     if (!answer.error.empty()) text += "error: " + answer.error + "\n";
@@ -46,6 +53,11 @@ struct Transcript {
     EXPECT_EQ(text, readFile(ZARN_SOURCE "/tests/client/" + file));
   }
 };
+
+std::set<std::string> keysOf(const std::string& command) {
+  const auto keys = jsonKeysOf(command);
+  return {keys.begin(), keys.end()};
+}
 
 TEST(CommandLine, HasItsHelpAndIsRefusedInOneSentence) {
   Transcript said;
@@ -107,8 +119,9 @@ TEST(CommandLine, HasItsHelpAndIsRefusedInOneSentence) {
                            " wait -1",
                            " wait 1s",
                            " wait 1 2",
-                           " check a \x1b[2J\n"})
+                           " status \x1b[2J\n"})
     said.addCommandLine(line);
+  said.text += completionAnswer().text;
   said.addCommandLine(" install " + std::string(70, 'a') + " --" + std::string(70, 'b'));
   said.expect("help.txt");
   const auto read = std::get<Invocation>(readCommandLine({"explain", "-2146762496", "--json"}));
@@ -167,7 +180,7 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   Transcript said;
   for (const char* code : {"0", "30004", "-2147024891", "0XC0000005", "3221225786", "-2147483649",
                            "4294967296", "-0x1", "0x", "0x-1", "", "-", "--1", "5 ", "+5", "five"})
-    said.add(code, explanationAnswer(code));
+    said.add("explain " + std::string(code), explanationAnswer(code));
   // The installer's exit code is shown where one ran.
   const std::pair<int, int> outcomes[] = {{0, 0},        {30000, 3010}, {30001, 1641},
                                           {30002, 1603}, {30002, 0},    {30003, 30003},
@@ -177,9 +190,9 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
     said.add("check", checkAnswer("b\x1b", Status{status}));
   }
   for (const auto& service : {kRunning, kStopped, kAbsent, Result<ServiceFacts>(failure(5))})
-    said.add("not running", noAnswer({CallFailure::NotRunning, 1722}, service));
+    said.add("install without answer", noAnswer({CallFailure::NotRunning, 1722}, service));
   for (const auto failure : {CallFailure::Refused, CallFailure::Interrupted, CallFailure::InvalidPath})
-    said.add("no answer", noAnswer({failure, 9}, kRunning));
+    said.add("check without answer", noAnswer({failure, 9}, kRunning));
   said.add("set-app-data", setAppDataAnswer(""));
   said.add("set-app-data", setAppDataAnswer("C:\\d\x1b"));
 
@@ -190,7 +203,7 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   const RecordSource source{"F", {}, true};
   said.add("history", historyAnswer(source, "F/x", history, 0));
   history.isCut = true;
-  said.add("the newest", historyAnswer(source, "F/x", history, 1));
+  said.add("history --last 1", historyAnswer(source, "F/x", history, 1));
   // Of each source one, and what cannot be read or used.
   const Stored<std::string> none;
   const Variables service{{"Https_Proxy", ""}, {"ZARN_MEDIA_SERVER_LOG_LEVEL", "trace"}},
@@ -204,8 +217,8 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   said.add("status", statusAnswer({kStopped, "1.0", "L", false, failure(2), {}, false}));
   said.add("status", statusAnswer({kAbsent, "", "", false, failure(kFolderNotTrusted)}));
   history.unread = SystemError(kFolderNotTrusted);
-  said.add("unread history", historyAnswer(source, "F/x", history, 0));
-  said.add("no history", historyAnswer({"F", {}, false}, "F/x", failure(2), 0));
+  said.add("history unread", historyAnswer(source, "F/x", history, 0));
+  said.add("history of nothing", historyAnswer({"F", {}, false}, "F/x", failure(2), 0));
 
   const InstallUnderWay installing{"2026-11-21T10:15:00.007Z", 7, "C:\\b\x1b"};
   said.add("wait", waitAnswer(std::nullopt, 5ms));
@@ -228,8 +241,12 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   report.signatureHolds = true;
   report.profile = {3, true};
   said.add("verify", verificationAnswer("b", report));
-  said.text += jsonText(failed(ExitCode::Refused, "\xff"), "c");
+  said.add("set-app-data without answer", noAnswer({CallFailure::Refused, 5}, kRunning));
+  for (const Reader reader : {Reader::Program, Reader::Person})
+    said.text += jsonText(failed(ExitCode::Refused, "\xff\xc3\xa4"), "wait", reader);
   said.expect("answers.txt");
+  for (const auto& [command, keys] : said.keys)
+    EXPECT_EQ(keys, keysOf(command)) << command << " answers with other keys than jsonKeysOf() has";
 }
 
 TEST(Status, ShowsTheMachineAndIsOneLineForMonitoring) {
@@ -336,6 +353,12 @@ TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {
   EXPECT_EQ(kept, "yes no no yes yes no no yes no no no yes ");
 }
 
+TEST(Progress, IsInWholeSecondsAndSaysInTimeThatItMayBeLeft) {
+  EXPECT_EQ(installingText(9'999ms, "running"), "Installing for 9 s; the service is running");
+  EXPECT_EQ(waitingText(725s),
+            "An update is being installed; waited 12 min 05 s; Ctrl+C ends only this wait");
+}
+
 TEST(Answers, OfOtherFailuresHaveTheSystemsWordsAndSizesTheirUnit) {
   EXPECT_THAT(noAnswer({CallFailure::Other, 9}, kRunning).error, HasSubstr("RPC status 9, "));
   EXPECT_EQ(waitAnswer(failure(5), {}).exitCode, ExitCode::LocalFailure) << "nobody knows";
@@ -358,15 +381,27 @@ TEST(History, IsMergedByTimeWithoutSorting) {
   EXPECT_EQ(order + std::to_string(merged.skipped), "1224353") << "the line that was cut is no torn one";
 }
 
-/// The first line of the manual that begins so; empty when there is none.
-std::string manualLine(const std::string& beginning) {
+/// What the manual says in the row or list item that begins so, up to the next; empty when there is none.
+std::string manualRow(const std::string& beginning) {
   static const std::string manual = "\n" + readFile(ZARN_SOURCE "/docs/zarn-update.md");
   const std::size_t begin = manual.find("\n" + beginning);
-  EXPECT_NE(begin, std::string::npos) << "docs/zarn-update.md has no line that begins with " << beginning;
-  return begin == std::string::npos ? "" : manual.substr(begin + 1, manual.find('\n', begin + 1) - begin - 1);
+  EXPECT_NE(begin, std::string::npos) << "docs/zarn-update.md has nothing that begins with " << beginning;
+  if (begin == std::string::npos) return "";
+  const std::string rest = manual.substr(begin + 1 + beginning.size());
+  return rest.substr(0, std::min({rest.find("\n| "), rest.find("\n- "), rest.find("\n\n")}));
 }
 
-TEST(Documentation, HasARowForEveryExitCodeCommandAndOption) {
+/// What stands between backticks, but not in parentheses.
+std::set<std::string> namesIn(const std::string& text) {
+  std::set<std::string> names;
+  const std::string bare = std::regex_replace(text, std::regex("\\([^)]*\\)"), "");
+  const std::regex name("`([^`]*)`");
+  for (std::sregex_iterator found(bare.begin(), bare.end(), name), end; found != end; ++found)
+    names.insert((*found)[1]);
+  return names;
+}
+
+TEST(Documentation, HasARowForEveryExitCodeCommandOptionAndKey) {
   const std::string deploying = readFile(ZARN_SOURCE "/docs/operations.md");
   const std::string help = readFile(ZARN_SOURCE "/tests/client/help.txt");
   for (const CodeTable& table : codeTables())
@@ -376,16 +411,17 @@ TEST(Documentation, HasARowForEveryExitCodeCommandAndOption) {
         EXPECT_THAT(deploying, HasSubstr("\n| " + code + " |"));
       }
       if (table.kind != CodeKind::ToolExit) continue;
-      manualLine("| " + code + " |");
+      manualRow("| " + code + " |");
       EXPECT_THAT(help, HasSubstr("\n  " + code + "  "));
     }
   for (const Command& command : commands()) {
-    const std::string row = manualLine("| `" + usageOf(command) + "` |");
-    for (const OptionFacts& option : options()) {
-      const bool isSaid = row.find("`" + usageOf(option) + "`") != std::string::npos;
-      EXPECT_EQ(isSaid, option.option != Option::AsJson && knows(command, option.option))
+    const auto said = namesIn(manualRow("| `" + usageOf(command) + "` |"));
+    for (const OptionFacts& option : options())
+      EXPECT_EQ(said.contains(usageOf(option)),
+                option.option != Option::AsJson && knows(command, option.option))
           << command.name << " and " << option.name;
-    }
+    EXPECT_EQ(namesIn(manualRow("- `" + std::string(command.name) + "`:")), keysOf(command.name))
+        << command.name;
   }
 }
 

@@ -12,6 +12,7 @@
 #include "update/interface/update_interface.h"
 #include "update/record_folder.h"
 #include "util/product_names.h"
+#include "util/product_version.h"
 
 namespace zarn::testing {
 namespace {
@@ -26,8 +27,10 @@ Json json(Lines arguments, int exitCode) {
   const ProgramRun result = run(arguments);
   const Json object = Json::parse(result.output, nullptr, false);
   EXPECT_TRUE(object.is_object() && object.value("command", "") == arguments[0] &&
-              object.value("exitCode", -1) == exitCode && result.exitCode == static_cast<DWORD>(exitCode))
+              object.value("exitCode", -1) == exitCode && result.exitCode == static_cast<DWORD>(exitCode) &&
+              object.size() == 4 + tool::jsonKeysOf(arguments[0]).size())
       << result.exitCode << result.output << result.error;
+  EXPECT_TRUE(std::ranges::all_of(result.output, [](char c) { return c > 0; })) << "ASCII, as nobody watches";
   return object.is_object() ? object : Json::object();
 }
 
@@ -121,6 +124,29 @@ TEST(Tool, AnswersWhatCannotBeDoneInOneSentenceAndOverwritesNothing) {
   for (const auto& [arguments, exitCode, part] : cases) expectSentence(arguments, exitCode, part);
   EXPECT_EQ(filesIn(directory.path()), before);
   FileUtils::deleteFile(record);
+}
+
+TEST(Tool, EndsQuietlyWhenNobodyReadsOn) {
+  SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
+  HANDLE readEnd{}, writeEnd{};
+  ASSERT_TRUE(CreatePipe(&readEnd, &writeEnd, &inherited, 0));
+  CloseHandle(readEnd);
+  const KernelHandle owner(writeEnd);
+  for (const auto& [command, exitCode] : {std::pair{"help", 0U}, {"status", 3U}}) {
+    const ProgramRun ended = runProgram(ZARN_TOOL, {command}, writeEnd);
+    EXPECT_EQ(ended.exitCode, exitCode) << command;
+    EXPECT_EQ(ended.error, "") << command;
+  }
+}
+
+TEST(Tool, AnswersInformationAndMistakesToScriptsToo) {
+  EXPECT_EQ(json({"version"}, 0)["version"], kVersion);
+  EXPECT_THAT(json({"help", "wait"}, 0)["text"].get<std::string>(), HasSubstr("wait [SECONDS]"));
+  EXPECT_EQ(json({"install", "a", "b"}, 2)["bundle"], nullptr);
+  const ProgramRun bare = run({});
+  EXPECT_EQ(bare.exitCode, 2U);
+  EXPECT_THAT(bare.output, HasSubstr("Usage: zarn-update COMMAND"));
+  EXPECT_EQ(bare.error, "");
 }
 
 TEST(Tool, KnowsOfNoUpdateOnlyWhereNoneCanBe) {

@@ -17,7 +17,9 @@ struct ProgramRun {
 };
 
 /// Waits for the program's end. No argument may have quotation marks or end in a backslash.
-inline ProgramRun runProgram(const std::string& program, const std::vector<std::string>& arguments) {
+/// What goes to `elsewhere`, an inheritable handle, is not kept.
+inline ProgramRun runProgram(const std::string& program, const std::vector<std::string>& arguments,
+                             HANDLE elsewhere = nullptr) {
   const TempDirectory said;
   const auto inheritedFile = [&](const char* name) {
     SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
@@ -28,7 +30,7 @@ inline ProgramRun runProgram(const std::string& program, const std::vector<std::
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdOutput = output.get();
+  startup.hStdOutput = elsewhere != nullptr ? elsewhere : output.get();
   startup.hStdError = error.get();
   std::string commandLine = "\"" + program + "\"";
   for (const auto& argument : arguments) commandLine.append(" \"").append(argument).append("\"");

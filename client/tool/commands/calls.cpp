@@ -7,7 +7,7 @@
 #include "client/tool/machine/files.h"
 #include "client/tool/machine/service.h"
 #include "client/tool/report/outcome.h"
-#include "client/tool/report/text.h"
+#include "client/tool/report/progress.h"
 #include "util/string_utils.h"
 
 namespace zarn::tool {
@@ -16,15 +16,18 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds kProgressInterval(250);
+constexpr std::chrono::seconds kSecond(1);
 
-/// In whole seconds, so that the line does not flicker. The service's state tells a long
-/// installation from a service that has gone.
-std::string progressText(milliseconds elapsed) {
-  const auto service = queryService();
-  const auto wholeSeconds = std::chrono::floor<std::chrono::seconds>(elapsed);
-  return "Installing, " + duration(milliseconds(wholeSeconds).count()) + " so far; the service is " +
-         (service ? service->state : "unknown");
+/// Shows once a second that the call goes on, which takes minutes; asks nobody when nobody watches.
+template <typename Call, typename Elapsed>
+void showProgress(const Call& call, Clock::time_point begin, const Elapsed& elapsed) {
+  ProgressLine progress;
+  if (!progress.isWatched()) return;
+  for (auto next = begin + kSecond; call.wait_until(next) != std::future_status::ready; next += kSecond) {
+    const auto service = queryService();
+    progress.show(installingText(elapsed(), service ? service->state : "unknown"));
+  }
+  progress.clear();
 }
 
 }  // namespace
@@ -44,13 +47,8 @@ Answer runInstall(const Arguments& arguments) {
   const auto begin = Clock::now();
   const auto elapsed = [&] { return std::chrono::duration_cast<milliseconds>(Clock::now() - begin); };
   const Interruption interruption("Interrupted; the service goes on with the installation.");
-  // The call blocks for minutes; this thread shows that it goes on.
   auto call = std::async(std::launch::async, [&] { return client::UpdateClient().install(bundle); });
-  ProgressLine progress;
-  while (call.wait_for(kProgressInterval) != std::future_status::ready) {
-    if (progress.isWatched()) progress.show(progressText(elapsed()));
-  }
-  progress.clear();
+  showProgress(call, begin, elapsed);
   const auto result = call.get();
   if (!result.ok()) return noAnswer(result.error(), queryService());
   return installAnswer(StringUtils::utf16to8(bundle), result.value(), elapsed());

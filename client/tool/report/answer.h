@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace zarn::tool {
@@ -41,16 +43,18 @@ struct Answer {
   return {code, {}, std::move(sentence), Json::object()};
 }
 
-/// The object that scripts see, and a line break: the keys that every command has, then its own.
-[[nodiscard]] inline std::string jsonText(const Answer& answer, const std::string& command) {
-  Json object = Json::object();
-  object["command"] = command;
-  object["ok"] = answer.exitCode == ExitCode::Success;
-  object["exitCode"] = static_cast<int>(answer.exitCode);
-  object["error"] = answer.error.empty() ? Json(nullptr) : Json(answer.error);
-  object.update(answer.json);
-  return object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-}
+/// The keys of a command's own in its JSON object; none for a name that is no command's.
+[[nodiscard]] std::span<const std::string_view> jsonKeysOf(std::string_view command) noexcept;
+
+/// Who reads the output: a program, which may take its bytes for those of another
+/// character set (PowerShell 5.1 takes them for the console's), or a person at a console.
+enum class Reader : std::uint8_t { Program, Person };
+
+/// The object that scripts see, and a line break: the keys that every command has, then
+/// all of the command's own, which are null where `answer` does not have them. For a
+/// program it is ASCII alone.
+[[nodiscard]] std::string jsonText(const Answer& answer, const std::string& command,
+                                   Reader reader = Reader::Program);
 
 template <typename T>
 [[nodiscard]] Json orNull(const std::optional<T>& value) {

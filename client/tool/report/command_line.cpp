@@ -60,12 +60,21 @@ const OptionFacts* optionNamed(std::string_view name) noexcept {
   return found == options().end() ? nullptr : &*found;
 }
 
-Given optionOf(const std::string& word) {
-  const std::size_t end = word.find('=');
+/// The option that `word` is; takes the next word, too, when that is its value.
+Given optionAt(Words::const_iterator& word, Words::const_iterator end) {
+  const std::size_t name = word->find('=');
   Given given;
-  given.name = word.substr(0, end);
+  given.name = word->substr(0, name);
   given.facts = optionNamed(given.name);
-  if (end != std::string::npos) given.value = word.substr(end + 1);
+  if (name != std::string::npos) given.value = word->substr(name + 1);
+  const bool takesNext = given.facts != nullptr && !isFlag(*given.facts) && !given.value;
+  if (!takesNext || word + 1 == end) return given;
+  // An option whose value was forgotten must not swallow the option behind it.
+  if (looksLikeOption(word[1])) {
+    given.instead = word[1];
+  } else {
+    given.value = *++word;
+  }
   return given;
 }
 
@@ -73,27 +82,17 @@ Sorted sort(const Words& arguments) {
   Sorted sorted;
   bool optionsAreOver = false;
   for (auto word = arguments.begin(); word != arguments.end(); ++word) {
-    if (optionsAreOver) {
-      sorted.words.push_back(*word);
-    } else if (*word == "--") {
+    if (!optionsAreOver && *word == "--") {
       optionsAreOver = true;
-    } else if (isOneOf(*word, {"--help", "-h", "-?", "/?"})) {
+    } else if (!optionsAreOver && isOneOf(*word, {"--help", "-h", "-?", "/?"})) {
       sorted.wantsHelp = true;
-    } else if (!looksLikeOption(*word)) {
+    } else if (optionsAreOver || !looksLikeOption(*word)) {
       sorted.words.push_back(*word);
     } else {
-      Given given = optionOf(*word);
-      const bool takesNext = given.facts != nullptr && !isFlag(*given.facts) && !given.value;
-      if (const auto next = word + 1; takesNext && next != arguments.end()) {
-        // An option that was forgotten to be given its value must not swallow the next one.
-        if (looksLikeOption(*next))
-          given.instead = *next;
-        else
-          given.value = *++word;
-      }
+      Given given = optionAt(word, arguments.end());
+      const bool isJson = given.facts != nullptr && given.facts->option == Option::AsJson;
+      sorted.wantsJson = sorted.wantsJson || isJson;
       sorted.wantsVersion = sorted.wantsVersion || isOneOf(given.name, {"--version", "-V"});
-      sorted.wantsJson =
-          sorted.wantsJson || (given.facts != nullptr && given.facts->option == Option::AsJson);
       sorted.given.push_back(std::move(given));
     }
   }
@@ -168,7 +167,8 @@ std::string takeArgument(const Command& command, std::span<const std::string> wo
   if (argument.kind == Argument::Kind::None) return name + " wants no argument, not " + typed(first);
   if (words.size() > 1) {
     const std::string count = words.size() == 2 ? "two" : std::to_string(words.size());
-    return name + " wants one " + argument.name + ", not " + count;
+    const char* const unit = argument.kind == Argument::Kind::Seconds ? "number of " : "";
+    return name + " wants one " + unit + argument.name + ", not " + count;
   }
   if (first.empty() && !argument.mayBeEmpty) return name + " wants a " + argument.name + ", not \"\"";
   arguments.target = first;

@@ -49,6 +49,7 @@ enum class Verb : std::uint8_t {
   Wait,
   Doctor,
   PurgeLogs,
+  Completion,
   Version,
   Help
 };
@@ -112,6 +113,9 @@ struct OptionFacts {
 [[nodiscard]] std::string helpText(const Command* command);
 [[nodiscard]] Answer helpAnswer(const Arguments& arguments);
 [[nodiscard]] Answer versionAnswer();
+
+/// The script for the profile of PowerShell.
+[[nodiscard]] Answer completionAnswer();
 
 /// What somebody typed, fit to stand in a sentence: printable, cut, in quotation marks
 /// where its beginning and end could not be seen.

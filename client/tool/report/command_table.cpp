@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include "client/tool/report/command_line.h"
 #include "os/text.h"
@@ -129,6 +130,11 @@ constexpr Command kCommands[] = {
      "account and of the current user where they lie now; other files stay, and no link is followed. Exit\n"
      "code 4 when something could not be deleted, after the rest was.",
      Verb::PurgeLogs},
+    {"completion",
+     "Print a script that has PowerShell complete commands, options and paths",
+     {},
+     "In the file that $PROFILE names: zarn-update completion | Out-String | Invoke-Expression",
+     Verb::Completion},
     {"version", "Show the version of this program", {}, "That of the service is in status.", Verb::Version},
     {"help",
      "Show what there is, or what there is to know about a command",
@@ -158,10 +164,9 @@ bool knows(const Command& command, Option option) noexcept {
 
 std::string usageOf(const Command& command) {
   const Argument& argument = command.argument;
-  const std::string name = command.name;
-  if (argument.kind == Argument::Kind::None) return name;
-  return name +
-         (argument.isOptional ? " [" + std::string(argument.name) + "]" : " " + std::string(argument.name));
+  if (argument.kind == Argument::Kind::None) return command.name;
+  const auto [before, after] = argument.isOptional ? std::pair(" [", "]") : std::pair(" ", "");
+  return std::string(command.name) + before + argument.name + after;
 }
 
 std::string usageOf(const OptionFacts& option) {

@@ -14,15 +14,8 @@ constexpr char kBeginning[] =
     "Usage: zarn-update COMMAND [OPTIONS]\n"
     "\n"
     "Commands:\n";
-constexpr char kOfEveryCommand[] =
-    "\n"
-    "Options of every command:\n"
-    "  --json                     Print one JSON object instead of text\n"
-    "  --help, -h, -?, /?         Show the help of the command\n"
-    "Without a command:\n"
-    "  --version, -V              Show the version\n"
-    "\n";
 constexpr char kEnd[] =
+    "\n"
     "Exit codes:\n"
     "  0  done, or trusted\n"
     "  1  refused or failed; the output says why\n"
@@ -44,7 +37,12 @@ std::string row(std::string name, const std::string& text) {
 std::string helpOnAll() {
   std::string text = kBeginning;
   for (const Command& command : commands()) text += row(usageOf(command), command.summary);
-  return text + kOfEveryCommand + kEnd;
+  text += "\nOptions of every command:\n";
+  for (const OptionFacts& option : options())
+    if (option.option == Option::AsJson) text += row(usageOf(option), option.help);
+  text += row("--help, -h, -?, /?", "Show the help of the command");
+  text += "Without a command:\n" + row("--version, -V", "Show the version");
+  return text + kEnd;
 }
 
 std::string helpOn(const Command& command) {
