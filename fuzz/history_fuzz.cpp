@@ -8,6 +8,8 @@
 #include "client/tool/report/command_line.h"
 #include "client/tool/report/explanations.h"
 #include "client/tool/report/history.h"
+#include "client/tool/report/moments.h"
+#include "client/tool/report/newest_requests.h"
 #include "fuzz.h"
 
 namespace {
@@ -38,15 +40,45 @@ void judgeCommandLine(const std::vector<std::string>& words) {
   if (command->verb == Verb::Help) requireFit(helpAnswer(arguments), "help");
 }
 
+LinesFromEnd linesOf(const std::string& text, std::int64_t most, std::size_t block) {
+  const auto read = [&text](std::int64_t offset, std::size_t bytes) {
+    return zarn::Result<std::string>(text.substr(static_cast<std::size_t>(offset), bytes));
+  };
+  return {std::ssize(text), most, read, block};
+}
+
+/// Read backwards in small blocks the lines are those that stand there.
+void judgeLines(const std::string& text, std::int64_t most) {
+  std::vector<std::string> wanted;
+  std::size_t begin = text.size() - static_cast<std::size_t>(most);
+  if (begin > 0) begin = std::min(text.find('\n', begin), text.size() - 1) + 1;  // the line that is cut
+  for (std::size_t end; begin < text.size(); begin = end + 1) {
+    end = std::min(text.find('\n', begin), text.size());
+    std::string line = text.substr(begin, end - begin);
+    if (line.find_first_not_of(" \t\r") != std::string::npos) wanted.push_back(std::move(line));
+  }
+  LinesFromEnd lines = linesOf(text, most, 1 + text.size() % 7);
+  while (const auto line = lines.next()) {
+    require(!wanted.empty() && *line == wanted.back());
+    wanted.pop_back();
+  }
+  require(wanted.empty() && lines.isCut() == (most < std::ssize(text)));
+}
+
 }  // namespace
 
 void judge(const std::string& text) {
-  const bool isCut = text.size() % 2 != 0;
-  const History whole = parseHistory(text, isCut);
-  require(whole.records.size() + whole.skipped <= text.size());
-  const History merged = mergeByTime(parseHistory(text.substr(0, text.size() / 2)), whole);
-  require(merged.records.size() >= whole.records.size() && merged.isCut == isCut);
-  requireFit(historyAnswer({"folder", {}, true}, "file", merged, isCut ? 3 : 0), "history");
+  const auto size = std::ssize(text);
+  const auto most = text.size() % 2 != 0 ? size / 2 : size;
+  judgeLines(text, most);
+  std::vector<RecordSequence> sequences(2);
+  sequences[0].push_back(linesOf(text, size, 5));
+  sequences[1].push_back(linesOf(text, most, 64));
+  HistoryWish wish{text.size() % 4, text.size() % 3 == 0, {}};
+  if (zarn::tool::momentFrom(text, {})) wish.since = text;
+  const History found = newestRequests(std::move(sequences), wish);
+  require(wish.last == 0 || found.records.size() <= wish.last);
+  requireFit(historyAnswer({"folder", {}, true}, "file", found), "history");
   requireFit(explanationAnswer(text), "explain");
   std::vector<std::string> words;
   std::istringstream lines(text);

@@ -47,7 +47,7 @@ Answer run(Verb verb, const Arguments& arguments) {
     case Verb::History:
       return runHistory(arguments);
     case Verb::Explain:
-      return explanationAnswer(arguments.target);
+      return arguments.list ? codeListAnswer() : explanationAnswer(arguments.target);
     case Verb::CollectLogs:
       return runCollectLogs(arguments);
     case Verb::Wait:

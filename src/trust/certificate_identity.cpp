@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "os/error_text.h"
 #include "util/log_win32_error.h"
 #include "util/logging.h"
 #include "util/printable.h"
@@ -129,9 +130,10 @@ IdentityResult CheckCertificateIdentity(TrustApi& api, const std::wstring& path,
   answer.signer.emplace().subject = subjectOf(certificate);
   const std::string& digest = answer.signer->digest = digestText(HashCertificateSha256(certificate));
   // Asked last: nobody asks the account service about a file without a signer.
-  const std::optional<ApprovedDigests> approved = fetchProfile();
+  const ProfileAnswer approved = fetchProfile();
   answer.profile = approved ? ProfileState::Had : ProfileState::NotHad;
   answer.approvedDigests = approved ? approved->size() : 0;
+  if (!approved) answer.whyNotHad = approved.error().reason;
   // A failed digest is empty text, and a malformed profile can hold empty text too.
   if (approved && !digest.empty() && approved->contains(digest)) {
     logLine(LogLevel::Debug, "Certificate identity verified");
@@ -142,6 +144,18 @@ IdentityResult CheckCertificateIdentity(TrustApi& api, const std::wstring& path,
   logSubject(certificate);
   logLine(LogLevel::Error, "Certificate couldn't be verified");
   return answer;
+}
+
+std::string whyRefused(const IdentityResult& answer) {
+  switch (answer.profile) {
+    case ProfileState::NotAsked:
+      break;
+    case ProfileState::NotHad:
+      return "the list of approved certificates could not be had: " + answer.whyNotHad;
+    case ProfileState::Had:
+      return "the signer's certificate is not on the list of approved ones";
+  }
+  return describeSystemError(static_cast<std::uint32_t>(answer.result.code()));
 }
 
 }  // namespace zarn

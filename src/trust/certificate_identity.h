@@ -22,4 +22,8 @@ inline constexpr std::uint32_t kIdentityRefused = 30005;
 IdentityResult CheckCertificateIdentity(TrustApi& api, const std::wstring& path,
                                         const ProfileSource& fetchProfile);
 
+/// Why an answer is a refusal, in words that fit behind a colon: what failed, that the
+/// profile was not to be had and why, or that it has not the signer. Not yet fit to be shown.
+[[nodiscard]] std::string whyRefused(const IdentityResult& answer);
+
 }  // namespace zarn

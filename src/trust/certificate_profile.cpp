@@ -83,42 +83,48 @@ CertificateProfileClient::CertificateProfileClient(std::string host, std::uint32
 CertificateProfileClient::CertificateProfileClient(std::string host, Transfer transfer)
     : host_(std::move(host)), transfer_(std::move(transfer)) {}
 
-std::optional<ApprovedDigests> CertificateProfileClient::fetch() const {
+ProfileAnswer CertificateProfileClient::fetch() const {
   if (!isHostWithOptionalPort(host_)) {
     logLine(LogLevel::Error, "Error: Could not receive json data, invalid account service host: %s",
             printable(host_));
-    return reportNotHad("its name is no host");
+    return notHad("its name is no host");
   }
-  const auto response = receive();
-  if (!response) return std::nullopt;
+  const Response received = receive();
+  if (!received) return tl::unexpected(received.error());
+  const HttpContext* const response = received->get();
   // Unsigned, so that codes below 200 are far above 99.
   if (static_cast<std::uint32_t>(response->httpCode) - 200U > 99U) {
     logLine(LogLevel::Error, "Error: Could not receive json data, http code:  %d", response->httpCode);
-    return reportNotHad(response->result != CURLE_OK ? curl_easy_strerror(response->result)
-                                                     : "HTTP status " + std::to_string(response->httpCode));
+    if (response->result != CURLE_OK) return notHad(curl_easy_strerror(response->result));
+    reportNotHad("HTTP status " + std::to_string(response->httpCode));
+    return tl::unexpected(ProfileNotHad{"HTTP " + std::to_string(response->httpCode)});
   }
   auto digests = parseCertificateProfile(response->body);
-  if (!digests) return reportNotHad("its answer is no list");
+  if (!digests) return notHad("its answer is no list");
   if (response->result != CURLE_OK) {
     // What broke off may still read like a whole document. An empty list has no line, since
     // it approves nobody either way.
     if (!digests->empty())
       logLine(LogLevel::Error, "Error: Could not receive json data, transfer broke off: %s",
               curl_easy_strerror(response->result));
-    return reportNotHad(curl_easy_strerror(response->result));
+    return notHad(curl_easy_strerror(response->result));
   }
-  return digests;
+  return std::move(*digests);
 }
 
-std::nullopt_t CertificateProfileClient::reportNotHad(std::string_view reason) const noexcept {
+void CertificateProfileClient::reportNotHad(std::string_view reason) const noexcept {
   // What is no host may be an address with a password.
   reportEvent<EventId::ApprovalListNotHad>(isHostWithOptionalPort(host_) ? host_ : std::string_view(),
                                            reason);
-  return std::nullopt;
 }
 
-/// Null, and the reason logged, when the transfer throws.
-std::shared_ptr<HttpContext> CertificateProfileClient::receive() const {
+tl::unexpected<ProfileNotHad> CertificateProfileClient::notHad(std::string_view reason) const {
+  reportNotHad(reason);
+  return tl::unexpected(ProfileNotHad{std::string(reason)});
+}
+
+/// A transfer that throws is logged, and is the reason.
+CertificateProfileClient::Response CertificateProfileClient::receive() const {
   try {
     auto context = HttpContext::create("https://" + host_ + kPath, "GET");
     context->timeout = timeoutSeconds_;
@@ -131,18 +137,17 @@ std::shared_ptr<HttpContext> CertificateProfileClient::receive() const {
       logLine(LogLevel::Error, "Error: Could not receive json data, exception: %s, type: %s",
               printable(error.what()), typeName(error));
     });
-    reportNotHad(error.what());
+    return notHad(error.what());
   } catch (...) {
     quietly([] {
       logLine(LogLevel::Error, "Error: Could not receive json data, exception: %s, type: %s", "unknown",
               "unknown");
     });
-    reportNotHad("an unknown exception");
+    return notHad("an unknown exception");
   }
-  return nullptr;
 }
 
-std::optional<ApprovedDigests> FetchCertificateProfile() {
+ProfileAnswer FetchCertificateProfile() {
   return CertificateProfileClient(accountServiceHost()).fetch();
 }
 

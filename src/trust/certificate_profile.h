@@ -42,14 +42,17 @@ class CertificateProfileClient {
   /// For tests: another way to transfer.
   CertificateProfileClient(std::string host, Transfer transfer);
 
-  /// The approved digests; nothing, and the reason logged at level Error, when the
-  /// profile cannot be had; an event tells it, too. Blocks until the transfer has ended,
+  /// The approved digests; when the profile cannot be had, the reason, which is logged at
+  /// level Error and told by an event, too. Blocks until the transfer has ended,
   /// successfully or not.
-  [[nodiscard]] std::optional<ApprovedDigests> fetch() const;
+  [[nodiscard]] ProfileAnswer fetch() const;
 
  private:
-  [[nodiscard]] std::shared_ptr<HttpContext> receive() const;
-  std::nullopt_t reportNotHad(std::string_view reason) const noexcept;
+  using Response = tl::expected<std::shared_ptr<HttpContext>, ProfileNotHad>;
+
+  [[nodiscard]] Response receive() const;
+  [[nodiscard]] tl::unexpected<ProfileNotHad> notHad(std::string_view reason) const;
+  void reportNotHad(std::string_view reason) const noexcept;
 
   std::string host_;
   std::uint32_t timeoutSeconds_ = kTimeoutSeconds;
@@ -58,6 +61,6 @@ class CertificateProfileClient {
 };
 
 /// From the account service that accountServiceHost() names.
-[[nodiscard]] std::optional<ApprovedDigests> FetchCertificateProfile();
+[[nodiscard]] ProfileAnswer FetchCertificateProfile();
 
 }  // namespace zarn

@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <tl/expected.hpp>
 
 #include "os/system_error.h"
 
@@ -19,9 +20,14 @@ struct IdentityResult;
 /// SHA-256 digests of certificates, as they stand in the certificate profile.
 using ApprovedDigests = std::set<std::string>;
 
-/// Answers the approved digests, which may be none at all, or nothing when they
-/// cannot be had.
-using ProfileSource = std::function<std::optional<ApprovedDigests>()>;
+/// Why the digests cannot be had.
+struct ProfileNotHad {
+  std::string reason;  ///< a few words, such as "HTTP 404"; not yet fit to be shown
+};
+
+/// The approved digests, which may be none at all, or why there are none to be had.
+using ProfileAnswer = tl::expected<ApprovedDigests, ProfileNotHad>;
+using ProfileSource = std::function<ProfileAnswer()>;
 
 class [[nodiscard]] TrustResult {
  public:
@@ -66,6 +72,7 @@ struct [[nodiscard]] IdentityResult {
   std::optional<Signer> signer = std::nullopt;  ///< nothing when no certificate was found
   ProfileState profile = ProfileState::NotAsked;
   std::size_t approvedDigests = 0;  ///< of the profile; 0 unless it was had
+  std::string whyNotHad = {};       ///< of the profile, when it was not
 };
 
 }  // namespace zarn

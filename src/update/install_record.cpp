@@ -14,9 +14,9 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-template <typename Number>
-Json orNull(const std::optional<Number>& number) {
-  return number ? Json(*number) : Json(nullptr);
+template <typename T>
+Json orNull(const std::optional<T>& value) {
+  return value ? Json(*value) : Json(nullptr);
 }
 
 Json orNull(const std::string& text) {
@@ -34,6 +34,11 @@ std::optional<Number> numberAt(const Json& object, const char* key) {
   if (found == object.end() || !found->is_number_integer()) return std::nullopt;
   // Signed and unsigned writings of one 32-bit code mean the same.
   return static_cast<Number>(found->get<std::int64_t>());
+}
+
+std::optional<bool> flagAt(const Json& object, const char* key) {
+  const auto found = object.find(key);
+  return found != object.end() && found->is_boolean() ? std::optional(found->get<bool>()) : std::nullopt;
 }
 
 /// Entries that are no objects are passed over, as keys are that are not known.
@@ -96,6 +101,7 @@ Json toJson(const InstallRecord& record) {
           {"reason", orNull(record.reason)},
           {"status", numberOf(record.status)},
           {"exitCode", orNull(record.exitCode)},
+          {"installerStarted", orNull(record.installerStarted)},
           {"durationMs", orNull(record.durationMilliseconds)},
           {"product", record.product},
           {"productVersion", record.productVersion}};
@@ -146,6 +152,7 @@ std::optional<InstallRecord> parseRecord(std::string_view line) {
   record.checks = checksOf(object);
   record.reason = textAt(object, "reason");
   record.exitCode = numberAt<std::uint32_t>(object, "exitCode");
+  record.installerStarted = flagAt(object, "installerStarted");
   record.durationMilliseconds = numberAt<std::int64_t>(object, "durationMs");
   record.product = textAt(object, "product");
   record.productVersion = textAt(object, "productVersion");

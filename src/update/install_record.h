@@ -3,9 +3,9 @@
 //
 // Keys, in this order: time (of the request's beginning), caller (sid, processId, image;
 // each null when it is not known), path, size, sha256, signerDigest, signerSubject, checks
-// (name, verdict, detail), reason (or null), status, exitCode, durationMs, product,
-// productVersion. Texts are UTF-8. Path, image, signer and product are what others chose:
-// not yet fit to be shown.
+// (name, verdict, detail), reason (or null), status, exitCode, installerStarted (null where
+// there is no exit code), durationMs, product, productVersion. Texts are UTF-8. Path, image,
+// signer and product are what others chose: not yet fit to be shown.
 #pragma once
 
 #include <array>
@@ -75,6 +75,9 @@ struct InstallRecord {
   std::string reason;
   Status status = Status::Failed;
   std::optional<std::uint32_t> exitCode;  ///< none when no installer was to run
+  /// Whether the exit code is an installer's own, and not the system's error for which it
+  /// could not be started.
+  std::optional<bool> installerStarted;
   std::optional<std::int64_t> durationMilliseconds;
   std::string product;
   std::string productVersion;

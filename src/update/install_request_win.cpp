@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "os/error_text.h"
+#include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
 #include "update/install_request.h"
 #include "update/installer_logs.h"
@@ -60,21 +61,33 @@ Status endWithFailure(InstallRecord& record, Check check, SystemError error, con
   return Status::Failed;
 }
 
-/// Notes the answer of a trust check, `refusal` unless it is "trusted"; true when it is.
-bool noteAnswer(InstallRecord& record, Check check, const TrustResult& result, Verdict refusal) {
-  if (result.isVerified()) return record.note(check, Verdict::Passed);
-  return record.note(check, refusal, describeSystemError(static_cast<std::uint32_t>(result.code())));
+bool noteIntegrity(InstallRecord& record, const TrustResult& result) {
+  if (result.isVerified()) return record.note(Check::Integrity, Verdict::Passed);
+  return record.note(Check::Integrity, Verdict::Refused,
+                     describeSystemError(static_cast<std::uint32_t>(result.code())));
+}
+
+/// Also who signed, whatever the answer is.
+bool noteIdentity(InstallRecord& record, const IdentityResult& identity) {
+  if (identity.signer) {
+    record.signerDigest = identity.signer->digest;
+    record.signerSubject = identity.signer->subject;
+  }
+  if (identity.result.isVerified()) return record.note(Check::Identity, Verdict::Passed);
+  const Verdict refusal = identity.profile == ProfileState::Had ? Verdict::Refused : Verdict::Failed;
+  return record.note(Check::Identity, refusal, whyRefused(identity));
 }
 
 /// What is known once the installer has ended.
-void noteInstalled(const InstallCollaborators& collaborators, InstallRecord& record, std::uint32_t exitCode,
+void noteInstalled(const InstallCollaborators& collaborators, InstallRecord& record, const InstallerEnd& end,
                    const std::string& digest, const std::wstring& stagedPath) {
-  record.exitCode = exitCode;
+  record.exitCode = end.code;
+  record.installerStarted = end.wasStarted;
   record.sha256 = digest;
   const FileVersion version = readFileVersion(StringUtils::utf16to8(stagedPath));
   record.product = version.product;
   record.productVersion = version.productVersion;
-  if (judgeExitCode(exitCode).restartsService && version.number) collaborators.installed(*version.number);
+  if (judgeExitCode(end.code).restartsService && version.number) collaborators.installed(*version.number);
 }
 
 /// A file's real name, which its open handle pins: what the caller's name leads to may be
@@ -184,13 +197,13 @@ InstallRequest::Outcome InstallRequest::installStaged(const std::wstring& staged
     record.sha256 = digest.finish();
     return {judged};
   }
-  const std::uint32_t installerExit = RunInstaller(stagedPath, collaborators_.runOptions);
-  exitCode = static_cast<std::int32_t>(installerExit);
+  const InstallerEnd installer = RunInstaller(stagedPath, collaborators_.runOptions);
+  exitCode = static_cast<std::int32_t>(installer.code);
   // From here on nothing that fails may change the answer or keep the service from restarting.
-  quietly([&] { noteInstalled(collaborators_, record, installerExit, digest.finish(), stagedPath); });
+  quietly([&] { noteInstalled(collaborators_, record, installer, digest.finish(), stagedPath); });
   copy->reset();
   quietly([&] { tidyUp(stagedPath); });
-  const StatusFacts& judgement = judgeExitCode(installerExit);
+  const StatusFacts& judgement = judgeExitCode(installer.code);
   return {judgement.status, judgement.restartsService};
 }
 
@@ -215,15 +228,8 @@ Status InstallRequest::checkCallersBundle(const std::wstring& path) const {
 
 Status InstallRequest::runChecks(const std::wstring& path, const std::wstring& shownAs,
                                  InstallRecord& record) const {
-  const TrustResult integrity = collaborators_.checkIntegrity(path, shownAs);
-  if (!noteAnswer(record, Check::Integrity, integrity, Verdict::Refused)) return Status::SignatureRefused;
-  const IdentityResult identity = collaborators_.checkIdentity(path);
-  if (identity.signer) {
-    record.signerDigest = identity.signer->digest;
-    record.signerSubject = identity.signer->subject;
-  }
-  const Verdict refusal = identity.profile == ProfileState::Had ? Verdict::Refused : Verdict::Failed;
-  if (!noteAnswer(record, Check::Identity, identity.result, refusal)) return Status::SignerRefused;
+  if (!noteIntegrity(record, collaborators_.checkIntegrity(path, shownAs))) return Status::SignatureRefused;
+  if (!noteIdentity(record, collaborators_.checkIdentity(path))) return Status::SignerRefused;
   const PolicyResult policy = collaborators_.checkPolicy(StringUtils::utf16to8(path));
   if (policy.isAllowed()) return record.note(Check::Policy, Verdict::Passed), Status::Installed;
   record.note(Check::Policy, Verdict::Refused, policy.sentence());

@@ -20,10 +20,16 @@ struct RunInstallerOptions {
   Result<std::uint32_t> (*readExitCode)(void* process) = zarn::readExitCode;
 };
 
-/// Returns the installer's exit code; the Win32 error when it could not be
-/// started; kExitCodeUnknown when its exit code could not be read. An installer that
-/// outlasts the wait is left running, and its code is 259. It runs under the service's
-/// own account, without a window.
-std::uint32_t RunInstaller(const std::wstring& installerPath, const RunInstallerOptions& options = {});
+/// How an installer came to its end, or did not.
+struct InstallerEnd {
+  /// Its exit code; the Win32 error when it could not be started; kExitCodeUnknown when
+  /// its exit code could not be read.
+  std::uint32_t code;
+  bool wasStarted;
+};
+
+/// An installer that outlasts the wait is left running, and its code is 259. It runs under
+/// the service's own account, without a window.
+InstallerEnd RunInstaller(const std::wstring& installerPath, const RunInstallerOptions& options = {});
 
 }  // namespace zarn

@@ -38,11 +38,12 @@ Result<std::uint32_t> readExitCode(void* process) {
   return code;
 }
 
-std::uint32_t RunInstaller(const std::wstring& installerPath, const RunInstallerOptions& options) {
+InstallerEnd RunInstaller(const std::wstring& installerPath, const RunInstallerOptions& options) {
   auto installer = startInstaller(installerPath);
   if (!installer) {
-    return logSystemFailure(LogLevel::Error, installer.error(),
-                            "UpdateService::RunInstaller: CreateProcess failed");
+    return {logSystemFailure(LogLevel::Error, installer.error(),
+                             "UpdateService::RunInstaller: CreateProcess failed"),
+            false};
   }
   // While an installer runs and after it has, a line that cannot be had changes nothing.
   quietly([] { logLine(LogLevel::Debug, "Create Process Success! Waiting for process to complete."); });
@@ -67,13 +68,13 @@ std::uint32_t RunInstaller(const std::wstring& installerPath, const RunInstaller
     // Handles in doubt are not closed: they could be somebody else's by now.
     static_cast<void>(installer->process.release());
     static_cast<void>(installer->thread.release());
-    return kExitCodeUnknown;
+    return {kExitCodeUnknown, true};
   }
   quietly([code = *exitCode] {
     logLine(LogLevel::Debug, "Installer exit code:  %d - %s", static_cast<std::int32_t>(code),
             systemErrorPhrase(code));
   });
-  return *exitCode;
+  return {*exitCode, true};
 }
 
 }  // namespace zarn

@@ -8,11 +8,14 @@
 #include "client/tool/report/explanations.h"
 #include "client/tool/report/findings.h"
 #include "client/tool/report/health.h"
+#include "client/tool/report/moments.h"
+#include "client/tool/report/newest_requests.h"
 #include "client/tool/report/outcome.h"
 #include "client/tool/report/progress.h"
 #include "client/tool/report/text.h"
 #include "client/tool/report/verification_report.h"
 #include "client/tool/report/waiting.h"
+#include "support/table.h"
 #include "support/test.h"
 #include "update/record_folder.h"
 #include "util/printable.h"
@@ -30,9 +33,12 @@ struct Transcript {
   std::map<std::string, std::set<std::string>> keys;
 
   void add(const std::string& what, Answer answer) {
-    answer.text.erase(std::min(answer.text.find("\n  Windows says:"), answer.text.size()));
+    for (std::size_t at; (at = answer.text.find("\n  Windows says:")) != std::string::npos;)
+      answer.text.erase(at, answer.text.find('\n', at + 1) + 1 - at);
     for (const auto& [key, value] : answer.json.items()) keys[what.substr(0, what.find(' '))].insert(key);
     answer.json.erase("systemText");
+    if (answer.json.contains("otherReadings"))
+      for (Json& other : answer.json["otherReadings"]) other.erase("systemText");
     text += "==== " + what + ": " + std::to_string(static_cast<int>(answer.exitCode)) + "\n" + answer.text;
     if (!answer.error.empty()) text += "error: " + answer.error + "\n";
     if (!answer.json.empty()) text += answer.json.dump() + "\n";
@@ -93,6 +99,11 @@ TEST(CommandLine, HasItsHelpAndIsRefusedInOneSentence) {
                            " install --json=1 a",
                            " install a -- -b",
                            " check -- -b",
+                           " history --since yesterday",
+                           " history --since 7d --all",
+                           " collect-logs C:\\x.tar.gz",
+                           " collect-logs x.TGZ",
+                           " collect-logs .gz",
                            " verify /x",
                            " verify /?",
                            " --json --last 3 history",
@@ -176,10 +187,42 @@ TEST(Settings, HaveChangedWhenOneWasWrittenAfterTheStart) {
   EXPECT_EQ(changedSince(5, {0, std::nullopt}), Known());
 }
 
+/// The lines of a file with this text.
+LinesFromEnd linesOf(const std::string& text, std::int64_t most, std::size_t block) {
+  const auto read = [text](std::int64_t offset, std::size_t bytes) {
+    return Result<std::string>(text.substr(static_cast<std::size_t>(offset), bytes));
+  };
+  return {std::ssize(text), most, read, block};
+}
+
 TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   Transcript said;
-  for (const char* code : {"0", "30004", "-2147024891", "0XC0000005", "3221225786", "-2147483649",
-                           "4294967296", "-0x1", "0x", "0x-1", "", "-", "--1", "5 ", "+5", "five"})
+  for (const char* code : {"0",
+                           "30004",
+                           "-2147024891",
+                           "0XC0000005",
+                           "3221225786",
+                           "-2147483649",
+                           "4294967296",
+                           "-0x1",
+                           "0x",
+                           "0x-1",
+                           "",
+                           "-",
+                           "--1",
+                           " 30004\t",
+                           "+5",
+                           "five",
+                           "1072",
+                           "14001",
+                           "0x80070643",
+                           "80070643",
+                           "800b010a",
+                           "chaining",
+                           "Cert_E_Revoked",
+                           "REVOKED",
+                           "signerrefused",
+                           "0x80070005"})
     said.add("explain " + std::string(code), explanationAnswer(code));
   // The installer's exit code is shown where one ran.
   const std::pair<int, int> outcomes[] = {{0, 0},        {30000, 3010}, {30001, 1641},
@@ -189,6 +232,18 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
     said.add("install", installAnswer("b\x1b", {status, code}, 2099ms));
     said.add("check", checkAnswer("b\x1b", Status{status}));
   }
+  const CheckRecord noList{"identity", "failed", "no list: HTTP 404\x1b"};
+  InstallRecord recorded;
+  recorded.checks = {noList};
+  recorded.status = Status::SignerRefused;
+  said.add("install recorded", installAnswer("b", {30005, 0}, 1ms, {recorded, ""}));
+  said.add("install not recorded", installAnswer("b", {30005, 0}, 1ms, {{}, "access was denied"}));
+  said.add("install not recorded", installAnswer("b", {30002, 1603}, 1ms, {{}, "access was denied"}));
+  said.add("check explained", checkAnswer("b", Status::SignerRefused, {{Status::SignerRefused, noList, ""}}));
+  for (const WorkedOut& found : {WorkedOut{Status::Installed, {}, ""}, WorkedOut{Status::Failed, noList, ""},
+                                 WorkedOut{Status::Failed, {}, "late\x1b"}})
+    said.add("check not explained", checkAnswer("b", Status::SignerRefused, found));
+  said.add("check of what cannot be installed", checkAnswer("b", Status::Installed, {}, "too large"));
   for (const auto& service : {kRunning, kStopped, kAbsent, Result<ServiceFacts>(failure(5))})
     said.add("install without answer", noAnswer({CallFailure::NotRunning, 1722}, service));
   for (const auto failure : {CallFailure::Refused, CallFailure::Interrupted, CallFailure::InvalidPath})
@@ -199,11 +254,20 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   std::string records = readFile(ZARN_SOURCE "/tests/client/history.jsonl");
   records.insert(records.find("\n{\"time\":\"3\""), "\r\n");  // an empty line before the third
   records.pop_back();
-  History history = parseHistory(records);
+  const auto read = [&](const HistoryWish& wish) {
+    std::vector<RecordSequence> sequences(1);
+    sequences[0].push_back(linesOf(records, 9999, 64));
+    return newestRequests(std::move(sequences), wish);
+  };
+  History history = read({});
   const RecordSource source{"F", {}, true};
-  said.add("history", historyAnswer(source, "F/x", history, 0));
-  history.isCut = true;
-  said.add("history --last 1", historyAnswer(source, "F/x", history, 1));
+  said.add("history", historyAnswer(source, "F/x", history));
+  said.add("history --last 4", historyAnswer(source, "F/x", read({4})));
+  History cut = read({1});
+  cut.older->isExact = false;
+  said.add("history --last 1", historyAnswer(source, "F/x", cut));
+  cut.older = OlderRequests{}, cut.isCut = true;
+  said.add("history --last 1", historyAnswer(source, "F/x", cut));
   // Of each source one, and what cannot be read or used.
   const Stored<std::string> none;
   const Variables service{{"Https_Proxy", ""}, {"ZARN_MEDIA_SERVER_LOG_LEVEL", "trace"}},
@@ -217,8 +281,8 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   said.add("status", statusAnswer({kStopped, "1.0", "L", false, failure(2), {}, false}));
   said.add("status", statusAnswer({kAbsent, "", "", false, failure(kFolderNotTrusted)}));
   history.unread = SystemError(kFolderNotTrusted);
-  said.add("history unread", historyAnswer(source, "F/x", history, 0));
-  said.add("history of nothing", historyAnswer({"F", {}, false}, "F/x", failure(2), 0));
+  said.add("history unread", historyAnswer(source, "F/x", history));
+  said.add("history of nothing", historyAnswer({"F", {}, false}, "F/x", failure(2)));
 
   const InstallUnderWay installing{"2026-11-21T10:15:00.007Z", 7, "C:\\b\x1b"};
   said.add("wait", waitAnswer(std::nullopt, 5ms));
@@ -232,12 +296,13 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
 
   VerificationReport report;
   report.status = Status::SignatureRefused;
-  report.steps = {{"open", "passed", "\x1b"}};
+  report.steps = {{"open", "passed", "\x1b"}, {"integrity", "refused", "31, x"}};
   report.signer = {"ab", "CN=\x1b"};
   report.host = "h";
   report.log = {"line"};
   said.add("verify", verificationAnswer("b", report));
   report.status = Status::Installed;
+  report.steps.pop_back();
   report.signatureHolds = true;
   report.profile = {3, true};
   said.add("verify", verificationAnswer("b", report));
@@ -270,17 +335,24 @@ TEST(Status, ShowsTheMachineAndIsOneLineForMonitoring) {
                     refused = R"({"time":"3","status":30005})",
                     failed = R"({"time":"2","status":30002,"exitCode":1603,"path":"C:\\b.exe"})";
   const std::vector<Finding> wrong = {{"proxy", true, "p", "w"}, {"disk", false, "d\x1b.", "Make room"}};
-  const std::tuple<Result<ServiceFacts>, Result<History>, std::vector<Finding>> cases[] = {
-      {kRunning, parseHistory(ok), {}},
-      {kRunning, parseHistory(ok + "\n" + failed), {}},
-      {kRunning, parseHistory(failed + "\n" + ok + "\n" + refused + "\n" + refused), {}},
-      {kRunning, parseHistory(refused), wrong},
-      {kRunning, failure(kFolderNotTrusted), {}},
-      {kStopped, failure(2), wrong},
-      {kAbsent, failure(2), {}}};
-  for (const auto& [service, history, findings] : cases)
-    said.add("status --check", checkedStatusAnswer({service, "1.1", "L", true, history}, findings));
-  said.add("status --check", checkedStatusAnswer(report, {}));
+  const std::tuple<Result<ServiceFacts>, std::string, std::vector<Finding>> cases[] = {
+      {kRunning, ok, {}},
+      {kRunning, ok + "\n" + failed, {}},
+      {kRunning, failed + "\n" + ok + "\n" + refused + "\n" + refused, {}},
+      {kRunning, refused, wrong},
+      {kStopped, "", wrong},
+      {kAbsent, "", {}}};
+  for (const auto& [service, records, findings] : cases) {
+    const auto newest = [&text = records](const HistoryWish& wish) {
+      std::vector<RecordSequence> sequences(1);
+      sequences[0].push_back(linesOf(text, 9999, 64));
+      return newestRequests(std::move(sequences), wish);
+    };
+    said.add("status --check", checkedStatusAnswer({service, "1.1", "L", true, newest({1})},
+                                                   newest({.last = 1, .onlyUpdates = true}), findings));
+  }
+  for (const std::uint32_t unread : {std::uint32_t{2}, kFolderNotTrusted})
+    said.add("status --check", checkedStatusAnswer(report, failure(unread), {}));
   const auto back = [](const char* state, std::uint32_t code) {
     return mayBeComingBack(ServiceFacts{state, false, 0, code, "", ""});
   };
@@ -369,16 +441,47 @@ TEST(Answers, OfOtherFailuresHaveTheSystemsWordsAndSizesTheirUnit) {
             "1023 bytes1.0 KiB5120.0 GiB");
 }
 
-TEST(History, IsMergedByTimeWithoutSorting) {
-  const auto read = [](std::initializer_list<const char*> times, bool isCut) {
+std::string timesOf(const History& history) {
+  std::string times;
+  for (const InstallRecord& record : history.records) times += record.time;
+  return times + "/" + std::to_string(history.skipped) + (history.isCut ? " cut" : "") +
+         (!history.older           ? ""
+          : history.older->isExact ? ", older: " + std::to_string(history.older->count)
+                                   : ", older");
+}
+
+TEST(History, IsReadFromTheEndsAndMergedByTimeWithoutSorting) {
+  const auto file = [](std::initializer_list<const char*> times, std::int64_t most) {
     std::string text = "torn\n";
-    for (const char* time : times) text += "{\"time\":\"" + std::string(time) + "\",\"status\":0}\n";
-    return parseHistory(text + "{\"to", isCut);
+    for (const char* time : times) {
+      const bool failed = time[0] == '4' || time[0] == '2';
+      text += "{\"time\":\"" + std::string(time) + "\",\"status\":" + (failed ? "5}\n\n" : "30000}\r\n");
+    }
+    return linesOf(text + "{\"to", most, 3);
   };
-  const History merged = mergeByTime(read({"2", "4", "3"}, false), read({"1", "2", "5"}, true));
-  std::string order;
-  for (const InstallRecord& record : merged.records) order += record.time;
-  EXPECT_EQ(order + std::to_string(merged.skipped), "1224353") << "the line that was cut is no torn one";
+  const std::tuple<HistoryWish, std::int64_t, const char*> cases[] = {
+      {{}, 999, "0122435/6"},          {{}, 40, "035/4 cut"},
+      {{3}, 999, "435/2, older: 8"},   {{9}, 999, "0122435/6"},
+      {{1, true}, 999, "4/2, older"},  {{9, true}, 999, "224/6"},
+      {{0, false, "3"}, 999, "435/2"}, {{1, false, "3"}, 999, "5/2, older"}};
+  for (const auto& [wish, most, wanted] : cases) {
+    std::vector<RecordSequence> sequences(2);
+    sequences[0].push_back(file({"2", "4", "3"}, most));
+    sequences[0].push_back(file({"0"}, most));
+    sequences[1].push_back(file({"1", "2", "5"}, most));
+    EXPECT_EQ(timesOf(newestRequests(std::move(sequences), wish)), wanted);
+  }
+  std::vector<RecordSequence> sequences(1);
+  sequences[0].push_back({9, 9, [](auto, auto) -> Result<std::string> { return failure(5); }});
+  EXPECT_EQ(newestRequests(std::move(sequences), {}).unread, SystemError(5));
+}
+
+TEST(Moments, AreDaysTimesAndSpansInUtc) {
+  for (const Lines& row : tableIn("client/moments.txt")) {
+    const auto moment = momentFrom(row[0], std::chrono::sys_days(std::chrono::year(2026) / 3 / 1));
+    EXPECT_EQ(moment ? isoTime(*moment) : "none", row[1]) << row[0];
+  }
+  EXPECT_EQ(momentBefore("2026-03-01T00:30:00.007Z", std::chrono::hours(1)), "2026-02-28T23:30:00.000Z");
 }
 
 /// What the manual says in the row or list item that begins so, up to the next; empty when there is none.
@@ -399,6 +502,17 @@ std::set<std::string> namesIn(const std::string& text) {
   for (std::sregex_iterator found(bare.begin(), bare.end(), name), end; found != end; ++found)
     names.insert((*found)[1]);
   return names;
+}
+
+TEST(Explanations, AreListedAll) {
+  std::size_t rows = 0;
+  for (const CodeTable& table : codeTables()) rows += table.rows.size();
+  const Answer list = codeListAnswer();
+  for (const auto& [text, hex] : {std::pair("deadbeef", "0xdeadbeef"), {"30004000", "0x01c9d320"}})
+    EXPECT_EQ(explanationAnswer(text).json["hex"], hex);
+  EXPECT_EQ(list.json["entries"].size(), rows);
+  EXPECT_THAT(list.text, AllOf(StartsWith("Answer of the service:\nCODE "), HasSubstr("\nTrust error:\nCODE"),
+                               HasSubstr("\n0x800b0100  TRUST_E_NOSIGNATURE")));
 }
 
 TEST(Documentation, HasARowForEveryExitCodeCommandOptionAndKey) {

@@ -17,7 +17,8 @@ const std::string kNotRead = "Error: Could not read json data, exception: ";
 const std::string kTooDeep = kNotRead + "nested too deeply, type: zarn::ProfileNestingError";
 
 /// The error that is logged, or the profile in brackets: never both.
-std::string outcomeOf(const std::function<std::optional<ApprovedDigests>()>& fetch) {
+template <typename Fetch>
+std::string outcomeOf(const Fetch& fetch) {
   const RecordingLog log(LogLevel::Error);
   const auto profile = fetch();
   EXPECT_EQ(log.lines().size(), profile ? 0U : 1U);
@@ -47,6 +48,8 @@ TEST(CertificateProfile, BadServersAreAnsweredInTimeAndTheNextGoodOneServes) {
   }
 }
 
+std::string reason;  // that the last told fetch gave
+
 /// The outcome of a fetch from `host` by a transfer that ends as told; puts down the request.
 std::string outcomeOfTold(const std::string& host, std::int32_t httpCode = 200, CURLcode result = CURLE_OK,
                           std::shared_ptr<HttpContext>* request = nullptr) {
@@ -56,7 +59,11 @@ std::string outcomeOfTold(const std::string& host, std::int32_t httpCode = 200, 
     std::tie(context->httpCode, context->result, context->body) = std::tuple(httpCode, result, kOne);
     return context;
   };
-  return outcomeOf([&] { return CertificateProfileClient(host, perform).fetch(); });
+  return outcomeOf([&] {
+    auto answer = CertificateProfileClient(host, perform).fetch();
+    reason = answer ? "" : answer.error().reason;
+    return answer;
+  });
 }
 
 TEST(CertificateProfile, OnlyAWholeResponseWithACodeFrom200To299Counts) {
@@ -73,6 +80,7 @@ TEST(CertificateProfile, OnlyAWholeResponseWithACodeFrom200To299Counts) {
     RecordingEvents events;
     EXPECT_THAT(outcomeOfTold("h", httpCode, result), StartsWith(outcome));
     EXPECT_EQ(events.take(), event.empty() ? Lines() : Lines{"1010|h|" + event});
+    EXPECT_EQ(reason, event.starts_with("HTTP") ? "HTTP " + std::to_string(httpCode) : event);
   }
 }
 

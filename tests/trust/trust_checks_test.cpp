@@ -24,7 +24,7 @@ struct TrustChecks : ::testing::Test {
   }
 
   IdentityResult integrity() { return {CheckCertificateIntegrity(api_, L"real.exe", L"a\nb.exe")}; }
-  IdentityResult identity(const std::optional<ApprovedDigests>& approved) {
+  IdentityResult identity(const ProfileAnswer& approved) {
     return CheckCertificateIdentity(api_, L"real.exe", [&] {
       api_.calls.emplace_back("fetch");
       return approved;
@@ -59,8 +59,8 @@ TEST_F(TrustChecks, GoAsTheirStoryTells) {
   const ApprovedDigests nearly = {boost::to_upper_copy(kImageDigest), kImageDigest + " ",
                                   kImageDigest.substr(0, 63), "ab0a"};
   tell("nothing", 0, [&] { return integrity(); });
-  for (const auto& approved : std::vector<std::optional<ApprovedDigests>>{
-           {{kImageDigest, "x"}}, ApprovedDigests{}, std::nullopt, nearly})
+  for (const auto& approved : std::vector<ProfileAnswer>{
+           {{kImageDigest, "x"}}, ApprovedDigests{}, tl::unexpected(ProfileNotHad{"HTTP 404"}), nearly})
     tell("nothing", 0, [&] { return identity(approved); });
   api_.trustStatus = static_cast<std::int32_t>(0x800b010cU);  // a certificate was revoked
   // A failed digest is empty text, which a malformed profile can hold too.

@@ -81,7 +81,8 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
     return readExitCode(process);
   };
   EXPECT_EQ(install(), Status::Failed);
-  EXPECT_EQ(std::pair(exitCode_, record_.exitCode), std::pair(1, std::optional(1U)));
+  EXPECT_EQ(std::tuple(exitCode_, record_.exitCode, record_.installerStarted),
+            std::tuple(1, std::optional(1U), std::optional(true)));
   EXPECT_FALSE(restarted_);
   EXPECT_EQ(log_.texts(),
             (Lines{"bundlePath: " + bundle_, "CheckBundle() from UpdateInterface: " + staged_, "integrity",
@@ -95,7 +96,7 @@ TEST_F(InstallRequestTest, GoesStepByStepHoldingWhatItExamines) {
 TEST_F(InstallRequestTest, RunsNothingThatIsRefusedAndRecordsWhichCheckJudgedOrCouldNot) {
   const auto signer = [this](ProfileState profile) {
     with_.checkIdentity = [profile](auto&) {
-      return IdentityResult{TrustResult::refused(5), Signer{"5e1f", "CN=Somebody"}, profile};
+      return IdentityResult{TrustResult::refused(5), Signer{"5e1f", "CN=Somebody"}, profile, 0, "HTTP 404"};
     };
   };
   FileHandle holder;
@@ -111,8 +112,10 @@ TEST_F(InstallRequestTest, RunsNothingThatIsRefusedAndRecordsWhichCheckJudgedOrC
       {[&] { holder.reset(), with_.checkIntegrity = [](auto&, auto&) { return TrustResult::refused(0); }; },
        Status::SignatureRefused, "integrity refused: " + describeSystemError(31), ""},
       {[&] { signer(ProfileState::Had); }, Status::SignerRefused,
-       "identity refused: " + describeSystemError(5), ""},
+       "identity refused: the signer's certificate is not on the list of approved ones", ""},
       {[&] { signer(ProfileState::NotHad); }, Status::SignerRefused,
+       "identity failed: the list of approved certificates could not be had: HTTP 404", ""},
+      {[&] { signer(ProfileState::NotAsked); }, Status::SignerRefused,
        "identity failed: " + describeSystemError(5), ""},
       {[&] { with_.checkPolicy = [](auto&) { return PolicyResult::refused("it is older"); }; },
        Status::SignerRefused, "policy refused: it is older", ""},
@@ -154,6 +157,14 @@ TEST_F(InstallRequestTest, ChecksACallersFileByTheNameThatItsHandleHas) {
   }
   EXPECT_FALSE(openBundle(wide(folder_.temp.path())));
   EXPECT_EQ(checked, (std::vector<std::wstring>{finalPath(file->get()).value(), wide(bundle_)}));
+}
+
+TEST_F(InstallRequestTest, RecordsThatAnInstallerCouldNotBeStarted) {
+  writeFile(bundle_, "no program");
+  EXPECT_EQ(install(), Status::Failed);
+  EXPECT_EQ(std::tuple(exitCode_, record_.exitCode, record_.installerStarted),
+            std::tuple(ERROR_BAD_EXE_FORMAT, std::optional<std::uint32_t>(ERROR_BAD_EXE_FORMAT),
+                       std::optional(false)));
 }
 
 TEST_F(InstallRequestTest, AnExitCodeThatCannotBeReadIsAStatusOfItsOwn) {
@@ -203,7 +214,7 @@ TEST_F(InstallRequestTest, NothingThatFailsAfterTheInstallerChangesTheAnswerAndR
 TEST_F(InstallRequestTest, LeavesAnInstallerThatOutlastsTheWait) {
   static_assert(kInstallerWaitMilliseconds == 600'000);
   order(0, 1'000);
-  EXPECT_EQ(RunInstaller(wide(bundle_), {.waitMilliseconds = 100}), 259U);
+  EXPECT_EQ(RunInstaller(wide(bundle_), {.waitMilliseconds = 100}).code, 259U);
   EXPECT_EQ(log_.lines()[1], (LoggedLine{LogLevel::Error, "Wait for installer timed out."}));
   // It was not ended: its record comes when it has slept.
   for (int tries = 0; tries < 500 && readFile(commandLine_).empty(); ++tries) Sleep(20);

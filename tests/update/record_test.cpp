@@ -73,7 +73,7 @@ TEST(InstallRecord, IsOneLineAndReadBackFromIt) {
   EXPECT_FALSE(record.note(Check::Identity, Verdict::Refused, "5, Access denied."));
   record.reason = "Too many wait.";
   record.status = Status::SignerRefused;
-  record.exitCode = 0xffffffff, record.durationMilliseconds = 12;
+  record.exitCode = 0xffffffff, record.installerStarted = false, record.durationMilliseconds = 12;
   record.product = "P", record.productVersion = "5.1";
   EXPECT_EQ(recordLine(record), lineOf(0));
   EXPECT_EQ(recordLine(parseRecord(lineOf(0)).value()), lineOf(0));

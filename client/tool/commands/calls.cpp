@@ -5,7 +5,9 @@
 #include "client/tool/commands/commands.h"
 #include "client/tool/machine/console.h"
 #include "client/tool/machine/files.h"
+#include "client/tool/machine/record.h"
 #include "client/tool/machine/service.h"
+#include "client/tool/machine/verification.h"
 #include "client/tool/report/outcome.h"
 #include "client/tool/report/progress.h"
 #include "util/string_utils.h"
@@ -30,6 +32,9 @@ void showProgress(const Call& call, Clock::time_point begin, const Elapsed& elap
   progress.clear();
 }
 
+/// Enough for an account service that cannot be reached.
+constexpr std::chrono::seconds kWorkOutLimit(20);
+
 }  // namespace
 
 Answer runCheck(const Arguments& arguments) {
@@ -38,12 +43,16 @@ Answer runCheck(const Arguments& arguments) {
   const auto result = client::UpdateClient().checkBundle(bundle);
   // The service is asked about after the call: what stands there now is what can be mended.
   if (!result.ok()) return noAnswer(result.error(), queryService());
-  return checkAnswer(StringUtils::utf16to8(bundle), static_cast<Status>(result.value()));
+  const auto status = static_cast<Status>(result.value());
+  const bool isRefused = status == Status::SignatureRefused || status == Status::SignerRefused;
+  const auto found = isRefused ? std::optional(workOutCheck(bundle, kWorkOutLimit)) : std::nullopt;
+  return checkAnswer(StringUtils::utf16to8(bundle), status, found, whyNotInstallable(bundle));
 }
 
 Answer runInstall(const Arguments& arguments) {
   const std::wstring bundle = absolutePath(arguments.target);
   if (auto problem = missingFile(bundle)) return *problem;
+  const std::string began = isoTime(std::chrono::system_clock::now());
   const auto begin = Clock::now();
   const auto elapsed = [&] { return std::chrono::duration_cast<milliseconds>(Clock::now() - begin); };
   const Interruption interruption("Interrupted; the service goes on with the installation.");
@@ -51,7 +60,12 @@ Answer runInstall(const Arguments& arguments) {
   showProgress(call, begin, elapsed);
   const auto result = call.get();
   if (!result.ok()) return noAnswer(result.error(), queryService());
-  return installAnswer(StringUtils::utf16to8(bundle), result.value(), elapsed());
+  const std::string path = StringUtils::utf16to8(bundle);
+  const auto took = elapsed();
+  const auto status = static_cast<Status>(result.value().status);
+  const OwnRequest request =
+      isSuccess(status) ? OwnRequest{} : findOwnRequest(recordSource({}), path, began, status);
+  return installAnswer(path, result.value(), took, request);
 }
 
 Answer runSetAppData(const Arguments& arguments) {

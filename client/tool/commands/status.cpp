@@ -11,6 +11,7 @@
 #include "client/tool/machine/service.h"
 #include "client/tool/machine/settings.h"
 #include "client/tool/report/health.h"
+#include "client/tool/report/moments.h"
 #include "os/clock.h"
 #include "update/record_folder.h"
 #include "util/file_utils.h"
@@ -20,10 +21,16 @@
 namespace zarn::tool {
 namespace {
 
-/// Of each file. The last outcome stands at an end; who lists wants all that a record
-/// folder keeps, with room for files that somebody has kept from being renamed.
-constexpr std::int64_t kStatusBytes = std::int64_t{1} << 20;
-constexpr std::int64_t kHistoryBytes = std::int64_t{64} << 20;
+HistoryWish wishOf(const Arguments& arguments) {
+  HistoryWish wish;
+  wish.onlyFailed = arguments.failed;
+  const auto since = momentFrom(arguments.since, std::chrono::system_clock::now());
+  if (since) wish.since = isoTime(*since);
+  wish.last = arguments.last;
+  // Who names a time means all that came after it.
+  if (arguments.last == 0 && !arguments.all && !since) wish.last = kUsualRequests;
+  return wish;
+}
 
 /// After an update the service ends, and is started anew in 1 s, or 5 s the second time: it is
 /// waited for a little longer.
@@ -61,14 +68,17 @@ Answer runStatus(const Arguments& arguments) {
   report.logFolderExists = mayBeFolder(report.logFolder);
   report.installing = installUnderWay(report.recordFolder, report.service);
   // Read last: whatever else is shown, the outcome is the newest.
-  report.history = readHistory(recordSource(arguments.logs), kStatusBytes);
-  return arguments.check ? checkedStatusAnswer(report, checkConfiguration()) : statusAnswer(report);
+  const RecordSource record = recordSource(arguments.logs);
+  report.history = readHistory(record, {1});
+  if (!arguments.check) return statusAnswer(report);
+  const auto lastUpdate = readHistory(record, {.last = 1, .onlyUpdates = true});
+  return checkedStatusAnswer(report, lastUpdate, checkConfiguration());
 }
 
 Answer runHistory(const Arguments& arguments) {
   const RecordSource source = recordSource(arguments.logs);
   return historyAnswer(source, FileUtils::join(source.folder, names::kHistory.narrow),
-                       readHistory(source, kHistoryBytes), arguments.last);
+                       readHistory(source, wishOf(arguments)));
 }
 
 }  // namespace zarn::tool

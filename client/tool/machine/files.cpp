@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
+#include <memory>
+#include <utility>
 
 #include "os/files.h"
 #include "util/printable.h"
@@ -61,6 +63,29 @@ Result<std::string> readHead(const std::string& folder, const std::string& name,
   bytes.resize(std::fread(bytes.data(), 1, bytes.size(), opened->get()));
   if (std::ferror(opened->get()) != 0) return lastFailure();
   return bytes;
+}
+
+LinesFromEnd linesFromEnd(os::ScopedFile file, std::int64_t maximumBytes) {
+  const std::int64_t size = os::seekToEnd(*file);
+  const std::shared_ptr<std::FILE> shared(std::move(file));
+  const auto read = [shared](std::int64_t offset, std::size_t bytes) -> Result<std::string> {
+    std::string block(bytes, '\0');
+    if (_fseeki64(shared.get(), offset, SEEK_SET) != 0) return lastFailure();
+    block.resize(std::fread(block.data(), 1, block.size(), shared.get()));
+    if (std::ferror(shared.get()) != 0) return lastFailure();
+    return block;
+  };
+  return {size, maximumBytes, read};
+}
+
+LinesFromEnd linesFromEnd(FileEnd end) {
+  const auto bytes = static_cast<std::int64_t>(end.bytes.size());
+  // What was cut off stands for one byte, so that its line is known to be torn.
+  const std::int64_t cut = end.isCut ? 1 : 0;
+  const auto read = [text = std::move(end.bytes), cut](std::int64_t offset, std::size_t count) {
+    return Result<std::string>(text.substr(static_cast<std::size_t>(offset - cut), count));
+  };
+  return {bytes + cut, bytes, read};
 }
 
 Result<std::vector<std::string>> filesIn(const FileUtils::HeldFolder& folder) {

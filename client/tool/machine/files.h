@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "client/tool/report/answer.h"
+#include "client/tool/report/newest_requests.h"
+#include "os/files.h"
 #include "os/system_error.h"
 #include "util/held_folder.h"
 
@@ -29,6 +31,11 @@ struct FileEnd {
 /// The first `maximumBytes` of such a file, in the same way.
 [[nodiscard]] Result<std::string> readHead(const std::string& folder, const std::string& name,
                                            std::int64_t maximumBytes);
+
+/// The lines of an open file, from its end, of which no more than `maximumBytes` are read.
+[[nodiscard]] LinesFromEnd linesFromEnd(os::ScopedFile file, std::int64_t maximumBytes);
+/// Those of a file's end that was read.
+[[nodiscard]] LinesFromEnd linesFromEnd(FileEnd end);
 
 /// Names of the plain files in a folder, sorted.
 [[nodiscard]] Result<std::vector<std::string>> filesIn(const FileUtils::HeldFolder& folder);

@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include "client/tool/report/history.h"
+#include "client/tool/report/newest_requests.h"
+#include "client/tool/report/outcome.h"
 #include "client/tool/report/service_state.h"
 #include "update/install_record.h"
 
@@ -27,9 +29,13 @@ namespace zarn::tool {
 [[nodiscard]] Result<std::optional<InstallUnderWay>> installUnderWay(const std::string& folder,
                                                                      const Result<ServiceFacts>& service);
 
-/// The last `maximumBytes` of each file in the folder: of the requests for which an
-/// installer ran and the others, or of both in one file. Fails when there is none that
-/// can be read.
-[[nodiscard]] Result<History> readHistory(const RecordSource& source, std::int64_t maximumBytes);
+/// What is wanted of the folder's files: of the requests for which an installer ran and the
+/// others, or of both in one file. Fails when there is none that can be read.
+[[nodiscard]] Result<History> readHistory(const RecordSource& source, const HistoryWish& wish);
+
+/// What the record has of an install request of this process for `path` that began at
+/// `begin` (see isoTime()) or later and ended with `status`.
+[[nodiscard]] OwnRequest findOwnRequest(const RecordSource& source, const std::string& path,
+                                        const std::string& begin, Status status);
 
 }  // namespace zarn::tool

@@ -2,14 +2,20 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <exception>
+#include <future>
+#include <memory>
 #include <optional>
+#include <thread>
 #include <utility>
 
+#include "client/tool/machine/service.h"
 #include "client/tool/report/explanations.h"
 #include "client/tool/report/text.h"
 #include "os/error_text.h"
 #include "os/handles_win.h"
-#include "os/text.h"
+#include "prefs/preferences.h"
 #include "trust/account_service_host.h"
 #include "trust/certificate_identity.h"
 #include "trust/certificate_integrity.h"
@@ -24,14 +30,23 @@
 namespace zarn::tool {
 namespace {
 
-constexpr auto kUseSmallerBundle = os::joinedLiterals("Use a bundle of at most ", kMaximumBundleWords);
-
 /// One file on its way through the checks. Each check notes how it ended and says
 /// whether the next one is to be made.
 class Verification {
  public:
   Verification(const std::wstring& path, const CapturedLog& log, TrustApi& api)
       : path_(path), log_(log), api_(api) {}
+
+  /// What a check would decide, which asks for neither size nor name.
+  WorkedOut check() {
+    WorkedOut found;
+    found.status = open() ? decideBySigner() : Status::SignatureRefused;
+    const auto decided = std::ranges::find_if(record_.checks, [](const CheckRecord& step) {
+      return step.verdict == nameOf(Verdict::Refused) || step.verdict == nameOf(Verdict::Failed);
+    });
+    if (decided != record_.checks.end()) found.decided = *decided;
+    return found;
+  }
 
   VerificationReport run() {
     report_.status = decide();
@@ -46,6 +61,10 @@ class Verification {
  private:
   Status decide() {
     if (!open() || !size() || !extension()) return Status::Failed;
+    return decideBySigner();
+  }
+
+  Status decideBySigner() {
     report_.signatureHolds = integrity();
     if (!report_.signatureHolds) {
       findSigner();
@@ -65,7 +84,7 @@ class Verification {
     LARGE_INTEGER size{};
     if (GetFileSizeEx(file_.get(), &size) != 0) report_.bytes = size.QuadPart;
     if (!isAcceptableBundleSize(report_.bytes)) {
-      return stop(Check::Size, Verdict::Refused, std::string(kTooLarge), std::string(kUseSmallerBundle));
+      return stop(Check::Size, Verdict::Refused, std::string(kTooLarge));
     }
     return pass(Check::Size,
                 report_.bytes < 0 ? "unknown" : fileSize(static_cast<std::uint64_t>(report_.bytes)));
@@ -73,7 +92,7 @@ class Verification {
 
   bool extension() {
     if (hasBundleExtension(path_)) return pass(Check::Extension, ".exe");
-    return stop(Check::Extension, Verdict::Refused, kNotExe, "Rename the file so that it ends in \".exe\"");
+    return stop(Check::Extension, Verdict::Refused, kNotExe);
   }
 
   bool integrity() {
@@ -86,10 +105,7 @@ class Verification {
     return stop(Check::Integrity, Verdict::Refused, static_cast<std::uint32_t>(result->code()));
   }
 
-  /// Why the list of approved digests could not be had stands in the log alone: the first
-  /// error line of this check is its reason.
   bool identity() {
-    const std::size_t errorsBefore = log_.errors().size();
     std::optional<IdentityResult> checked;
     const std::uint32_t exception = callCatching(
         [&] { checked = CheckCertificateIdentity(api_, path_, FetchCertificateProfile); }, catchEvery);
@@ -98,26 +114,16 @@ class Verification {
     const bool isApproved = checked->result.isVerified();
     if (checked->profile != ProfileState::NotAsked) report_.profile = {checked->approvedDigests, isApproved};
     if (isApproved) return pass(Check::Identity, "the signer's digest is approved");
-    switch (checked->profile) {
-      case ProfileState::NotAsked:
-        return stop(Check::Identity, Verdict::Failed, static_cast<std::uint32_t>(checked->result.code()));
-      case ProfileState::NotHad:
-        return stop(
-            Check::Identity, Verdict::Failed,
-            "no approved digests to be had: " + log_.errors().at(errorsBefore),
-            "Check the way to the account service, and the authorities in Resources beside this program");
-      case ProfileState::Had:
-        break;
-    }
-    return stop(Check::Identity, Verdict::Refused, "the signer's digest is not approved",
-                "Use a bundle that an approved certificate signed, or have the digest approved");
+    if (checked->profile == ProfileState::NotAsked)
+      return stop(Check::Identity, Verdict::Failed, static_cast<std::uint32_t>(checked->result.code()));
+    const bool isHad = checked->profile == ProfileState::Had;
+    return stop(Check::Identity, isHad ? Verdict::Refused : Verdict::Failed, whyRefused(*checked));
   }
 
   bool policy() {
     const PolicyResult result = CheckUpdatePolicy(StringUtils::utf16to8(path_));
     if (result.isAllowed()) return pass(Check::Policy, "allowed on this machine");
-    return stop(Check::Policy, Verdict::Refused, result.sentence(),
-                "Use a bundle that this machine's policy allows");
+    return stop(Check::Policy, Verdict::Refused, result.sentence());
   }
 
   /// Who signed is worth knowing also when the signature is refused. The answer of
@@ -137,21 +143,20 @@ class Verification {
     return record_.note(check, Verdict::Passed, std::move(detail));
   }
 
-  bool stop(Check check, Verdict verdict, std::string detail, std::string advice) {
-    report_.advice = std::move(advice);
+  bool stop(Check check, Verdict verdict, std::string detail) {
     return record_.note(check, verdict, std::move(detail));
   }
 
   bool stop(Check check, Verdict verdict, std::uint32_t code) {
     const Explanation* const row = explain(CodeKind::Trust, CodeKind::System, code);
-    if (row == nullptr) return stop(check, verdict, describeSystemError(code), "");
-    return stop(check, verdict, codeText(code) + ", " + std::string(row->meaning), std::string(row->advice));
+    return stop(
+        check, verdict,
+        row == nullptr ? describeSystemError(code) : codeText(code) + ", " + std::string(row->meaning));
   }
 
   /// The check broke off in the middle: what it held stays open as long as this process.
   bool stopForException(Check check, std::uint32_t exception) {
-    return stop(check, Verdict::Failed, "the check failed inside the system: " + codeText(exception),
-                "Do not run the bundle; download it again");
+    return stop(check, Verdict::Failed, "the check failed inside the system: " + codeText(exception));
   }
 
   const std::wstring& path_;
@@ -167,6 +172,41 @@ class Verification {
 
 VerificationReport verifyBundle(const std::wstring& path, const CapturedLog& log, TrustApi& api) {
   return Verification(path, log, api).run();
+}
+
+const CapturedLog& beginVerification() {
+  adoptServiceEnvironment();
+  // The service's settings are its account's; this user's must not steer what is worked out here.
+  Preferences::useTestStore(true);
+  // Never destroyed: the HTTP client's threads may log as long as the process lives.
+  return *std::make_unique<CapturedLog>().release();
+}
+
+WorkedOut workOutCheck(const std::wstring& path, std::chrono::seconds limit) {
+  const CapturedLog& log = beginVerification();
+  const auto promise = std::make_shared<std::promise<WorkedOut>>();
+  auto future = promise->get_future();
+  // Left behind when it takes too long: nothing tells the system's checks to end.
+  std::thread([promise, path, &log] {
+    WorkedOut found;
+    try {
+      found = Verification(path, log, systemTrustApi()).check();
+    } catch (const std::exception& error) {
+      found.problem = error.what();
+    }
+    promise->set_value(std::move(found));
+  }).detach();
+  if (future.wait_for(limit) == std::future_status::ready) return future.get();
+  return {Status::Failed, {}, "it took longer than " + duration(std::chrono::milliseconds(limit).count())};
+}
+
+std::string whyNotInstallable(const std::wstring& path) {
+  if (!hasBundleExtension(path)) return kNotExe;
+  WIN32_FILE_ATTRIBUTE_DATA found{};
+  if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &found) == 0) return {};
+  const auto bytes =
+      static_cast<std::int64_t>(std::uint64_t{found.nFileSizeHigh} << 32U | found.nFileSizeLow);
+  return isAcceptableBundleSize(bytes) ? "" : kTooLarge.text;
 }
 
 }  // namespace zarn::tool

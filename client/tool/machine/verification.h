@@ -2,12 +2,14 @@
 // that the service's own code writes while it is found out.
 #pragma once
 
+#include <chrono>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "client/tool/report/outcome.h"
 #include "client/tool/report/verification_report.h"
 #include "log/token_scrubber.h"
 #include "trust/trust_api.h"
@@ -63,5 +65,17 @@ class CapturedLog final : public LogSink {
 /// process's log.
 [[nodiscard]] VerificationReport verifyBundle(const std::wstring& path, const CapturedLog& log,
                                               TrustApi& api = systemTrustApi());
+
+/// Makes this process see what the service sees, and returns its log from now on. Once a
+/// process, while no other thread reads the environment.
+[[nodiscard]] const CapturedLog& beginVerification();
+
+/// Why a check of the file would be refused, found out in this process, after which no other
+/// verification is begun; given up after `limit`.
+[[nodiscard]] WorkedOut workOutCheck(const std::wstring& path, std::chrono::seconds limit);
+
+/// Why an install would be refused by the file's name or size, which a check does not ask
+/// for; empty when it would not.
+[[nodiscard]] std::string whyNotInstallable(const std::wstring& path);
 
 }  // namespace zarn::tool

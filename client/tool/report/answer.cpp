@@ -15,9 +15,11 @@ constexpr struct {
   /// Those behind the last are empty.
   std::array<std::string_view, kMostKeys> keys;
 } kKeys[] = {
-    {"check", {"bundle", "trusted", "status", "meaning", "advice", "rpcStatus"}},
+    {"check",
+     {"bundle", "trusted", "status", "meaning", "advice", "decidedBy", "installRefusal", "rpcStatus"}},
     {"install",
-     {"bundle", "installed", "installerExitCode", "elapsedMs", "status", "meaning", "advice", "rpcStatus"}},
+     {"bundle", "installed", "installerExitCode", "elapsedMs", "status", "meaning", "advice", "decidedBy",
+      "rpcStatus"}},
     {"set-app-data", {"directory", "rpcStatus"}},
     {"verify",
      {"bundle", "trusted", "size", "steps", "signer", "profile", "log", "status", "meaning", "advice"}},
@@ -27,8 +29,8 @@ constexpr struct {
       "startType",   "recovery",   "installing",      "installingUnknown", "versionRunning",
       "authorities", "tempFolder", "recordFolder",    "earlierLogFolders", "lastOutcome",
       "problems",    "notes"}},
-    {"history", {"file", "requests", "skippedLines", "olderOmitted"}},
-    {"explain", {"code", "signed", "hex", "systemText", "entries"}},
+    {"history", {"file", "requests", "skippedLines", "olderOmitted", "older"}},
+    {"explain", {"code", "signed", "hex", "systemText", "entries", "otherReadings"}},
     {"collect-logs", {"target", "logFolder", "files", "missing"}},
     {"wait", {"installing", "unknown", "waitedMs"}},
     {"doctor", {"checks"}},

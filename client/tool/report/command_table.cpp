@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "client/tool/report/command_line.h"
+#include "client/tool/report/moments.h"
 #include "os/text.h"
 #include "update/status.h"
 
@@ -25,7 +26,7 @@ constexpr OptionFacts kOptions[] = {
     {Option::Last, "--last", "N", "Show only the newest N requests", &Arguments::last},
     {Option::All, "--all", "", "Show every request, not only the newest 20", &Arguments::all},
     {Option::Failed, "--failed", "", "Show only requests that were refused or failed", &Arguments::failed},
-    {Option::Since, "--since", "TIME", "Show only requests from then on, such as 2026-11-21 (UTC)",
+    {Option::Since, "--since", "TIME", "Show only requests from then on: 2026-11-21 (UTC), 7d, 24h",
      &Arguments::since},
     {Option::List, "--list", "", "List the codes that are known", &Arguments::list},
     {Option::Check, "--check", "", "Say only whether all is well, for monitoring", &Arguments::check},
@@ -34,12 +35,27 @@ constexpr OptionFacts kOptions[] = {
 };
 
 std::string objectionToHistory(const Arguments& arguments) {
-  return arguments.all && arguments.last != 0 ? "--last and --all contradict each other" : "";
+  if (arguments.all && arguments.last != 0) return "--last and --all contradict each other";
+  const bool isTime = arguments.since.empty() || momentFrom(arguments.since, {});
+  return isTime ? "" : "--since wants a time such as " + (kMomentForms + (", not " + typed(arguments.since)));
 }
 
 std::string objectionToExplain(const Arguments& arguments) {
   if (arguments.list && !arguments.target.empty()) return "explain wants a CODE or --list, not both";
   return !arguments.list && arguments.target.empty() ? "explain wants a CODE, or --list" : "";
+}
+
+/// Who asks for such a file would get a folder of that name.
+std::string objectionToCollectLogs(const Arguments& arguments) {
+  constexpr std::string_view others[] = {".tar", ".gz",  ".tgz", ".bz2", ".tbz", ".xz",  ".txz", ".zst",
+                                         ".7z",  ".rar", ".cab", ".lzh", ".lz4", ".iso", ".wim", ".zipx"};
+  const std::string_view target = arguments.target;
+  const bool isOther = std::ranges::any_of(others, [&](std::string_view extension) {
+    return target.size() > extension.size() &&
+           os::equalsIgnoringCase(target.substr(target.size() - extension.size()), extension);
+  });
+  return isOther ? "collect-logs makes a zip file (its name ends in .zip) or a folder, not " + typed(target)
+                 : "";
 }
 
 constexpr Command kCommands[] = {
@@ -86,13 +102,16 @@ constexpr Command kCommands[] = {
      "Requests.jsonl\"\n"
      "the others, and a file with \".1\" in its name is the one before. With --logs DIR the folder "
      "\"Record\"\n"
-     "in DIR is read, or DIR itself. --json gives every recorded key.",
+     "in DIR is read, or DIR itself. --last, --all and --since show another number than the newest 20.\n"
+     "TIME is a day, a day and a time (2026-11-21T10:15:00Z), or a span before now in m, h, d or w; all in\n"
+     "UTC. --json gives every recorded key.",
      Verb::History,
      kOfHistory,
      objectionToHistory},
     {"explain",
      "Say what a code means and what to do",
-     {Argument::Kind::Text, "CODE", "Decimal, negative or hexadecimal: 30004, -2146762496, 0x800b0100", true},
+     {Argument::Kind::Text, "CODE", "A number or a name: 30004, -2146762496, 0x800b0100, CERT_E_CHAINING",
+      true},
      "Knows the service's answers, exit codes of installers and of these programs, and errors of Windows.\n"
      "Exit code 1 when nothing is known of the code.",
      Verb::Explain,
@@ -101,11 +120,14 @@ constexpr Command kCommands[] = {
     {"collect-logs",
      "Copy the service's logs into a zip file or a folder",
      {Argument::Kind::Path, "ZIP-OR-DIR", "A free place; a zip file is made when it ends in .zip"},
-     "Takes the service's logs, its record of requests (into \"Record\"), Installer Logs and the output of\n"
-     "status. Files of the media server in the same folder are left out. Exit code 4 when something could "
-     "not be collected.",
+     "Takes the service's logs, also from folders where it logged before, its record of requests (into\n"
+     "\"Record\"), Installer Logs, the package's logs, the service's newest events, the output of status "
+     "and\n"
+     "of doctor --offline, and the system's version. Files of the media server in the same folder are left\n"
+     "out. Exit code 4 when something could not be collected.",
      Verb::CollectLogs,
-     kOfCollectLogs},
+     kOfCollectLogs,
+     objectionToCollectLogs},
     {"wait",
      "Wait until the service is installing no update",
      {Argument::Kind::Seconds, "SECONDS", "For how long, 0 to 86400; without it 600", true},

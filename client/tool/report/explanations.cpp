@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "client/tool/report/text.h"
@@ -25,6 +26,8 @@ constexpr Explanation kInstallerRows[] = {
     {1602, "ERROR_INSTALL_USEREXIT", "the installation was cancelled", "Try again"},
     {1603, "ERROR_INSTALL_FAILURE", "a fatal error during installation",
      "Look into Installer Logs for \"Return value 3\"; common: disk full, files in use, missing permissions"},
+    {1604, "ERROR_INSTALL_SUSPEND", "the installation was suspended and is not complete",
+     "Restart Windows, and install again"},
     {1605, "ERROR_UNKNOWN_PRODUCT", "the product to change is not installed",
      "Install the full product first"},
     {1612, "ERROR_INSTALL_SOURCE_ABSENT", "the source of the installed product is not to be had",
@@ -36,14 +39,22 @@ constexpr Explanation kInstallerRows[] = {
      "Download the bundle again"},
     {1622, "ERROR_INSTALL_LOG_FAILURE", "the installer could not write its log",
      "See whether the service's temporary folder can be written and the disk has room"},
+    {1624, "ERROR_INSTALL_TRANSFORM_FAILURE", "a transform could not be applied to the package",
+     "See which transforms the installed product has, and whether they are still there; else remove the "
+     "product and install it anew"},
     {1625, "ERROR_INSTALL_PACKAGE_REJECTED", "a policy of this machine forbids the installation",
      "Ask who manages the machine's policies"},
     {1632, "ERROR_INSTALL_TEMP_UNWRITABLE", "the temporary folder is full or not to be written",
      "Make room on the system disk; see the access rights of the service's temporary folder"},
     {1633, "ERROR_INSTALL_PLATFORM_UNSUPPORTED", "the package is for another kind of processor",
      "Download the bundle for this machine"},
+    {1636, "ERROR_PATCH_PACKAGE_INVALID", "the patch inside the bundle is damaged, or is none",
+     "Download the bundle again; if it stays so, report it to the publisher"},
     {1638, "ERROR_PRODUCT_VERSION", "another version of the product is installed already",
      "Nothing if it is newer; else remove it first"},
+    {1640, "ERROR_INSTALL_REMOTE_DISALLOWED",
+     "this system lets only administrators install from a remote desktop session",
+     "Install at the machine itself, or as an administrator"},
     {1641, "ERROR_SUCCESS_REBOOT_INITIATED", "installed, and a reboot began", "Nothing"},
     {3010, "ERROR_SUCCESS_REBOOT_REQUIRED", "installed, and a reboot is required", "Reboot when it suits"},
     {0xc0000005, "STATUS_ACCESS_VIOLATION", "the installer crashed",
@@ -65,7 +76,7 @@ constexpr Explanation kSystemRows[] = {
     {21, "ERROR_NOT_READY", "the drive is not ready", "See whether the drive is connected"},
     {23, "ERROR_CRC", "the disk cannot read the data", "Check the disk; download the bundle again"},
     {31, "ERROR_GEN_FAILURE", "a call failed without giving a reason, such as for a file without a signature",
-     "Run zarn-update verify on the bundle"},
+     "See whether the file is signed: its properties show its digital signatures; download the bundle again"},
     {32, "ERROR_SHARING_VIOLATION", "another program has the file open for writing",
      "Close the download or the scanner that holds it, and try again"},
     {33, "ERROR_LOCK_VIOLATION", "another program has locked a part of the file",
@@ -98,12 +109,20 @@ constexpr Explanation kSystemRows[] = {
     {1063, "ERROR_FAILED_SERVICE_CONTROLLER_CONNECT",
      "the service's program was started by hand instead of by the service control manager",
      "Start it as a service: net start ZarnUpdateService"},
+    {1072, "ERROR_SERVICE_MARKED_FOR_DELETE",
+     "the service is marked for deletion, and goes when the last program that holds it lets go",
+     "Close the services console and whatever else shows services, or restart Windows; then install the "
+     "package again"},
     {1223, "ERROR_CANCELLED", "the operation was cancelled", "Try again"},
     {1260, "ERROR_ACCESS_DISABLED_BY_POLICY", "a policy of this machine forbids the program",
      "Ask who manages the machine's policies"},
     {1392, "ERROR_FILE_CORRUPT", "the file or folder is damaged on the disk", "Check the disk"},
     {1455, "ERROR_COMMITMENT_LIMIT", "the paging file is too small", "Make room on the system disk"},
     {1467, "ERROR_RESTART_APPLICATION", "a program asks to be restarted", "Start it again"},
+    {14001, "ERROR_SXS_CANT_GEN_ACTCTX",
+     "a library that the program's manifest asks for is not there, such as a Visual C++ run-time",
+     "The system's event log names the library (source SideBySide); install it, or download the bundle "
+     "again"},
 };
 
 // Of the trust provider, of the checks of a chain and of the calls that take a signature
@@ -168,6 +187,8 @@ constexpr Explanation kRpcRows[] = {
      "See zarn-update status and zarn-update history before trying again"},
     {1727, "RPC_S_CALL_FAILED_DNE", "the service went away before it took the call",
      "Start it if need be, and try again"},
+    {1747, "RPC_S_UNKNOWN_AUTHN_SERVICE", "this system's RPC cannot tell who is at the other end",
+     "Repair the Windows installation: every Windows has this service"},
     {1753, "EPT_S_NOT_REGISTERED", "the service is not running", "Start it: net start ZarnUpdateService"},
     {1825, "RPC_S_SEC_PKG_ERROR", "what answers at the endpoint is not the system and so not the service",
      "See zarn-update status, and which program holds the endpoint"},
@@ -222,8 +243,8 @@ std::vector<Explanation> statusRows() {
   std::vector<Explanation> rows;
   for (const StatusFacts& facts : statuses()) {
     const auto code = static_cast<std::uint32_t>(facts.status);
-    rows.push_back({code, "", facts.meaning, facts.advice});
-    if (facts.status == Status::Installed) rows.push_back({code, "", trusted, "Nothing"});
+    rows.push_back({code, facts.name, facts.meaning, facts.advice});
+    if (facts.status == Status::Installed) rows.push_back({code, facts.name, trusted, "Nothing"});
   }
   return rows;
 }
@@ -234,33 +255,147 @@ std::string capitalized(std::string_view clause) {
   return sentence(text);
 }
 
-void addExplanation(Answer& answer, const CodeTable& table, const Explanation& row) {
-  std::string title(table.name);
-  if (!row.name.empty()) title += ", " + std::string(row.name);
-  answer.text += "\n  As " + title + ":\n    " + capitalized(row.meaning) +
-                 "\n    Next: " + capitalized(row.advice) + "\n";
-  answer.json["entries"].push_back({{"kind", table.key},
-                                    {"code", row.code},
-                                    {"name", row.name},
-                                    {"meaning", row.meaning},
-                                    {"advice", row.advice}});
+// ---- What is said of one code ---------------------------------------------------------
+
+/// What stands under one heading: the rows of one kind, of several kinds where these say
+/// the same.
+struct Section {
+  std::string title;
+  std::vector<const Explanation*> rows;
+};
+
+bool saysTheSame(const Section& one, const Section& other) {
+  return std::ranges::equal(one.rows, other.rows, [](const Explanation* a, const Explanation* b) {
+    return a->meaning == b->meaning && a->advice == b->advice;
+  });
 }
 
-/// Everything that the tables have of `code`, of every kind or of one.
-void addExplanations(Answer& answer, std::uint32_t code, std::optional<CodeKind> only = std::nullopt) {
-  for (const CodeTable& table : codeTables()) {
-    if (only && table.kind != *only) continue;
+Json entryOf(const CodeTable& table, const Explanation& row) {
+  return {{"kind", table.key},
+          {"code", row.code},
+          {"name", row.name},
+          {"meaning", row.meaning},
+          {"advice", row.advice}};
+}
+
+/// All that is known of a code.
+struct Known {
+  std::uint32_t code = 0;
+  std::string words;  ///< the system's
+  std::vector<Section> sections;
+  Json entries = Json::array();
+
+  [[nodiscard]] bool isAnything() const { return !sections.empty() || !words.empty(); }
+
+  /// What `table` has of `number`: the code itself, or one inside it, which is named then.
+  void add(const CodeTable& table, std::uint32_t number) {
+    Section section{std::string(table.name), {}};
     for (const Explanation& row : table.rows) {
-      if (row.code == code) addExplanation(answer, table, row);
+      if (row.code != number) continue;
+      section.rows.push_back(&row);
+      entries.push_back(entryOf(table, row));
+    }
+    if (section.rows.empty()) return;
+    if (number != code) section.title += " " + std::to_string(number);
+    const std::string_view name = section.rows.front()->name;
+    if (!name.empty()) section.title += ", " + std::string(name);
+    const auto same =
+        std::ranges::find_if(sections, [&](const Section& one) { return saysTheSame(one, section); });
+    if (same == sections.end()) {
+      sections.push_back(std::move(section));
+    } else {
+      same->title += ", and as " + section.title;
     }
   }
+};
+
+Known knownOf(std::uint32_t code) {
+  Known known;
+  known.code = code;
+  known.words = systemErrorPhrase(code);
+  const auto inside = win32ErrorInside(code);
+  for (const CodeTable& table : codeTables()) {
+    known.add(table, code);
+    const bool isOfWindows = table.kind == CodeKind::Installer || table.kind == CodeKind::System;
+    if (inside && isOfWindows) known.add(table, *inside);
+  }
+  return known;
 }
 
-/// The Win32 error inside an HRESULT of facility 7 (0x8007....).
-std::optional<std::uint32_t> win32ErrorInside(std::uint32_t code) noexcept {
-  constexpr std::uint32_t facilityWin32 = 0x80070000;
-  if ((code & 0xffff0000U) != facilityWin32) return std::nullopt;
-  return code & 0xffffU;
+std::string textOf(const Known& known) {
+  std::string text =
+      fmt::format("{} (0x{:08x}, {})\n", known.code, known.code, static_cast<std::int32_t>(known.code));
+  for (const Section& section : known.sections) {
+    text += "\n  As " + section.title + ":\n";
+    for (const Explanation* const row : section.rows)
+      text += "    " + capitalized(row->meaning) + "\n    Next: " + capitalized(row->advice) + "\n";
+  }
+  if (!known.words.empty()) text += "\n  Windows says: " + printable(known.words) + "\n";
+  if (!known.isAnything()) text += "\n  Nothing is known of this code.\n";
+  return text;
+}
+
+Json objectOf(const Known& known) {
+  return {{"code", known.code},
+          {"signed", static_cast<std::int32_t>(known.code)},
+          {"hex", fmt::format("0x{:08x}", known.code)},
+          {"entries", known.entries},
+          {"systemText", known.words}};
+}
+
+// ---- Which codes a text means -----------------------------------------------------------
+
+constexpr std::string_view kNamePrefixes[] = {"ERROR_", "CERT_E_", "TRUST_E_", "CRYPT_E_",
+                                              "RPC_S_", "RPC_X_",  "EPT_S_",   "STATUS_"};
+
+/// "CHAINING" of "CERT_E_CHAINING"; the whole name when it has no such prefix.
+std::string_view withoutPrefix(std::string_view name) {
+  for (const std::string_view prefix : kNamePrefixes)
+    if (name.starts_with(prefix)) return name.substr(prefix.size());
+  return name;
+}
+
+/// Each code once whose row has the name, as `shaped` makes it, in any letters.
+std::vector<std::uint32_t> codesNamed(std::string_view text, std::string_view (*shaped)(std::string_view)) {
+  std::vector<std::uint32_t> codes;
+  for (const CodeTable& table : codeTables()) {
+    for (const Explanation& row : table.rows) {
+      const bool isMeant = !row.name.empty() && os::equalsIgnoringCase(shaped(row.name), text);
+      if (isMeant && std::ranges::find(codes, row.code) == codes.end()) codes.push_back(row.code);
+    }
+  }
+  return codes;
+}
+
+/// Eight hexadecimal digits are a code as it stands in many logs, without "0x".
+std::optional<std::uint32_t> bareHexadecimal(std::string_view text) {
+  return text.size() == 8 ? os::parseNumber<std::uint32_t>(text, 16) : std::nullopt;
+}
+
+/// Every code that the text can mean, the likeliest first.
+std::vector<std::uint32_t> codesOf(std::string_view text) {
+  std::vector<std::uint32_t> codes;
+  if (const auto code = parseCode(text)) codes.push_back(*code);
+  const auto hexadecimal = bareHexadecimal(text);
+  // Of digits alone only what would be an error is meant to be hexadecimal.
+  constexpr std::uint32_t severityBit = 0x80000000;
+  if (hexadecimal && (codes.empty() || (*hexadecimal & severityBit) != 0)) {
+    if (codes.empty() || !knownOf(codes.front()).sections.empty()) {
+      codes.push_back(*hexadecimal);
+    } else {
+      codes.front() = *hexadecimal;  // which is all that this can mean
+    }
+  }
+  if (codes.empty()) codes = codesNamed(text, [](std::string_view name) { return name; });
+  if (codes.empty()) codes = codesNamed(text, withoutPrefix);
+  return codes;
+}
+
+std::string_view withoutBlanks(std::string_view text) {
+  constexpr std::string_view blanks = " \t\r\n";
+  const std::size_t begin = text.find_first_not_of(blanks);
+  if (begin == std::string_view::npos) return {};
+  return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
 }
 
 }  // namespace
@@ -294,6 +429,12 @@ const Explanation* explain(CodeKind kind, CodeKind otherwise, std::uint32_t code
   return row != nullptr ? row : explain(otherwise, code);
 }
 
+std::optional<std::uint32_t> win32ErrorInside(std::uint32_t code) noexcept {
+  constexpr std::uint32_t facilityWin32 = 0x80070000;
+  if ((code & 0xffff0000U) != facilityWin32) return std::nullopt;
+  return code & 0xffffU;
+}
+
 std::optional<std::uint32_t> parseCode(std::string_view text) noexcept {
   if (text.starts_with("0x") || text.starts_with("0X")) {
     return os::parseNumber<std::uint32_t>(text.substr(2), 16);
@@ -305,27 +446,45 @@ std::optional<std::uint32_t> parseCode(std::string_view text) noexcept {
 }
 
 Answer explanationAnswer(const std::string& text) {
-  const auto code = parseCode(text);
-  if (!code) {
-    return failed(ExitCode::WrongArguments, sentence("This is not a code of 32 bits: " + printable(text)));
+  const std::vector<std::uint32_t> codes = codesOf(withoutBlanks(text));
+  if (codes.empty()) {
+    return failed(ExitCode::WrongArguments,
+                  sentence("This is no code of 32 bits, and no name of one: " + printable(text)));
   }
   Answer answer;
-  const std::string words = systemErrorPhrase(*code);
-  const std::string hexadecimal = fmt::format("0x{:08x}", *code);
-  const auto asSigned = static_cast<std::int32_t>(*code);
-  answer.json["code"] = *code;
-  answer.json["signed"] = asSigned;
-  answer.json["hex"] = hexadecimal;
-  answer.json["entries"] = Json::array();
-  answer.json["systemText"] = words;
-  answer.text = fmt::format("{} ({}, {})\n", *code, hexadecimal, asSigned);
-  addExplanations(answer, *code);
-  if (const auto inside = win32ErrorInside(*code)) addExplanations(answer, *inside, CodeKind::System);
-  if (!words.empty()) answer.text += "\n  Windows says: " + printable(words) + "\n";
-  if (answer.json["entries"].empty() && words.empty()) {
-    answer.exitCode = ExitCode::Refused;
-    answer.text += "\n  Nothing is known of this code.\n";
+  answer.exitCode = ExitCode::Refused;
+  Json others = Json::array();
+  for (const std::uint32_t code : codes) {
+    const Known known = knownOf(code);
+    if (known.isAnything()) answer.exitCode = ExitCode::Success;
+    answer.text += (answer.text.empty() ? "" : "\n") + textOf(known);
+    if (answer.json.empty()) {
+      answer.json = objectOf(known);
+    } else {
+      others.push_back(objectOf(known));
+    }
   }
+  answer.json["otherReadings"] = std::move(others);
+  return answer;
+}
+
+Answer codeListAnswer() {
+  Answer answer;
+  for (const char* const key : {"code", "signed", "hex"}) answer.json[key] = nullptr;
+  Json& entries = answer.json["entries"] = Json::array();
+  for (const CodeTable& kind : codeTables()) {
+    std::vector<std::vector<std::string>> rows;
+    for (const Explanation& row : kind.rows) {
+      entries.push_back(entryOf(kind, row));
+      rows.push_back({codeText(row.code), std::string(row.name), std::string(row.meaning)});
+    }
+    std::string heading = capitalized(kind.name);
+    heading.pop_back();  // the full stop
+    answer.text +=
+        (answer.text.empty() ? "" : "\n") + heading + ":\n" + table({"CODE", "NAME", "MEANING"}, rows);
+  }
+  answer.json["systemText"] = nullptr;
+  answer.json["otherReadings"] = Json::array();
   return answer;
 }
 

@@ -43,6 +43,9 @@ struct CodeTable {
   std::span<const Explanation> rows;
 };
 
+/// The Win32 error inside an HRESULT of facility 7 (0x8007....).
+[[nodiscard]] std::optional<std::uint32_t> win32ErrorInside(std::uint32_t code) noexcept;
+
 /// Every kind, in the order in which a code is explained.
 [[nodiscard]] std::span<const CodeTable> codeTables();
 
@@ -55,7 +58,12 @@ struct CodeTable {
 /// Reads "30004", "-2146762496" and "0x800b0100", all of 32 bits.
 [[nodiscard]] std::optional<std::uint32_t> parseCode(std::string_view text) noexcept;
 
-/// All that is known of the code that `text` spells, the system's words included.
+/// All that is known of the code that `text` spells or names, the system's words included:
+/// a number as above, also with blanks around it; eight hexadecimal digits without "0x",
+/// which can be decimal as well; a name, in any letters, also without its prefix.
 [[nodiscard]] Answer explanationAnswer(const std::string& text);
+
+/// Every code of every table, by kind.
+[[nodiscard]] Answer codeListAnswer();
 
 }  // namespace zarn::tool

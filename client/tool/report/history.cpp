@@ -4,6 +4,7 @@
 #include <iterator>
 #include <utility>
 
+#include "client/tool/report/outcome_words.h"
 #include "client/tool/report/text.h"
 #include "os/error_text.h"
 #include "update/record_folder.h"
@@ -12,6 +13,9 @@
 
 namespace zarn::tool {
 namespace {
+
+/// Of a check's detail, in characters, in the table.
+constexpr std::size_t kLongestShownDetail = 100;
 
 std::string fileNameOf(const std::string& path) {
   const std::size_t separator = path.find_last_of("\\/");
@@ -23,7 +27,14 @@ std::string fileNameOf(const std::string& path) {
 std::string outcomeOf(const InstallRecord& record) {
   if (!record.reason.empty()) return "not begun: " + record.reason;
   const CheckRecord* const check = decidingCheck(record);
-  if (check != nullptr) return check->verdict + " at " + check->name;
+  if (check != nullptr) {
+    const bool isOfSigner = check->name == nameOf(Check::Identity) || check->name == nameOf(Check::Policy);
+    const bool hasWords = isOfSigner && checkWords(*check);
+    const std::string why = hasWords ? ": " + cutText(check->detail, kLongestShownDetail) : "";
+    return check->verdict + " at " + check->name + why;
+  }
+  if (record.status == Status::Failed && record.exitCode)
+    return installerFailure(*record.exitCode, record.installerStarted).meaning;
   const StatusFacts* const facts = factsOf(record.status);
   // A number that is no status of the service's is an error of the system.
   return std::string(facts != nullptr ? facts->outcome : "failed");
@@ -52,64 +63,30 @@ std::string historyTable(const std::vector<InstallRecord>& records) {
                rows);
 }
 
-/// What two histories say of their files, in one.
-void addFindings(History& to, const History& from) {
-  to.skipped += from.skipped;
-  to.isCut = to.isCut || from.isCut;
+/// What is said of the requests that are not shown; empty when all are.
+std::string olderInWords(const OlderRequests& older) {
+  if (older.count == 0) return "Older ones are not shown; --all shows them.\n";
+  const bool isOne = older.count == 1 && older.isExact;
+  return (older.isExact ? "" : "More than ") + std::to_string(older.count) +
+         (isOne ? " older request is" : " older requests are") + " not shown; --all shows them.\n";
+}
+
+/// Every key of the record, and what it means.
+Json requestObject(const InstallRecord& record) {
+  Json object = zarn::toJson(record);
+  const OutcomeWords words = outcomeWords(record);
+  object["meaning"] = words.meaning;
+  object["advice"] = words.advice;
+  return object;
 }
 
 }  // namespace
-
-History parseHistory(std::string_view text, bool isCut) {
-  History history;
-  history.isCut = isCut;
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find('\n'), text.size());
-    const std::string_view line = text.substr(0, end);
-    text.remove_prefix(std::min(end + 1, text.size()));
-    if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;
-    if (auto record = parseRecord(line)) {
-      history.records.push_back(std::move(*record));
-    } else {
-      ++history.skipped;
-    }
-  }
-  // The cut may have fallen between two lines; then no line is torn, and none is forgiven.
-  if (isCut && history.skipped > 0) --history.skipped;
-  return history;
-}
-
-void append(History& earlier, History later) {
-  addFindings(earlier, later);
-  std::move(later.records.begin(), later.records.end(), std::back_inserter(earlier.records));
-}
-
-History mergeByTime(History one, History other) {
-  History merged;
-  addFindings(merged, one);
-  addFindings(merged, other);
-  // A merge, and no sort: after a clock was put back a file's order says more than its times.
-  std::merge(std::make_move_iterator(one.records.begin()), std::make_move_iterator(one.records.end()),
-             std::make_move_iterator(other.records.begin()), std::make_move_iterator(other.records.end()),
-             std::back_inserter(merged.records),
-             [](const InstallRecord& left, const InstallRecord& right) { return left.time < right.time; });
-  return merged;
-}
-
-const CheckRecord* decidingCheck(const InstallRecord& record) noexcept {
-  // Whatever was not looked at then, or is not known here, let it be run.
-  if (record.exitCode) return nullptr;
-  const auto check = std::ranges::find_if(
-      record.checks, [](const CheckRecord& one) { return one.verdict != nameOf(Verdict::Passed); });
-  return check == record.checks.end() ? nullptr : &*check;
-}
 
 std::string recordProblem(SystemError error) {
   return error == SystemError(kFolderNotTrusted) ? "users may have written to it" : systemErrorPhrase(error);
 }
 
-Answer historyAnswer(const RecordSource& source, const std::string& file, Result<History> history,
-                     std::uint32_t last) {
+Answer historyAnswer(const RecordSource& source, const std::string& file, Result<History> history) {
   // A machine that has answered no request yet has no record, and nothing is wrong with it.
   if (!history && history.error().isNotFound() && !source.isGiven) history = History();
   if (!history || history->unread) {
@@ -117,19 +94,22 @@ Answer historyAnswer(const RecordSource& source, const std::string& file, Result
     return failed(ExitCode::LocalFailure, sentence("The history in " + printable(source.folder) +
                                                    " cannot be read: " + recordProblem(error)));
   }
-  std::vector<InstallRecord>& records = history->records;
-  if (last != 0 && records.size() > last) records.erase(records.begin(), records.end() - last);
+  const std::vector<InstallRecord>& records = history->records;
+  const auto& older = history->older;
   Answer answer;
   answer.json["file"] = file;
   answer.json["requests"] = Json::array();
-  for (const InstallRecord& record : records) answer.json["requests"].push_back(zarn::toJson(record));
+  for (const InstallRecord& record : records) answer.json["requests"].push_back(requestObject(record));
   answer.json["skippedLines"] = history->skipped;
-  answer.json["olderOmitted"] = history->isCut;
+  answer.json["olderOmitted"] = history->isCut || older;
+  answer.json["older"] = older && older->isExact ? Json(older->count) : Json(nullptr);
+  if (!older && !history->isCut) answer.json["older"] = 0;
   answer.text = records.empty() ? "No requests are recorded in " + printable(source.folder) + "\n"
                                 : historyTable(records);
   if (history->skipped != 0) {
     answer.text += std::to_string(history->skipped) + " line(s) of the history could not be read.\n";
   }
+  if (older) answer.text += olderInWords(*older);
   if (history->isCut) answer.text += "Older requests are left out; there are very many.\n";
   return answer;
 }

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "client/tool/report/answer.h"
@@ -14,28 +13,24 @@
 
 namespace zarn::tool {
 
-/// What one file of records holds, or several of them together.
+/// How many requests are older than those that were wanted.
+struct OlderRequests {
+  std::size_t count = 0;  ///< 0 when they were not counted
+  bool isExact = false;   ///< else there are more
+};
+
+/// What files of records hold, or as much of it as was wanted.
 struct History {
   std::vector<InstallRecord> records;  // oldest first
-  /// Lines that are torn or not ours.
+  /// Lines that are torn or not ours, among those that were read.
   std::size_t skipped = 0;
-  /// A file is longer than what was read of it, and its oldest records are missing.
+  /// A file is longer than what is ever read of it.
   bool isCut = false;
+  /// Nothing when there are no others that were wanted but for their age.
+  std::optional<OlderRequests> older;
   /// Why one of the files could not be read, while others could; whoever read them says.
   std::optional<SystemError> unread;
 };
-
-/// Reads the end of a file. With `isCut` its first line has lost its beginning, which
-/// is no torn line then.
-[[nodiscard]] History parseHistory(std::string_view text, bool isCut = false);
-
-/// A file's records behind those of the file before it.
-void append(History& earlier, History later);
-/// Both, oldest first; each keeps the order that it has, also when a clock was put back.
-[[nodiscard]] History mergeByTime(History one, History other);
-
-/// The first check that did not pass; null when all did, as when an installer ran.
-[[nodiscard]] const CheckRecord* decidingCheck(const InstallRecord& record) noexcept;
 
 /// Where records lie, which is said also when they cannot be read.
 struct RecordSource {
@@ -49,8 +44,11 @@ struct RecordSource {
 /// Why a source cannot be used or read, a clause.
 [[nodiscard]] std::string recordProblem(SystemError error);
 
-/// The newest `last` requests, all for 0. `file` is the one that scripts are told.
+/// How many requests are shown when nothing is said.
+inline constexpr std::uint32_t kUsualRequests = 20;
+
+/// `file` is the one that scripts are told.
 [[nodiscard]] Answer historyAnswer(const RecordSource& source, const std::string& file,
-                                   Result<History> history, std::uint32_t last);
+                                   Result<History> history);
 
 }  // namespace zarn::tool

@@ -49,12 +49,13 @@ ExitCode exitCodeOf(client::CallFailure failure) noexcept {
   return ExitCode::ServiceUnreachable;
 }
 
-void addStatus(Answer& answer, Status status, std::string_view meaning, std::string_view advice) {
+void addStatus(Answer& answer, Status status, const OutcomeWords& words) {
   answer.json["status"] = numberOf(status);
-  answer.json["meaning"] = meaning;
-  answer.json["advice"] = advice;
+  answer.json["meaning"] = words.meaning;
+  answer.json["advice"] = words.advice;
   const std::string number = codeText(static_cast<std::uint32_t>(status));
-  answer.text += fields({{"Status", number + ", " + std::string(meaning)}, {"Next", std::string(advice)}});
+  answer.text +=
+      fields({{"Status", number + ", " + printable(words.meaning)}, {"Next", printable(words.advice)}});
 }
 
 /// Whether and how the installer ended. The out value of the call means something only
@@ -74,33 +75,67 @@ std::string installerCodeInWords(std::uint32_t code) {
   return codeText(code) + (row == nullptr ? "" : ", " + std::string(row->meaning));
 }
 
+/// Whether the check that was worked out can be the one for which the service refused.
+bool explains(const WorkedOut& found, Status status) {
+  return found.decided && found.status == status && found.status != Status::Installed;
+}
+
+std::string workedOutInWords(const WorkedOut& found, Status status) {
+  if (explains(found, status)) return "here, as verify does, since the service records no checks";
+  if (!found.problem.empty()) return "not here: " + printable(found.problem);
+  if (found.status == Status::Installed)
+    return "here, where nothing is wrong with it; what the service saw was something else";
+  return "here, where it is refused for something else: see zarn-update verify";
+}
+
+/// The words for an install that was answered so, and the check that decided if one did.
+struct Judgement {
+  OutcomeWords words;
+  const CheckRecord* decided = nullptr;
+};
+
+Judgement judged(Status status, const std::optional<std::uint32_t>& installerCode,
+                 const OwnRequest& request) {
+  if (request.record) return {outcomeWords(*request.record), decidingCheck(*request.record)};
+  if (status == Status::Failed && installerCode) return {installerFailure(*installerCode, std::nullopt)};
+  OutcomeWords words = statusWords(status);
+  if (!isSuccess(status) && !request.problem.empty())
+    words.meaning += "; which of these cannot be told, since the record cannot be read: " + request.problem;
+  return {std::move(words)};
+}
+
 }  // namespace
 
-void describeVerdict(Answer& answer, Status status, const std::optional<std::string_view>& advice) {
+void describeVerdict(Answer& answer, Status status, const std::optional<OutcomeWords>& refusal) {
   if (status == Status::Installed) {
     answer.exitCode = ExitCode::Success;
-    addStatus(answer, status, kTrustedMeaning, advice.value_or("Nothing"));
+    addStatus(answer, status, {std::string(kTrustedMeaning), "Nothing"});
     return;
   }
   // Every other answer is a refusal, also one that this version does not know.
   answer.exitCode = ExitCode::Refused;
-  const StatusFacts* const facts = factsOf(status);
-  addStatus(answer, status, facts != nullptr ? facts->meaning : "refused",
-            advice.value_or(facts != nullptr ? facts->advice : ""));
+  const bool isKnown = factsOf(status) != nullptr;
+  addStatus(answer, status, refusal.value_or(isKnown ? statusWords(status) : OutcomeWords{"refused", ""}));
 }
 
-Answer checkAnswer(const std::string& bundle, Status status) {
+Answer checkAnswer(const std::string& bundle, Status status, const std::optional<WorkedOut>& found,
+                   const std::string& installRefusal) {
   Answer answer;
   const bool trusted = status == Status::Installed;
+  const bool isExplained = found && explains(*found, status);
   answer.json["bundle"] = bundle;
   answer.json["trusted"] = trusted;
   answer.text = (trusted ? "Trusted: " : "Refused: ") + printable(bundle) + "\n";
-  describeVerdict(answer, status);
+  describeVerdict(answer, status, isExplained ? checkWords(*found->decided) : std::nullopt);
+  answer.json["decidedBy"] = decidedByObject(isExplained ? &*found->decided : nullptr, "here");
+  answer.json["installRefusal"] = installRefusal.empty() ? Json(nullptr) : Json(installRefusal);
+  if (found) answer.text += fields({{"Worked out", workedOutInWords(*found, status)}});
+  if (!installRefusal.empty()) answer.text += fields({{"Install", "would be refused: " + installRefusal}});
   return answer;
 }
 
 Answer installAnswer(const std::string& bundle, const client::InstallAnswer& answered,
-                     std::chrono::milliseconds elapsed) {
+                     std::chrono::milliseconds elapsed, const OwnRequest& request) {
   Answer answer;
   const auto status = static_cast<Status>(answered.status);
   const bool installed = isSuccess(status);
@@ -112,13 +147,9 @@ Answer installAnswer(const std::string& bundle, const client::InstallAnswer& ans
   answer.json["installerExitCode"] = orNull(installerCode);
   answer.json["elapsedMs"] = elapsed.count();
   answer.text = (installed ? "Installed: " : refused ? "Refused: " : "Failed: ") + printable(bundle) + "\n";
-  // A status that is none of the service's is an error of the system, as is its meaning.
-  const auto code = static_cast<std::uint32_t>(status);
-  if (const Explanation* const row = explain(CodeKind::ServiceStatus, CodeKind::System, code)) {
-    addStatus(answer, status, row->meaning, row->advice);
-  } else {
-    addStatus(answer, status, systemErrorPhrase(code), "");
-  }
+  const Judgement judgement = judged(status, installerCode, request);
+  addStatus(answer, status, judgement.words);
+  answer.json["decidedBy"] = decidedByObject(judgement.decided, "record");
   if (installerCode) answer.text += fields({{"Installer", installerCodeInWords(*installerCode)}});
   answer.text += fields({{"Took", duration(elapsed.count())}});
   return answer;

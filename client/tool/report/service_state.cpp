@@ -1,6 +1,6 @@
 #include "client/tool/report/service_state.h"
 
-#include "client/tool/report/explanations.h"
+#include "client/tool/report/outcome_words.h"
 #include "client/tool/report/text.h"
 #include "os/error_text.h"
 #include "util/printable.h"
@@ -31,11 +31,11 @@ std::string stateInWords(const Result<ServiceFacts>& service) {
 
 std::string outcomeInWords(const InstallRecord& last) {
   const auto code = static_cast<std::uint32_t>(last.status);
-  std::string text = printable(last.time) + "\n" + printable(last.path) + "\nstatus " + codeText(code);
-  if (const Explanation* const row = explain(CodeKind::ServiceStatus, code)) {
-    text += ", " + std::string(row->meaning);
-  }
+  const OutcomeWords words = outcomeWords(last);
+  std::string text = printable(last.time) + "\n" + printable(last.path) + "\nstatus " + codeText(code) +
+                     ", " + printable(words.meaning);
   if (last.exitCode) text += "\ninstaller exit code " + codeText(*last.exitCode);
+  if (!isSuccess(last.status)) text += "\nnext: " + printable(words.advice);
   return text;
 }
 
@@ -52,10 +52,13 @@ std::string whyNoOutcome(const Result<History>& history) {
 }
 
 Json outcomeObject(const InstallRecord& last) {
+  const OutcomeWords words = outcomeWords(last);
   return {{"time", last.time},
           {"path", last.path},
           {"status", static_cast<std::int32_t>(last.status)},
           {"exitCode", orNull(last.exitCode)},
+          {"meaning", words.meaning},
+          {"advice", words.advice},
           {"source", "history"}};
 }
 

@@ -1,5 +1,7 @@
 #include "client/tool/report/verification_report.h"
 
+#include <algorithm>
+
 #include "client/tool/report/outcome.h"
 #include "client/tool/report/text.h"
 #include "util/printable.h"
@@ -44,6 +46,13 @@ void addProfile(Answer& answer, const VerificationReport& report) {
   answer.text += fields({{"Profile", text}});
 }
 
+/// By the first check that did not pass.
+std::optional<OutcomeWords> refusalOf(const std::vector<CheckRecord>& steps) {
+  const auto decided = std::ranges::find_if(
+      steps, [](const CheckRecord& step) { return step.verdict != nameOf(Verdict::Passed); });
+  return decided == steps.end() ? std::nullopt : checkWords(*decided);
+}
+
 }  // namespace
 
 Answer verificationAnswer(const std::string& bundle, const VerificationReport& report) {
@@ -58,7 +67,7 @@ Answer verificationAnswer(const std::string& bundle, const VerificationReport& r
   addProfile(answer, report);
   // The log comes last of the findings, since it is long and for whoever doubts them.
   answer.json["log"] = report.log;
-  describeVerdict(answer, report.status, report.advice);
+  describeVerdict(answer, report.status, refusalOf(report.steps));
   return answer;
 }
 

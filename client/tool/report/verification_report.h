@@ -18,8 +18,6 @@ struct VerificationReport {
   Status status = Status::Failed;
   /// The checks of an install request, in its order.
   std::vector<CheckRecord> steps;
-  /// What to do about the deciding check; a sentence without a full stop.
-  std::string advice = "Nothing";
 
   struct Signer {
     std::string digest;  ///< SHA-256 of the certificate, hexadecimal
