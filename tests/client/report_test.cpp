@@ -211,7 +211,9 @@ TEST(Documentation, HasARowForEveryExitCodeAndCommand) {
   for (const CodeTable& table : codeTables())
     for (const Explanation& row : table.rows) {
       const std::string code = std::to_string(row.code);
-      if (table.kind == CodeKind::PackageExit) EXPECT_THAT(deploying, HasSubstr("\n| " + code + " |"));
+      if (table.kind == CodeKind::PackageExit) {
+        EXPECT_THAT(deploying, HasSubstr("\n| " + code + " |"));
+      }
       if (table.kind != CodeKind::ToolExit) continue;
       EXPECT_THAT(manual, HasSubstr("\n| " + code + " |"));
       EXPECT_THAT(help, HasSubstr("\n  " + code + "  "));
