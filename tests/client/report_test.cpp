@@ -1,5 +1,6 @@
 // What zarn-update says. No part of this calls anybody or looks at the machine; only the
 // system's words for errors, which every system has its own, are left out.
+#include "client/install_under_way.h"
 #include "client/tool/report/command_line.h"
 #include "client/tool/report/explanations.h"
 #include "client/tool/report/findings.h"
@@ -178,7 +179,7 @@ TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {
   std::string kept;
   for (const unsigned shown : {7U, 0U, 8U})
     for (const auto& service : {kRunning, kStopped, kAbsent, Result<ServiceFacts>(failure(5))})
-      kept += isUnderWay({"", shown, ""}, service) ? "yes " : "no ";
+      kept += client::isUnderWay({"", shown, ""}, processOf(service)) ? "yes " : "no ";
   EXPECT_EQ(kept, "yes no no yes yes no no yes no no no yes ");
 }
 

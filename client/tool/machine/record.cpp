@@ -8,10 +8,12 @@
 #include <utility>
 #include <vector>
 
+#include "client/install_under_way.h"
 #include "client/tool/machine/files.h"
 #include "client/tool/report/waiting.h"
 #include "update/record_folder.h"
 #include "util/file_utils.h"
+#include "util/io_deadline.h"
 #include "util/product_names.h"
 
 namespace zarn::tool {
@@ -24,9 +26,6 @@ constexpr std::array<const char*, 4> kRecordFiles = {names::kEarlierHistory.narr
 bool isUsualFile(std::string_view name) {
   return std::ranges::find(kRecordFiles, name) != kRecordFiles.end();
 }
-
-/// More than the service writes there, however its path is escaped.
-constexpr std::int64_t kMostInstallingBytes = std::int64_t{64} << 10;
 
 /// Reads files of one folder, and keeps what that says of all of them.
 class RecordReader {
@@ -69,17 +68,6 @@ std::vector<std::string> singleRecordsIn(const std::string& folder) {
   return names;
 }
 
-/// What only its last reader keeps: there is nothing in our folder that any user is denied.
-bool isBeingDeleted(SystemError error) {
-  return error == SystemError::accessDenied() || error.code() == ERROR_DELETE_PENDING;
-}
-
-Result<FileUtils::HeldFolder> holdTrusted(const std::string& folder) {
-  const auto usable = checkRecordFolder(folder);
-  if (!usable) return failure(usable.error());
-  return FileUtils::HeldFolder::hold(folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
-}
-
 }  // namespace
 
 bool isRecordFile(std::string_view name) {
@@ -99,18 +87,8 @@ RecordSource recordSource(const std::string& given) {
 
 Result<std::optional<InstallUnderWay>> installUnderWay(const std::string& folder,
                                                        const Result<ServiceFacts>& service) {
-  using Found = std::optional<InstallUnderWay>;
-  // Whatever stands there then, nobody is working.
-  if (!isUnderWay({}, service)) return Found();
-  if (folder.empty()) return failure(SystemError::invalidName());
-  const auto held = holdTrusted(folder);
-  const auto there = held ? held->find(names::kInstalling.narrow) : Result<void>(failure(held.error()));
-  if (!there && (there.error().isNotFound() || (held && isBeingDeleted(there.error())))) return Found();
-  if (!there) return failure(there.error());
-  // Any user may read the file, and so keep others from it.
-  const auto file = readEnd(*held, names::kInstalling.narrow, kMostInstallingBytes);
-  InstallUnderWay shown = file ? parseInstalling(file->bytes) : InstallUnderWay{};
-  return isUnderWay(shown, service) ? Found(std::move(shown)) : Found();
+  const IoDeadline deadline(kOpenLimit);
+  return client::installUnderWay(folder, processOf(service));
 }
 
 Result<History> readHistory(const RecordSource& source, std::int64_t maximumBytes) {
