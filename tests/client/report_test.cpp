@@ -3,6 +3,7 @@
 #include <map>
 #include <regex>
 
+#include "client/install_under_way.h"
 #include "client/tool/report/checks.h"
 #include "client/tool/report/command_line.h"
 #include "client/tool/report/explanations.h"
@@ -421,7 +422,7 @@ TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {
   std::string kept;
   for (const unsigned shown : {7U, 0U, 8U})
     for (const auto& service : {kRunning, kStopped, kAbsent, Result<ServiceFacts>(failure(5))})
-      kept += isUnderWay({"", shown, ""}, service) ? "yes " : "no ";
+      kept += client::isUnderWay({"", shown, ""}, processOf(service)) ? "yes " : "no ";
   EXPECT_EQ(kept, "yes no no yes yes no no yes no no no yes ");
 }
 

@@ -8,10 +8,12 @@
 #include <utility>
 #include <vector>
 
+#include "client/install_under_way.h"
 #include "client/tool/machine/files.h"
 #include "client/tool/report/waiting.h"
 #include "update/record_folder.h"
 #include "util/file_utils.h"
+#include "util/io_deadline.h"
 #include "util/printable.h"
 #include "util/product_names.h"
 
@@ -37,9 +39,6 @@ constexpr std::int64_t kMostSingleBytes = std::int64_t{1} << 20;
 
 /// Requests of others that may have ended since one's own did.
 constexpr std::size_t kMostSinceACall = 200;
-
-/// More than the service writes there, however its path is escaped.
-constexpr std::int64_t kMostInstallingBytes = std::int64_t{64} << 10;
 
 /// Opens the files of one folder to read them from their ends, and keeps what that says of
 /// all of them.
@@ -89,17 +88,6 @@ class RecordOpener {
   std::optional<SystemError> unread_;
 };
 
-/// What only its last reader keeps: there is nothing in our folder that any user is denied.
-bool isBeingDeleted(SystemError error) {
-  return error == SystemError::accessDenied() || error.code() == ERROR_DELETE_PENDING;
-}
-
-Result<FileUtils::HeldFolder> holdTrusted(const std::string& folder) {
-  const auto usable = checkRecordFolder(folder);
-  if (!usable) return failure(usable.error());
-  return FileUtils::HeldFolder::hold(folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
-}
-
 }  // namespace
 
 bool isRecordFile(std::string_view name) {
@@ -119,18 +107,8 @@ RecordSource recordSource(const std::string& given) {
 
 Result<std::optional<InstallUnderWay>> installUnderWay(const std::string& folder,
                                                        const Result<ServiceFacts>& service) {
-  using Found = std::optional<InstallUnderWay>;
-  // Whatever stands there then, nobody is working.
-  if (!isUnderWay({}, service)) return Found();
-  if (folder.empty()) return failure(SystemError::invalidName());
-  const auto held = holdTrusted(folder);
-  const auto there = held ? held->find(names::kInstalling.narrow) : Result<void>(failure(held.error()));
-  if (!there && (there.error().isNotFound() || (held && isBeingDeleted(there.error())))) return Found();
-  if (!there) return failure(there.error());
-  // Any user may read the file, and so keep others from it.
-  const auto file = readEnd(*held, names::kInstalling.narrow, kMostInstallingBytes);
-  InstallUnderWay shown = file ? parseInstalling(file->bytes) : InstallUnderWay{};
-  return isUnderWay(shown, service) ? Found(std::move(shown)) : Found();
+  const IoDeadline deadline(kOpenLimit);
+  return client::installUnderWay(folder, processOf(service));
 }
 
 Result<History> readHistory(const RecordSource& source, const HistoryWish& wish) {

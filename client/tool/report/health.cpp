@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "client/tool/report/explanations.h"
+#include "client/tool/report/outcome_words.h"
 #include "client/tool/report/text.h"
 #include "os/error_text.h"
 #include "update/status.h"
@@ -49,9 +50,8 @@ void judgeHistory(const Result<History>& all, const Result<History>& updates, He
   } else if (isSuccess(last->status)) {
     health.notes.push_back("the last update of " + last->time + " ended with " + codeOf(*last));
   } else {
-    health.problems.push_back("The last update of " + last->time + " failed with " + codeOf(*last) +
-                              ", installer exit code " + codeText(last->exitCode.value_or(0)) + ": " +
-                              last->path);
+    health.problems.push_back("The last update of " + last->time + " failed with " + codeOf(*last) + ", " +
+                              outcomeWords(*last).meaning + ": " + last->path);
   }
   const InstallRecord* const newest = newestIn(all);
   if (newest == nullptr || newest->exitCode) return;
