@@ -34,11 +34,8 @@ std::string numericAddress(const ADDRINFOW& found) {
 
 /// Waits for the system's resolver, which libcurl asks, too.
 LookedUp lookUp(const std::string& name) {
+  if (name.empty()) return {"no host", {}, "nothing to look up"};
   LookedUp result{name, {}, {}};
-  if (name.empty()) {
-    result.problem = "no host";
-    return result;
-  }
   ADDRINFOW wanted{};
   wanted.ai_socktype = SOCK_STREAM;
   ADDRINFOW* first = nullptr;
