@@ -27,7 +27,7 @@ LAYERS = [
     ["src/service"],
     ["src/update"],
     ["src/app", "client"],
-    ["client/example", "client/tool/report", "setup/plugin"],
+    ["client/examples", "client/tool/report", "setup/plugin"],
     ["client/tool/machine"],
     ["client/tool/commands"],
     ["client/tool"],

@@ -28,7 +28,7 @@ rm -rf "$work" "$out"/*.msi "$out/Policy"
 mkdir -p "$work"
 cp -r "$dist" "$work/tree"
 if [ -n "${ZARN_SIGN:-}" ]; then
-  for program in "$work"/tree/*.exe; do $ZARN_SIGN "$program"; done
+  for program in "$work"/tree/*.exe "$work"/tree/*.dll; do $ZARN_SIGN "$program"; done
 fi
 
 python3 "$root/tools/sbom.py" --build "$from" --cache "$cache" --tree "$work/tree" \

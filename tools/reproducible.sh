@@ -31,5 +31,5 @@ step "clean build in another folder" "$build/logs/reproducible.log" \
 for part in dist package; do
   diff -r "$build/$part" "$again/result/$part" || die "the two builds differ; the second is in $again"
 done
-(cd "$build" && sha256sum dist/*.exe package/*.msi | sed 's/^/    /')
+(cd "$build" && sha256sum dist/*.exe dist/*.dll package/*.msi | sed 's/^/    /')
 rm -rf "$build/reproducible"

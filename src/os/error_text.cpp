@@ -1,6 +1,7 @@
 #include "os/error_text.h"
 
-#include <fmt/format.h>
+#include <array>
+#include <charconv>
 
 namespace zarn {
 
@@ -18,8 +19,13 @@ std::string systemErrorPhrase(const boost::system::error_code& error) {
 
 std::string codeText(std::uint32_t code) {
   constexpr std::uint32_t severityBit = 0x80000000;
-  if ((code & severityBit) != 0) return fmt::format("0x{:08x}", code);
-  return fmt::format("{}", code);
+  const bool isHexadecimal = (code & severityBit) != 0;
+  // Of the standard library alone, so that small programs stay small. All eight digits
+  // are there when the highest bit is.
+  std::array<char, 10> digits{};
+  const auto written =
+      std::to_chars(digits.data(), digits.data() + digits.size(), code, isHexadecimal ? 16 : 10);
+  return (isHexadecimal ? "0x" : "") + std::string(digits.data(), written.ptr);
 }
 
 std::string describeSystemError(std::uint32_t code) {

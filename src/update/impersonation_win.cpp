@@ -2,16 +2,12 @@
 
 #include <aclapi.h>
 #include <rpc.h>
-#include <sddl.h>
 
-#include <array>
-#include <cstddef>
 #include <utility>
 
 #include "update/bundle.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
-#include "util/string_utils.h"
 
 namespace zarn {
 namespace {
@@ -79,21 +75,6 @@ Result<void> runAsCaller(const std::function<void()>& work) {
   if (!caller.isComplete()) return failure(ERROR_BAD_IMPERSONATION_LEVEL);
   work();
   return {};
-}
-
-std::string identifierText(PSID identifier) {
-  wchar_t* text = nullptr;
-  if (ConvertSidToStringSidW(identifier, &text) == 0) return {};
-  const LocalMemory owner(text);
-  return StringUtils::utf16to8(text);
-}
-
-std::string userOf(const KernelHandle& token) {
-  if (!token) return {};
-  alignas(TOKEN_USER) std::array<std::byte, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> user{};
-  DWORD size = static_cast<DWORD>(user.size());
-  if (GetTokenInformation(token.get(), TokenUser, user.data(), size, &size) == 0) return {};
-  return identifierText(reinterpret_cast<const TOKEN_USER*>(user.data())->User.Sid);
 }
 
 }  // namespace zarn

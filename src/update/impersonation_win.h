@@ -1,5 +1,5 @@
-// Acting with somebody else's rights instead of ours, and telling who somebody is.
-// Includes windows.h: only for files that call Windows.
+// Acting with somebody else's rights instead of ours. Includes windows.h: only for files
+// that call Windows.
 #pragma once
 
 #include <windows.h>
@@ -46,11 +46,5 @@ class Impersonation {
 
 /// Runs `work` as the caller; nothing is run when the caller does not allow it.
 Result<void> runAsCaller(const std::function<void()>& work);
-
-// ---- Anybody. Texts are security identifiers, "S-1-5-..."; empty when the system gives none.
-
-[[nodiscard]] std::string identifierText(PSID identifier);
-/// Of the user whose token it is.
-[[nodiscard]] std::string userOf(const KernelHandle& token);
 
 }  // namespace zarn

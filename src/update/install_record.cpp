@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "update/json_fields.h"
 #include "util/printable.h"
 #include "util/time_utils.h"
 
@@ -21,19 +22,6 @@ Json orNull(const std::optional<T>& value) {
 
 Json orNull(const std::string& text) {
   return text.empty() ? Json(nullptr) : Json(text);
-}
-
-std::string textAt(const Json& object, const char* key) {
-  const auto found = object.find(key);
-  return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
-
-template <typename Number>
-std::optional<Number> numberAt(const Json& object, const char* key) {
-  const auto found = object.find(key);
-  if (found == object.end() || !found->is_number_integer()) return std::nullopt;
-  // Signed and unsigned writings of one 32-bit code mean the same.
-  return static_cast<Number>(found->get<std::int64_t>());
 }
 
 std::optional<bool> flagAt(const Json& object, const char* key) {
@@ -125,13 +113,6 @@ std::string installingText(const InstallRecord& record, std::uint32_t processId)
                        {"processId", processId},
                        {"path", printable(cutText(record.path, kLongestRecordedText))}};
   return object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
-InstallUnderWay parseInstalling(std::string_view text) {
-  const Json object = Json::parse(text, nullptr, false);
-  if (!object.is_object()) return {};
-  return {textAt(object, "since"), numberAt<std::uint32_t>(object, "processId").value_or(0),
-          textAt(object, "path")};
 }
 
 std::optional<InstallRecord> parseRecord(std::string_view line) {

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "update/status.h"
+#include "update/under_way.h"
 
 namespace zarn {
 
@@ -86,18 +87,9 @@ struct InstallRecord {
   bool note(Check check, Verdict verdict, std::string detail = {});
 };
 
-/// An install request that is being worked on, as others may read of it meanwhile.
-struct InstallUnderWay {
-  std::string since;            ///< as the time of its record
-  std::uint32_t processId = 0;  ///< the service's; 0 when a text does not say
-  std::string path;             ///< shortened and printable
-};
-
-/// A JSON object with these keys and a line break.
+/// What others may read of the request meanwhile (update/under_way.h): a JSON object and a
+/// line break.
 [[nodiscard]] std::string installingText(const InstallRecord& record, std::uint32_t processId);
-
-/// Reads a text of any origin. What it lacks is empty, or 0.
-[[nodiscard]] InstallUnderWay parseInstalling(std::string_view text);
 
 /// UTC, "2026-11-21T10:15:00.007Z": times compare as their texts do.
 [[nodiscard]] std::string isoTime(std::chrono::system_clock::time_point time);

@@ -12,6 +12,7 @@
 
 #include "os/system_error.h"
 #include "update/install_record.h"
+#include "update/record_place.h"
 #include "util/held_folder.h"
 #include "util/mutex.h"
 #include "util/product_names.h"
@@ -45,22 +46,6 @@ inline constexpr RecordFileNames kRefusedNames{names::kRefused.narrow, names::kE
 bool appendToHistory(std::string_view directory, std::string_view line);
 
 // ---- The folder (on Windows alone) -----------------------------------------------
-
-/// "Zarn Update Service" in the machine's common application data; empty when the
-/// system does not say where that is.
-[[nodiscard]] std::string recordFolderPath();
-
-/// The code for a folder that stands at the place of ours and is not (ERROR_INVALID_OWNER).
-inline constexpr std::uint32_t kFolderNotTrusted = 1307;
-
-/// Succeeds when what lies in the folder can be trusted: it is a real folder, no link,
-/// whose owner is the system, its administrators, its installer of modules or this
-/// process's own user, and nobody else may write to it. Else kFolderNotTrusted, or the
-/// system's error, such as that there is none. Follows no link and logs nothing.
-[[nodiscard]] Result<void> checkRecordFolder(std::string_view path);
-
-/// Whether the same holds of a security descriptor alone.
-[[nodiscard]] bool isTrustedDescriptor(void* descriptor);
 
 /// Any thread may use it.
 class RecordFolder {

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "os/handles_win.h"
+#include "os/identity_win.h"
 #include "service/end_process.h"
 #include "update/impersonation_win.h"
 #include "update/interface/update_interface.h"

@@ -1,6 +1,6 @@
 // What the procedures of the service answer, how an installer's exit code becomes such
 // an answer, and what each answer means in words. What callers are told of a status, in
-// the client's header, in zarn-update and in the documentation, comes from this table or
+// the client's headers, in zarn-update and in the documentation, comes from this table or
 // is compared with it by a test.
 #pragma once
 
@@ -29,7 +29,7 @@ enum class Status : std::int32_t {
 /// What is known of a status. Texts are English and last as long as the program.
 struct StatusFacts {
   Status status;
-  /// In the client's header the same with a "k" before it.
+  /// In the client's headers kName and ZARN_UPDATE_STATUS_NAME.
   std::string_view name;
   /// The bundle is installed, also when a reboot is still to come.
   bool isSuccess;

@@ -3,6 +3,7 @@
 #include <map>
 #include <regex>
 
+#include "client/install_under_way.h"
 #include "client/tool/report/checks.h"
 #include "client/tool/report/command_line.h"
 #include "client/tool/report/explanations.h"
@@ -337,17 +338,24 @@ TEST(Status, ShowsTheMachineAndIsOneLineForMonitoring) {
                     refused = R"({"time":"3","status":30005})",
                     failed = R"({"time":"2","status":30002,"exitCode":1603,"path":"C:\\b.exe"})";
   const std::vector<Finding> wrong = {{"proxy", true, "p", "w"}, {"disk", false, "d\x1b.", "Make room"}};
-  const std::tuple<Result<ServiceFacts>, Result<History>, std::vector<Finding>> cases[] = {
-      {kRunning, parseHistory(ok), {}},
-      {kRunning, parseHistory(ok + "\n" + failed), {}},
-      {kRunning, parseHistory(failed + "\n" + ok + "\n" + refused + "\n" + refused), {}},
-      {kRunning, parseHistory(refused), wrong},
-      {kRunning, failure(kFolderNotTrusted), {}},
-      {kStopped, failure(2), wrong},
-      {kAbsent, failure(2), {}}};
-  for (const auto& [service, history, findings] : cases)
-    said.add("status --check", checkedStatusAnswer({service, "1.1", "L", true, history}, findings));
-  said.add("status --check", checkedStatusAnswer(report, {}));
+  const std::tuple<Result<ServiceFacts>, std::string, std::vector<Finding>> cases[] = {
+      {kRunning, ok, {}},
+      {kRunning, ok + "\n" + failed, {}},
+      {kRunning, failed + "\n" + ok + "\n" + refused + "\n" + refused, {}},
+      {kRunning, refused, wrong},
+      {kStopped, "", wrong},
+      {kAbsent, "", {}}};
+  for (const auto& [service, records, findings] : cases) {
+    const auto newest = [&text = records](const HistoryWish& wish) {
+      std::vector<RecordSequence> sequences(1);
+      sequences[0].push_back(linesOf(text, 9999, 64));
+      return newestRequests(std::move(sequences), wish);
+    };
+    said.add("status --check", checkedStatusAnswer({service, "1.1", "L", true, newest({1})},
+                                                   newest({.last = 1, .onlyUpdates = true}), findings));
+  }
+  for (const std::uint32_t unread : {std::uint32_t{2}, kFolderNotTrusted})
+    said.add("status --check", checkedStatusAnswer(report, failure(unread), {}));
   const auto back = [](const char* state, std::uint32_t code) {
     return mayBeComingBack(ServiceFacts{state, false, 0, code, "", ""});
   };
@@ -416,7 +424,7 @@ TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {
   std::string kept;
   for (const unsigned shown : {7U, 0U, 8U})
     for (const auto& service : {kRunning, kStopped, kAbsent, Result<ServiceFacts>(failure(5))})
-      kept += isUnderWay({"", shown, ""}, service) ? "yes " : "no ";
+      kept += client::isUnderWay({"", shown, ""}, processOf(service)) ? "yes " : "no ";
   EXPECT_EQ(kept, "yes no no yes yes no no yes no no no yes ");
 }
 

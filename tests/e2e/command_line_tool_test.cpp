@@ -4,6 +4,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "client/update_client.h"
 #include "e2e/service_under_test.h"
 #include "support/run_program.h"
 #include "util/product_names.h"
@@ -137,7 +138,14 @@ TEST_F(CommandLineTool, WaitsForTheInstallThatRunsAndTellsItsOutcome) {
   EXPECT_EQ(Json({busy["exitCode"], busy["installing"]["path"], busy["installing"]["processId"]}),
             Json({1, bundle("approved.exe"), ask("status", "--json")["processId"]}));
   EXPECT_EQ(ask("status", "--json")["installing"], busy["installing"]);
+  const client::UpdateClient service;
+  const client::UnderWay shown = service.underWay();
+  EXPECT_EQ(
+      Json({shown.installing == true, StringUtils::utf16to8(shown.path), StringUtils::utf16to8(shown.since)}),
+      Json({true, busy["installing"]["path"], busy["installing"]["since"]}));
+  EXPECT_EQ(service.state(), client::ServiceState::Running);
   const Json free = ask("wait", "30");
+  EXPECT_EQ(service.underWay().installing, std::optional(false));
   installing.join();
   EXPECT_EQ(Json({free["exitCode"], free["installing"]}), Json({0, nullptr}));
   EXPECT_EQ(lastRecord()["time"], busy["installing"]["since"]) << "recorded before it is free";

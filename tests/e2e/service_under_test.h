@@ -4,7 +4,7 @@
 
 #include <windows.h>
 
-#include "client/update_client.h"
+#include "client/service_call.h"
 #include "os/handles_win.h"
 #include "support/test.h"
 #include "util/string_utils.h"
@@ -20,16 +20,18 @@ struct Answer {
   }
 };
 
+// As a caller without the client's own refusals: what the service does with bad paths is seen here.
 inline Answer install(const std::string& path) {
-  const auto result = client::UpdateClient().install(StringUtils::utf8to16(path));
-  return result.ok() ? Answer{result.value().status, result.value().installerExitCode} : Answer{};
+  const client::Reply reply = client::callService(client::Request::Install, StringUtils::utf8to16(path));
+  return reply.ending == client::Ending::Answered ? Answer{reply.status, reply.exitCode} : Answer{};
 }
 inline std::optional<long> check(const std::string& path) {
-  const auto result = client::UpdateClient().checkBundle(StringUtils::utf8to16(path));
-  return result.ok() ? std::optional<long>(result.value()) : std::nullopt;
+  const client::Reply reply = client::callService(client::Request::Check, StringUtils::utf8to16(path));
+  return reply.ending == client::Ending::Answered ? std::optional<long>(reply.status) : std::nullopt;
 }
 inline bool setAppDataPath(const std::string& path) {
-  return client::UpdateClient().setAppDataPath(StringUtils::utf8to16(path)).ok();
+  return client::callService(client::Request::SetAppData, StringUtils::utf8to16(path)).ending ==
+         client::Ending::Answered;
 }
 
 /// Polls until `condition` holds; false when twenty seconds have passed without it.

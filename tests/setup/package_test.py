@@ -81,7 +81,8 @@ class PackageTest(unittest.TestCase):
         """A package whose programs say that they are `later` builds newer."""
         folder = stage.fresh(cls.work / name)
         tree = shutil.copytree(cls.dist, folder / "tree")
-        for program, source in (("ZarnUpdateService.exe", service), ("zarn-update.exe", "zarn-update.exe")):
+        for program, source in (("ZarnUpdateService.exe", service), ("zarn-update.exe", "zarn-update.exe"),
+                                ("ZarnUpdateClient.dll", "ZarnUpdateClient.dll")):
             content = bytearray((cls.dist / source).read_bytes())
             place = content.index(struct.pack("<II", 0xFEEF04BD, 0x00010000)) + 12
             content[place:place + 4] = struct.pack("<I", struct.unpack_from("<I", content, place)[0] + later)
@@ -210,7 +211,7 @@ class PackageTest(unittest.TestCase):
         shipped = {path.relative_to(self.dist).as_posix() for path in self.dist.rglob("*") if path.is_file()}
         self.assertEqual({name for name in self.files() if not name.startswith("Licences/")},
                          shipped | {"ZarnUpdateService.cdx.json", "Resources/cacert-chosen.pem"})
-        for file in (self.shipped, self.at(PROGRAM), self.at(TOOL)):
+        for file in (self.shipped, self.at(PROGRAM), self.at(TOOL), self.at(FOLDER + r"\ZarnUpdateClient.dll")):
             said = stage.run("osslsigncode", "verify", "-CAfile", self.work / "publisher" / "root.pem", file)
             self.assertIn("Succeeded", said)
         self.assertTrue(self.accepts("approved.exe"))

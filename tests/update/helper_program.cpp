@@ -2,6 +2,7 @@
 //   "N MS"    sleeps MS milliseconds, writes its command line to the file that
 //             ZARN_HELPER_RECORD names, and ends with exit code N
 //   "serve"   serves UpdateInterface and dies in the first call
+//   "answer STATUS MS"   serves it and answers each install with the status after MS milliseconds
 #include <windows.h>
 
 #include <cstdio>
@@ -11,21 +12,39 @@
 
 #include "update/interface/update_interface.h"
 
-int main() {
+namespace {
+
+long status = 0;
+unsigned long sleepMs = 0;
+
+int serve(const zarn::update_interface::ServerRoutines& routines, unsigned calls) {
   namespace wire = zarn::update_interface;
+  wire::ServerInterface served(routines);
+  RpcServerUseProtseqEpW(wire::rpcText(wire::kProtocolSequence), calls, wire::rpcText(wire::kEndpoint),
+                         nullptr);
+  RpcServerRegisterIf(served.handle(), nullptr, nullptr);
+  return static_cast<int>(RpcServerListen(1, calls, FALSE));
+}
+
+}  // namespace
+
+int main() {
   const char* const given = std::getenv("ZARN_HELPER");
   const std::string_view order(given != nullptr ? given : "");
   if (order == "serve") {
     const auto die = [](auto...) -> long { return TerminateProcess(GetCurrentProcess(), 1); };
-    wire::ServerInterface served(
-        {[](handle_t, const wchar_t*) { TerminateProcess(GetCurrentProcess(), 1); }, die, die});
-    RpcServerUseProtseqEpW(wire::rpcText(wire::kProtocolSequence), 1, wire::rpcText(wire::kEndpoint),
-                           nullptr);
-    RpcServerRegisterIf(served.handle(), nullptr, nullptr);
-    return static_cast<int>(RpcServerListen(1, 1, FALSE));
+    return serve({[](handle_t, const wchar_t*) { TerminateProcess(GetCurrentProcess(), 1); }, die, die}, 1);
+  }
+  if (std::sscanf(order.data(), "answer %ld %lu", &status, &sleepMs) == 2) {
+    const auto install = [](handle_t, const wchar_t*, long* exitCode) {
+      Sleep(sleepMs);
+      *exitCode = 7;
+      return status;
+    };
+    return serve({[](handle_t, const wchar_t*) {}, [](handle_t, const wchar_t*) { return status; }, install},
+                 100);
   }
   unsigned exitCode = 0;
-  unsigned long sleepMs = 0;
   if (std::sscanf(order.data(), "%u %lu", &exitCode, &sleepMs) == 2) Sleep(sleepMs);
   std::ofstream(std::getenv("ZARN_HELPER_RECORD")) << GetCommandLineA();
   ExitProcess(exitCode);

@@ -21,9 +21,6 @@
 namespace zarn::tool {
 namespace {
 
-/// Of each file: for monitoring the newest update counts, behind any refusals since.
-constexpr std::int64_t kStatusBytes = std::int64_t{1} << 20;
-
 HistoryWish wishOf(const Arguments& arguments) {
   HistoryWish wish;
   wish.onlyFailed = arguments.failed;
@@ -71,10 +68,11 @@ Answer runStatus(const Arguments& arguments) {
   report.logFolderExists = mayBeFolder(report.logFolder);
   report.installing = installUnderWay(report.recordFolder, report.service);
   // Read last: whatever else is shown, the outcome is the newest.
-  HistoryWish wish{arguments.check ? 0U : 1U};
-  wish.mostBytes = kStatusBytes;
-  report.history = readHistory(recordSource(arguments.logs), wish);
-  return arguments.check ? checkedStatusAnswer(report, checkConfiguration()) : statusAnswer(report);
+  const RecordSource record = recordSource(arguments.logs);
+  report.history = readHistory(record, {1});
+  if (!arguments.check) return statusAnswer(report);
+  const auto lastUpdate = readHistory(record, {.last = 1, .onlyUpdates = true});
+  return checkedStatusAnswer(report, lastUpdate, checkConfiguration());
 }
 
 Answer runHistory(const Arguments& arguments) {

@@ -127,14 +127,6 @@ Result<std::uint64_t> roomIn(const std::string& folder) {
   return free.QuadPart;
 }
 
-std::vector<Finding> checkTemp(const std::optional<std::string>& folder) {
-  std::vector<Finding> findings = {checkTempFolder(folder)};
-  if (!folder || folder->empty() || judgePath(*folder) != PathKind::LocalFolder) return findings;
-  if (mayBeFolder(*folder)) findings.push_back(judgeTempRights(*folder, rightsOf(*folder)));
-  findings.push_back(judgeRoom(*folder, roomIn(*folder)));
-  return findings;
-}
-
 /// The values that the service may find unusable, and what it then does.
 bool refusesEverything(const PolicySetting& row) {
   constexpr std::string_view proxy = names::kProxyValue.narrow;
@@ -248,6 +240,14 @@ Finding checkTempFolder(const std::optional<std::string>& named) {
           "Use a path without blanks: it is the first part of the installers' command line, which has no "
           "quotation "
           "marks"};
+}
+
+std::vector<Finding> checkTemp(const std::optional<std::string>& folder) {
+  std::vector<Finding> findings = {checkTempFolder(folder)};
+  if (!folder || folder->empty() || judgePath(*folder) != PathKind::LocalFolder) return findings;
+  if (mayBeFolder(*folder)) findings.push_back(judgeTempRights(*folder, rightsOf(*folder)));
+  findings.push_back(judgeRoom(*folder, roomIn(*folder)));
+  return findings;
 }
 
 Finding checkPolicy(const StoredSettings& stored, const StoredPolicy& rules, const UpdatePolicy& builtIn) {

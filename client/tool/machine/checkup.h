@@ -46,6 +46,9 @@ enum class Network : std::uint8_t { Use, LeaveOut };
 /// user may not know.
 [[nodiscard]] Finding checkTempFolder(const std::optional<std::string>& folder);
 
+/// The same, who may write to it when it is there, and the room on its drive.
+[[nodiscard]] std::vector<Finding> checkTemp(const std::optional<std::string>& folder);
+
 /// The machine's policy: values that cannot be used, and rules whose state cannot be read.
 [[nodiscard]] Finding checkPolicy(const StoredSettings& stored, const StoredPolicy& rules,
                                   const UpdatePolicy& builtIn);

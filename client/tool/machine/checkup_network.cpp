@@ -34,11 +34,8 @@ std::string numericAddress(const ADDRINFOW& found) {
 
 /// Waits for the system's resolver, which libcurl asks, too.
 LookedUp lookUp(const std::string& name) {
+  if (name.empty()) return {"no host", {}, "nothing to look up"};
   LookedUp result{name, {}, {}};
-  if (name.empty()) {
-    result.problem = "no host";
-    return result;
-  }
   ADDRINFOW wanted{};
   wanted.ai_socktype = SOCK_STREAM;
   ADDRINFOW* first = nullptr;
@@ -63,16 +60,13 @@ LookedUp lookUpHost(const std::string& host) {
   return {hostOf(url), {direct->substr(direct->find(':', direct->find(':') + 1) + 1)}, {}};
 }
 
-/// What a failed transfer says of itself. libcurl's longer words name the address that it
-/// could not take apart, with the password in it, so that they are used only where TLS failed.
-std::string reasonOf(const HttpContext& response) {
+/// What a transfer that failed in TLS says of itself; empty of others. libcurl's longer words
+/// for those may name an address that it could not take apart, with the password in it.
+std::string tlsProblem(const HttpContext& response) {
   const bool isOfTls = response.result == CURLE_PEER_FAILED_VERIFICATION ||
                        response.result == CURLE_SSL_CONNECT_ERROR ||
                        response.result == CURLE_SSL_CACERT_BADFILE;
-  if (isOfTls && response.error[0] != '\0') return response.error;
-  if (response.result != CURLE_OK) return curl_easy_strerror(response.result);
-  if (response.httpCode / 100 != 2) return "HTTP status " + std::to_string(response.httpCode);
-  return "its answer is no list";
+  return isOfTls ? response.error : "";
 }
 
 std::optional<std::int64_t> clockAhead(const HttpContext& response, std::int64_t now) {
@@ -97,18 +91,18 @@ Finding checkNames(const std::string& host, const std::string& proxy, const std:
 ListAnswer askAccountService(const std::string& host, const std::string& authorities) {
   ListAnswer answer;
   answer.host = withoutCredentials(host);
-  answer.reason = "it could not be asked; see the other checks";
   // The service's own request; only its authorities are named, since this program may lie elsewhere.
   const auto transfer = [&](std::shared_ptr<HttpContext> context) {
     context->cacert = authorities;
     auto response = HttpClient::submit(std::move(context))->wait();
-    answer.reason = reasonOf(*response);
+    answer.reason = tlsProblem(*response);
     answer.bytes = response->body.size();
     answer.clockAheadSeconds = clockAhead(*response, os::wallTime().seconds);
     return response;
   };
   const auto approved = CertificateProfileClient(host, transfer).fetch();
   if (approved) answer.approved = approved->size();
+  if (!approved && answer.reason.empty()) answer.reason = approved.error().reason;
   return answer;
 }
 

@@ -54,6 +54,17 @@ Result<FileEnd> readEnd(const FileUtils::HeldFolder& folder, const std::string& 
   return result;
 }
 
+Result<std::string> readHead(const std::string& folder, const std::string& name, std::int64_t maximumBytes) {
+  const auto held =
+      FileUtils::HeldFolder::hold(folder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow);
+  const auto opened = held ? held->open(name, "rb") : Result<FileUtils::ScopedFile>(failure(held.error()));
+  if (!opened) return failure(opened.error());
+  std::string bytes(static_cast<std::size_t>(maximumBytes), '\0');
+  bytes.resize(std::fread(bytes.data(), 1, bytes.size(), opened->get()));
+  if (std::ferror(opened->get()) != 0) return lastFailure();
+  return bytes;
+}
+
 LinesFromEnd linesFromEnd(os::ScopedFile file, std::int64_t maximumBytes) {
   const std::int64_t size = os::seekToEnd(*file);
   const std::shared_ptr<std::FILE> shared(std::move(file));
@@ -75,17 +86,6 @@ LinesFromEnd linesFromEnd(FileEnd end) {
     return Result<std::string>(text.substr(static_cast<std::size_t>(offset - cut), count));
   };
   return {bytes + cut, bytes, read};
-}
-
-Result<std::string> readHead(const std::string& folder, const std::string& name, std::int64_t maximumBytes) {
-  const auto held =
-      FileUtils::HeldFolder::hold(folder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow);
-  const auto opened = held ? held->open(name, "rb") : Result<FileUtils::ScopedFile>(failure(held.error()));
-  if (!opened) return failure(opened.error());
-  std::string bytes(static_cast<std::size_t>(maximumBytes), '\0');
-  bytes.resize(std::fread(bytes.data(), 1, bytes.size(), opened->get()));
-  if (std::ferror(opened->get()) != 0) return lastFailure();
-  return bytes;
 }
 
 Result<std::vector<std::string>> filesIn(const FileUtils::HeldFolder& folder) {

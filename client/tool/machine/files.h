@@ -28,13 +28,14 @@ struct FileEnd {
 [[nodiscard]] Result<FileEnd> readEnd(const FileUtils::HeldFolder& folder, const std::string& name,
                                       std::int64_t maximumBytes);
 
+/// The first `maximumBytes` of such a file, in the same way.
+[[nodiscard]] Result<std::string> readHead(const std::string& folder, const std::string& name,
+                                           std::int64_t maximumBytes);
+
 /// The lines of an open file, from its end, of which no more than `maximumBytes` are read.
 [[nodiscard]] LinesFromEnd linesFromEnd(os::ScopedFile file, std::int64_t maximumBytes);
 /// Those of a file's end that was read.
 [[nodiscard]] LinesFromEnd linesFromEnd(FileEnd end);
-/// The first `maximumBytes` of such a file, in the same way.
-[[nodiscard]] Result<std::string> readHead(const std::string& folder, const std::string& name,
-                                           std::int64_t maximumBytes);
 
 /// Names of the plain files in a folder, sorted.
 [[nodiscard]] Result<std::vector<std::string>> filesIn(const FileUtils::HeldFolder& folder);

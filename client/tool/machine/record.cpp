@@ -8,10 +8,12 @@
 #include <utility>
 #include <vector>
 
+#include "client/install_under_way.h"
 #include "client/tool/machine/files.h"
 #include "client/tool/report/waiting.h"
 #include "update/record_folder.h"
 #include "util/file_utils.h"
+#include "util/io_deadline.h"
 #include "util/printable.h"
 #include "util/product_names.h"
 
@@ -22,6 +24,10 @@ namespace {
 constexpr std::array<std::array<const char*, 2>, 2> kRecordFiles = {
     {{names::kHistory.narrow, names::kEarlierHistory.narrow},
      {names::kRefused.narrow, names::kEarlierRefused.narrow}}};
+
+/// Of each file: all that a record folder keeps, with room for files that somebody has kept
+/// from being renamed.
+constexpr std::int64_t kMostRecordBytes = std::int64_t{64} << 20;
 
 bool isUsualFile(std::string_view name) {
   return std::ranges::any_of(
@@ -34,9 +40,6 @@ constexpr std::int64_t kMostSingleBytes = std::int64_t{1} << 20;
 /// Requests of others that may have ended since one's own did.
 constexpr std::size_t kMostSinceACall = 200;
 
-/// More than the service writes there, however its path is escaped.
-constexpr std::int64_t kMostInstallingBytes = std::int64_t{64} << 10;
-
 /// Opens the files of one folder to read them from their ends, and keeps what that says of
 /// all of them.
 class RecordOpener {
@@ -45,11 +48,11 @@ class RecordOpener {
       : folder_(FileUtils::HeldFolder::hold(folder, FileUtils::Links::Follow, FileUtils::OwnPlaces::Allow)) {}
 
   /// A sequence of the files that are there and can be read.
-  RecordSequence open(const std::array<const char*, 2>& names, std::int64_t mostBytes) {
+  RecordSequence open(const std::array<const char*, 2>& names) {
     RecordSequence files;
     for (const char* const name : names) {
       auto opened = folder_ ? folder_->open(name, "rb") : Result<os::ScopedFile>(failure(folder_.error()));
-      if (isRead(opened)) files.push_back(linesFromEnd(std::move(*opened), mostBytes));
+      if (isRead(opened)) files.push_back(linesFromEnd(std::move(*opened), kMostRecordBytes));
     }
     return files;
   }
@@ -85,17 +88,6 @@ class RecordOpener {
   std::optional<SystemError> unread_;
 };
 
-/// What only its last reader keeps: there is nothing in our folder that any user is denied.
-bool isBeingDeleted(SystemError error) {
-  return error == SystemError::accessDenied() || error.code() == ERROR_DELETE_PENDING;
-}
-
-Result<FileUtils::HeldFolder> holdTrusted(const std::string& folder) {
-  const auto usable = checkRecordFolder(folder);
-  if (!usable) return failure(usable.error());
-  return FileUtils::HeldFolder::hold(folder, FileUtils::Links::Refuse, FileUtils::OwnPlaces::Allow);
-}
-
 }  // namespace
 
 bool isRecordFile(std::string_view name) {
@@ -115,18 +107,8 @@ RecordSource recordSource(const std::string& given) {
 
 Result<std::optional<InstallUnderWay>> installUnderWay(const std::string& folder,
                                                        const Result<ServiceFacts>& service) {
-  using Found = std::optional<InstallUnderWay>;
-  // Whatever stands there then, nobody is working.
-  if (!isUnderWay({}, service)) return Found();
-  if (folder.empty()) return failure(SystemError::invalidName());
-  const auto held = holdTrusted(folder);
-  const auto there = held ? held->find(names::kInstalling.narrow) : Result<void>(failure(held.error()));
-  if (!there && (there.error().isNotFound() || (held && isBeingDeleted(there.error())))) return Found();
-  if (!there) return failure(there.error());
-  // Any user may read the file, and so keep others from it.
-  const auto file = readEnd(*held, names::kInstalling.narrow, kMostInstallingBytes);
-  InstallUnderWay shown = file ? parseInstalling(file->bytes) : InstallUnderWay{};
-  return isUnderWay(shown, service) ? Found(std::move(shown)) : Found();
+  const IoDeadline deadline(kOpenLimit);
+  return client::installUnderWay(folder, processOf(service));
 }
 
 Result<History> readHistory(const RecordSource& source, const HistoryWish& wish) {
@@ -134,7 +116,7 @@ Result<History> readHistory(const RecordSource& source, const HistoryWish& wish)
   RecordOpener opener(source.folder);
   std::vector<RecordSequence> sequences;
   sequences.reserve(kRecordFiles.size());
-  for (const auto& names : kRecordFiles) sequences.push_back(opener.open(names, wish.mostBytes));
+  for (const auto& names : kRecordFiles) sequences.push_back(opener.open(names));
   opener.addSingles(sequences);
   return opener.conclude(newestRequests(std::move(sequences), wish));
 }

@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "client/service_process.h"
 #include "client/tool/machine/environment.h"
 #include "client/tool/machine/files.h"
 #include "os/handles_win.h"
@@ -230,23 +231,16 @@ std::uint64_t lastWritten(const std::string& folder) {
 }  // namespace
 
 Result<ServiceFacts> queryService() {
-  const ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-  if (!manager) return lastFailure();
-  const ServiceHandle service(
-      OpenServiceW(manager.get(), names::kService.wide, SERVICE_QUERY_STATUS | SERVICE_QUERY_CONFIG));
-  if (!service) return lastFailure();
-  SERVICE_STATUS_PROCESS status{};
-  DWORD size = 0;
-  if (QueryServiceStatusEx(service.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
-                           sizeof(status), &size) == 0) {
-    return lastFailure();
-  }
+  const auto service = client::openService(SERVICE_QUERY_STATUS | SERVICE_QUERY_CONFIG);
+  if (!service) return failure(service.error());
+  const auto status = client::queryProcess(*service);
+  if (!status) return failure(status.error());
   ServiceFacts facts;
-  facts.state = stateName(status.dwCurrentState);
-  facts.running = status.dwCurrentState == SERVICE_RUNNING;
-  facts.processId = status.dwProcessId;
-  facts.exitCode = status.dwWin32ExitCode;
-  readConfiguration(service.get(), facts);
+  facts.state = stateName(status->dwCurrentState);
+  facts.running = status->dwCurrentState == SERVICE_RUNNING;
+  facts.processId = status->dwProcessId;
+  facts.exitCode = status->dwWin32ExitCode;
+  readConfiguration(service->get(), facts);
   return facts;
 }
 

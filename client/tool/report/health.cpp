@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "client/tool/report/explanations.h"
+#include "client/tool/report/outcome_words.h"
 #include "client/tool/report/text.h"
 #include "os/error_text.h"
 #include "update/status.h"
@@ -19,10 +20,6 @@ struct Health {
   std::vector<std::string> notes;
 };
 
-bool isOfUpdate(const InstallRecord& record) {
-  return record.exitCode.has_value();
-}
-
 std::string codeOf(const InstallRecord& record) {
   return codeText(static_cast<std::uint32_t>(record.status));
 }
@@ -35,41 +32,41 @@ std::string problemOfService(const Result<ServiceFacts>& service) {
   return "Whether the service runs cannot be told: " + systemErrorPhrase(service.error());
 }
 
-void judgeHistory(const Result<History>& history, Health& health) {
-  const bool isMissing = !history && history.error().isNotFound();
-  if (isMissing) return health.notes.emplace_back("no update is recorded"), void();
-  if (!history || history->unread) {
-    const SystemError error = history ? *history->unread : history.error();
+/// The newest of what could be read; null when there is none.
+const InstallRecord* newestIn(const Result<History>& history) {
+  return history && !history->records.empty() ? &history->records.back() : nullptr;
+}
+
+void judgeHistory(const Result<History>& all, const Result<History>& updates, Health& health) {
+  const bool isMissing = !updates && updates.error().isNotFound();
+  if (!isMissing && (!updates || updates->unread)) {
+    const SystemError error = updates ? *updates->unread : updates.error();
     health.notes.push_back("the record cannot be read: " + clause(recordProblem(error)));
-    if (!history) return;
+    if (!updates) return;
   }
-  const auto& records = history->records;
-  const auto last = std::find_if(records.rbegin(), records.rend(), isOfUpdate);
-  if (last == records.rend()) {
+  const InstallRecord* const last = newestIn(updates);
+  if (last == nullptr) {
     health.notes.emplace_back("no update is recorded");
   } else if (isSuccess(last->status)) {
     health.notes.push_back("the last update of " + last->time + " ended with " + codeOf(*last));
   } else {
-    health.problems.push_back("The last update of " + last->time + " failed with " + codeOf(*last) +
-                              ", installer exit code " + codeText(*last->exitCode) + ": " + last->path);
+    health.problems.push_back("The last update of " + last->time + " failed with " + codeOf(*last) + ", " +
+                              outcomeWords(*last).meaning + ": " + last->path);
   }
-  // Of what came to no installer, the newest.
-  const auto refusals = last - records.rbegin();
-  if (refusals == 0) return;
-  const InstallRecord& refused = records.back();
-  const char* const since = last == records.rend() ? "" : " since then";
-  health.notes.push_back("requests refused" + (since + (": " + std::to_string(refusals))) +
-                         ", the newest of " + refused.time + " with " + codeOf(refused));
+  const InstallRecord* const newest = newestIn(all);
+  if (newest == nullptr || newest->exitCode) return;
+  health.notes.push_back("the newest request, of " + newest->time + ", was refused with " + codeOf(*newest));
 }
 
-Health judge(const ServiceReport& report, const std::vector<Finding>& configuration) {
+Health judge(const ServiceReport& report, const Result<History>& lastUpdate,
+             const std::vector<Finding>& configuration) {
   Health health;
   if (std::string down = problemOfService(report.service); !down.empty())
     health.problems.push_back(std::move(down));
   for (const Finding& finding : configuration) {
     if (!finding.ok) health.problems.push_back(finding.name + ": " + foundAndAdvised(finding));
   }
-  judgeHistory(report.history, health);
+  judgeHistory(report.history, lastUpdate, health);
   if (report.installing && *report.installing) health.notes.emplace_back("an update is being installed");
   if (report.runningVersion && !report.version.empty() && *report.runningVersion != report.version)
     health.notes.emplace_back("another version of the service waits for its restart");
@@ -85,9 +82,10 @@ bool mayBeComingBack(const Result<ServiceFacts>& service) {
   return hasEnded || service->state == "starting" || service->state == "stopping";
 }
 
-Answer checkedStatusAnswer(const ServiceReport& report, const std::vector<Finding>& configuration) {
+Answer checkedStatusAnswer(const ServiceReport& report, const Result<History>& lastUpdate,
+                           const std::vector<Finding>& configuration) {
   const bool isRunning = report.service && report.service->running;
-  const auto [problems, notes] = judge(report, configuration);
+  const auto [problems, notes] = judge(report, lastUpdate, configuration);
   Answer answer = statusAnswer(report);
   answer.exitCode = !isRunning         ? ExitCode::ServiceUnreachable
                     : problems.empty() ? ExitCode::Success

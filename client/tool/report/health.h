@@ -16,10 +16,10 @@ namespace zarn::tool {
 
 /// One line: that all is well, or everything that is not. Exit code 3 when the service does
 /// not run; 1 when the last update failed or a check of the `configuration` did; else 0. The
-/// last update is the newest request for which an installer was started: that a bundle was
-/// refused since then is only mentioned, because any user can bring that about. The object is
-/// that of `status`, with the sentences of the line.
-[[nodiscard]] Answer checkedStatusAnswer(const ServiceReport& report,
+/// last update, the only request in `lastUpdate`, is the newest for which an installer was
+/// started: that a bundle was refused since then is only mentioned, because any user can bring
+/// that about. The object is that of `status`, with the sentences of the line.
+[[nodiscard]] Answer checkedStatusAnswer(const ServiceReport& report, const Result<History>& lastUpdate,
                                          const std::vector<Finding>& configuration);
 
 }  // namespace zarn::tool

@@ -73,7 +73,8 @@ void countOlder(std::vector<Reading>& readings, History& history) {
 }
 
 bool isWanted(const InstallRecord& record, const HistoryWish& wish) {
-  return (!wish.onlyFailed || !isSuccess(record.status)) && record.time >= wish.since;
+  if (wish.onlyFailed && isSuccess(record.status)) return false;
+  return (!wish.onlyUpdates || record.exitCode) && record.time >= wish.since;
 }
 
 /// Takes the newest until there are enough, or all that can be wanted are read.
@@ -85,7 +86,7 @@ void take(std::vector<Reading>& readings, const HistoryWish& wish, History& hist
     const bool wanted = isWanted(record, wish);
     if (wanted && wish.last != 0 && history.records.size() == wish.last) {
       history.older = OlderRequests{};
-      if (!wish.onlyFailed && wish.since.empty()) countOlder(readings, history);
+      if (!wish.onlyFailed && !wish.onlyUpdates && wish.since.empty()) countOlder(readings, history);
       return;
     }
     if (wanted) history.records.push_back(std::move(record));
@@ -140,7 +141,7 @@ std::optional<std::string> LinesFromEnd::next() {
 
 History newestRequests(std::vector<RecordSequence> sequences, const HistoryWish& wish) {
   History history;
-  history.isPart = wish.onlyFailed || !wish.since.empty();
+  history.isPart = wish.onlyFailed || wish.onlyUpdates || !wish.since.empty();
   std::vector<Reading> readings;
   readings.reserve(sequences.size());
   for (RecordSequence& files : sequences) {

@@ -55,10 +55,8 @@ using RecordSequence = std::vector<LinesFromEnd>;
 struct HistoryWish {
   std::size_t last = 0;  ///< the newest so many; 0 for all
   bool onlyFailed = false;
-  std::string since{};  ///< see isoTime(); empty for any time
-  /// So much of each file and no more: by default all that a record folder keeps, with room
-  /// for files that somebody has kept from being renamed.
-  std::int64_t mostBytes = std::int64_t{64} << 20;
+  std::string since{};       ///< see isoTime(); empty for any time
+  bool onlyUpdates = false;  ///< for which an installer was started
 };
 
 /// The newest requests of sequences that were written side by side, merged by time without

@@ -33,6 +33,9 @@ std::string reasonOf(const client::CallError& error, const Result<ServiceFacts>&
              "status and zarn-update history.";
     case client::CallFailure::InvalidPath:
       return "The path holds a zero character.";
+    case client::CallFailure::TimedOut:  // the tool's calls have no end of their own
+    case client::CallFailure::Cancelled:
+    case client::CallFailure::NotSent:
     case client::CallFailure::Other:
       break;
   }

@@ -20,9 +20,9 @@ std::string installingInWords(const InstallUnderWay& installing) {
 
 }  // namespace
 
-bool isUnderWay(const InstallUnderWay& shown, const Result<ServiceFacts>& service) {
-  if (!service) return !isNotInstalled(service.error());
-  return service->processId != 0 && (shown.processId == 0 || shown.processId == service->processId);
+Result<std::uint32_t> processOf(const Result<ServiceFacts>& service) {
+  if (!service) return failure(service.error());
+  return service->processId;
 }
 
 Answer waitAnswer(const Result<std::optional<InstallUnderWay>>& installing,

@@ -2,18 +2,18 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 
 #include "client/tool/report/answer.h"
 #include "client/tool/report/service_state.h"
 #include "os/system_error.h"
-#include "update/install_record.h"
+#include "update/under_way.h"
 
 namespace zarn::tool {
 
-/// Whether what stands in the record folder is of the service that there is now. One that
-/// a power cut left is not; one that cannot be read counts while the service has a process.
-[[nodiscard]] bool isUnderWay(const InstallUnderWay& shown, const Result<ServiceFacts>& service);
+/// The service's process, as client/install_under_way.h wants it.
+[[nodiscard]] Result<std::uint32_t> processOf(const Result<ServiceFacts>& service);
 
 /// How a wait ended: with nothing, with what is still being installed, or without knowing.
 /// That others may have written to the record folder (kFolderNotTrusted) is said and is no

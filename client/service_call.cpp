@@ -1,10 +1,8 @@
-#include "client/update_client.h"
+#include "client/service_call.h"
 
 #include <windows.h>
 
 #include <rpc.h>
-
-#include <utility>
 
 #include "os/handles.h"
 #include "os/system_error.h"
@@ -39,7 +37,7 @@ using RpcText = ScopedHandle<RpcTextTraits>;
 
 /// Sorts the runtime's codes by what a caller can do about them. What is not listed may
 /// mean anything, also that the service did its work.
-CallError failed(RPC_STATUS status) noexcept {
+Reply failed(RPC_STATUS status) noexcept {
   const auto code = static_cast<std::uint32_t>(status);
   switch (status) {
     case RPC_S_SERVER_UNAVAILABLE:
@@ -47,14 +45,14 @@ CallError failed(RPC_STATUS status) noexcept {
     case RPC_S_UNKNOWN_IF:
     case EPT_S_NOT_REGISTERED:
     case RPC_S_CALL_FAILED_DNE:  // "did not execute"
-      return {CallFailure::NotRunning, code};
+      return {Ending::NotRunning, code};
     case RPC_S_ACCESS_DENIED:
     case RPC_S_SEC_PKG_ERROR:  // the server is not who was asked for
-      return {CallFailure::Refused, code};
+      return {Ending::Refused, code};
     case RPC_S_CALL_FAILED:
-      return {CallFailure::Interrupted, code};
+      return {Ending::Interrupted, code};
     default:
-      return {CallFailure::Other, code};
+      return {Ending::Other, code};
   }
 }
 
@@ -78,10 +76,10 @@ RPC_STATUS askForSystem(RPC_BINDING_HANDLE binding) noexcept {
   return status == RPC_S_UNKNOWN_AUTHN_SERVICE ? RPC_S_OK : status;
 }
 
-RPC_STATUS bind(const std::wstring& endpoint, Binding& binding) noexcept {
+RPC_STATUS bind(Binding& binding) noexcept {
   RpcText text;
   RPC_STATUS status = RpcStringBindingComposeW(nullptr, rpcText(update_interface::kProtocolSequence), nullptr,
-                                               rpcText(endpoint.c_str()), nullptr, text.receive());
+                                               rpcText(update_interface::kEndpoint), nullptr, text.receive());
   if (status != RPC_S_OK) return status;
   status = RpcBindingFromStringBindingW(text.get(), binding.receive());
   return status == RPC_S_OK ? askForSystem(binding.get()) : status;
@@ -123,44 +121,32 @@ void callInstall(void* context) {
                                        .Simple);
 }
 
-Result<Call> perform(const std::wstring& endpoint, const std::wstring& path, void (*routine)(void*)) {
-  if (path.find(L'\0') != std::wstring::npos) return CallError{CallFailure::InvalidPath, 0};
-  Binding binding;
-  if (const RPC_STATUS status = bind(endpoint, binding); status != RPC_S_OK) return failed(status);
-  Call call{binding.get(), path.c_str(), 0, 0};
-  const std::uint32_t raised = callCatching(routine, &call, mayComeFromServer);
-  if (raised != 0) return failed(static_cast<RPC_STATUS>(raised));
-  return call;
-}
-
 }  // namespace
 
-UpdateClient::UpdateClient(std::wstring endpoint) : endpoint_(std::move(endpoint)) {}
-
-Result<std::int32_t> UpdateClient::checkBundle(const std::wstring& bundlePath) const {
-  const Result<Call> call = perform(endpoint_, bundlePath, callCheckBundle);
-  if (!call.ok()) return call.error();
-  return std::int32_t{call.value().status};
-}
-
-Result<InstallAnswer> UpdateClient::install(const std::wstring& bundlePath) const {
-  const Result<Call> call = perform(endpoint_, bundlePath, callInstall);
-  if (!call.ok()) return call.error();
-  return InstallAnswer{call.value().status, call.value().exitCode};
-}
-
-Result<std::monostate> UpdateClient::setAppDataPath(const std::wstring& path) const {
-  const Result<Call> call = perform(endpoint_, path, callSetLocalAppDataPath);
-  if (!call.ok()) return call.error();
-  return std::monostate{};
-}
-
-Result<std::monostate> UpdateClient::probe() const {
+Reply callService(Request request, const std::wstring& path) noexcept {
   Binding binding;
-  RPC_STATUS status = bind(endpoint_, binding);
+  if (const RPC_STATUS status = bind(binding); status != RPC_S_OK) return failed(status);
+  Call call{binding.get(), path.c_str(), 0, 0};
+  void (*const routine)(void*) = request == Request::Install ? callInstall
+                                 : request == Request::Check ? callCheckBundle
+                                                             : callSetLocalAppDataPath;
+  const std::uint32_t raised = callCatching(routine, &call, mayComeFromServer);
+  if (raised != 0) return failed(static_cast<RPC_STATUS>(raised));
+  return {Ending::Answered, 0, std::int32_t{call.status}, std::int32_t{call.exitCode}};
+}
+
+Reply probeService() noexcept {
+  Binding binding;
+  RPC_STATUS status = bind(binding);
+  // The runtime of the other side answers, not one of its procedures.
   if (status == RPC_S_OK) status = RpcMgmtIsServerListening(binding.get());
-  if (status != RPC_S_OK) return failed(status);
-  return std::monostate{};
+  return status == RPC_S_OK ? Reply{Ending::Answered, 0, 0, 0} : failed(status);
+}
+
+bool isServiceListening() noexcept {
+  // That it keeps the answer to itself is an answer, too.
+  const Ending ending = probeService().ending;
+  return ending == Ending::Answered || ending == Ending::Refused;
 }
 
 }  // namespace zarn::client

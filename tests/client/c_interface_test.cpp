@@ -1,0 +1,207 @@
+// ZarnUpdateClient.dll as a program loads it: what it answers to bad input, and calls that take
+// too long. Nobody serves the endpoint but who is started here.
+#include "client/zarn_update_client.h"
+#include "support/run_program.h"
+#include "support/test.h"
+#include "util/product_names.h"
+
+namespace zarn::testing {
+namespace {
+
+struct Library {
+  template <typename Function>
+  Function* find(const char* name) const {
+    return reinterpret_cast<Function*>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
+  }
+
+  Library() = default;
+  Library(const Library&) = delete;
+  Library& operator=(const Library&) = delete;
+  ~Library() { FreeLibrary(module); }
+
+  HMODULE module = LoadLibraryW(StringUtils::utf8to16(ZARN_LIBRARY).c_str());
+  decltype(&zarn_update_install) install = find<decltype(zarn_update_install)>("zarn_update_install");
+  decltype(&zarn_update_set_app_data) setAppData =
+      find<decltype(zarn_update_set_app_data)>("zarn_update_set_app_data");
+  decltype(&zarn_update_describe_result) describe =
+      find<decltype(zarn_update_describe_result)>("zarn_update_describe_result");
+  decltype(&zarn_update_get_service) getService =
+      find<decltype(zarn_update_get_service)>("zarn_update_get_service");
+};
+
+/// Two pages, behind which nothing may be touched; the end of the first one can be closed, too.
+struct Pages {
+  template <typename T>
+  T* atEnd(std::size_t count) const {
+    return reinterpret_cast<T*>(memory + 4096 - count * sizeof(T));
+  }
+
+  char* const memory =
+      static_cast<char*>(VirtualAlloc(nullptr, 8192, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+  DWORD before = 0;
+  const bool isClosed = VirtualProtect(memory + 4096, 4096, PAGE_NOACCESS, &before) != 0;
+};
+
+template <typename T>
+T* nowhere(std::uintptr_t address) {
+  return reinterpret_cast<T*>(address);
+}
+
+/// Where nobody may write.
+const zarn_update_answer kReadOnly{sizeof(kReadOnly), 0, 0, 0, 0};
+constexpr wchar_t kGood[] = LR"(C:\b.exe)";
+
+TEST(CInterface, AnswersBadPathsWithACode) {
+  const Library library;
+  const Pages pages;
+  const std::wstring longest = L"C:\\" + std::wstring(32'764, L'x'), tooLong = longest + L"x";
+  auto* const unterminated = pages.atEnd<wchar_t>(4);
+  std::memcpy(unterminated, L"C:\\x", 8);
+  const Pages others;
+  auto* const odd = others.atEnd<char>(4095);
+  std::memset(odd, 'x', 4095);
+  const struct {
+    const wchar_t* path;
+    std::int32_t installing, setting;
+  } rows[] = {{nullptr, 1, 1},
+              {L"", 2, 5},
+              {L"b.exe", 3, 3},
+              {L"C:b.exe", 3, 3},
+              {LR"(\b.exe)", 3, 3},
+              {LR"(1:\b.exe)", 3, 3},
+              {L"C:", 3, 3},
+              {L"C:/b.exe", 5, 5},
+              {LR"(\/s\b.exe)", 5, 5},
+              {longest.c_str(), 5, 5},
+              {tooLong.c_str(), 4, 4},
+              {nowhere<wchar_t>(1), 1, 1},
+              {nowhere<wchar_t>(0xfff0000000000000), 1, 1},
+              {unterminated, 1, 1},
+              {reinterpret_cast<wchar_t*>(odd), 1, 1}};
+  for (const auto& row : rows) {
+    zarn_update_answer answer{sizeof(answer), 0, 0, 0, 0};
+    EXPECT_EQ(library.install(row.path, nullptr, &answer), row.installing) << &row - rows;
+    EXPECT_EQ(answer.status, ZARN_UPDATE_STATUS_FAILED) << "no success for who looks at nothing else";
+    EXPECT_EQ(library.setAppData(row.path, nullptr, nullptr), row.setting) << &row - rows;
+  }
+  unterminated[3] = 0;
+  EXPECT_EQ(library.setAppData(unterminated, nullptr, nullptr), ZARN_UPDATE_NOT_RUNNING)
+      << "nothing is read behind it";
+}
+
+TEST(CInterface, AnswersBadRecordsWithACode) {
+  const Library library;
+  const Pages pages;
+  zarn_update_answer answer{sizeof(answer), 0, 0, 0, 0};
+  const KernelHandle event(CreateEventW(nullptr, 1, 0, nullptr));
+  HKEY key = nullptr;
+  RegOpenKeyW(HKEY_LOCAL_MACHINE, L"Software", &key);
+  const struct {
+    std::uint32_t size, flags;
+    void* event;
+    std::uint32_t later;
+    std::int32_t expected;
+  } rows[] = {{24, 0, nullptr, 9, 5},
+              {0, 0, nullptr, 0, 1},
+              {23, 0, nullptr, 0, 1},
+              {28, 0, nullptr, 0, 5},
+              {28, 0, nullptr, 9, 1},
+              {65537, 0, nullptr, 0, 1},
+              {24, 1, nullptr, 0, 5},
+              {24, 2, nullptr, 0, 1},
+              {24, 0, event.get(), 0, 5},
+              {24, 0, key, 0, 1},
+              {24, 0, nowhere<void>(0x12344), 0, 1},
+              {24, 0, INVALID_HANDLE_VALUE, 0, 1}};
+  for (const auto& row : rows) {
+    const struct {
+      zarn_update_options known;
+      std::uint32_t later[2];
+    } options{{row.size, row.flags, 0, 0, row.event}, {row.later, 0}};
+    EXPECT_EQ(library.install(kGood, &options.known, &answer), row.expected) << &row - rows;
+  }
+  RegCloseKey(key);
+  auto* const cut = pages.atEnd<std::uint32_t>(1);
+  for (const std::uint32_t size : {24U, 65536U}) {
+    *cut = size;  // and nothing behind it
+    EXPECT_EQ(library.install(kGood, reinterpret_cast<zarn_update_options*>(cut), &answer), 1);
+    EXPECT_EQ(library.install(kGood, nullptr, reinterpret_cast<zarn_update_answer*>(cut)), 1);
+    EXPECT_EQ(library.getService(reinterpret_cast<zarn_update_service*>(cut)), 1);
+  }
+  EXPECT_EQ(library.install(kGood, nowhere<zarn_update_options>(1), &answer), 1);
+  for (auto* const to : {static_cast<zarn_update_answer*>(nullptr), nowhere<zarn_update_answer>(1),
+                         const_cast<zarn_update_answer*>(&kReadOnly)})
+    EXPECT_EQ(library.install(kGood, nullptr, to), 1);
+  for (const std::uint32_t size : {0U, 19U}) {
+    answer.size = size;
+    EXPECT_EQ(library.install(kGood, nullptr, &answer), 1);
+  }
+  zarn_update_service service{sizeof(service), 9, 9, 9};
+  EXPECT_EQ(library.getService(&service), 0);
+  EXPECT_EQ(std::tuple(service.size, service.state, service.process_id, service.error),
+            std::tuple(16U, ZARN_UPDATE_SERVICE_NOT_INSTALLED, 0U, 0U));
+
+  wchar_t text[8] = L"1234567";
+  EXPECT_EQ(library.describe(99, text, 4), 0);
+  EXPECT_EQ(std::wstring(text, 8), std::wstring(L"an \0"
+                                                L"567\0",
+                                                8));
+  EXPECT_EQ(library.describe(1, text, 0) + library.describe(1, nullptr, 8) +
+                library.describe(1, nowhere<wchar_t>(2), 8),
+            3);
+}
+
+/// Answers installs with 30001 after some time; ends with the test.
+struct SlowService {
+  explicit SlowService(const std::string& milliseconds) {
+    setEnvironment("ZARN_HELPER", "answer 30001 " + milliseconds);
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION started{};
+    std::wstring program = StringUtils::utf8to16(ZARN_DYING_SERVICE);
+    CreateProcessW(program.c_str(), nullptr, nullptr, nullptr, 0, 0, nullptr, nullptr, &startup, &started);
+    process.reset(started.hProcess);
+    CloseHandle(started.hThread);
+  }
+  ~SlowService() {
+    TerminateProcess(process.get(), 0);
+    WaitForSingleObject(process.get(), INFINITE);
+  }
+  KernelHandle process;
+};
+
+TEST(CInterface, EndsAWaitAndNotTheCallAndOutlivesItsLibrary) {
+  const SlowService service("1500");
+  std::optional<Library> loaded(std::in_place);
+  const Library& library = *loaded;
+  while (library.setAppData(L"", nullptr, nullptr) == ZARN_UPDATE_NOT_RUNNING) Sleep(10);
+  const KernelHandle event(CreateEventW(nullptr, 1, 0, nullptr));
+  zarn_update_answer answer{sizeof(answer), 0, 0, 0, 0};
+  const auto install = [&](std::uint32_t limit, void* cancel) {
+    const zarn_update_options options{sizeof(options), ZARN_UPDATE_WAIT_FOR_RESTART, limit, 0, cancel};
+    const auto begin = GetTickCount64();
+    const std::int32_t result = library.install(kGood, &options, &answer);
+    return std::pair(result, GetTickCount64() - begin < 1000);
+  };
+  EXPECT_EQ(install(0, nullptr), std::pair(ZARN_UPDATE_OK + 0, false));
+  EXPECT_EQ(install(9000, event.get()), std::pair(ZARN_UPDATE_OK + 0, false));
+  EXPECT_EQ(std::tuple(answer.status, answer.installer_exit_code, answer.restart), std::tuple(30001, 7, 0U));
+  EXPECT_EQ(install(100, nullptr), std::pair(ZARN_UPDATE_TIMED_OUT + 0, true));
+  EXPECT_EQ(answer.status, ZARN_UPDATE_STATUS_FAILED);
+  const auto setter = std::async(std::launch::async, [&] { Sleep(100), SetEvent(event.get()); });
+  EXPECT_EQ(install(0, event.get()), std::pair(ZARN_UPDATE_CANCELLED + 0, true));
+  EXPECT_EQ(install(0, event.get()), std::pair(ZARN_UPDATE_CANCELLED + 0, true));
+  int begun = 1;
+  while (begun < 99 && install(1, nullptr).first == ZARN_UPDATE_TIMED_OUT) ++begun;
+  EXPECT_GE(begun, 60) << "three may have ended meanwhile";
+  EXPECT_LE(begun, 66) << "threads";
+
+  // The threads that were left behind hold the code that they run.
+  loaded.reset();
+  EXPECT_NE(GetModuleHandleW(L"ZarnUpdateClient.dll"), nullptr);
+  for (int tries = 0; tries < 500 && GetModuleHandleW(L"ZarnUpdateClient.dll") != nullptr; ++tries) Sleep(10);
+  EXPECT_EQ(GetModuleHandleW(L"ZarnUpdateClient.dll"), nullptr);
+}
+
+}  // namespace
+}  // namespace zarn::testing
