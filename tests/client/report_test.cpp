@@ -1,7 +1,7 @@
 // What zarn-update says. No part of this calls anybody or looks at the machine; only the
 // system's words for errors, which every system has its own, are left out.
 #include <map>
-#include <regex>
+#include <sstream>
 
 #include "client/install_under_way.h"
 #include "client/tool/report/checks.h"
@@ -501,10 +501,16 @@ TEST(Moments, AreDaysTimesAndSpansInUtc) {
 /// What stands between backticks, but not in parentheses.
 std::set<std::string> namesIn(const std::string& text) {
   std::set<std::string> names;
-  const std::string bare = std::regex_replace(text, std::regex("\\([^)]*\\)"), "");
-  const std::regex name("`([^`]*)`");
-  for (std::sregex_iterator found(bare.begin(), bare.end(), name), end; found != end; ++found)
-    names.insert((*found)[1]);
+  std::string bare;
+  bool isAside = false;
+  for (const char c : text) {
+    isAside = isAside ? c != ')' : c == '(';
+    if (!isAside && c != ')') bare += c;
+  }
+  std::istringstream parts(bare);
+  bool isName = false;
+  for (std::string part; std::getline(parts, part, '`'); isName = !isName)
+    if (isName) names.insert(part);
   return names;
 }
 
