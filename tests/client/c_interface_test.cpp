@@ -1,5 +1,6 @@
 // ZarnUpdateClient.dll as a program loads it: what it answers to bad input, and calls that take
 // too long. Nobody serves the endpoint but who is started here.
+#include "client/bounded_work.h"
 #include "client/zarn_update_client.h"
 #include "support/run_program.h"
 #include "support/test.h"
@@ -156,6 +157,23 @@ TEST(CInterface, AnswersBadRecordsWithACode) {
   EXPECT_EQ(library.describe(1, text, 0) + library.describe(1, nullptr, 8) +
                 library.describe(1, nowhere<wchar_t>(2), 8),
             3);
+}
+
+TEST(CInterface, DoesTheWorkOfAThreadForWhomThatThreadActs) {
+  struct Look final : client::Work {
+    void run() noexcept override {
+      KernelHandle token;
+      acts = OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, 1, token.receive()) != 0;
+    }
+    bool acts = false;
+  };
+  for (const bool acts : {false, true}) {
+    const auto look = std::make_shared<Look>();
+    ASSERT_TRUE(!acts || ImpersonateSelf(SecurityImpersonation) != 0);
+    EXPECT_EQ(client::runBounded(look, INFINITE, {}), client::WaitEnd::Done);
+    RevertToSelf();
+    EXPECT_EQ(look->acts, acts);
+  }
 }
 
 /// Answers installs when it may; ends with the test.
