@@ -176,10 +176,10 @@ TEST(CInterface, DoesTheWorkOfAThreadForWhomThatThreadActs) {
   }
 }
 
-/// Answers installs when it may; ends with the test.
+/// Answers installs with a status when it may; ends with the test.
 struct SlowService {
-  SlowService() {
-    setEnvironment("ZARN_HELPER", "answer");
+  explicit SlowService(int status) {
+    setEnvironment("ZARN_HELPER", "answer " + std::to_string(status));
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION started{};
@@ -196,8 +196,31 @@ struct SlowService {
   KernelHandle process;
 };
 
+TEST(CInterface, SeesARestartWhereNobodyTellsTheServicesProcess) {
+  const Library library;
+  std::optional<SlowService> service(std::in_place, 30000);
+  while (library.probe(nullptr, nullptr) == ZARN_UPDATE_NOT_RUNNING) Sleep(10);
+  for (const std::uint32_t expected : {ZARN_UPDATE_RESTART_NOT_BACK, ZARN_UPDATE_RESTART_BACK}) {
+    const bool restarts = expected == ZARN_UPDATE_RESTART_BACK;
+    const auto restarter = std::async(std::launch::async, [&] {
+      if (!restarts) return;
+      Sleep(300);
+      service.reset();
+      Sleep(500);
+      service.emplace(30000);
+    });
+    zarn_update_answer answer{sizeof(answer), 0, 0, 0, 0};
+    const zarn_update_options options{sizeof(options), ZARN_UPDATE_WAIT_FOR_RESTART, 0,
+                                      restarts ? 20'000U : 700U, nullptr};
+    const auto begin = GetTickCount64();
+    EXPECT_EQ(library.install(kGood, &options, &answer), 0);
+    EXPECT_EQ(std::pair(answer.status, answer.restart), std::pair(30000, expected));
+    EXPECT_GE(GetTickCount64() - begin, 600U);
+  }
+}
+
 TEST(CInterface, EndsAWaitAndNotTheCallAndOutlivesItsLibrary) {
-  const SlowService service;
+  const SlowService service(30001);
   std::optional<Library> loaded(std::in_place);
   const Library& library = *loaded;
   while (library.probe(nullptr, nullptr) == ZARN_UPDATE_NOT_RUNNING) Sleep(10);
