@@ -297,6 +297,8 @@ struct UnderWayCheck final : Work {
                                                           : failure(service.error()));
     } catch (const std::bad_alloc&) {
       found = failure(ERROR_NOT_ENOUGH_MEMORY);
+    } catch (...) {  // the thread is in somebody else's process
+      found = failure(ERROR_GEN_FAILURE);
     }
   }
 
