@@ -1,7 +1,7 @@
 // ZarnUpdateClient.dll as a program loads it: what it answers to bad input, and calls that take
 // too long. Nobody serves the endpoint but who is started here.
 #include "client/bounded_work.h"
-#include "client/zarn_update_client.h"
+#include "client/update_client.h"
 #include "support/run_program.h"
 #include "support/test.h"
 #include "util/product_names.h"
@@ -237,6 +237,9 @@ TEST(CInterface, EndsAWaitAndNotTheCallAndOutlivesItsLibrary) {
               std::tuple(30001, 7, 0U));
   }
   ResetEvent(service.mayAnswer.get());
+  client::CallOptions over;
+  over.timeLimit = -1ms;
+  EXPECT_EQ(client::UpdateClient().install(kGood, over).error().failure, client::CallFailure::TimedOut);
   EXPECT_EQ(install(100, nullptr), ZARN_UPDATE_TIMED_OUT);
   EXPECT_EQ(answer.status, ZARN_UPDATE_STATUS_FAILED);
   const auto setter = std::async(std::launch::async, [&] { Sleep(100), SetEvent(event.get()); });
