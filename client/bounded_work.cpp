@@ -12,8 +12,16 @@ std::atomic<long> works{0};
 /// What the thread is handed, and gives back at its end.
 struct Task {
   std::shared_ptr<Work> work;
-  HMODULE module;
+  HMODULE module = nullptr;
+  KernelHandle actsFor;  ///< none: for its process, as the one that began it
 };
+
+/// Whom this thread acts for, which a thread that it begins would not know. False when there is
+/// somebody and it cannot be handed on: nothing may be done with the process's rights instead.
+bool readIdentity(KernelHandle& actsFor) {
+  return OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE, TRUE, actsFor.receive()) != 0 ||
+         GetLastError() == ERROR_NO_TOKEN;
+}
 
 /// Keeps this code where it is until FreeLibrary; null when that cannot be had.
 HMODULE holdModule() {
@@ -26,7 +34,8 @@ DWORD WINAPI runTask(void* context) {
   HMODULE module = nullptr;
   {
     const std::unique_ptr<Task> task(static_cast<Task*>(context));
-    task->work->run();
+    // Its end takes that back.
+    if (!task->actsFor || SetThreadToken(nullptr, task->actsFor.get()) != 0) task->work->run();
     module = task->module;
   }
   // Nothing is left to destroy when the module goes.
@@ -37,7 +46,9 @@ DWORD WINAPI runTask(void* context) {
 }  // namespace
 
 WaitEnd runBounded(std::shared_ptr<Work> work, DWORD limit, const KernelHandle& cancel) {
-  auto task = std::make_unique<Task>(Task{std::move(work), nullptr});
+  auto task = std::make_unique<Task>();
+  task->work = std::move(work);
+  if (!readIdentity(task->actsFor)) return WaitEnd::NoThread;
   if (works.fetch_add(1) >= kMostWorks) {
     works.fetch_sub(1);
     return WaitEnd::TooMany;

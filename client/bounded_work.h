@@ -34,8 +34,8 @@ enum class WaitEnd : std::uint8_t {
 inline constexpr long kMostWorks = 64;
 
 /// Runs `work` on a thread and waits for its end, until `limit` (milliseconds, or INFINITE) is over
-/// or `cancel`, if there is one, is set. The thread holds on to the module that this code is in
-/// until it ends: a library may be given back meanwhile.
+/// or `cancel`, if there is one, is set. The thread acts for whom this one acts for, and holds on to the
+/// module that this code is in until it ends: a library may be given back meanwhile.
 [[nodiscard]] WaitEnd runBounded(std::shared_ptr<Work> work, DWORD limit, const KernelHandle& cancel);
 
 }  // namespace zarn::client

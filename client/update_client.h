@@ -95,7 +95,8 @@ struct InstallAnswer {
 };
 
 struct CallOptions {
-  /// 0: as long as it takes. At most 49 days.
+  /// 0: as long as it takes. At most 49 days. One below 0, what is left of a time that is over, is
+  /// the shortest that there is.
   std::chrono::milliseconds timeLimit{0};
   /// HANDLE of an event that ends the waits.
   void* cancelEvent = nullptr;
@@ -204,7 +205,8 @@ class UpdateClient {
 
   static std::uint32_t inRange(std::chrono::milliseconds limit) noexcept {
     constexpr std::int64_t most = 0xfffffffe;
-    return static_cast<std::uint32_t>(std::clamp<std::int64_t>(limit.count(), 0, most));
+    if (limit.count() < 0) return 1;
+    return static_cast<std::uint32_t>(std::min<std::int64_t>(limit.count(), most));
   }
 
   static CallFailure failureOf(std::int32_t result) noexcept {

@@ -161,40 +161,58 @@ zarn::Result<SERVICE_STATUS_PROCESS> queryService() {
 }
 
 /// 0 when it has none, or nobody tells.
-DWORD runningProcess() {
+DWORD processNow() {
   const auto service = queryService();
-  return service && service->dwCurrentState == SERVICE_RUNNING ? service->dwProcessId : 0;
+  return service ? service->dwProcessId : 0;
 }
 
-bool isBack(DWORD before) {
-  const DWORD now = runningProcess();
-  if (now == 0 || now == before) return false;
-  const auto probe = std::make_shared<ServiceCall>(Request::Probe, std::wstring());
-  if (runBounded(probe, kListeningLimitMs, {}) != WaitEnd::Done) return false;
-  // One that keeps it to itself whether it listens is there, too.
-  return probe->reply.ending == Ending::Answered || probe->reply.ending == Ending::Refused;
+/// One that keeps it to itself whether it listens is there, too.
+bool isThere(Ending ending) noexcept {
+  return ending == Ending::Answered || ending == Ending::Refused;
 }
 
-/// `before` is the process that gave the answer. Whatever happens here changes nothing of that.
-std::uint32_t awaitRestart(DWORD before, const Options& options) noexcept {
+/// Whether the process that gave the answer is gone or about to go. Who has seen that need not see
+/// another number: a later process may have the same one.
+bool isGone(const SERVICE_STATUS_PROCESS& now, DWORD before) {
+  return now.dwCurrentState == SERVICE_STOPPED || now.dwCurrentState == SERVICE_STOP_PENDING ||
+         (before != 0 && now.dwProcessId != before);
+}
+
+/// `before` is the process that gave the answer. Whom the service control manager tells nothing (a
+/// service's state is not for every kind of logon) has to see that nobody answers at first.
+std::uint32_t lookForRestart(DWORD before, const Options& options) {
   const ULONGLONG begin = GetTickCount64();
-  while (before != 0) {
-    try {
-      if (isBack(before)) return ZARN_UPDATE_RESTART_BACK;
-    } catch (const std::bad_alloc&) {
-      break;
+  for (bool wasAway = false;;) {
+    const ULONGLONG left =
+        options.restartLimit - std::min<ULONGLONG>(GetTickCount64() - begin, options.restartLimit);
+    if (left == 0) return ZARN_UPDATE_RESTART_NOT_BACK;
+    const auto service = queryService();
+    wasAway = wasAway || (service && isGone(*service, before));
+    if (!service || (wasAway && service->dwCurrentState == SERVICE_RUNNING)) {
+      const auto probe = std::make_shared<ServiceCall>(Request::Probe, std::wstring());
+      const auto limit = static_cast<DWORD>(std::min<ULONGLONG>(kListeningLimitMs, left));
+      const WaitEnd end = runBounded(probe, limit, options.cancel);
+      if (end == WaitEnd::Cancelled) return ZARN_UPDATE_RESTART_NOT_BACK;
+      const bool hasEnded = end == WaitEnd::Done;
+      if (hasEnded && wasAway && isThere(probe->reply.ending)) return ZARN_UPDATE_RESTART_BACK;
+      if (hasEnded && probe->reply.ending == Ending::NotRunning) wasAway = true;
     }
-    const ULONGLONG passed = GetTickCount64() - begin;
-    if (passed >= options.restartLimit) break;
-    const auto pause =
-        static_cast<DWORD>(std::min<ULONGLONG>(kRestartPoll.count(), options.restartLimit - passed));
+    const auto pause = static_cast<DWORD>(std::min<ULONGLONG>(kRestartPoll.count(), left));
     if (!options.cancel) {
       Sleep(pause);
     } else if (WaitForSingleObject(options.cancel.get(), pause) == WAIT_OBJECT_0) {
-      break;
+      return ZARN_UPDATE_RESTART_NOT_BACK;
     }
   }
-  return ZARN_UPDATE_RESTART_NOT_BACK;
+}
+
+/// Whatever happens here changes nothing of the answer.
+std::uint32_t awaitRestart(DWORD before, const Options& options) noexcept {
+  try {
+    return lookForRestart(before, options);
+  } catch (const std::bad_alloc&) {
+    return ZARN_UPDATE_RESTART_NOT_BACK;
+  }
 }
 
 bool restartsService(std::int32_t status) noexcept {
@@ -231,7 +249,7 @@ std::int32_t perform(Request request, const wchar_t* path, const zarn_update_opt
   if (const std::int32_t refused = readPath(path, request, sent); refused != ZARN_UPDATE_OK) return refused;
 
   const bool awaitsRestart = options.awaitsRestart && request == Request::Install;
-  const DWORD before = awaitsRestart ? runningProcess() : 0;
+  const DWORD before = awaitsRestart ? processNow() : 0;
   const auto call = std::make_shared<ServiceCall>(request, std::move(sent));
   if (const std::int32_t ended = send(call, options); ended != ZARN_UPDATE_OK) return ended;
   const Reply& reply = call->reply;
@@ -279,6 +297,8 @@ struct UnderWayCheck final : Work {
                                                           : failure(service.error()));
     } catch (const std::bad_alloc&) {
       found = failure(ERROR_NOT_ENOUGH_MEMORY);
+    } catch (...) {  // the thread is in somebody else's process
+      found = failure(ERROR_GEN_FAILURE);
     }
   }
 

@@ -84,7 +84,8 @@ enum {
 /* ---- Calls ------------------------------------------------------------------------------ */
 
 /* After statuses 0 and 30000 the service ends and is started again by the system: wait until it
-   runs as another process and its endpoint answers. Has no effect on other calls than installs. */
+   runs as another process and its endpoint answers. A caller whom the service control manager tells
+   nothing waits until nobody answers, and then somebody. Has no effect on other calls than installs. */
 #define ZARN_UPDATE_WAIT_FOR_RESTART 1u
 
 typedef struct zarn_update_options {

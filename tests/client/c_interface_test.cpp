@@ -1,6 +1,7 @@
 // ZarnUpdateClient.dll as a program loads it: what it answers to bad input, and calls that take
 // too long. Nobody serves the endpoint but who is started here.
-#include "client/zarn_update_client.h"
+#include "client/bounded_work.h"
+#include "client/update_client.h"
 #include "support/run_program.h"
 #include "support/test.h"
 #include "util/product_names.h"
@@ -158,10 +159,27 @@ TEST(CInterface, AnswersBadRecordsWithACode) {
             3);
 }
 
-/// Answers installs when it may; ends with the test.
+TEST(CInterface, DoesTheWorkOfAThreadForWhomThatThreadActs) {
+  struct Look final : client::Work {
+    void run() noexcept override {
+      KernelHandle token;
+      acts = OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, 1, token.receive()) != 0;
+    }
+    bool acts = false;
+  };
+  for (const bool acts : {false, true}) {
+    const auto look = std::make_shared<Look>();
+    ASSERT_TRUE(!acts || ImpersonateSelf(SecurityImpersonation) != 0);
+    EXPECT_EQ(client::runBounded(look, INFINITE, {}), client::WaitEnd::Done);
+    RevertToSelf();
+    EXPECT_EQ(look->acts, acts);
+  }
+}
+
+/// Answers installs with a status when it may; ends with the test.
 struct SlowService {
-  SlowService() {
-    setEnvironment("ZARN_HELPER", "answer");
+  explicit SlowService(int status) {
+    setEnvironment("ZARN_HELPER", "answer " + std::to_string(status));
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION started{};
@@ -178,8 +196,31 @@ struct SlowService {
   KernelHandle process;
 };
 
+TEST(CInterface, SeesARestartWhereNobodyTellsTheServicesProcess) {
+  const Library library;
+  std::optional<SlowService> service(std::in_place, 30000);
+  while (library.probe(nullptr, nullptr) == ZARN_UPDATE_NOT_RUNNING) Sleep(10);
+  for (const std::uint32_t expected : {ZARN_UPDATE_RESTART_NOT_BACK, ZARN_UPDATE_RESTART_BACK}) {
+    const bool restarts = expected == ZARN_UPDATE_RESTART_BACK;
+    const auto restarter = std::async(std::launch::async, [&] {
+      if (!restarts) return;
+      Sleep(300);
+      service.reset();
+      Sleep(500);
+      service.emplace(30000);
+    });
+    zarn_update_answer answer{sizeof(answer), 0, 0, 0, 0};
+    const zarn_update_options options{sizeof(options), ZARN_UPDATE_WAIT_FOR_RESTART, 0,
+                                      restarts ? 20'000U : 700U, nullptr};
+    const auto begin = GetTickCount64();
+    EXPECT_EQ(library.install(kGood, &options, &answer), 0);
+    EXPECT_EQ(std::pair(answer.status, answer.restart), std::pair(30000, expected));
+    EXPECT_GE(GetTickCount64() - begin, 600U);
+  }
+}
+
 TEST(CInterface, EndsAWaitAndNotTheCallAndOutlivesItsLibrary) {
-  const SlowService service;
+  const SlowService service(30001);
   std::optional<Library> loaded(std::in_place);
   const Library& library = *loaded;
   while (library.probe(nullptr, nullptr) == ZARN_UPDATE_NOT_RUNNING) Sleep(10);
@@ -196,6 +237,9 @@ TEST(CInterface, EndsAWaitAndNotTheCallAndOutlivesItsLibrary) {
               std::tuple(30001, 7, 0U));
   }
   ResetEvent(service.mayAnswer.get());
+  client::CallOptions over;
+  over.timeLimit = -1ms;
+  EXPECT_EQ(client::UpdateClient().install(kGood, over).error().failure, client::CallFailure::TimedOut);
   EXPECT_EQ(install(100, nullptr), ZARN_UPDATE_TIMED_OUT);
   EXPECT_EQ(answer.status, ZARN_UPDATE_STATUS_FAILED);
   const auto setter = std::async(std::launch::async, [&] { Sleep(100), SetEvent(event.get()); });

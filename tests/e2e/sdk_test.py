@@ -55,9 +55,10 @@ class SdkTest(unittest.TestCase):
 
     def test_programs_made_by_the_manual_install_a_bundle(self):
         self.start_service()
-        for program in ("in_c.exe", "in_cpp.exe"):
-            self.assertEqual(self.runs(program, "approved.exe", "exit=0\n"),
-                             (0, ["status 0, installed", "the service is back"]))
+        reboot = "status 30000, installed, and a reboot is required to complete it (installer exit code 3010)"
+        for program, exit_code, words in (("in_c.exe", 0, "status 0, installed"), ("in_cpp.exe", 3010, reboot)):
+            self.assertEqual(self.runs(program, "approved.exe", f"exit={exit_code}\n"),
+                             (0, [words, "the service is back"]))
         for program in ("build/my_updater.exe", "examples/install_update_c.exe", "examples/install_update_cpp.exe"):
             code, said = self.runs(program, "approved.exe", "exit=1641\n")
             self.assertEqual((code, said[0][:13], len(said)), (0, "status 30001,", 1))

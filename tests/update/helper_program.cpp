@@ -2,7 +2,8 @@
 //   "N MS"    sleeps MS milliseconds, writes its command line to the file that
 //             ZARN_HELPER_RECORD names, and ends with exit code N
 //   "serve"   serves UpdateInterface and dies in the first call
-//   "answer"  serves it and answers installs with 30001 while the event "zarn-answer" is set
+//   "answer STATUS"   serves it and answers installs with the status, while the event "zarn-answer"
+//             is set if there is one
 #include <windows.h>
 
 #include <cstdio>
@@ -13,6 +14,8 @@
 #include "update/interface/update_interface.h"
 
 namespace {
+
+long status = 0;
 
 int serve(const zarn::update_interface::ServerRoutines& routines, unsigned calls) {
   namespace wire = zarn::update_interface;
@@ -32,11 +35,11 @@ int main() {
     const auto die = [](auto...) -> long { return TerminateProcess(GetCurrentProcess(), 1); };
     return serve({[](handle_t, const wchar_t*) { TerminateProcess(GetCurrentProcess(), 1); }, die, die}, 1);
   }
-  if (order == "answer") {
+  if (std::sscanf(order.data(), "answer %ld", &status) == 1) {
     const auto install = [](handle_t, const wchar_t*, long* exitCode) -> long {
       WaitForSingleObject(OpenEventW(SYNCHRONIZE, FALSE, L"zarn-answer"), INFINITE);
       *exitCode = 7;
-      return 30001;
+      return status;
     };
     return serve({[](handle_t, const wchar_t*) {}, [](handle_t, const wchar_t*) { return 0L; }, install},
                  100);
