@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
+
+#include "util/structured_exception.h"
 
 namespace zarn::client {
 namespace {
@@ -18,8 +21,8 @@ constexpr bool isHighSurrogate(wchar_t unit) noexcept {
 constexpr DWORD kWritable = PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
 constexpr DWORD kReadable = kWritable | PAGE_READONLY | PAGE_EXECUTE_READ;
 
-/// Whether pages are what their owner would need to touch them. The copying below would pass over
-/// that: it is made for debuggers.
+/// Whether pages are what their owner would need to touch them. A page that guards a stack is not
+/// touched: the fault would be the only sign that its owner gets.
 bool isOpenFor(DWORD protection, const void* from, std::size_t bytes) noexcept {
   auto at = reinterpret_cast<std::uintptr_t>(from);
   const std::uintptr_t end = at + bytes;
@@ -33,6 +36,11 @@ bool isOpenFor(DWORD protection, const void* from, std::size_t bytes) noexcept {
     at = reinterpret_cast<std::uintptr_t>(region.BaseAddress) + region.RegionSize;
   }
   return true;
+}
+
+/// Another thread of the caller's may give the pages back between the look at them and this.
+bool copyGuarded(void* to, const void* from, std::size_t bytes) noexcept {
+  return callCatching([&] { std::memcpy(to, from, bytes); }, catchEvery) == 0;
 }
 
 bool readSize(const void* record, std::uint32_t firstSize, std::uint32_t& size) noexcept {
@@ -57,15 +65,11 @@ bool isZero(const std::byte* from, std::size_t bytes) noexcept {
 }  // namespace
 
 bool readMemory(const void* from, void* to, std::size_t bytes) noexcept {
-  SIZE_T done = 0;
-  return isOpenFor(kReadable, from, bytes) &&
-         ReadProcessMemory(GetCurrentProcess(), from, to, bytes, &done) != 0 && done == bytes;
+  return isOpenFor(kReadable, from, bytes) && copyGuarded(to, from, bytes);
 }
 
 bool writeMemory(void* to, const void* from, std::size_t bytes) noexcept {
-  SIZE_T done = 0;
-  return isOpenFor(kWritable, to, bytes) &&
-         WriteProcessMemory(GetCurrentProcess(), to, from, bytes, &done) != 0 && done == bytes;
+  return isOpenFor(kWritable, to, bytes) && copyGuarded(to, from, bytes);
 }
 
 TextRead readText(const wchar_t* from, std::size_t mostUnits, std::wstring& text) {
