@@ -32,10 +32,13 @@ std::string reasonOf(const client::CallError& error, const Result<ServiceFacts>&
       return "The update service went away during the call, so what it did is unknown; see zarn-update "
              "status and zarn-update history.";
     case client::CallFailure::InvalidPath:
-      return "The path holds a zero character.";
+      return "The path cannot be sent to the service: it must be a full one of at most 32767 characters, "
+             "without "
+             "a zero among them.";
+    case client::CallFailure::NotSent:
+      return "The call was not sent: memory ran out.";
     case client::CallFailure::TimedOut:  // the tool's calls have no end of their own
     case client::CallFailure::Cancelled:
-    case client::CallFailure::NotSent:
     case client::CallFailure::Other:
       break;
   }
