@@ -62,7 +62,8 @@ enum {
      the service goes on there. An event that was set before the call: nothing was sent. */
   ZARN_UPDATE_TIMED_OUT = 8,
   ZARN_UPDATE_CANCELLED = 9,
-  /* 64 calls of this process have a time limit or an event and no answer yet; nothing was sent. */
+  /* 64 calls of this process have no answer yet and a limit: one of their own or an event, or that of
+     looking at the service. Nothing was sent. */
   ZARN_UPDATE_TOO_MANY_CALLS = 10,
   /* Nothing was sent. */
   ZARN_UPDATE_OUT_OF_MEMORY = 11,
@@ -91,14 +92,14 @@ enum {
 typedef struct zarn_update_options {
   uint32_t size; /* sizeof(zarn_update_options) */
   uint32_t flags;
-  /* Milliseconds until the wait for the answer ends; 0: as long as it takes, which for an install
-     is up to ten minutes for its installer and as much for each one that came before. */
+  /* Milliseconds until the wait for the answer ends; 0 and 0xffffffff: as long as it takes, which for
+     an install is up to ten minutes for its installer and as much for each one that came before. */
   uint32_t time_limit_ms;
   /* Milliseconds for the service's restart, which begin with the answer; 0: 120000. After the third
      end of a day the system waits for a minute before it starts the service. */
   uint32_t restart_limit_ms;
   /* A HANDLE of an event, which ends both waits when it is set; null: none. It may be closed as
-     soon as the call has returned. */
+     soon as the call has returned. (A mutex would be taken and not given back.) */
   void* cancel_event;
 } zarn_update_options;
 
@@ -138,7 +139,8 @@ int32_t ZARN_UPDATE_CALL zarn_update_set_app_data(const wchar_t* directory,
                                                   zarn_update_answer* answer);
 
 /* Whether somebody serves the endpoint, and is the system: the service is asked for nothing, and the
-   status is 0. Both may be null. */
+   status is 0. ZARN_UPDATE_REFUSED when somebody serves it who is not, or who does not say so to this
+   caller. Both may be null. */
 int32_t ZARN_UPDATE_CALL zarn_update_probe(const zarn_update_options* options, zarn_update_answer* answer);
 
 /* ---- The service as it is now ------------------------------------------------------------ */
