@@ -3,6 +3,8 @@ using System;
 using System.Runtime.InteropServices;
 using System.Text;
 
+[assembly: DefaultDllImportSearchPaths(DllImportSearchPath.AssemblyDirectory)]
+
 static class InstallUpdate {
   [StructLayout(LayoutKind.Sequential)]
   struct Options { public uint Size, Flags, TimeLimitMs, RestartLimitMs; public IntPtr CancelEvent; }
