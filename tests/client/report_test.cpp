@@ -66,6 +66,16 @@ std::set<std::string> keysOf(const std::string& command) {
   return {keys.begin(), keys.end()};
 }
 
+/// What the manual says in the row or list item that begins so, up to the next; empty when there is none.
+std::string manualRow(const std::string& beginning) {
+  static const std::string manual = "\n" + readFile(ZARN_SOURCE "/docs/zarn-update.md");
+  const std::size_t begin = manual.find("\n" + beginning);
+  EXPECT_NE(begin, std::string::npos) << "docs/zarn-update.md has nothing that begins with " << beginning;
+  if (begin == std::string::npos) return "";
+  const std::string rest = manual.substr(begin + 1 + beginning.size());
+  return rest.substr(0, std::min({rest.find("\n| "), rest.find("\n- "), rest.find("\n\n")}));
+}
+
 TEST(CommandLine, HasItsHelpAndIsRefusedInOneSentence) {
   Transcript said;
   said.text = helpText(nullptr);
@@ -418,6 +428,7 @@ TEST(Doctor, SaysOfEachCheckWhatItFoundAndWhatToDo) {
   list.expired = 0;
   found.push_back(judgeAuthorities(list, 2 * 86400));
   EXPECT_EQ(doctorAnswer(found).text, readFile(ZARN_SOURCE "/tests/client/checks.txt"));
+  for (const Finding& one : found) manualRow("| `" + one.name + "` |");
 }
 
 TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {
@@ -485,16 +496,6 @@ TEST(Moments, AreDaysTimesAndSpansInUtc) {
     EXPECT_EQ(moment ? isoTime(*moment) : "none", row[1]) << row[0];
   }
   EXPECT_EQ(momentBefore("2026-03-01T00:30:00.007Z", std::chrono::hours(1)), "2026-02-28T23:30:00.000Z");
-}
-
-/// What the manual says in the row or list item that begins so, up to the next; empty when there is none.
-std::string manualRow(const std::string& beginning) {
-  static const std::string manual = "\n" + readFile(ZARN_SOURCE "/docs/zarn-update.md");
-  const std::size_t begin = manual.find("\n" + beginning);
-  EXPECT_NE(begin, std::string::npos) << "docs/zarn-update.md has nothing that begins with " << beginning;
-  if (begin == std::string::npos) return "";
-  const std::string rest = manual.substr(begin + 1 + beginning.size());
-  return rest.substr(0, std::min({rest.find("\n| "), rest.find("\n- "), rest.find("\n\n")}));
 }
 
 /// What stands between backticks, but not in parentheses.

@@ -130,7 +130,7 @@ TEST_F(CommandLineTool, AnEmptyProfileRefusesWhileNoneOrADamagedListOfAuthoritie
 }
 
 TEST_F(CommandLineTool, WaitsForTheInstallThatRunsAndTellsItsOutcome) {
-  ServiceUnderTest::planInstaller("sleep_ms=3000\nexit=1641\n");
+  ServiceUnderTest::planInstaller("sleep_ms=8000\nexit=1641\n");
   std::thread installing([] { ask("install", bundle("approved.exe")); });
   EXPECT_TRUE(waitUntil([] { return !ServiceUnderTest::installerRuns().empty(); }));
   EXPECT_EQ(ask("purge-logs", "--json")["exitCode"], 1) << "the service runs";

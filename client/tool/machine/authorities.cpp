@@ -46,7 +46,8 @@ std::optional<std::int64_t> endOf(const X509& certificate) {
 std::string subjectOf(const X509& certificate) {
   std::string text(kMostSubjectLetters, '\0');
   X509_NAME_oneline(X509_get_subject_name(&certificate), text.data(), kMostSubjectLetters);
-  return text.c_str();
+  text.resize(text.find('\0'));  // which is there: the routine ends what it writes with one
+  return text;
 }
 
 void count(AuthorityList& list, const X509& certificate, std::int64_t now) {

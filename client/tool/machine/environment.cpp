@@ -153,7 +153,7 @@ void adoptVariables() {
 std::optional<std::string> serviceTempFolder() {
   const Environments environments{.service = serviceVariables(), .machine = machineVariables()};
   for (const char* const name : {"TMP", "TEMP"}) {
-    const auto folder = variableInForce(name, environments).value;
+    auto folder = variableInForce(name, environments).value;
     if (!folder || !folder->empty()) return folder;
   }
   return "";

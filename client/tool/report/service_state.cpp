@@ -83,7 +83,7 @@ Json recoveryObject(const std::optional<Recovery>& recovery) {
 }
 
 std::string versionInWords(const ServiceReport& report) {
-  const std::string onDisk = report.version.empty() ? "unknown" : printable(report.version);
+  std::string onDisk = report.version.empty() ? "unknown" : printable(report.version);
   if (!report.runningVersion) return onDisk;
   if (*report.runningVersion == report.version) return onDisk + ", running";
   return onDisk + "\n" + printable(*report.runningVersion) + " is running" +
