@@ -126,6 +126,11 @@ void callInstall(void* context) {
 Reply callService(Request request, const std::wstring& path) noexcept {
   Binding binding;
   if (const RPC_STATUS status = bind(binding); status != RPC_S_OK) return failed(status);
+  if (request == Request::Probe) {
+    // The runtime of the other side answers, not one of its procedures.
+    const RPC_STATUS status = RpcMgmtIsServerListening(binding.get());
+    return status == RPC_S_OK ? Reply{Ending::Answered, 0, 0, 0} : failed(status);
+  }
   Call call{binding.get(), path.c_str(), 0, 0};
   void (*const routine)(void*) = request == Request::Install ? callInstall
                                  : request == Request::Check ? callCheckBundle
@@ -133,20 +138,6 @@ Reply callService(Request request, const std::wstring& path) noexcept {
   const std::uint32_t raised = callCatching(routine, &call, mayComeFromServer);
   if (raised != 0) return failed(static_cast<RPC_STATUS>(raised));
   return {Ending::Answered, 0, std::int32_t{call.status}, std::int32_t{call.exitCode}};
-}
-
-Reply probeService() noexcept {
-  Binding binding;
-  RPC_STATUS status = bind(binding);
-  // The runtime of the other side answers, not one of its procedures.
-  if (status == RPC_S_OK) status = RpcMgmtIsServerListening(binding.get());
-  return status == RPC_S_OK ? Reply{Ending::Answered, 0, 0, 0} : failed(status);
-}
-
-bool isServiceListening() noexcept {
-  // That it keeps the answer to itself is an answer, too.
-  const Ending ending = probeService().ending;
-  return ending == Ending::Answered || ending == Ending::Refused;
 }
 
 }  // namespace zarn::client

@@ -6,8 +6,8 @@
 
 namespace zarn::client {
 
-/// The procedures, by what they do.
-enum class Request : std::uint8_t { SetAppData, Check, Install };
+/// The procedures, by what they do, and the question whether somebody serves the endpoint.
+enum class Request : std::uint8_t { SetAppData, Check, Install, Probe };
 
 /// Why a call has no answer, by what a caller can do about it.
 enum class Ending : std::uint8_t {
@@ -25,14 +25,7 @@ struct Reply {
   std::int32_t exitCode = 0;
 };
 
-/// The path has no zero in it. Never throws what the service or the RPC runtime raises.
+/// The path has no zero in it; a probe has none. Never throws what the service or the RPC runtime raises.
 [[nodiscard]] Reply callService(Request request, const std::wstring& path) noexcept;
-
-/// Whether the system answers at the service's endpoint: its RPC runtime, which is asked
-/// nothing else.
-[[nodiscard]] Reply probeService() noexcept;
-
-/// Whether somebody answers there.
-[[nodiscard]] bool isServiceListening() noexcept;
 
 }  // namespace zarn::client

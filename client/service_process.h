@@ -7,6 +7,7 @@
 #include "os/handles_win.h"
 #include "os/system_error.h"
 
+// The headers for callers have a client::Result of their own.
 namespace zarn::client {
 
 /// The service with the rights that are asked for, which any user may have for queries.

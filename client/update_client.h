@@ -173,6 +173,16 @@ class UpdateClient {
     return result;
   }
 
+  /// Whether the service listens, and is the system: asks it for nothing.
+  [[nodiscard]] Result<std::monostate> probe(const CallOptions& options = {}) const {
+    const auto probe = [](const wchar_t*, const zarn_update_options* given, zarn_update_answer* answer) {
+      return zarn_update_probe(given, answer);
+    };
+    const Result<zarn_update_answer> answer = call(probe, std::wstring(), options);
+    if (!answer.ok()) return answer.error();
+    return std::monostate{};
+  }
+
  private:
   template <typename Function>
   static Result<zarn_update_answer> call(Function function, const std::wstring& path,

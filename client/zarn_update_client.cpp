@@ -75,6 +75,7 @@ bool isAbsolute(std::wstring_view path) {
 }
 
 std::int32_t readPath(const wchar_t* from, Request request, std::wstring& path) {
+  if (request == Request::Probe) return ZARN_UPDATE_OK;
   switch (readText(from, kMostPathUnits, path)) {
     case TextRead::Unreadable:
       return ZARN_UPDATE_INVALID_ARGUMENT;
@@ -121,12 +122,6 @@ struct ServiceCall final : Work {
   Reply reply;
 };
 
-struct ListeningCheck final : Work {
-  void run() noexcept override { listens = isServiceListening(); }
-
-  bool listens = false;
-};
-
 std::int32_t resultOf(Ending ending) noexcept {
   switch (ending) {
     case Ending::Answered:
@@ -159,7 +154,7 @@ std::int32_t resultOf(WaitEnd end) noexcept {
   return ZARN_UPDATE_OUT_OF_MEMORY;
 }
 
-Result<SERVICE_STATUS_PROCESS> queryService() {
+zarn::Result<SERVICE_STATUS_PROCESS> queryService() {
   const auto service = openService(SERVICE_QUERY_STATUS);
   if (!service) return failure(service.error());
   return queryProcess(*service);
@@ -174,8 +169,10 @@ DWORD runningProcess() {
 bool isBack(DWORD before) {
   const DWORD now = runningProcess();
   if (now == 0 || now == before) return false;
-  const auto check = std::make_shared<ListeningCheck>();
-  return runBounded(check, kListeningLimitMs, {}) == WaitEnd::Done && check->listens;
+  const auto probe = std::make_shared<ServiceCall>(Request::Probe, std::wstring());
+  if (runBounded(probe, kListeningLimitMs, {}) != WaitEnd::Done) return false;
+  // One that keeps it to itself whether it listens is there, too.
+  return probe->reply.ending == Ending::Answered || probe->reply.ending == Ending::Refused;
 }
 
 /// `before` is the process that gave the answer. Whatever happens here changes nothing of that.
@@ -225,7 +222,7 @@ constexpr zarn_update_answer kNoAnswer{0, ZARN_UPDATE_STATUS_FAILED, 0, 0, ZARN_
 std::int32_t perform(Request request, const wchar_t* path, const zarn_update_options* given,
                      zarn_update_answer* to) {
   const Answer<zarn_update_answer, kFirstAnswer> answer(to);
-  const bool isWanted = to != nullptr || request != Request::SetAppData;
+  const bool isWanted = to != nullptr || request == Request::Check || request == Request::Install;
   // What is never filled in must not look like a success.
   if (isWanted && !answer.give(kNoAnswer)) return ZARN_UPDATE_INVALID_ARGUMENT;
   Options options;
@@ -278,14 +275,14 @@ struct UnderWayCheck final : Work {
   void run() noexcept override {
     try {
       const auto service = queryService();
-      found = installUnderWay(recordFolderPath(), service ? Result<std::uint32_t>(service->dwProcessId)
+      found = installUnderWay(recordFolderPath(), service ? zarn::Result<std::uint32_t>(service->dwProcessId)
                                                           : failure(service.error()));
     } catch (const std::bad_alloc&) {
       found = failure(ERROR_NOT_ENOUGH_MEMORY);
     }
   }
 
-  Result<std::optional<InstallUnderWay>> found{failure(ERROR_TIMEOUT)};
+  zarn::Result<std::optional<InstallUnderWay>> found{failure(ERROR_TIMEOUT)};
 };
 
 template <std::size_t size>
@@ -375,6 +372,10 @@ int32_t ZARN_UPDATE_CALL zarn_update_set_app_data(const wchar_t* directory,
                                                   const zarn_update_options* options,
                                                   zarn_update_answer* answer) {
   return guarded([&] { return perform(Request::SetAppData, directory, options, answer); });
+}
+
+int32_t ZARN_UPDATE_CALL zarn_update_probe(const zarn_update_options* options, zarn_update_answer* answer) {
+  return guarded([&] { return perform(Request::Probe, nullptr, options, answer); });
 }
 
 int32_t ZARN_UPDATE_CALL zarn_update_get_service(zarn_update_service* service) {

@@ -136,6 +136,10 @@ int32_t ZARN_UPDATE_CALL zarn_update_set_app_data(const wchar_t* directory,
                                                   const zarn_update_options* options,
                                                   zarn_update_answer* answer);
 
+/* Whether somebody serves the endpoint, and is the system: the service is asked for nothing, and the
+   status is 0. Both may be null. */
+int32_t ZARN_UPDATE_CALL zarn_update_probe(const zarn_update_options* options, zarn_update_answer* answer);
+
 /* ---- The service as it is now ------------------------------------------------------------ */
 enum {
   ZARN_UPDATE_SERVICE_UNKNOWN = 0, /* the service control manager did not tell: `error` */

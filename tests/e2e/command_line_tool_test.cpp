@@ -204,6 +204,17 @@ TEST_F(CommandLineTool, DoctorFindsWhatIsWrongAndStatusTellsItToMonitoring) {
   EXPECT_EQ(isWrong(ask("doctor", "--offline")), "") << "as before the package starts it";
 }
 
+// Here and not among the tests of the sdk, where somebody restarts it as Windows would.
+TEST_F(CommandLineTool, KnowsAServiceThatDoesNotComeBack) {
+  ServiceUnderTest::planInstaller("exit=0\n");
+  client::CallOptions options;
+  options.awaitRestart = true;
+  options.restartLimit = 1500ms;
+  const auto answer =
+      client::UpdateClient().install(StringUtils::utf8to16(bundle("approved.exe")), options).value();
+  EXPECT_EQ(std::tuple(answer.status, answer.restart), std::tuple(0, client::Restart::NotBack));
+}
+
 TEST_F(CommandLineTool, ThePolicyIsStrongerThanTheEnvironmentForServiceAndToolAlike) {
   using Set = std::function<void(const MachineSetting&)>;
   const auto text = [](const wchar_t* name, const wchar_t* value) -> Set {

@@ -2,7 +2,7 @@
 //   "N MS"    sleeps MS milliseconds, writes its command line to the file that
 //             ZARN_HELPER_RECORD names, and ends with exit code N
 //   "serve"   serves UpdateInterface and dies in the first call
-//   "answer STATUS MS"   serves it and answers each install with the status after MS milliseconds
+//   "answer"  serves it and answers installs with 30001 while the event "zarn-answer" is set
 #include <windows.h>
 
 #include <cstdio>
@@ -13,9 +13,6 @@
 #include "update/interface/update_interface.h"
 
 namespace {
-
-long status = 0;
-unsigned long sleepMs = 0;
 
 int serve(const zarn::update_interface::ServerRoutines& routines, unsigned calls) {
   namespace wire = zarn::update_interface;
@@ -35,16 +32,17 @@ int main() {
     const auto die = [](auto...) -> long { return TerminateProcess(GetCurrentProcess(), 1); };
     return serve({[](handle_t, const wchar_t*) { TerminateProcess(GetCurrentProcess(), 1); }, die, die}, 1);
   }
-  if (std::sscanf(order.data(), "answer %ld %lu", &status, &sleepMs) == 2) {
-    const auto install = [](handle_t, const wchar_t*, long* exitCode) {
-      Sleep(sleepMs);
+  if (order == "answer") {
+    const auto install = [](handle_t, const wchar_t*, long* exitCode) -> long {
+      WaitForSingleObject(OpenEventW(SYNCHRONIZE, FALSE, L"zarn-answer"), INFINITE);
       *exitCode = 7;
-      return status;
+      return 30001;
     };
-    return serve({[](handle_t, const wchar_t*) {}, [](handle_t, const wchar_t*) { return status; }, install},
+    return serve({[](handle_t, const wchar_t*) {}, [](handle_t, const wchar_t*) { return 0L; }, install},
                  100);
   }
   unsigned exitCode = 0;
+  unsigned long sleepMs = 0;
   if (std::sscanf(order.data(), "%u %lu", &exitCode, &sleepMs) == 2) Sleep(sleepMs);
   std::ofstream(std::getenv("ZARN_HELPER_RECORD")) << GetCommandLineA();
   ExitProcess(exitCode);

@@ -3,7 +3,6 @@
 
 #include <optional>
 
-#include "client/service_call.h"
 #include "client/tool/machine/checkup.h"
 #include "client/tool/machine/service.h"
 #include "client/tool/report/outcome.h"
@@ -15,14 +14,8 @@
 namespace zarn::tool {
 
 Finding checkEndpoint() {
-  using client::CallFailure;
-  using client::Ending;
-  const client::Reply reply = client::probeService();
-  if (reply.ending == Ending::Answered) return judgeEndpoint("");
-  const CallFailure why = reply.ending == Ending::NotRunning ? CallFailure::NotRunning
-                          : reply.ending == Ending::Refused  ? CallFailure::Refused
-                                                             : CallFailure::Other;
-  return judgeEndpoint(noAnswer({why, reply.rpcStatus}, queryService()).error);
+  const auto answer = client::UpdateClient().probe();
+  return judgeEndpoint(answer.ok() ? "" : noAnswer(answer.error(), queryService()).error);
 }
 
 Finding checkRevocation(const std::string& program) {
