@@ -8,7 +8,6 @@
 #include <exception>
 #include <string>
 #include <string_view>
-#include <thread>
 
 #include "log/event_log.h"
 #include "log/log.h"
@@ -121,7 +120,7 @@ void startNetworkLogging(Log& log) noexcept {
     }
   };
   try {
-    if (Log::isNetworkLoggingConfigured()) std::thread(configure).detach();
+    if (Log::isNetworkLoggingConfigured()) os::startUnawaited(configure);
   } catch (const std::exception& error) {
     quietly(
         [&] { logLine(LogLevel::Error, "Error enabling networked logging: %s.", printable(error.what())); });

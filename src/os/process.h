@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,6 +22,10 @@ namespace zarn {
 void setCurrentThreadName(const char* name) noexcept;
 
 namespace os {
+
+/// Begins a thread that nobody waits for. Throws std::system_error when there is none to be had.
+/// For few: on Windows its handle is kept as long as the process.
+void startUnawaited(std::function<void()> work);
 
 /// In this process's environment block, UTF-8; an empty text takes the variable away.
 /// Not while other threads read the environment.

@@ -7,6 +7,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
+#include <utility>
 
 namespace zarn {
 
@@ -26,6 +28,10 @@ void setCurrentThreadName(const char* name) noexcept {
 }
 
 namespace os {
+
+void startUnawaited(std::function<void()> work) {
+  std::thread(std::move(work)).detach();
+}
 namespace {
 
 /// A signal that does nothing but interrupt: its handler is installed without

@@ -5,6 +5,9 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <thread>
+#include <utility>
 
 #include "os/text.h"
 
@@ -47,6 +50,12 @@ void setCurrentThreadName(const char* name) noexcept {
 }
 
 namespace os {
+
+void startUnawaited(std::function<void()> work) {
+  // Not detached: the compiler's thread library may give the memory of a thread that ends just
+  // then to two others.
+  static_cast<void>(std::make_unique<std::thread>(std::move(work)).release());
+}
 
 Result<void> setEnvironmentVariable(const char* name, std::string_view text) {
   const auto wideName = wideFromUtf8(name);

@@ -5,6 +5,7 @@
 #include <thread>
 #include <utility>
 
+#include "os/process.h"
 #include "util/logging.h"
 #include "util/mutex.h"
 
@@ -81,7 +82,7 @@ namespace {
 template <typename Work>
 void begin(Work work) {
   try {
-    std::thread(work).detach();
+    os::startUnawaited(work);
   } catch (const std::exception&) {
     work();
   }

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <condition_variable>
 #include <memory>
-#include <thread>
 #include <vector>
 
+#include "os/process.h"
 #include "util/exceptions.h"
 #include "util/mutex.h"
 
@@ -24,7 +24,7 @@ class IoWatch {
   void add(IoDeadline& deadline) ZARN_EXCLUDES(mutex_) {
     MutexLock lock(mutex_);
     if (!hasThread_) {
-      std::thread(&IoWatch::watch, this).detach();
+      os::startUnawaited([this] { watch(); });
       hasThread_ = true;
     }
     armed_.push_back(&deadline);
