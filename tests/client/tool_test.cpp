@@ -114,6 +114,7 @@ TEST(Tool, AnswersWhatCannotBeDoneInOneSentenceAndOverwritesNothing) {
       {{"set-app-data", file}, 4, "no folder"},
       {{"history"}, 4, "users may have written to it"},
       {{"history", "--logs", none}, 4, "cannot be read"},
+      {{"collect-logs", none, "--logs", none}, 4, "cannot be read"},
       {collect(zip), 4, "already"},
       {collect(folder), 4, "already"},
       {collect(none + "\\a"), 4, "could not be written"},
@@ -209,11 +210,13 @@ TEST(Tool, CollectsWhereLogsWereBeforeAndWhatThePackageWroteWithoutItsSecrets) {
   const TempDirectory data, target;
   const std::string logs = R"(\Zarn Media Server\Logs\)", package = R"(C:\windows\Logs\ZarnUpdateService)";
   const std::string before = FileUtils::applicationDataDirectory(false, false) + logs;
+  setRegistry(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath", data.path(), REG_SZ);
+  EXPECT_EQ(json({"collect-logs", target / "none"}, 4)["missing"][0]["name"], "Logs") << "the rest is there";
+  EXPECT_EQ(filesIn(target / "none").count("status.txt"), 1U);
   ASSERT_TRUE(FileUtils::createDirectories(data.path() + logs) && FileUtils::createDirectories(before) &&
               FileUtils::createDirectories("C:\\windows\\Logs"));
   for (const std::string& folder : {data.path() + logs, before})
     writeFile(folder + "Zarn Update Service.log", folder);
-  setRegistry(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath", data.path(), REG_SZ);
   std::string utf16 = "\xff\xfe";
   for (const char c : "token=" + std::string(20, 's') + " HTTPS://u:p/w@h.example:1/ \xE9\r\n")
     utf16 += c, utf16 += '\0';

@@ -120,11 +120,13 @@ Attempt<> addFile(Archive& archive, const Place& place, const std::string& file,
 Collected fill(Archive& archive, const std::vector<Place>& places) {
   Collected result;
   for (const Place& place : places) {
-    // That there is none is usual.
-    if (!place.folder && !place.folder.error().isNotFound()) {
-      result.missing.emplace_back(place.name, recordProblem(place.folder.error()));
+    const bool isLogs = place.name.empty();
+    const std::string name = isLogs ? names::kLogs.narrow : place.name;
+    // That there is none of the others is usual.
+    if (!place.folder && (isLogs || !place.folder.error().isNotFound())) {
+      result.missing.emplace_back(name, recordProblem(place.folder.error()));
     } else if (place.folder && !place.files) {
-      result.missing.emplace_back(place.name, recordProblem(place.files.error()));
+      result.missing.emplace_back(name, recordProblem(place.files.error()));
     }
   }
   for (const Place& place : places) {
@@ -251,7 +253,9 @@ Answer runCollectLogs(const Arguments& arguments) {
   const std::string target = StringUtils::utf16to8(absolutePath(arguments.target));
   const std::string folder = serviceLogFolder(arguments.logs);
   const std::vector<Place> places = holdPlaces(folder, arguments.logs);
-  if (const auto& logs = places.front().files; !logs) {
+  // Where the service never began to log, or only an administrator may look, the rest says why;
+  // who names a folder means that one.
+  if (const auto& logs = places.front().files; !logs && !arguments.logs.empty()) {
     return failed(ExitCode::LocalFailure, sentence("The log folder " + printable(folder) +
                                                    " cannot be read: " + systemErrorPhrase(logs.error())));
   }
