@@ -111,11 +111,12 @@ class Verification {
     if (!checked) return stopForException(Check::Identity, exception);
     noteSigner(*checked);
     const bool isApproved = checked->result.isVerified();
-    if (checked->profile != ProfileState::NotAsked) report_.profile = {checked->approvedDigests, isApproved};
+    const bool isHad = checked->profile == ProfileState::Had;
+    if (checked->profile != ProfileState::NotAsked)
+      report_.profile = {checked->approvedDigests, isApproved, isHad};
     if (isApproved) return pass(Check::Identity, "the signer's digest is approved");
     if (checked->profile == ProfileState::NotAsked)
       return stop(Check::Identity, Verdict::Failed, static_cast<std::uint32_t>(checked->result.code()));
-    const bool isHad = checked->profile == ProfileState::Had;
     return stop(Check::Identity, isHad ? Verdict::Refused : Verdict::Failed, whyRefused(*checked));
   }
 
