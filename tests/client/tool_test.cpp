@@ -218,23 +218,27 @@ TEST(Tool, CollectsWhereLogsWereBeforeAndWhatThePackageWroteWithoutItsSecrets) {
   for (const std::string& folder : {data.path() + logs, before})
     writeFile(folder + "Zarn Update Service.log", folder);
   std::string utf16 = "\xff\xfe";
-  for (const char c : "token=" + std::string(20, 's') + " HTTPS://u:p/w@h.example:1/ \xE9\r\n")
+  for (const char c :
+       "token=" + std::string(20, 's') + " HTTPS://u:p/w@h.example:1/ C:\\a@b 'u:p/w@h' \xE9\r\n")
     utf16 += c, utf16 += '\0';
   writeFile(package + ".log", utf16);
+  writeFile(before + "Zarn Update Service.1.log", "1\n'http://u:p/w@h'\n");
   writeFile(target / "secret", "secret");
   fs::create_hard_link(toPath(target / "secret"), toPath(package + "2.LOG"));
   const Json collected = json({"collect-logs", target / "c"}, 4);
   Files files = filesIn(target / "c");
   EXPECT_EQ(files["Package/ZarnUpdateService.log"],
-            "token=" + std::string(20, 'x') + " HTTPS://***@h.example:1/ \xC3\xA9\r\n");
+            "token=" + std::string(20, 'x') + " HTTPS://***@h.example:1/ C:\\a@b '***@h' \xC3\xA9\r\n");
   EXPECT_EQ(files["Zarn Update Service.log"], data.path() + logs);
   EXPECT_EQ(files["Earlier Logs/1/Zarn Update Service.log"], before);
+  EXPECT_EQ(files["Earlier Logs/1/Zarn Update Service.1.log"], "1\n'http://***@h'\n");
   std::string missing;
   for (const Json& one : collected["missing"]) missing += one["name"].get<std::string>() + " ";
   EXPECT_THAT(missing, StartsWith("Package/ZarnUpdateService2.LOG "))
       << "and, where there is none, the event log";
   RegDeleteKeyValueW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath");
-  for (const std::string& file : {package + ".log", package + "2.LOG", before + "Zarn Update Service.log"})
+  for (const std::string& file : {package + ".log", package + "2.LOG", before + "Zarn Update Service.log",
+                                  before + "Zarn Update Service.1.log"})
     FileUtils::deleteFile(file);
 }
 
@@ -315,8 +319,8 @@ TEST(Tool, PurgesWhatTheServiceWroteWhereItWouldAndNothingElse) {
 TEST(Tool, ShowsThePolicyBeforeTheEnvironment) {
   const TempDirectory directory;
   writeFile(directory / "a.exe", "x");
-  setEnvironment(names::kAccountServiceHostVariable.narrow, "environment.example");
-  EXPECT_EQ(json({"verify", directory / "a.exe"}, 1)["profile"]["host"], "environment.example");
+  setEnvironment(names::kAccountServiceHostVariable.narrow, "u:p@environment.example");
+  EXPECT_EQ(json({"verify", directory / "a.exe"}, 1)["profile"]["host"], "***@environment.example");
   const auto policy = [](const wchar_t* name, const char* text, DWORD type) {
     setRegistry(HKEY_LOCAL_MACHINE, names::kPolicyKey.wide, name, text, type);
   };

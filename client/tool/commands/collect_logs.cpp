@@ -34,6 +34,9 @@ constexpr char kEarlierLogs[] = "Earlier Logs/";
 constexpr char kPackage[] = "Package";
 constexpr char kEvents[] = "events.xml";
 
+/// More than a log file of the service has.
+constexpr std::int64_t kMostLogBytes = std::int64_t{16} << 20;
+
 constexpr std::size_t kMostPackageLogs = 20;
 constexpr std::int64_t kMostPackageLogBytes = std::int64_t{16} << 20;
 
@@ -111,6 +114,13 @@ struct Collected {
 };
 
 Attempt<> addFile(Archive& archive, const Place& place, const std::string& file, const std::string& entry) {
+  // The service masks tokens in its logs, but not the sign-in of a proxy's address that libcurl
+  // cannot take apart and repeats.
+  if (isServiceLogName(std::string_view(file)) && file.ends_with(".log")) {
+    const auto text = readLogText(*place.folder, file, kMostLogBytes);
+    if (!text) return tl::unexpected(Problem(text.error()));
+    if (std::string shown = masked(*text); shown != *text) return archive.addText(entry, std::move(shown));
+  }
   // Never through a link: who runs this may read more than who planted one.
   auto stream = place.folder->open(file, "rb");
   if (!stream) return tl::unexpected(Problem(stream.error()));

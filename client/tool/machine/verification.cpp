@@ -11,6 +11,7 @@
 #include "client/tool/machine/service.h"
 #include "client/tool/machine/within.h"
 #include "client/tool/report/explanations.h"
+#include "client/tool/report/settings.h"
 #include "client/tool/report/text.h"
 #include "os/error_text.h"
 #include "os/handles_win.h"
@@ -49,7 +50,7 @@ class Verification {
 
   VerificationReport run() {
     report_.status = decide();
-    report_.host = accountServiceHost();
+    report_.host = withoutCredentials(accountServiceHost());
     report_.log = log_.lines();
     report_.steps = std::move(record_.checks);
     // Nothing is copied here, so that this check cannot be made.
