@@ -29,7 +29,7 @@ TEST(Checkup, SaysWhatItFoundAndWhatToDoAndNeverAPassword) {
   found.push_back(judgeList(askAccountService("https://user:secret@h", "")));
   found.push_back(checkNames("(unusable policy)", "", ""));
   found.push_back(checkNames("127-0-0-1.a.zarn.direct:1", "", ""));
-  EXPECT_EQ(hostOf("socks5h://u:secret@[::1]:1") + hostOf("h:1"), "::1h");
+  EXPECT_EQ(hostOf("socks5h://u:secret@[::1]:1") + hostOf("h:1") + hostOf("http://u/secret@proxy"), "::1h");
   const std::vector<Setting> policy = {{"SyslogMinutes", "", SettingSource::Policy, {}}};
   using Text = std::optional<std::string>;
   const std::vector<std::pair<Text, Text>> collectors = {
