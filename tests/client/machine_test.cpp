@@ -29,7 +29,7 @@ TEST(Checkup, SaysWhatItFoundAndWhatToDoAndNeverAPassword) {
   found.push_back(judgeList(askAccountService("https://user:secret@h", "")));
   found.push_back(checkNames("(unusable policy)", "", ""));
   found.push_back(checkNames("127-0-0-1.a.zarn.direct:1", "", ""));
-  EXPECT_EQ(hostOf("socks5h://u:secret@[::1]:1") + hostOf("h:1"), "::1h");
+  EXPECT_EQ(hostOf("socks5h://u:secret@[::1]:1") + hostOf("h:1") + hostOf("http://u/secret@proxy"), "::1h");
   const std::vector<Setting> policy = {{"SyslogMinutes", "", SettingSource::Policy, {}}};
   using Text = std::optional<std::string>;
   const std::vector<std::pair<Text, Text>> collectors = {
@@ -125,7 +125,7 @@ struct FaultingApi final : TrustApi {
 };
 
 TEST(Verification, AnswersAsAnInstallWouldAlsoWhereTheSystemFaults) {
-  static const CapturedLog log;  // stays the process's log
+  static CapturedLog log;  // stays the process's log
   const TempDirectory directory;
   const fs::path path = toPath(directory / "a.exe");
   FaultingApi early(true), late(false);
@@ -140,6 +140,8 @@ TEST(Verification, AnswersAsAnInstallWouldAlsoWhereTheSystemFaults) {
   writeFile(directory / "a.exe", "x");
   verify(early);
   verify(late);
+  log.submit(LogLevel::Info, "no proxy: 'u:p@h', http://u:p/w@h");
+  EXPECT_THAT(log.lines(), ::testing::Contains("no proxy: '***@h', http://***@h"));
   EXPECT_THAT(log.lines(), ::testing::Contains(HasSubstr("Checking Certificate of installer")));
   fs::resize_file(path, static_cast<std::uintmax_t>(kMaximumBundleBytes) + 1);
   verify(late);

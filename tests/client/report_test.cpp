@@ -319,6 +319,8 @@ TEST(Answers, AreWhatPeopleAndScriptsRelyOn) {
   report.signatureHolds = true;
   report.profile = {3, true};
   said.add("verify", verificationAnswer("b", report));
+  report.profile->isHad = false;
+  said.add("verify", verificationAnswer("b", report));
   said.add("set-app-data without answer", noAnswer({CallFailure::Refused, 5}, kRunning));
   for (const Reader reader : {Reader::Program, Reader::Person})
     said.text += jsonText(failed(ExitCode::Refused, "\xff\xc3\xa4"), "wait", reader);

@@ -114,6 +114,7 @@ TEST(Tool, AnswersWhatCannotBeDoneInOneSentenceAndOverwritesNothing) {
       {{"set-app-data", file}, 4, "no folder"},
       {{"history"}, 4, "users may have written to it"},
       {{"history", "--logs", none}, 4, "cannot be read"},
+      {{"collect-logs", none, "--logs", none}, 4, "cannot be read"},
       {collect(zip), 4, "already"},
       {collect(folder), 4, "already"},
       {collect(none + "\\a"), 4, "could not be written"},
@@ -209,29 +210,35 @@ TEST(Tool, CollectsWhereLogsWereBeforeAndWhatThePackageWroteWithoutItsSecrets) {
   const TempDirectory data, target;
   const std::string logs = R"(\Zarn Media Server\Logs\)", package = R"(C:\windows\Logs\ZarnUpdateService)";
   const std::string before = FileUtils::applicationDataDirectory(false, false) + logs;
+  setRegistry(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath", data.path(), REG_SZ);
+  EXPECT_EQ(json({"collect-logs", target / "none"}, 4)["missing"][0]["name"], "Logs") << "the rest is there";
+  EXPECT_EQ(filesIn(target / "none").count("status.txt"), 1U);
   ASSERT_TRUE(FileUtils::createDirectories(data.path() + logs) && FileUtils::createDirectories(before) &&
               FileUtils::createDirectories("C:\\windows\\Logs"));
   for (const std::string& folder : {data.path() + logs, before})
     writeFile(folder + "Zarn Update Service.log", folder);
-  setRegistry(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath", data.path(), REG_SZ);
   std::string utf16 = "\xff\xfe";
-  for (const char c : "token=" + std::string(20, 's') + " HTTPS://u:p/w@h.example:1/ \xE9\r\n")
+  for (const char c :
+       "token=" + std::string(20, 's') + " HTTPS://u:p/w@h.example:1/ C:\\a@b 'u:p/w@h' \xE9\r\n")
     utf16 += c, utf16 += '\0';
   writeFile(package + ".log", utf16);
+  writeFile(before + "Zarn Update Service.1.log", "1\n'http://u:p/w@h'\n");
   writeFile(target / "secret", "secret");
   fs::create_hard_link(toPath(target / "secret"), toPath(package + "2.LOG"));
   const Json collected = json({"collect-logs", target / "c"}, 4);
   Files files = filesIn(target / "c");
   EXPECT_EQ(files["Package/ZarnUpdateService.log"],
-            "token=" + std::string(20, 'x') + " HTTPS://***@h.example:1/ \xC3\xA9\r\n");
+            "token=" + std::string(20, 'x') + " HTTPS://***@h.example:1/ C:\\a@b '***@h' \xC3\xA9\r\n");
   EXPECT_EQ(files["Zarn Update Service.log"], data.path() + logs);
   EXPECT_EQ(files["Earlier Logs/1/Zarn Update Service.log"], before);
+  EXPECT_EQ(files["Earlier Logs/1/Zarn Update Service.1.log"], "1\n'http://***@h'\n");
   std::string missing;
   for (const Json& one : collected["missing"]) missing += one["name"].get<std::string>() + " ";
   EXPECT_THAT(missing, StartsWith("Package/ZarnUpdateService2.LOG "))
       << "and, where there is none, the event log";
   RegDeleteKeyValueW(HKEY_CURRENT_USER, names::kPreferencesKey.wide, L"LocalAppDataPath");
-  for (const std::string& file : {package + ".log", package + "2.LOG", before + "Zarn Update Service.log"})
+  for (const std::string& file : {package + ".log", package + "2.LOG", before + "Zarn Update Service.log",
+                                  before + "Zarn Update Service.1.log"})
     FileUtils::deleteFile(file);
 }
 
@@ -312,8 +319,8 @@ TEST(Tool, PurgesWhatTheServiceWroteWhereItWouldAndNothingElse) {
 TEST(Tool, ShowsThePolicyBeforeTheEnvironment) {
   const TempDirectory directory;
   writeFile(directory / "a.exe", "x");
-  setEnvironment(names::kAccountServiceHostVariable.narrow, "environment.example");
-  EXPECT_EQ(json({"verify", directory / "a.exe"}, 1)["profile"]["host"], "environment.example");
+  setEnvironment(names::kAccountServiceHostVariable.narrow, "u:p@environment.example");
+  EXPECT_EQ(json({"verify", directory / "a.exe"}, 1)["profile"]["host"], "***@environment.example");
   const auto policy = [](const wchar_t* name, const char* text, DWORD type) {
     setRegistry(HKEY_LOCAL_MACHINE, names::kPolicyKey.wide, name, text, type);
   };

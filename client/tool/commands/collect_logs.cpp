@@ -34,6 +34,9 @@ constexpr char kEarlierLogs[] = "Earlier Logs/";
 constexpr char kPackage[] = "Package";
 constexpr char kEvents[] = "events.xml";
 
+/// More than a log file of the service has.
+constexpr std::int64_t kMostLogBytes = std::int64_t{16} << 20;
+
 constexpr std::size_t kMostPackageLogs = 20;
 constexpr std::int64_t kMostPackageLogBytes = std::int64_t{16} << 20;
 
@@ -111,6 +114,13 @@ struct Collected {
 };
 
 Attempt<> addFile(Archive& archive, const Place& place, const std::string& file, const std::string& entry) {
+  // The service masks tokens in its logs, but not the sign-in of a proxy's address that libcurl
+  // cannot take apart and repeats.
+  if (isServiceLogName(std::string_view(file)) && file.ends_with(".log")) {
+    const auto text = readLogText(*place.folder, file, kMostLogBytes);
+    if (!text) return tl::unexpected(Problem(text.error()));
+    if (std::string shown = masked(*text); shown != *text) return archive.addText(entry, std::move(shown));
+  }
   // Never through a link: who runs this may read more than who planted one.
   auto stream = place.folder->open(file, "rb");
   if (!stream) return tl::unexpected(Problem(stream.error()));
@@ -120,11 +130,13 @@ Attempt<> addFile(Archive& archive, const Place& place, const std::string& file,
 Collected fill(Archive& archive, const std::vector<Place>& places) {
   Collected result;
   for (const Place& place : places) {
-    // That there is none is usual.
-    if (!place.folder && !place.folder.error().isNotFound()) {
-      result.missing.emplace_back(place.name, recordProblem(place.folder.error()));
+    const bool isLogs = place.name.empty();
+    const std::string name = isLogs ? names::kLogs.narrow : place.name;
+    // That there is none of the others is usual.
+    if (!place.folder && (isLogs || !place.folder.error().isNotFound())) {
+      result.missing.emplace_back(name, recordProblem(place.folder.error()));
     } else if (place.folder && !place.files) {
-      result.missing.emplace_back(place.name, recordProblem(place.files.error()));
+      result.missing.emplace_back(name, recordProblem(place.files.error()));
     }
   }
   for (const Place& place : places) {
@@ -251,7 +263,9 @@ Answer runCollectLogs(const Arguments& arguments) {
   const std::string target = StringUtils::utf16to8(absolutePath(arguments.target));
   const std::string folder = serviceLogFolder(arguments.logs);
   const std::vector<Place> places = holdPlaces(folder, arguments.logs);
-  if (const auto& logs = places.front().files; !logs) {
+  // Where the service never began to log, or only an administrator may look, the rest says why;
+  // who names a folder means that one.
+  if (const auto& logs = places.front().files; !logs && !arguments.logs.empty()) {
     return failed(ExitCode::LocalFailure, sentence("The log folder " + printable(folder) +
                                                    " cannot be read: " + systemErrorPhrase(logs.error())));
   }

@@ -36,6 +36,16 @@ std::optional<std::string> partOf(CURLU* url, CURLUPart part) {
   return std::string(text);
 }
 
+bool hasSignIn(CURLU* url) {
+  return partOf(url, CURLUPART_USER) || partOf(url, CURLUPART_PASSWORD);
+}
+
+/// A sign-in with a slash in it ends the host too early: what is taken for the host or the port
+/// then is part of the sign-in.
+bool isTornApart(const std::string& address, CURLU* url) {
+  return address.find('@') != std::string::npos && !hasSignIn(url);
+}
+
 /// The address as libcurl takes it apart, without its sign-in; nothing when it is none.
 std::optional<std::string> proxyAddress(const std::string& text) {
   const Url url(curl_url());
@@ -43,13 +53,11 @@ std::optional<std::string> proxyAddress(const std::string& text) {
   if (!url || curl_url_set(url.get(), CURLUPART_URL, text.c_str(), flags) != CURLUE_OK) return std::nullopt;
   const auto scheme = partOf(url.get(), CURLUPART_SCHEME);
   const auto host = partOf(url.get(), CURLUPART_HOST);
-  const bool hasSignIn = partOf(url.get(), CURLUPART_USER) || partOf(url.get(), CURLUPART_PASSWORD);
-  // A sign-in with a slash in it ends the host too early: what is taken for the port then
-  // is part of a password.
-  const bool isTornApart = text.find('@') != std::string::npos && !hasSignIn;
-  if (!scheme || !isProxyScheme(*scheme) || !host || host->empty() || isTornApart) return std::nullopt;
+  if (!scheme || !isProxyScheme(*scheme) || !host || host->empty()) return std::nullopt;
+  if (isTornApart(text, url.get())) return std::nullopt;
   const auto port = partOf(url.get(), CURLUPART_PORT);
-  return *scheme + "://" + *host + (port ? ":" + *port : "") + (hasSignIn ? ", with a sign-in" : "");
+  return *scheme + "://" + *host + (port ? ":" + *port : "") +
+         (hasSignIn(url.get()) ? ", with a sign-in" : "");
 }
 
 struct ProxyInForce {
@@ -283,6 +291,7 @@ std::string hostOf(const std::string& address) {
   const Url url(curl_url());
   constexpr unsigned flags = CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME;
   if (!url || curl_url_set(url.get(), CURLUPART_URL, address.c_str(), flags) != CURLUE_OK) return {};
+  if (isTornApart(address, url.get())) return {};
   std::string host = partOf(url.get(), CURLUPART_HOST).value_or("");
   if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
   return host;

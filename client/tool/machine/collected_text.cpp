@@ -27,6 +27,24 @@ void maskSignIns(std::string& line) {
   }
 }
 
+/// The same where an address has no scheme: a colon that begins no path, and "@" behind it.
+void maskSignInsWithoutScheme(std::string& line) {
+  constexpr std::string_view ends = " \t\"'<>=,;()";
+  constexpr std::string_view mask = "***";
+  for (std::size_t at = 0; (at = line.find_first_not_of(ends, at)) != std::string::npos;) {
+    const std::size_t end = std::min(line.find_first_of(ends, at), line.size());
+    const std::string_view word = std::string_view(line).substr(at, end - at);
+    const std::size_t colon = word.find(':'), sign = word.rfind('@');
+    const bool isSignIn =
+        sign != std::string_view::npos && colon < sign && word[colon + 1] != '/' && word[colon + 1] != '\\';
+    if (isSignIn) {
+      line.replace(at, sign, mask);  // after which the word is none any more
+    } else {
+      at = end;
+    }
+  }
+}
+
 std::string utf8OfUtf16(std::string_view bytes) {
   std::wstring text(bytes.size() / sizeof(wchar_t), L'\0');
   std::memcpy(text.data(), bytes.data(), text.size() * sizeof(wchar_t));
@@ -44,6 +62,7 @@ std::string masked(std::string_view text) {
     std::string line(text.substr(0, end));
     scrubTokens(line, false);
     maskSignIns(line);
+    maskSignInsWithoutScheme(line);
     result += line;
     if (end < text.size()) result += '\n';
     text.remove_prefix(std::min(end + 1, text.size()));

@@ -11,6 +11,7 @@
 #include "client/tool/machine/service.h"
 #include "client/tool/machine/within.h"
 #include "client/tool/report/explanations.h"
+#include "client/tool/report/settings.h"
 #include "client/tool/report/text.h"
 #include "os/error_text.h"
 #include "os/handles_win.h"
@@ -49,7 +50,7 @@ class Verification {
 
   VerificationReport run() {
     report_.status = decide();
-    report_.host = accountServiceHost();
+    report_.host = withoutCredentials(accountServiceHost());
     report_.log = log_.lines();
     report_.steps = std::move(record_.checks);
     // Nothing is copied here, so that this check cannot be made.
@@ -111,11 +112,12 @@ class Verification {
     if (!checked) return stopForException(Check::Identity, exception);
     noteSigner(*checked);
     const bool isApproved = checked->result.isVerified();
-    if (checked->profile != ProfileState::NotAsked) report_.profile = {checked->approvedDigests, isApproved};
+    const bool isHad = checked->profile == ProfileState::Had;
+    if (checked->profile != ProfileState::NotAsked)
+      report_.profile = {checked->approvedDigests, isApproved, isHad};
     if (isApproved) return pass(Check::Identity, "the signer's digest is approved");
     if (checked->profile == ProfileState::NotAsked)
       return stop(Check::Identity, Verdict::Failed, static_cast<std::uint32_t>(checked->result.code()));
-    const bool isHad = checked->profile == ProfileState::Had;
     return stop(Check::Identity, isHad ? Verdict::Refused : Verdict::Failed, whyRefused(*checked));
   }
 

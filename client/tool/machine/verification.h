@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "client/tool/machine/collected_text.h"
 #include "client/tool/report/outcome.h"
 #include "client/tool/report/verification_report.h"
-#include "log/token_scrubber.h"
 #include "trust/trust_api.h"
 #include "util/logging.h"
 #include "util/mutex.h"
@@ -29,8 +29,8 @@ class CapturedLog final : public LogSink {
   CapturedLog& operator=(const CapturedLog&) = delete;
 
   void submit(LogLevel level, std::string_view message) override {
-    std::string line(message);
-    scrubTokens(line, false);  // as the service's own log would show it
+    // As the service's own log would show it, but for sign-ins to a proxy that libcurl repeats.
+    std::string line = masked(message);
     const MutexLock lock(mutex_);
     if (level == LogLevel::Error) errors_.push_back(line);
     lines_.push_back(std::move(line));

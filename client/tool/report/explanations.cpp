@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "client/tool/report/command_line.h"
 #include "client/tool/report/text.h"
 #include "os/error_text.h"
 #include "os/text.h"
@@ -448,8 +449,8 @@ std::optional<std::uint32_t> parseCode(std::string_view text) noexcept {
 Answer explanationAnswer(const std::string& text) {
   const std::vector<std::uint32_t> codes = codesOf(withoutBlanks(text));
   if (codes.empty()) {
-    return failed(ExitCode::WrongArguments,
-                  sentence("This is no code of 32 bits, and no name of one: " + printable(text)));
+    return failed(ExitCode::WrongArguments, sentence("This is no code of 32 bits, and no name of one: " +
+                                                     typed(text) + "; see zarn-update explain --list"));
   }
   Answer answer;
   answer.exitCode = ExitCode::Refused;

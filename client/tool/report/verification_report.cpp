@@ -30,16 +30,17 @@ void addSigner(Answer& answer, const VerificationReport& report) {
                                 {"Digest", signer ? signer->digest : "none"}});
 }
 
-/// Whether the account service was asked at all is told apart from a list that approves
-/// nobody: the first is a check that came earlier, the second a finding.
+/// Whether the account service was asked at all, and whether it answered, is told apart from a
+/// list that approves nobody: that alone is a finding about the signer.
 void addProfile(Answer& answer, const VerificationReport& report) {
   const auto& profile = report.profile;
+  const bool isHad = profile && profile->isHad;
   answer.json["profile"] = {{"host", report.host},
                             {"asked", profile.has_value()},
-                            {"digests", profile ? Json(profile->digests) : Json(nullptr)},
-                            {"holdsSigner", profile ? Json(profile->holdsSigner) : Json(nullptr)}};
-  std::string text = printable(report.host) + ", not asked";
-  if (profile) {
+                            {"digests", isHad ? Json(profile->digests) : Json(nullptr)},
+                            {"holdsSigner", isHad ? Json(profile->holdsSigner) : Json(nullptr)}};
+  std::string text = printable(report.host) + (profile ? ", asked in vain" : ", not asked");
+  if (isHad) {
     text = printable(report.host) + ", approved digests: " + std::to_string(profile->digests) +
            (profile->holdsSigner ? ", the signer's among them" : ", not the signer's");
   }

@@ -31,6 +31,7 @@ struct VerificationReport {
   struct Profile {
     std::size_t digests = 0;
     bool holdsSigner = false;
+    bool isHad = true;  ///< else it was asked for in vain, and the others say nothing
   };
   std::optional<Profile> profile;
   std::string host;  ///< of the account service
