@@ -99,6 +99,8 @@ int wmain(int count, wchar_t** values) {
   std::vector<std::string> arguments;
   for (int i = 1; i < count; ++i) arguments.push_back(zarn::StringUtils::utf16to8(values[i]));
   const auto code = zarn::tool::runTool(arguments);
-  // Other threads of the process may still be inside calls.
-  ExitProcess(static_cast<UINT>(code));
+  // Other threads of the process may still be inside calls, one that loads a library among them,
+  // for which an orderly end would wait.
+  TerminateProcess(GetCurrentProcess(), static_cast<UINT>(code));
+  return static_cast<int>(code);
 }

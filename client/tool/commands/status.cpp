@@ -1,5 +1,6 @@
 // status and history: what the service is, and what it has answered.
 #include <chrono>
+#include <string>
 #include <thread>
 
 #include "client/tool/commands/commands.h"
@@ -10,6 +11,7 @@
 #include "client/tool/machine/record.h"
 #include "client/tool/machine/service.h"
 #include "client/tool/machine/settings.h"
+#include "client/tool/machine/within.h"
 #include "client/tool/report/health.h"
 #include "client/tool/report/moments.h"
 #include "os/clock.h"
@@ -47,9 +49,10 @@ Result<ServiceFacts> serviceOnceBack() {
   return service;
 }
 
-}  // namespace
+/// Folders may lie on drives that do not answer, and who monitors waits for no minute.
+constexpr std::chrono::seconds kStatusLimit(30);
 
-Answer runStatus(const Arguments& arguments) {
+Answer lookAtService(const Arguments& arguments) {
   ServiceReport report;
   report.service = arguments.check ? serviceOnceBack() : queryService();
   report.logFolder = serviceLogFolder(arguments.logs);
@@ -73,6 +76,15 @@ Answer runStatus(const Arguments& arguments) {
   if (!arguments.check) return statusAnswer(report);
   const auto lastUpdate = readHistory(record, {.last = 1, .onlyUpdates = true});
   return checkedStatusAnswer(report, lastUpdate, checkConfiguration());
+}
+
+}  // namespace
+
+Answer runStatus(const Arguments& arguments) {
+  const auto answer = within<Answer>(kStatusLimit, [arguments] { return lookAtService(arguments); });
+  if (answer) return *answer;
+  return failed(ExitCode::LocalFailure, "A drive or the service control manager does not answer for " +
+                                            std::to_string(kStatusLimit.count()) + " s.");
 }
 
 Answer runHistory(const Arguments& arguments) {
