@@ -38,11 +38,6 @@ bool isOpenFor(DWORD protection, const void* from, std::size_t bytes) noexcept {
   return true;
 }
 
-/// Another thread of the caller's may give the pages back between the look at them and this.
-bool copyGuarded(void* to, const void* from, std::size_t bytes) noexcept {
-  return callCatching([&] { std::memcpy(to, from, bytes); }, catchEvery) == 0;
-}
-
 bool readSize(const void* record, std::uint32_t firstSize, std::uint32_t& size) noexcept {
   return readMemory(record, &size, sizeof(size)) && size >= firstSize && size <= kMostRecordBytes;
 }
@@ -65,11 +60,16 @@ bool isZero(const std::byte* from, std::size_t bytes) noexcept {
 }  // namespace
 
 bool readMemory(const void* from, void* to, std::size_t bytes) noexcept {
-  return isOpenFor(kReadable, from, bytes) && copyGuarded(to, from, bytes);
+  SIZE_T done = 0;
+  return isOpenFor(kReadable, from, bytes) &&
+         ReadProcessMemory(GetCurrentProcess(), from, to, bytes, &done) != 0 && done == bytes;
 }
 
 bool writeMemory(void* to, const void* from, std::size_t bytes) noexcept {
-  return isOpenFor(kWritable, to, bytes) && copyGuarded(to, from, bytes);
+  // Not the debuggers' call for that: it may change what a page is for, which some processes forbid.
+  // Another thread of the caller's may have given the page back since the look at it.
+  return isOpenFor(kWritable, to, bytes) &&
+         callCatching([&] { std::memcpy(to, from, bytes); }, catchEvery) == 0;
 }
 
 TextRead readText(const wchar_t* from, std::size_t mostUnits, std::wstring& text) {
