@@ -50,7 +50,7 @@ Result<ServiceFacts> serviceOnceBack() {
 }
 
 /// Folders may lie on drives that do not answer, and who monitors waits for no minute.
-constexpr std::chrono::seconds kStatusLimit(30);
+constexpr std::chrono::seconds kStatusLimit(25);
 
 Answer lookAtService(const Arguments& arguments) {
   ServiceReport report;
