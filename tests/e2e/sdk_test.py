@@ -2,7 +2,6 @@
 source tree, and the programs that come of it run against the registered service.
 """
 
-import argparse
 import pathlib
 import re
 import subprocess
@@ -79,8 +78,4 @@ class SdkTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    for name in ("--build", "--work"):
-        parser.add_argument(name, type=lambda path: pathlib.Path(path).resolve(), required=True)
-    rest = parser.parse_known_args(namespace=SdkTest)[1]
-    unittest.main(argv=[sys.argv[0], *rest], verbosity=2)
+    stage.run_tests(SdkTest)

@@ -5,7 +5,6 @@ Wine passes over access control lists, recovery, privileges, the service's own e
 start type: for these the package's tables are read back, and what Windows makes of them is not seen.
 """
 
-import argparse
 import concurrent.futures
 import contextlib
 import json
@@ -405,8 +404,4 @@ class PackageTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    for name in ("--build", "--work"):
-        parser.add_argument(name, type=lambda path: pathlib.Path(path).resolve(), required=True)
-    rest = parser.parse_known_args(namespace=PackageTest)[1]
-    unittest.main(argv=[sys.argv[0], *rest], verbosity=2)
+    stage.run_tests(PackageTest)

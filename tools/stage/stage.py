@@ -5,12 +5,15 @@ Wine prefix in which the service is laid out as on a real machine.
 Everything lives in one work folder; nothing outside it is touched.
 """
 
+import argparse
 import hashlib
 import json
 import os
 import pathlib
 import shutil
 import subprocess
+import sys
+import unittest
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
@@ -33,6 +36,15 @@ def fresh(folder):
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir(parents=True)
     return folder
+
+
+def run_tests(case):
+    """The program of a test case: --build and --work become members of it, the rest is unittest's."""
+    parser = argparse.ArgumentParser()
+    for name in ("--build", "--work"):
+        parser.add_argument(name, type=lambda path: pathlib.Path(path).resolve(), required=True)
+    rest = parser.parse_known_args(namespace=case)[1]
+    unittest.main(argv=[sys.argv[0], *rest], verbosity=2)
 
 
 class Publisher:
