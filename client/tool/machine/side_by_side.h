@@ -3,18 +3,16 @@
 
 #include <chrono>
 #include <functional>
-#include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "client/tool/machine/within.h"
 #include "client/tool/report/findings.h"
 
 namespace zarn::tool {
 
 /// Runs checks beside each other. A check that outlasts its limit is reported as such, and its
-/// thread left behind: the process must end without waiting for its threads, and what a check
-/// uses must live as long.
+/// thread left behind (see BegunWork).
 class SideBySide {
  public:
   using Check = std::function<std::vector<Finding>()>;
@@ -26,13 +24,11 @@ class SideBySide {
   [[nodiscard]] std::vector<Finding> collect();
 
  private:
-  struct Outcome;
   struct Running {
     std::string name;
     std::chrono::seconds limit;
     std::chrono::steady_clock::time_point due;
-    std::shared_ptr<Outcome> outcome;
-    std::unique_ptr<std::thread> thread;
+    BegunWork<std::vector<Finding>> work;
   };
   std::vector<Running> running_;
 };
