@@ -26,6 +26,10 @@ enum class Status : std::int32_t {
   return static_cast<std::int32_t>(status);
 }
 
+/// The exit code with which the process asks to be started anew after an update
+/// took effect (ERROR_RESTART_APPLICATION).
+inline constexpr std::uint32_t kRestartCode = 1467;
+
 /// What is known of a status. Texts are English and last as long as the program.
 struct StatusFacts {
   Status status;

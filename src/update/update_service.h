@@ -13,10 +13,6 @@
 
 namespace zarn {
 
-/// The exit code with which the process asks to be started anew after an update
-/// took effect (ERROR_RESTART_APPLICATION).
-inline constexpr std::uint32_t kRestartCode = 1467;
-
 class UpdateService final : public Win32Service, public ServedCalls {
  public:
   // How many calls run at once, and how many may wait behind them.

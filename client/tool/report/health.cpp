@@ -12,8 +12,6 @@
 namespace zarn::tool {
 namespace {
 
-constexpr std::uint32_t kToBeStartedAnew = 1467;
-
 struct Health {
   std::vector<std::string> problems;
   /// What is worth knowing and no problem.
@@ -78,7 +76,7 @@ Health judge(const ServiceReport& report, const Result<History>& lastUpdate,
 
 bool mayBeComingBack(const Result<ServiceFacts>& service) {
   if (!service) return false;
-  const bool hasEnded = service->state == "stopped" && service->exitCode == kToBeStartedAnew;
+  const bool hasEnded = service->state == "stopped" && service->exitCode == kRestartCode;
   return hasEnded || service->state == "starting" || service->state == "stopping";
 }
 

@@ -1,5 +1,6 @@
 #include "client/tool/report/service_state.h"
 
+#include "client/install_under_way.h"
 #include "client/tool/report/outcome_words.h"
 #include "client/tool/report/text.h"
 #include "os/error_text.h"
@@ -9,7 +10,6 @@
 namespace zarn::tool {
 namespace {
 
-constexpr SystemError kNotInstalled(1060);     // ERROR_SERVICE_DOES_NOT_EXIST
 constexpr std::uint32_t kNeverStarted = 1077;  // ERROR_SERVICE_NEVER_STARTED
 
 constexpr char kChanged[] =
@@ -129,7 +129,7 @@ std::string shownOr(const std::string& text, const char* otherwise) {
 }  // namespace
 
 bool isNotInstalled(SystemError error) noexcept {
-  return error == kNotInstalled;
+  return error == client::kServiceNotInstalled;
 }
 
 std::string programOfCommandLine(const std::string& commandLine) {
