@@ -45,6 +45,9 @@ struct BaseLog::State {
   std::atomic<std::uint64_t> bytesWritten{0};  ///< above the maximum when a rotation is due
   std::atomic<std::uint64_t> fileBytes{0};     ///< to the file since it was opened or emptied
   std::string folderPath;                      ///< where the file is; only for whoever rotates
+  bool hasFile = false;                        ///< likewise
+  bool isRotated = false;                      ///< and no file has been begun since; likewise
+  LogQueue::Clock::time_point nextTry;         ///< to begin a file when there is none; likewise
 
   // Two lines at once is rare and may cost one of them, so this is looked at and
   // set in two steps; atomic only so that both steps are well defined.
@@ -250,6 +253,7 @@ void BaseLog::writeBatch(std::span<LogItem> items, IoDeadline& deadline) {
     if (state.queue.isStopping()) return;
     // Only what was written puts the deadline off: once it has passed, the lines
     // behind do not wait for the same disk as long as the first one did.
+    guarded([this] { beginFileAgain(); });
     guarded([&] {
       if (writeLine(item)) deadline.renew();
     });
@@ -314,6 +318,21 @@ void BaseLog::rotateAndReopen() {
   // Before the directory is looked up: a request that comes with a new directory
   // while this rotation runs must not be forgotten.
   state.bytesWritten.store(0, std::memory_order_relaxed);
+  state.isRotated = false;
+  beginFile();
+}
+
+/// A disk that was full, or a file that somebody held, is no reason to log nothing for good.
+void BaseLog::beginFileAgain() {
+  State& state = *state_;
+  if (state.hasFile || LogQueue::Clock::now() < state.nextTry) return;
+  if (state.folderPath.empty()) createLogDirectories();
+  beginFile();
+}
+
+void BaseLog::beginFile() {
+  State& state = *state_;
+  state.nextTry = LogQueue::Clock::now() + state.limits.again;
   // Before the file is closed: a look-up that fails ends the process and says so there.
   const std::string directory = logDirectory();
   // Callers may choose the directory: nothing in it is opened, renamed or deleted but
@@ -329,14 +348,17 @@ void BaseLog::rotateAndReopen() {
     if (!folder) return state.boundFile();
   }
   state.closeFile();
-  FileUtils::ScopedFile file = LogFiles::begin(*folder, state.name(), rotatedFileCount());
+  state.hasFile = false;
+  FileUtils::ScopedFile file = LogFiles::begin(*folder, state.name(), rotatedFileCount(), state.isRotated);
   if (!file) return;
   state.folderPath = folder->path();
+  state.isRotated = false;
   state.fileBytes.store(0, std::memory_order_relaxed);
   {
     const MutexLock lock(state.fileMutex);
     state.file = std::move(file);
   }
+  state.hasFile = true;
   onFileOpened();
 }
 

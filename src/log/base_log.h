@@ -24,10 +24,14 @@ inline constexpr std::chrono::milliseconds kNoLimit = std::chrono::milliseconds:
 /// How long the end of the process waits for the last lines, and then for the writer.
 inline constexpr std::chrono::seconds kLastLinesLimit{5};
 
+inline constexpr std::chrono::seconds kTryAgain{5};
+
 /// How long the logger waits for a disk that may stand still.
 struct LogLimits {
   std::chrono::milliseconds file = kLogFileLimit;         ///< for one line, or one rotation
   std::chrono::milliseconds lastLines = kLastLinesLimit;  ///< before a fatal error ends the process
+  /// A log without a file tries again to begin one with the first line after so long.
+  std::chrono::milliseconds again = kTryAgain;
 };
 
 /// Before start(), and while synchronous, a line is written by the thread that
@@ -104,8 +108,8 @@ class BaseLog : public LogSink {
   virtual void onFileOpened() = 0;
   /// Takes secrets out of a message, in place.
   virtual void scrubMessage(std::string& message) = 0;
-  /// Closes the file, rotates the files and begins a new one. When that fails
-  /// there is no file until the next rotation.
+  /// Closes the file, rotates the files and begins a new one. When that fails there is no
+  /// file until the next rotation, or until a new one could be begun after LogLimits::again.
   virtual void rotateAndReopen();
 
   /// stop(), for destructors.
@@ -124,6 +128,8 @@ class BaseLog : public LogSink {
  private:
   struct State;
 
+  void beginFile();
+  void beginFileAgain();
   void startWriter();
   void writerMain();
   template <typename Step>

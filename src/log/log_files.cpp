@@ -78,10 +78,12 @@ bool rotate(const FileUtils::HeldFolder& folder, std::string_view baseName, std:
   return true;
 }
 
-FileUtils::ScopedFile begin(const FileUtils::HeldFolder& folder, std::string_view baseName,
-                            std::int32_t kept) {
+FileUtils::ScopedFile begin(const FileUtils::HeldFolder& folder, std::string_view baseName, std::int32_t kept,
+                            bool& isRotated) {
   const std::string file = name(baseName, 0);
-  if (rotate(folder, baseName, kept)) return folder.open(file, "w").value_or(nullptr);
+  if (isRotated) return folder.open(file, "a").value_or(nullptr);
+  isRotated = rotate(folder, baseName, kept);
+  if (isRotated) return folder.open(file, "w").value_or(nullptr);
   // A folder that cannot be listed: its file goes on until it is full, and begins anew then.
   auto existing = folder.open(file, "a", FileUtils::Existing::Only).value_or(nullptr);
   const bool isFull = existing && std::fseek(existing.get(), 0, SEEK_END) == 0 &&

@@ -28,11 +28,12 @@ namespace LogFiles {
 bool rotate(const FileUtils::HeldFolder& folder, std::string_view baseName, std::int32_t kept);
 
 /// Rotates and begins a new file; other processes may read, rename and delete it
-/// meanwhile. Where nothing can be rotated, goes on with a file that is there, so that
-/// nothing is lost, and makes none. Null, and logged, when it cannot be opened or when
-/// something with another name or a link stands there.
+/// meanwhile. With `isRotated`, which a rotation sets, nothing is moved again, or each try
+/// to begin a file would push an older one out: a file that is there goes on. Where nothing can be rotated,
+/// goes on with a file that is there, so that nothing is lost, and makes none. Null, and logged, when it
+/// cannot be opened or when something with another name or a link stands there.
 [[nodiscard]] FileUtils::ScopedFile begin(const FileUtils::HeldFolder& folder, std::string_view baseName,
-                                          std::int32_t kept);
+                                          std::int32_t kept, bool& isRotated);
 
 /// Writes "Startup Crash.log", one line that says why the logger could not start.
 void writeStartupCrash(std::string_view directory, std::string_view reason);
