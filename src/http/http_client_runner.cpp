@@ -69,6 +69,8 @@ HttpClientRunner::HttpClientRunner(std::size_t maxPending, Idle /*threadNotStart
   for (std::mutex& lock : shareLocks_) const std::lock_guard<std::mutex> guard(lock);
   initializeCurl();
   multi_ = required(MultiHandle(curl_multi_init()));
+  // libcurl makes a handle without what it is woken by, too. Requests would wait for a poll's end.
+  CURLException::throwOnFailure(curl_multi_wakeup(multi_.get()));
   share_ = required(ShareHandle(curl_share_init()));
   pool_ = std::make_unique<ElasticThreadPool>(kPoolLowerBound, kPoolMaxThreads);
   pool_->makeLowerBound();  // a completion that nobody runs would let its requester wait for ever
@@ -88,7 +90,7 @@ HttpClientRunner::HttpClientRunner(std::size_t maxPending) : HttpClientRunner(ma
 
 HttpClientRunner::~HttpClientRunner() {
   stopping_ = true;
-  curl_multi_wakeup(multi_.get());
+  while (curl_multi_wakeup(multi_.get()) != CURLM_OK) std::this_thread::sleep_for(kPauseAfterFailure);
   if (thread_.joinable()) thread_.join();
   pool_.reset();  // finishes completions, which still use the share handle
 }
@@ -97,33 +99,37 @@ void HttpClientRunner::submit(std::shared_ptr<HttpContext> ctx) {
   {
     const MutexLock lock(mutex_);
     if (pending_.size() >= maxPending_) throw std::length_error("list too long");
-    pending_.push_back({std::move(ctx), nullptr});
+    pending_.push_back({ctx, nullptr});
   }
   const CURLMcode code = curl_multi_wakeup(multi_.get());
-  // The runner has the request by now: a throw would tell the caller that it has not.
   if (code == CURLM_OK) return;
   quietly([&] { logLine(LogLevel::Error, "Failed to trigger wake: %s", curl_multi_strerror(code)); });
+  if (curl_multi_wakeup(multi_.get()) == CURLM_OK) return;
+  // It would lie there for as long as the thread sleeps. What the thread has taken all the
+  // same is its own: a throw would tell the caller that it has not.
+  const MutexLock lock(mutex_);
+  const auto sameContext = [&](const Pending& pending) { return pending.ctx == ctx; };
+  if (std::erase_if(pending_, sameContext) != 0) throw CURLException(code);
 }
 
 void HttpClientRunner::run() noexcept {
   setCurrentThreadName("ZMS HttpClientC");
   std::optional<LogTag> tag;
   quietly([&] { tag.emplace("HttpClient"); });
-  while (!stopping_) {
-    // A turn sleeps in its poll until a transfer has work, submit() wakes it, or a minute
-    // has passed.
-    if (turn()) continue;
-    std::this_thread::sleep_for(kPauseAfterFailure);
-    curl_multi_wakeup(multi_.get());  // for what was left undone: who waits for it has called already
+  for (bool isWhole = true; !stopping_;) {
+    // A turn sleeps in its poll until a transfer has work, submit() wakes it, or a minute has
+    // passed; not when the one before left something undone, for which nobody calls again.
+    isWhole = turn(isWhole ? kPollMilliseconds : 0);
+    if (!isWhole) std::this_thread::sleep_for(kPauseAfterFailure);
   }
   abandonTransfers();
 }
 
-bool HttpClientRunner::turn() noexcept {
+bool HttpClientRunner::turn(int pollMilliseconds) noexcept {
   try {
     performTransfers();
     finishTransfers();
-    waitForWork();
+    waitForWork(pollMilliseconds);
     addPending();
     return true;
   } catch (const std::exception& error) {
@@ -151,8 +157,8 @@ void HttpClientRunner::finishTransfers() {
   }
 }
 
-void HttpClientRunner::waitForWork() {
-  const CURLMcode code = curl_multi_poll(multi_.get(), nullptr, 0, kPollMilliseconds, nullptr);
+void HttpClientRunner::waitForWork(int milliseconds) {
+  const CURLMcode code = curl_multi_poll(multi_.get(), nullptr, 0, milliseconds, nullptr);
   if (code == CURLM_OK) return;
   quietly([&] { logLine(LogLevel::Error, "curl_multi_poll failed: %s", curl_multi_strerror(code)); });
   std::this_thread::sleep_for(kPauseAfterFailure);

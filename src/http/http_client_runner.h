@@ -31,7 +31,7 @@ class HttpClientRunner {
   static HttpClientRunner& instance();
 
   /// Starts the thread. Throws std::bad_alloc without handles, CURLException when
-  /// they cannot be shared.
+  /// they cannot be shared or the thread could not be woken.
   explicit HttpClientRunner(std::size_t maxPending = kMaxPending);
   HttpClientRunner(const HttpClientRunner&) = delete;
   HttpClientRunner& operator=(const HttpClientRunner&) = delete;
@@ -40,7 +40,8 @@ class HttpClientRunner {
   ~HttpClientRunner();
 
   /// Queues a prepared context and wakes the thread. Throws std::length_error
-  /// ("list too long") when the queue is full, std::system_error when its mutex fails.
+  /// ("list too long") when the queue is full, std::system_error when its mutex fails,
+  /// CURLException when the thread cannot be woken; the context is not queued then.
   void submit(std::shared_ptr<HttpContext> ctx);
 
  private:
@@ -57,11 +58,11 @@ class HttpClientRunner {
   };
 
   void run() noexcept;
-  /// One turn of the loop; false when it broke off.
-  bool turn() noexcept;
+  /// One turn of the loop, which sleeps no longer than so; false when it broke off.
+  bool turn(int pollMilliseconds) noexcept;
   void performTransfers();
   void finishTransfers();
-  void waitForWork();
+  void waitForWork(int milliseconds);
   void addPending();
   void abandonTransfers();
 
