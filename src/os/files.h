@@ -91,6 +91,11 @@ bool cutFile(std::FILE& file, std::int64_t bytes) noexcept;
 /// Makes an open file empty; what is written next is its beginning.
 [[nodiscard]] bool emptyFile(std::FILE& file) noexcept;
 
+/// A file that was made where nothing stood is complete and stays. Without this it goes when
+/// it is closed or when this process ends, however that happens (natively: it stays), so
+/// that half a file is never taken for a whole one.
+[[nodiscard]] Result<void> keepFile(std::FILE& file) noexcept;
+
 /// Moves the stream to its end and returns the size of what it holds in bytes; -1 on failure.
 [[nodiscard]] std::int64_t seekToEnd(std::FILE& file) noexcept;
 

@@ -115,6 +115,10 @@ bool emptyFile(std::FILE& file) noexcept {
   return cutFile(file, 0) && ::lseek(::fileno(&file), 0, SEEK_SET) == 0;
 }
 
+Result<void> keepFile(std::FILE& /*file*/) noexcept {
+  return {};
+}
+
 std::int64_t seekToEnd(std::FILE& file) noexcept {
   return ::fseeko(&file, 0, SEEK_END) == 0 ? ::ftello(&file) : -1;
 }

@@ -201,6 +201,10 @@ bool emptyFile(std::FILE& file) noexcept {
   return cutFile(file, 0) && _lseeki64(_fileno(&file), 0, SEEK_SET) == 0;
 }
 
+Result<void> keepFile(std::FILE& file) noexcept {
+  return setPassing(handleOf(file), false);
+}
+
 std::int64_t seekToEnd(std::FILE& file) noexcept {
   return ::_fseeki64(&file, 0, SEEK_END) == 0 ? ::_ftelli64(&file) : -1;
 }

@@ -41,7 +41,8 @@ class Folder {
   /// A folder in this one, never through a link; made when `existing` says so.
   [[nodiscard]] Result<Folder> folder(const Name& name, Existing existing) const;
 
-  /// A C stream; nothing is truncated unless it is a plain file with this one name.
+  /// A C stream; nothing is truncated unless it is a plain file with this one name. With
+  /// Existing::Never the file lasts only when keepFile() says so (os/files.h).
   [[nodiscard]] OpenResult file(const Name& name, const char* mode, Existing existing) const;
 
   /// Whether there is something of this name.

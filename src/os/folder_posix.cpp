@@ -53,7 +53,12 @@ OpenResult Folder::file(const Name& name, const char* mode, Existing existing) c
   int flags = openFlags(mode) | O_NOFOLLOW | O_NONBLOCK;  // a pipe in its place holds nobody up
   if (existing == Existing::Only) flags &= ~O_CREAT;
   if (existing == Existing::Never) flags |= O_EXCL;
-  return toStream(::openat(descriptor(handle_.get()), name.c_str(), flags, 0644), mode, true);
+  const int folder = descriptor(handle_.get());
+  const int opened = ::openat(folder, name.c_str(), flags, 0644);
+  auto file = toStream(opened, mode, true);
+  // What was begun and cannot be used would keep the next one from being begun.
+  if (!file && opened != -1 && existing == Existing::Never) ::unlinkat(folder, name.c_str(), 0);
+  return file;
 }
 
 Result<void> Folder::find(const Name& name) const {

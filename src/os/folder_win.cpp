@@ -148,11 +148,15 @@ OpenResult Folder::file(const Name& name, const char* mode, Existing existing) c
     return tl::unexpected<OpenFailure>({OpenFailure::Step::Open, error.code()});
   };
   const OpenMode parsed = parseMode(mode);
+  const bool isNew = existing == Existing::Never;
   const ULONG disposition = parsed.disposition == OPEN_EXISTING ? FILE_OPEN : dispositionOf(existing);
-  auto file =
-      openIn(native(handle_.get()), name, {parsed.access, kShareAll, disposition, FILE_NON_DIRECTORY_FILE});
+  auto file = openIn(native(handle_.get()), name,
+                     {parsed.access | (isNew ? DELETE : 0), kShareAll, disposition, FILE_NON_DIRECTORY_FILE});
   if (!file) return fail(file.error());
-  if (const auto plain = checkPlainFileWithOneName(file->get()); !plain) return fail(plain.error());
+  // What was begun and cannot be used would keep the next one from being begun.
+  const auto passes = isNew ? setPassing(file->get(), true) : Result<void>();
+  const auto plain = isNew ? passes : checkPlainFileWithOneName(file->get());
+  if (!plain) return fail(plain.error());
   const bool truncates = parsed.disposition == CREATE_ALWAYS;
   if (truncates && SetEndOfFile(file->get()) == 0) return fail(SystemError::last());
   return toStream(std::move(*file), parsed, mode);

@@ -18,7 +18,11 @@ Result<void> removeOpenedFile(HANDLE file) noexcept {
   FILE_DISPOSITION_INFO_EX atOnce{FILE_DISPOSITION_FLAG_DELETE | FILE_DISPOSITION_FLAG_POSIX_SEMANTICS |
                                   FILE_DISPOSITION_FLAG_IGNORE_READONLY_ATTRIBUTE};
   if (SetFileInformationByHandle(file, dispositionInfoEx, &atOnce, sizeof(atOnce)) != 0) return {};
-  FILE_DISPOSITION_INFO atTheEnd{TRUE};
+  return setPassing(file, true);
+}
+
+Result<void> setPassing(HANDLE file, bool passes) noexcept {
+  FILE_DISPOSITION_INFO atTheEnd{static_cast<BOOLEAN>(passes)};
   return resultOf(SetFileInformationByHandle(file, FileDispositionInfo, &atTheEnd, sizeof(atTheEnd)) != 0);
 }
 

@@ -59,6 +59,9 @@ using LocalMemory = ScopedHandle<LocalMemoryTraits>;
 /// is read-only; else as soon as nobody has it open. The handle must allow deleting.
 [[nodiscard]] Result<void> removeOpenedFile(HANDLE file) noexcept;
 
+/// Whether a file goes when the handle, which must allow deleting, is closed.
+[[nodiscard]] Result<void> setPassing(HANDLE file, bool passes) noexcept;
+
 /// The path under which the system knows what a handle opened, every link on the way
 /// followed, with the prefix "\\?\".
 [[nodiscard]] Result<std::wstring> finalPath(HANDLE file);

@@ -1,11 +1,11 @@
 #include "update/installer_logs.h"
 
+#include <array>
 #include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <cstdio>
 #include <exception>
 #include <string>
-#include <vector>
 
 #include "os/error_text.h"
 #include "os/files.h"
@@ -45,7 +45,7 @@ Result<FileUtils::HeldFolder> makeDestination() {
 
 Result<void> copyBytes(std::FILE* from, std::FILE* to) {
   IoDeadline deadline(kLogFileLimit);
-  std::vector<char> bytes(std::size_t{64} << 10U);
+  std::array<char, 16'384> bytes{};  // of the stack: nothing is thrown beside a file that was begun
   std::size_t count = 0;
   do {
     count = std::fread(bytes.data(), 1, bytes.size(), from);
@@ -59,8 +59,9 @@ Result<void> copyBytes(std::FILE* from, std::FILE* to) {
 Result<void> copyTo(const FileUtils::HeldFolder& destination, const std::string& name, std::FILE& source) {
   auto copy = destination.create(name);
   if (!copy) return failure(copy.error());
-  const auto copied = copyBytes(&source, copy->get());
+  auto copied = copyBytes(&source, copy->get());
   os::copyFileTime(source, **copy);
+  if (copied) copied = os::keepFile(**copy);
   copy->reset();
   if (!copied) destination.remove(name);  // half a log would keep the next one out
   return copied;

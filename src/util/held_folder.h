@@ -48,8 +48,8 @@ class HeldFolder {
   [[nodiscard]] Result<ScopedFile> open(std::string_view name, const char* mode,
                                         Existing existing = Existing::OpenOrCreate) const;
 
-  /// Begins a file where nothing stands. That something does, or that the folder lets
-  /// nobody make files, is not logged.
+  /// Begins a file where nothing stands, to be completed with os::keepFile(). That something does, or that
+  /// the folder lets nobody make files, is not logged.
   [[nodiscard]] Result<ScopedFile> create(std::string_view name) const;
 
   /// Fails when there is nothing of this name, and when that cannot be told. Logs nothing.
