@@ -1,7 +1,7 @@
 #include "update/record_folder.h"
 
 #include <cstdio>
-#include <vector>
+#include <string>
 
 #include "os/files.h"
 #include "util/io_deadline.h"
@@ -30,10 +30,9 @@ bool append(std::FILE* file, std::string_view line) {
   bool isTorn = false;
   const long end = endOf(file, isTorn);
   if (end < 0) return false;
-  const bool written = (!isTorn || std::fputc('\n', file) != EOF) &&
-                       std::fwrite(line.data(), 1, line.size(), file) == line.size() &&
-                       std::fflush(file) == 0;
-  // A full disk takes the first half of a line, which would be torn like the one above.
+  // In a single write, so that nothing but a full disk can tear it.
+  const bool written = os::writeThrough(*file, std::string(isTorn ? "\n" : "").append(line));
+  // That takes the first half of a line, which would be torn like the one above.
   if (!written) os::cutFile(*file, end);
   return written;
 }
@@ -63,11 +62,8 @@ FileUtils::ScopedFile openWithRoom(const FileUtils::HeldFolder& folder, const Re
 
 bool appendLine(const FileUtils::HeldFolder& folder, const RecordFileNames& file, std::string_view line,
                 std::uint64_t maximumBytes) {
-  // Large enough that the line leaves in a single write; outlives the file that uses it.
-  std::vector<char> buffer(line.size() + 2);
   const FileUtils::ScopedFile stream = openWithRoom(folder, file, maximumBytes);
-  return stream && std::setvbuf(stream.get(), buffer.data(), _IOFBF, buffer.size()) == 0 &&
-         append(stream.get(), line);
+  return stream && append(stream.get(), line);
 }
 
 bool appendToHistory(std::string_view directory, std::string_view line) {
