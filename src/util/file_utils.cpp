@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
 #include <cstring>
@@ -212,11 +213,15 @@ bool deleteFile(std::string_view path, bool quiet) {
 }
 
 bool createDirectories(std::string_view path) {
-  error_code error;
-  fs::create_directories(toPath(path), error);
-  if (!error) return true;
-  logLine(LogLevel::Error, "Error creating directory %s: %s", printable(path), systemErrorPhrase(error));
-  return false;
+  // The form that throws: the other one ends the process when memory runs out.
+  try {
+    fs::create_directories(toPath(path));
+    return true;
+  } catch (const fs::filesystem_error& failure) {
+    logLine(LogLevel::Error, "Error creating directory %s: %s", printable(path),
+            systemErrorPhrase(failure.code()));
+    return false;
+  }
 }
 
 bool exists(std::string_view path) noexcept {
