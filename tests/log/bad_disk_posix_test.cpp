@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include "log/probe_log.h"
-#include "support/file_size_limit.h"
 
 namespace zarn::testing {
 namespace {
@@ -49,14 +48,6 @@ TEST_F(LogOnABadDisk, AWriteThatStandsStillCostsItsLineAndTheNextBeginsAnew) {
   EXPECT_THAT(pipe.read(), EndsWith("lll"));
   log_.write({"fourth", "fifth"});
   EXPECT_THAT(pipe.read(), MatchesRegex("\n[^\n]* - fourth\n[^\n]* - fifth\n"));
-}
-
-TEST_F(LogOnABadDisk, ThatIsFullTheNextLineBeginsAnew) {
-  withFileSizeLimit(readFile(file(0)).size() + 60, [&] {
-    return log_.write({"torn at its very end, since no more than some of it finds room", "lost"}), true;
-  });
-  log_.write({"second", "third"});
-  EXPECT_THAT(messages(), ElementsAre("first", StartsWith("torn"), "second", "third"));
 }
 
 }  // namespace

@@ -44,11 +44,15 @@ struct ProbeLog final : BaseLog {
   std::function<void(std::string& message)> scrub = [](std::string&) {};
 };
 
-/// The messages in file `number` of a log named "Test", without what stands before " - ".
+/// The messages in file `number` of a log named "Test", without what stands before " - "; of a
+/// line that is torn before that all there is.
 inline Lines messagesIn(const std::string& directory, std::size_t number = 0) {
   Lines messages;
   std::ifstream file(toPath(LogFiles::path(directory, "Test", number)).c_str());
-  for (std::string line; std::getline(file, line);) messages.push_back(line.substr(line.find(" - ") + 3));
+  for (std::string line; std::getline(file, line);) {
+    const std::size_t at = line.find(" - ");
+    messages.push_back(at != line.npos ? line.substr(at + 3) : line);
+  }
   return messages;
 }
 
