@@ -101,7 +101,7 @@ async def endless_body(_chance, out, _hosts):
 async def endless_chunks(chance, out, _hosts):
     await send(out, HEAD + b"Transfer-Encoding: chunked\r\n\r\n")
     size = chance.choice((1, 100, 65536))
-    await without_end(out, lambda: b"%x\r\n%s\r\n" % (size, CHUNK[:size]))
+    await without_end(out, lambda: b"%x\r\n%s\r\n" % (size, CHUNK[:size]) * (65536 // size))
 
 
 async def endless_chunk_extension(_chance, out, _hosts):
@@ -196,7 +196,7 @@ async def refusal(chance, out, _hosts):
               (chance.choice((400, 403, 404, 408, 429, 500, 502, 503, 599)), len(body)) + body)
 
 
-SLOW = ("silent", "drip", "stall")
+SLOW = ("silent", "drip", "stall", "endless_chunk_extension")
 PROGRAMME = {act.__name__: act for act in (
     silent, drip, stall, endless_headers, endless_header_line, interim_flood, endless_body, endless_chunks,
     endless_chunk_extension, endless_trailers, bomb, cut, redirect, wrong_length, wrong_chunk, wrong_coding,
