@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "log/log_files.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
 
@@ -24,10 +25,11 @@ inline constexpr std::chrono::milliseconds kNoLimit = std::chrono::milliseconds:
 /// How long the end of the process waits for the last lines, and then for the writer.
 inline constexpr std::chrono::seconds kLastLinesLimit{5};
 
-/// How long the logger waits for a disk that may stand still.
+/// How long the logger waits for a disk that may stand still, and how large its files become.
 struct LogLimits {
   std::chrono::milliseconds file = kLogFileLimit;         ///< for one line, or one rotation
   std::chrono::milliseconds lastLines = kLastLinesLimit;  ///< before a fatal error ends the process
+  std::uint64_t fileBytes = kMaximumLogFileBytes;         ///< a file that has so many is rotated
 };
 
 /// Before start(), and while synchronous, a line is written by the thread that
