@@ -108,7 +108,7 @@ struct LogUnderLoad : ::testing::TestWithParam<bool> {
         next.at(thread) = number + 1;
       }
     std::cout << files << " files, " << found.threads << " lines, " << found.lost << " lost\n";
-    EXPECT_EQ(found.banners, files);
+    EXPECT_EQ(found.banners, files + 1);
     EXPECT_GT(files, 3U);
     return found;
   }
@@ -139,6 +139,8 @@ TEST_P(LogUnderLoad, EveryLineStandsOnceAndWholeAndInOrderAndIsSentOrNot) {
       }
     });
   for (std::thread& thread : threads) thread.join();
+  log.flush();
+  log.submit(LogLevel::Info, "banner");  // what was lost before is told with the next line that finds room
   log.flush();
   const Found found = readFiles();
   EXPECT_EQ(found.threads + found.lost, kThreads * lines);

@@ -5,7 +5,8 @@ can happen to it, at random from a printed seed. Called by ./dev soak and, for s
 First comes one long life of the service, under load and hostile answers, that nothing ends: by it memory,
 handles and threads are judged, less what a bare loop of the same calls of the system grows by beside it.
 Then storms: stops, ends from outside, restarts after installs, killed and stopped callers, bundles exchanged,
-settings of every wrong type. After each round:
+settings of every wrong type, the clock set back and forth, a registry and threads that are refused. After each
+round:
 
 - every call has an answer or a typed error, and only one that its kind allows;
 - what was answered "installed" stands in the record once, with that status, and every record has its call;
@@ -23,6 +24,7 @@ import os
 import pathlib
 import random
 import re
+import shutil
 import signal
 import ssl
 import statistics
@@ -66,6 +68,8 @@ LOG_LINE = re.compile(r"\w{3} \d\d, \d{4} \d\d:\d\d:\d\d\.\d{3} \[\d{4,}\] (ERRO
 BROKEN = re.compile(r"FATAL ERROR|[Uu]nknown exception|std::|EXCEPTION|lost because the queue")
 PREFERENCES = ("LogNumFiles", "LogVerbose", "logDebug", "LogMemoryUse", "LogTokensForDebug", "LocalAppDataPath",
                "ZarnOnlineUsername")
+CLOCKS = (0, 0, 1, -1, 3600, -3600, 86400 * 40, -86400 * 400, 86400 * 365 * 30, -86400 * 365 * 50)  # seconds off
+REFUSALS = ("registry", "CreateThread", "_beginthreadex")
 PLANS = ("exit=1641\n", "exit=1641\nlog=Zarn Media Server Setup.log\n", "exit=1603\n", "exit=30003\n",
          "exit=1641\nsleep_ms=300\n", "exit=0\n", "exit=3010\n")
 CALM_PLANS = 5  # the first so many restart nothing
@@ -127,7 +131,7 @@ class Pipe:
 
     def __init__(self, machine, *command):
         self.process = subprocess.Popen([stage.ROOT / "tools/wine", *command], env=machine.environment, text=True,
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         self.lock = threading.Lock()
         self._read()
 
@@ -205,7 +209,7 @@ class Soak:
         self.work, self.programs = options.work, options.build / "tools/stage"
         self.machine = stage.Machine(self.work / "machine")
         self.accounts = Accounts(self.work / "account-service", options.seed)
-        self.callers, self.started, self.watching = [], 0, False
+        self.callers, self.started, self.faulted = [], 0, False
         self.counts = collections.Counter()  # of calls by kind and outcome
         self.happened = collections.Counter()
         self.rpc_statuses = collections.Counter()
@@ -262,17 +266,16 @@ class Soak:
             raise Failed(f"the service ended with {code:#x}")
 
     def look(self):
-        """Handles of the service's process; starts it when it is not there."""
+        """Starts it when it is not there."""
         answer = self.keeper.ask("look")
-        if answer[0] == "running":
-            return int(answer[2])
         if answer[0] == "ended":
             self.note_end(int(answer[1]))
-        self.start()
-        return int(self.keeper.ask("look")[2])
+        if answer[0] != "running":
+            self.start()
 
     def sample(self):
-        handles = self.look()
+        self.look()
+        handles = int(self.keeper.ask("handles")[1])
         return usage(process_of(self.machine.prefix, "ZarnUpdateService.exe")) | {"handles": handles}
 
     # ---- Calls -----------------------------------------------------------------------
@@ -327,6 +330,14 @@ class Soak:
         if kind in OWN_PATH:
             self.answered[path] = status if result == OK else None
 
+    def wait_for_installs(self):
+        """Of callers who have gone."""
+        end = time.monotonic() + 120
+        while (self.machine.path(RECORDS) / "Installing.json").exists():
+            if time.monotonic() > end:
+                raise Failed("an install without an end")
+            time.sleep(0.1)
+
     # ---- Records, runs, logs -----------------------------------------------------------
 
     def read_records(self):
@@ -377,11 +388,12 @@ class Soak:
                 for line in file.read_bytes().decode(errors="replace").split("\n")[:-1]:
                     if not LOG_LINE.match(line):
                         raise Failed(f"{file.name} has the line {line[:200]!r}")
-                    if BROKEN.search(line):
+                    if not self.faulted and BROKEN.search(line):
                         raise Failed(f"{file.name}: {line[:300]}")
 
     def judge(self, ended):
         self.judge_calls(ended)
+        self.wait_for_installs()
         self.judge_records()
         self.judge_logs()
 
@@ -412,6 +424,8 @@ class Soak:
     def disturb(self):
         living = [caller for caller in self.callers if caller.process.poll() is None]
         what, act = self.chance.choice((
+            ("clock", lambda: self.keeper.ask(f"clock {self.chance.choice(CLOCKS)}")),
+            *((f"{what} refused", lambda what=what: self.refuse(what)) for what in REFUSALS),
             ("stop", lambda: self.end("stop")), ("kill", lambda: self.end("kill")),
             ("plan", lambda: self.plan(self.chance.choice(PLANS))), ("setting", self.wrong_setting),
             ("hostility", lambda: setattr(self.accounts, "hostility", self.chance.choice((0, 0, 0.3, 0.9)))),
@@ -420,6 +434,13 @@ class Soak:
         if living:
             self.happened[what] += 1
             act()
+
+    def refuse(self, what):
+        """For a while, and while the service is not started anew."""
+        self.faulted = True
+        self.keeper.ask(f"refuse {what}")
+        time.sleep(self.chance.uniform(0.2, 2))
+        self.keeper.ask("allow")
 
     def pause(self, caller):
         caller.signal(signal.SIGSTOP)
@@ -434,6 +455,7 @@ class Soak:
         self.look()
         self.judge(self.ends - before)
         self.right_settings()
+        self.keeper.ask("clock 0")
         self.judge_next_request()
 
     def calm(self, processes, calls, installs):
@@ -461,6 +483,11 @@ class Soak:
             self.say(f"round {self.round}: {sample}")
 
     def storms(self, until):
+        """With the fault switch in the service, of the very parts that ship."""
+        self.end("stop")
+        shutil.copy(self.programs / "faults/ZarnUpdateServiceUnderFaults.exe",
+                    self.machine.path(stage.INSTALL_DIR) / "ZarnUpdateService.exe")
+        self.start()
         first = self.round
         while self.round < first + 1 or time.monotonic() < until:
             self.round += 1

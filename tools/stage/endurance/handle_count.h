@@ -1,4 +1,5 @@
-// How many handles another process has. Wine's GetProcessHandleCount answers 0 for every process.
+// How many handles another process has. Wine's GetProcessHandleCount answers 0 for every process; what is
+// asked here instead ends Wine's server, and all its programs with it, when a process is just starting.
 #pragma once
 
 #include <windows.h>

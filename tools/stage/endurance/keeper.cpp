@@ -2,10 +2,14 @@
 //   start                       "running PID" once its endpoint answers, or "failed CODE", within 30 s
 //   stop                        "ended CODE MILLISECONDS", "left CODE" (not within 60 s), "absent"
 //   kill                        "ended CODE MILLISECONDS" or "absent"
-//   look                        "running PID HANDLES", "ended CODE" once when it has ended by itself, or
+//   look                        "running PID", "ended CODE" once when it has ended by itself, or
 //   "absent" set prefs|policy NAME TYPE HEX   writes a value of the registry as it is given unset
 //   prefs|policy NAME
-// Registry and control manager answer "done CODE".
+//   refuse registry|FUNCTION    every call of that kind, or of that function, fails from now on
+//   allow                       none does any more
+//   clock SECONDS               so far off is the time of day from now on
+// The registry answers "done CODE", the last three, which only the staged service with the fault switch
+// hears, "done".
 #include <windows.h>
 
 #include <iostream>
@@ -15,6 +19,7 @@
 
 #include "calls.h"
 #include "client/zarn_update_client.h"
+#include "faults/fault_control.h"
 #include "handle_count.h"
 #include "os/handles_win.h"
 #include "util/product_names.h"
@@ -35,7 +40,9 @@ class Keeper {
     if (command == "stop") return end([this] { return requestStop(); });
     if (command == "kill") return end([this] { return TerminateProcess(process_.get(), 77) != 0; });
     if (command == "look") return look();
+    if (command == "handles") return "handles " + std::to_string(isThere() ? handleCount(id_) : 0);
     if (command == "set" || command == "unset") return setValue(words, command == "set");
+    if (command == "refuse" || command == "allow" || command == "clock") return order(command, words);
     return "unknown";
   }
 
@@ -101,7 +108,29 @@ class Keeper {
         return "ended " + std::to_string(code);
       return "absent";
     }
-    return "running " + std::to_string(id_) + " " + std::to_string(handleCount(id_));
+    return "running " + std::to_string(id_);
+  }
+
+  std::string order(const std::string& command, std::istringstream& words) {
+    if (command == "allow") {
+      faults_.off();
+    } else if (command == "clock") {
+      std::int64_t seconds = 0;
+      words >> seconds;
+      faults_.setClockOff(seconds);
+    } else {
+      std::string what;
+      words >> what;
+      faults::Order refusal;
+      refusal.limit = faults::kNoLimit;
+      if (what == "registry") {
+        refusal.kinds = bit(faults::Kind::Registry);
+      } else {
+        refusal.function = what;
+      }
+      faults_.arm(refusal);
+    }
+    return "done";
   }
 
   static std::string setValue(std::istringstream& words, bool isSet) {
@@ -122,6 +151,7 @@ class Keeper {
 
   ServiceHandle manager_{OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)};
   ServiceHandle service_{OpenServiceW(manager_.get(), names::kService.wide, SERVICE_ALL_ACCESS)};
+  faults::FaultControl faults_;
   DWORD id_ = 0;
   KernelHandle process_;
   bool isEndTold_ = true;
