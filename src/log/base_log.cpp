@@ -10,7 +10,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "log/log_files.h"
 #include "log/log_line.h"
 #include "log/log_queue.h"
 #include "log/network_log.h"
@@ -81,7 +80,7 @@ struct BaseLog::State {
   /// folder from us must not fill the disk.
   void boundFile() ZARN_EXCLUDES(fileMutex) {
     const std::shared_ptr<std::FILE> current = currentFile();
-    if (!current || fileBytes.load(std::memory_order_relaxed) < kMaximumLogFileBytes) return;
+    if (!current || fileBytes.load(std::memory_order_relaxed) < limits.fileBytes) return;
     if (os::emptyFile(*current)) fileBytes.store(0, std::memory_order_relaxed);
   }
   /// Closing may take as long as its disk likes, so that it happens outside the lock.
@@ -215,7 +214,7 @@ void BaseLog::fatal(const std::string& message) {
 }
 
 void BaseLog::requestRotation() noexcept {
-  state_->bytesWritten.store(kMaximumLogFileBytes + 1, std::memory_order_relaxed);
+  state_->bytesWritten.store(state_->limits.fileBytes + 1, std::memory_order_relaxed);
 }
 
 bool BaseLog::isSynchronous() const noexcept {
@@ -257,7 +256,7 @@ void BaseLog::writeBatch(std::span<LogItem> items, IoDeadline& deadline) {
     guarded([&] {
       if (writeLine(item)) deadline.renew();
     });
-    if (state.bytesWritten.load(std::memory_order_relaxed) < kMaximumLogFileBytes) continue;
+    if (state.bytesWritten.load(std::memory_order_relaxed) < state.limits.fileBytes) continue;
     if (state.queue.isStopping()) return;
     deadline.renew();
     guarded([this] { rotateAndReopen(); });

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "log/log_files.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
 
@@ -26,12 +27,13 @@ inline constexpr std::chrono::seconds kLastLinesLimit{5};
 
 inline constexpr std::chrono::seconds kTryAgain{5};
 
-/// How long the logger waits for a disk that may stand still.
+/// How long the logger waits for a disk that may stand still, and how large its files become.
 struct LogLimits {
   std::chrono::milliseconds file = kLogFileLimit;         ///< for one line, or one rotation
   std::chrono::milliseconds lastLines = kLastLinesLimit;  ///< before a fatal error ends the process
   /// A log without a file tries again to begin one with the first line after so long.
   std::chrono::milliseconds again = kTryAgain;
+  std::uint64_t fileBytes = kMaximumLogFileBytes;  ///< a file that has so many is rotated
 };
 
 /// Before start(), and while synchronous, a line is written by the thread that

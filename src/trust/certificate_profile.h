@@ -17,6 +17,8 @@ class HttpContext;
 
 /// Brackets and braces of a profile may stand this deep in each other.
 inline constexpr int kMaxProfileNesting = 32;
+/// How many values may stand in it. No list of digests that fits into its largest size has more.
+inline constexpr int kMaxProfileValues = 16'384;
 
 /// The digests under "certs" of the JSON text `body`, exactly as they stand there;
 /// nothing, and the reason logged at level Error, when it cannot be read. An empty

@@ -1,6 +1,9 @@
 // What a local user may try against the running service.
 #include "e2e/service_under_test.h"
 
+#include "os/process.h"
+#include "support/run_program.h"
+#include "tools/stage/endurance/handle_count.h"
 #include "update/interface/update_interface.h"
 
 namespace zarn::testing {
@@ -42,12 +45,6 @@ TEST_F(HostileCallers, SwappingTheStagedCopyNeverRunsTheIntruder) {
   EXPECT_GT(judged, 0);
   DeleteFileW(staged.c_str());
   EXPECT_EQ(installApproved().status, 30001);
-}
-
-DWORD handlesOf(const KernelHandle& process) {
-  DWORD count = 0;
-  GetProcessHandleCount(process.get(), &count);
-  return count;
 }
 
 TEST_F(HostileCallers, AppDataPathsThatAreNoLocalFoldersAreNotUsedNorIsAFolderAtTheCopysName) {
@@ -150,12 +147,12 @@ std::string wireString(const std::u16string& text) {
       .append(reinterpret_cast<const char*>(text.c_str()), count * sizeof(char16_t));
 }
 
-TEST_F(HostileCallers, MalformedRequestsAreRefusedAndLeakNothing) {
+/// What a process of its own sends, since Wine's client keeps a connection for every refused call as long as
+/// it lives, and with it the server.
+TEST_F(HostileCallers, DISABLED_SendsMalformedRequests) {
   const std::string sound = wireString(u"C:\\no such folder\\missing.exe");
   ASSERT_EQ(callRaw(1, sound), RPC_S_OK) << "the unmutated request is understood";
   EXPECT_NE(callRaw(2, ""), RPC_S_OK) << "a null string";
-  const KernelHandle process = service_.process();
-  const DWORD before = handlesOf(process);
   int refused = 0;
   // Procedure 0 would move the logs; unknown numbers are welcome.
   for (const unsigned procedure : {1U, 2U, 3U, 7U}) {
@@ -167,7 +164,18 @@ TEST_F(HostileCallers, MalformedRequestsAreRefusedAndLeakNothing) {
     ASSERT_TRUE(service_.isRunning()) << procedure;
   }
   EXPECT_GT(refused, 1000);
-  EXPECT_LE(handlesOf(process), before + 50);
+}
+
+TEST_F(HostileCallers, MalformedRequestsAreRefusedAndLeakNothing) {
+  const KernelHandle process = service_.process();
+  const auto handles = [&] { return endurance::handleCount(GetProcessId(process.get())); };
+  const std::size_t before = handles();
+  ASSERT_GT(before, 0U);
+  const ProgramRun run = runProgram(os::executablePath().value(), {"--gtest_also_run_disabled_tests",
+                                                                   "--gtest_filter=*SendsMalformedRequests"});
+  EXPECT_EQ(run.exitCode, 0U) << run.output;
+  EXPECT_TRUE(waitUntil([&] { return handles() <= before + 20; }))
+      << before << " handles became " << handles();
   EXPECT_EQ(installApproved().status, 30001);
 }
 

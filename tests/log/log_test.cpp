@@ -159,28 +159,6 @@ TEST_F(LogInDirectory, SynchronousLinesAreWrittenByTheirThread) {
   EXPECT_THAT(writers, ElementsAre(std::this_thread::get_id()));
 }
 
-TEST_F(LogInDirectory, ManyProducersLoseNothingAndKeepTheirOrder) {
-  constexpr int lines = 2000;
-  const auto numbered = [](char producer, int i) {
-    return producer + std::to_string(i) + std::string(i % 300 == 0 ? 5000U : 0U, '.');
-  };
-  log_.start("Test");
-  std::vector<std::future<void>> producers;
-  for (const char producer : {'a', 'b', 'c', 'd'}) {
-    producers.push_back(std::async(std::launch::async, [&, producer] {
-      for (int i = 0; i < lines; ++i) {
-        log_.submit(LogLevel::Info, numbered(producer, i));
-        if (i % 500 == 0) log_.flush();
-      }
-    }));
-  }
-  for (auto& producer : producers) producer.get();
-  log_.flush();
-  std::map<char, int> next;
-  for (const std::string& line : messages()) ASSERT_EQ(line, numbered(line[0], next[line[0]]++));
-  EXPECT_EQ(messages().size(), 4U * lines);
-}
-
 TEST_F(LogInDirectory, TheWritersEndEndsEveryFlush) {
   std::promise<void> diskStops, diskMoves;
   log_.whileWriting = [&] {

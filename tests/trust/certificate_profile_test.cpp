@@ -30,8 +30,19 @@ TEST(CertificateProfile, TakesTheValuesUnderCertsAsTheyStand) {
   const auto nested = [](std::size_t depth) {
     return R"({"certs":["a"],"x":)" + std::string(depth - 1, '[') + std::string(depth - 1, ']') + "}";
   };
+  /// `values` in all, and a string with more commas than may be.
+  const auto long_ = [](int values) {
+    std::string text = R"({"x":")" + std::string(kMaxProfileValues, ',') + R"(","certs":["a")";
+    for (int i = 4; i < values; ++i) text += R"(,"a")";
+    return text + "]}";
+  };
   auto rows = tableIn("trust/profiles.txt");
-  rows.insert(rows.end(), {{kNotRead, ""}, {"[a]", nested(32)}, {kTooDeep, nested(33)}});
+  rows.insert(rows.end(),
+              {{kNotRead, ""},
+               {"[a]", nested(32)},
+               {kTooDeep, nested(33)},
+               {"[a]", long_(kMaxProfileValues)},
+               {kNotRead + "too many values, type: zarn::ProfileSizeError", long_(kMaxProfileValues + 1)}});
   for (const Lines& row : rows)
     EXPECT_THAT(outcomeOf([&] { return parseCertificateProfile(row[1]); }), StartsWith(row[0])) << row[1];
 }

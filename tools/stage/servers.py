@@ -15,6 +15,7 @@ end after two hours.
 import argparse
 import asyncio
 import contextlib
+import functools
 import importlib.util
 import json
 import os
@@ -24,6 +25,7 @@ import ssl
 import subprocess
 import sys
 import time
+import warnings
 
 PROFILE_PATH = "/api/zmscert/profile"
 HOST = "127-0-0-1.anything.zarn.direct"
@@ -38,21 +40,77 @@ def openssl(*arguments):
     subprocess.run(["openssl", *arguments], check=True, stdin=subprocess.DEVNULL, capture_output=True)
 
 
+CA_CONFIGURATION = """
+[ca]
+default_ca=d
+[d]
+database={database}/index.txt
+new_certs_dir={database}
+rand_serial=yes
+policy=p
+default_md=sha256
+unique_subject=no
+email_in_dn=no
+copy_extensions=copy
+[p]
+commonName=supplied
+"""
+
+
 def make_ca(directory, name):
     base = os.path.join(directory, name)
     openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-days", "30",
             "-subj", f"/CN=Zarn test {name}", "-keyout", base + ".key", "-out", base + ".pem")
 
 
-def make_certificate(directory, name, ca, alternative_names):
-    base, ca = os.path.join(directory, name), os.path.join(directory, ca)
+def make_certificate(directory, name, ca, alternative_names, *, dates=(), extensions=()):
+    """Signed by the authority `ca`, or, without one, by itself."""
+    base = os.path.join(directory, name)
     openssl("req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-subj", f"/CN={name}",
-            "-addext", f"subjectAltName={alternative_names}", "-keyout", base + ".key", "-out", base + ".csr")
-    openssl("x509", "-req", "-in", base + ".csr", "-CA", ca + ".pem", "-CAkey", ca + ".key", "-CAcreateserial",
-            "-days", "30", "-copy_extensions", "copy", "-out", base + ".pem")
+            "-addext", f"subjectAltName={alternative_names}", "-keyout", base + ".key", "-out", base + ".csr",
+            *(part for extension in extensions for part in ("-addext", extension)))
+    signer, database = os.path.join(directory, ca or name), base + ".ca"
+    os.makedirs(database, exist_ok=True)
+    for file, text in (("index.txt", ""), ("ca.cnf", CA_CONFIGURATION.format(database=database))):
+        with open(os.path.join(database, file), "w", encoding="utf-8") as made:
+            made.write(text)
+    openssl("ca", "-batch", "-config", os.path.join(database, "ca.cnf"), "-in", base + ".csr", "-out", base + ".pem",
+            "-notext", "-keyfile", signer + ".key", *(("-cert", signer + ".pem") if ca else ("-selfsign",)),
+            *(dates or ("-days", "30")))
+    return context_for(base)
+
+
+def context_for(base):
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
     context.load_cert_chain(base + ".pem", base + ".key")
     return context
+
+
+def old_context(base, version):
+    """Speaks one old version of TLS and no other."""
+    context = context_for(base)
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", DeprecationWarning)
+        context.minimum_version = context.maximum_version = version
+    context.set_ciphers("ALL:@SECLEVEL=0")
+    return context
+
+
+def bad_contexts(directory):
+    """Servers that no client may take for the right one, by name."""
+    authority = ("basicConstraints=critical,CA:TRUE",)
+    make_certificate(directory, "intermediate", "ca", "DNS:authority.example", extensions=authority)
+    return {
+        "expired": make_certificate(directory, "expired", "ca", GOOD_NAMES,
+                                    dates=("-startdate", "20200101000000Z", "-enddate", "20210101000000Z")),
+        "not_yet_valid": make_certificate(directory, "not_yet_valid", "ca", GOOD_NAMES,
+                                          dates=("-startdate", "20480101000000Z", "-enddate", "20490101000000Z")),
+        "self_signed": make_certificate(directory, "self_signed", None, GOOD_NAMES),
+        # The intermediate certificate is not sent along.
+        "truncated_chain": make_certificate(directory, "truncated_chain", "intermediate", GOOD_NAMES),
+        "tls1_0": old_context(os.path.join(directory, "good"), ssl.TLSVersion.TLSv1),
+        "tls1_1": old_context(os.path.join(directory, "good"), ssl.TLSVersion.TLSv1_1),
+    }
 
 
 # ---- Servers that misbehave ------------------------------------------------------
@@ -157,15 +215,18 @@ async def serve(directory, profile, scenarios):
     contexts = {"good": make_certificate(directory, "good", "ca", GOOD_NAMES),
                 "other_ca": make_certificate(directory, "other", "other_ca", GOOD_NAMES),
                 "wrong_host": make_certificate(directory, "elsewhere", "ca", "DNS:elsewhere.example"),
-                "plain_http": None}
+                "plain_http": None} | (bad_contexts(directory) if scenarios else {})
     sockets = {name: listen() for name in ("good", "resume", *scenarios)}
     hosts = {name: f"{HOST}:{listener.getsockname()[1]}" for name, listener in sockets.items()}
     nginx = start_nginx(directory, profile, {name: sockets[name] for name in ("good", "resume")})
     try:
         note_process(directory, nginx.pid)
         for name, behave in scenarios.items():
-            await asyncio.start_server(connection_handler(behave, hosts), sock=sockets[name],
-                                       ssl=contexts.get(name, contexts["good"]))
+            if getattr(behave, "is_raw", False):  # answers connections, before any TLS
+                await asyncio.start_server(functools.partial(behave, hosts=hosts), sock=sockets[name])
+            else:
+                await asyncio.start_server(connection_handler(behave, hosts), sock=sockets[name],
+                                           ssl=contexts.get(name, contexts["good"]))
         trust = ssl.create_default_context(cafile=os.path.join(directory, "ca.pem"))
         await asyncio.wait_for(wait_for_answer(sockets["good"].getsockname()[1], trust), 20)
         facts = hosts | {"ca": os.path.join(directory, "ca.pem"),
