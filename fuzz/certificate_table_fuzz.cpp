@@ -9,6 +9,8 @@
 
 namespace {
 
+using zarn::fuzz::require;
+
 struct SparseFile {
   std::uint64_t size = 0;
   std::string held;
@@ -35,9 +37,7 @@ void requireSound(const SparseFile& file, const zarn::CertificateTable& table) {
   }
 }
 
-}  // namespace
-
-void judge(const std::string& text) {
+void judgeTable(const std::string& text) {
   SparseFile file;
   if (text.size() < sizeof(file.size)) return;
   std::memcpy(&file.size, text.data(), sizeof(file.size));
@@ -50,3 +50,7 @@ void judge(const std::string& text) {
       });
   if (table.isAcceptable()) requireSound(file, table);
 }
+
+const zarn::fuzz::Target kCertificateTable("certificate_table", judgeTable);
+
+}  // namespace

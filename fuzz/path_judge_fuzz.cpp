@@ -3,9 +3,16 @@
 #include <algorithm>
 
 #include "fuzz.h"
+#include "os/text.h"
 #include "util/path_judge.h"
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 namespace {
+
+using zarn::fuzz::require;
 
 /// As plainly as it can be said, whatever the judge does.
 bool isDevice(std::string component) {
@@ -33,9 +40,24 @@ void checkLocalFolder(std::string path) {
   }
 }
 
-}  // namespace
+#ifdef _WIN32
+/// The system takes the path for no device and for the folder that we take it for.
+void askTheSystem(const std::string& path, const std::string& resolved) {
+  using IsDevice = ULONG(WINAPI*)(PCWSTR);
+  static const auto isDeviceHere = reinterpret_cast<IsDevice>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll"), "RtlIsDosDeviceName_U")));
+  const auto wide = zarn::os::wideFromUtf8(path), wanted = zarn::os::wideFromUtf8(resolved.substr(4));
+  if (!wide || !wanted || path[1] != ':') return;
+  std::wstring full(2 * wide->size() + 8, L'\0');
+  full.resize(GetFullPathNameW(wide->c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
+  while (full.size() > 3 && full.ends_with(L'\\')) full.pop_back();
+  require(full == *wanted && isDeviceHere(wide->c_str()) == 0);
+}
+#else
+void askTheSystem(const std::string& /*path*/, const std::string& /*resolved*/) {}
+#endif
 
-void judge(const std::string& path) {
+void judgePathJudge(const std::string& path) {
   std::string exchanged = path;
   for (char& c : exchanged) c = c == '/' ? '\\' : c == '\\' ? '/' : c;
   const zarn::PathKind kind = zarn::judgePath(path);
@@ -44,4 +66,9 @@ void judge(const std::string& path) {
   checkLocalFolder(path);
   const std::string resolved = zarn::resolveDots(path);
   require(zarn::judgePath(resolved) == kind && zarn::resolveDots(resolved) == resolved);
+  askTheSystem(path, resolved);
 }
+
+const zarn::fuzz::Target kPathJudge("path_judge", judgePathJudge);
+
+}  // namespace

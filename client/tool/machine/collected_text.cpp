@@ -14,31 +14,42 @@ namespace {
 
 constexpr std::string_view kUtf16Mark = "\xff\xfe";
 
+/// A line with its secrets masked, and as it was. Where a mask lies over the beginning of an
+/// address, only the latter shows that a password follows.
+struct Line {
+  std::string shown;
+  std::string original;
+
+  void mask(std::size_t at, std::size_t length) {
+    for (std::string* const text : {&shown, &original}) text->replace(at, length, "***");
+  }
+};
+
 /// Names and passwords in the addresses of a line. Where an address ends is not known when a
 /// password has signs of its own, so all up to the last "@" before a blank is one.
-void maskSignIns(std::string& line) {
+void maskSignIns(Line& line) {
   constexpr std::string_view separator = "://";
-  constexpr std::string_view mask = "***";
-  for (std::size_t at = 0; (at = line.find(separator, at)) != std::string::npos;) {
+  const std::string& text = line.original;
+  for (std::size_t at = 0; (at = text.find(separator, at)) != std::string::npos;) {
     at += separator.size();
-    const std::size_t end = std::min(line.find_first_of(" \t\"'<>", at), line.size());
-    const std::size_t sign = std::string_view(line).substr(0, end).rfind('@');
-    if (sign != std::string::npos && sign >= at) line.replace(at, sign - at, mask);
+    const std::size_t end = std::min(text.find_first_of(" \t\"'<>", at), text.size());
+    const std::size_t sign = std::string_view(text).substr(0, end).rfind('@');
+    if (sign != std::string::npos && sign >= at) line.mask(at, sign - at);
   }
 }
 
 /// The same where an address has no scheme: a colon that begins no path, and "@" behind it.
-void maskSignInsWithoutScheme(std::string& line) {
+void maskSignInsWithoutScheme(Line& line) {
   constexpr std::string_view ends = " \t\"'<>=,;()";
-  constexpr std::string_view mask = "***";
-  for (std::size_t at = 0; (at = line.find_first_not_of(ends, at)) != std::string::npos;) {
-    const std::size_t end = std::min(line.find_first_of(ends, at), line.size());
-    const std::string_view word = std::string_view(line).substr(at, end - at);
+  const std::string& text = line.original;
+  for (std::size_t at = 0; (at = text.find_first_not_of(ends, at)) != std::string::npos;) {
+    const std::size_t end = std::min(text.find_first_of(ends, at), text.size());
+    const std::string_view word = std::string_view(text).substr(at, end - at);
     const std::size_t colon = word.find(':'), sign = word.rfind('@');
     const bool isSignIn =
         sign != std::string_view::npos && colon < sign && word[colon + 1] != '/' && word[colon + 1] != '\\';
     if (isSignIn) {
-      line.replace(at, sign, mask);  // after which the word is none any more
+      line.mask(at, sign);  // after which the word is none any more
     } else {
       at = end;
     }
@@ -59,11 +70,11 @@ std::string masked(std::string_view text) {
   result.reserve(text.size());
   while (!text.empty()) {
     const std::size_t end = std::min(text.find('\n'), text.size());
-    std::string line(text.substr(0, end));
-    scrubTokens(line, false);
+    Line line{std::string(text.substr(0, end)), std::string(text.substr(0, end))};
+    scrubTokens(line.shown, false);  // which leaves everything at its place
     maskSignIns(line);
     maskSignInsWithoutScheme(line);
-    result += line;
+    result += line.shown;
     if (end < text.size()) result += '\n';
     text.remove_prefix(std::min(end + 1, text.size()));
   }
