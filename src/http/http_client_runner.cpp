@@ -33,10 +33,10 @@ constexpr std::size_t kPoolMaxThreads = 8;
 // The runner's thread and the pool's, where easy handles are cleaned up, use the
 // share handle at the same time.
 void lockShare(CURL* /*handle*/, curl_lock_data data, curl_lock_access /*access*/, void* locks) noexcept {
-  (*static_cast<std::array<std::mutex, CURL_LOCK_DATA_LAST>*>(locks))[data].lock();
+  (*static_cast<std::array<os::Lock, CURL_LOCK_DATA_LAST>*>(locks))[data].lock();
 }
 void unlockShare(CURL* /*handle*/, curl_lock_data data, void* locks) noexcept {
-  (*static_cast<std::array<std::mutex, CURL_LOCK_DATA_LAST>*>(locks))[data].unlock();
+  (*static_cast<std::array<os::Lock, CURL_LOCK_DATA_LAST>*>(locks))[data].unlock();
 }
 
 template <typename Handle>
@@ -64,9 +64,6 @@ HttpClientRunner& HttpClientRunner::instance() {
 
 HttpClientRunner::HttpClientRunner(std::size_t maxPending, Idle /*threadNotStarted*/)
     : maxPending_(maxPending) {
-  // The compiler's run-time on Windows gives a mutex its memory when it is first
-  // locked, and libcurl, which locks these, knows no failure.
-  for (std::mutex& lock : shareLocks_) const std::lock_guard<std::mutex> guard(lock);
   initializeCurl();
   multi_ = required(MultiHandle(curl_multi_init()));
   // libcurl makes a handle without what it is woken by, too. Requests would wait for a poll's end.

@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <unordered_map>
 
@@ -40,8 +39,8 @@ class HttpClientRunner {
   ~HttpClientRunner();
 
   /// Queues a prepared context and wakes the thread. Throws std::length_error
-  /// ("list too long") when the queue is full, std::system_error when its mutex fails,
-  /// CURLException when the thread cannot be woken; the context is not queued then.
+  /// ("list too long") when the queue is full, CURLException when the thread cannot be
+  /// woken; the context is not queued then.
   void submit(std::shared_ptr<HttpContext> ctx);
 
  private:
@@ -49,7 +48,7 @@ class HttpClientRunner {
   HttpClientRunner(std::size_t maxPending, Idle);
 
   using Holder = std::shared_ptr<HttpContext>;
-  using ShareLocks = std::array<std::mutex, CURL_LOCK_DATA_LAST>;
+  using ShareLocks = std::array<os::Lock, CURL_LOCK_DATA_LAST>;
 
   /// The failure has its place from the beginning: memory for it might not be had later.
   struct Pending {

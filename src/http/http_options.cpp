@@ -218,6 +218,8 @@ void setLimitsAndTls(const Options& options, const Context& ctx) {
     options.set(ZARN_OPTION(CURLOPT_SSL_VERIFYHOST, 0));
   }
   options.set(ZARN_OPTION(CURLOPT_SSL_CTX_FUNCTION, SSLCTXCallback));
+  constexpr long shortestLife = 1;  // seconds; 0 would leave the kept ones for the request after this
+  if (mayAuthoritiesBeDamaged()) options.set(ZARN_OPTION(CURLOPT_CA_CACHE_TIMEOUT, shortestLife));
 }
 
 Url parse(std::string_view url) {

@@ -275,6 +275,7 @@ CURLcode SSLCTXCallback(CURL* /*handle*/, void* tlsContext, void* /*unused*/) no
 }
 
 void completeTransfer(const std::shared_ptr<HttpContext>& ctx, CURLcode result) {
+  noteOutcome(result);
   try {
     finishTransfer(*ctx, result);
   } catch (...) {

@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <optional>
 
@@ -19,10 +18,6 @@ namespace zarn {
 /// All operations may be called from any thread.
 class IdleWorkers {
  public:
-  /// The compiler's run-time on Windows gives a mutex its memory when it is first locked,
-  /// and a worker that cannot have it could tell nobody: here the pool's maker can.
-  IdleWorkers() { const MutexLock lock(mutex_); }
-
   // By whoever posts a task: the first before it is put into the queue, and then one of the
   // others.
 
@@ -52,7 +47,7 @@ class IdleWorkers {
   /// A woken worker is on its way. Set by whoever wakes it, cleared by the worker itself.
   std::atomic<bool> isOneOnItsWay_{false};
   Mutex mutex_;
-  std::condition_variable wake_;
+  os::Condition wake_;
   bool isWoken_ ZARN_GUARDED_BY(mutex_) = false;  ///< taken by the first sleeper that sees it
   bool isClosed_ ZARN_GUARDED_BY(mutex_) = false;
 };

@@ -64,4 +64,11 @@ using CurlText = std::unique_ptr<char, CurlTextDeleter>;
 /// ask for them. Throws CURLException when libcurl cannot start.
 void initializeCurl();
 
+// libcurl keeps the authorities that it has read for a day. One that memory was short for while it
+// was read stays there without its key, and no request would succeed any more. So after one that
+// failed they are read anew.
+
+void noteOutcome(CURLcode outcome) noexcept;
+[[nodiscard]] bool mayAuthoritiesBeDamaged() noexcept;
+
 }  // namespace zarn

@@ -10,7 +10,6 @@
 // called from any thread.
 #pragma once
 
-#include <condition_variable>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -52,11 +51,7 @@ class Promise : public std::enable_shared_from_this<Promise<T>> {
 
   [[nodiscard]] static std::shared_ptr<Promise> Create() { return std::make_shared<Promise>(Key()); }
 
-  explicit Promise(Key /*createdByCreateOnly*/) {
-    // The compiler's run-time on Windows gives a mutex its memory when it is first
-    // locked: better now than when the promise is to be settled.
-    const MutexLock lock(mutex_);
-  }
+  explicit Promise(Key /*createdByCreateOnly*/) {}
   Promise(const Promise&) = delete;
   Promise& operator=(const Promise&) = delete;
   ~Promise() noexcept;
@@ -132,7 +127,7 @@ class Promise : public std::enable_shared_from_this<Promise<T>> {
 
   std::vector<Continuation> continuations_ ZARN_GUARDED_BY(mutex_);  ///< while unsettled
   Mutex mutex_;
-  std::condition_variable condition_;  ///< signalled once, to all who wait
+  os::Condition condition_;  ///< signalled once, to all who wait
   std::optional<T> value_ ZARN_GUARDED_BY(mutex_);
   bool resolved_ ZARN_GUARDED_BY(mutex_) = false;
   std::exception_ptr exception_ ZARN_GUARDED_BY(mutex_);

@@ -25,8 +25,6 @@ inline constexpr std::chrono::milliseconds kNoLimit = std::chrono::milliseconds:
 /// How long the end of the process waits for the last lines, and then for the writer.
 inline constexpr std::chrono::seconds kLastLinesLimit{5};
 
-inline constexpr std::chrono::seconds kTryAgain{5};
-
 /// How long the logger waits for a disk that may stand still, and how large its files become.
 struct LogLimits {
   std::chrono::milliseconds file = kLogFileLimit;         ///< for one line, or one rotation

@@ -2,7 +2,6 @@
 // may be slow: whoever reports waits for nothing but a short lock.
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <optional>
@@ -70,8 +69,8 @@ class EventReporter final : public EventSink {
 
   EventWriter& writer_;
   Mutex mutex_;  ///< never held while anything is written
-  std::condition_variable work_;
-  std::condition_variable drained_;
+  os::Condition work_;
+  os::Condition drained_;
   EventRates rates_ ZARN_GUARDED_BY(mutex_);
   std::deque<Event> waiting_ ZARN_GUARDED_BY(mutex_);
   std::thread thread_ ZARN_GUARDED_BY(mutex_);

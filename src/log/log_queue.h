@@ -13,7 +13,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -90,8 +89,8 @@ class LogQueue {
   void answerFlushes(std::uint64_t upTo) ZARN_REQUIRES(mutex_);
 
   Mutex mutex_;
-  std::condition_variable work_;     ///< an item came, somebody flushes, or stopping
-  std::condition_variable drained_;  ///< flushes were answered, or the writer finished
+  os::Condition work_;     ///< an item came, somebody flushes, or stopping
+  os::Condition drained_;  ///< flushes were answered, or the writer finished
   Batch waiting_ ZARN_GUARDED_BY(mutex_);
   std::size_t takenBytes_ ZARN_GUARDED_BY(mutex_) = 0;  ///< of the batch that is being written
   bool writerSleeps_ ZARN_GUARDED_BY(mutex_) = false;   ///< nobody has woken it yet

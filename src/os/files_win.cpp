@@ -70,7 +70,8 @@ Result<std::string> shellFolder(int folder, BOOL create) {
 
 bool isOnNetworkDrive(const std::string& path) {
   const std::string root = path.substr(kDriveAt, 2) + '\\';
-  return GetDriveTypeA(root.c_str()) == DRIVE_REMOTE;
+  const UINT type = GetDriveTypeA(root.c_str());
+  return type == DRIVE_REMOTE || type == DRIVE_UNKNOWN;  // which also says that it could not be found out
 }
 
 Result<std::string> realPath(const std::string& path) {

@@ -72,7 +72,7 @@ struct BoundedListener::State {
   const ListenerCalls calls;
   const milliseconds waitLimit;
   Mutex mutex;
-  std::condition_variable changed;
+  os::Condition changed;
   Answers answers ZARN_GUARDED_BY(mutex);
 };
 

@@ -96,7 +96,8 @@ bool isOnThisMachine(const std::wstring& path) {
   if (judgePath(text) != PathKind::LocalFolder) return false;
   // Behind "\\?\", in whichever slashes the path came.
   const std::wstring drive = {static_cast<wchar_t>(resolveDots(text)[4]), L':', L'\\'};
-  return GetDriveTypeW(drive.c_str()) != DRIVE_REMOTE;
+  const UINT type = GetDriveTypeW(drive.c_str());
+  return type != DRIVE_REMOTE && type != DRIVE_UNKNOWN;  // which also says that it could not be found out
 }
 
 Result<FileHandle> openDiskFile(const std::wstring& path) {

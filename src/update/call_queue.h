@@ -9,7 +9,6 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -86,7 +85,7 @@ class CallQueue {
     IsGone isGone;
     bool isSettled = false;
     Refusal refusal = Refusal::None;
-    std::condition_variable settled{};
+    os::Condition settled{};
   };
   using Waiters = std::list<Waiter*>;
 
@@ -112,7 +111,7 @@ class CallQueue {
 
   const Limits limits_;
   mutable Mutex mutex_;
-  std::condition_variable idle_;
+  os::Condition idle_;
   Waiters waiters_ ZARN_GUARDED_BY(mutex_);  ///< oldest first
   std::map<std::string, Share> shares_ ZARN_GUARDED_BY(mutex_);
   std::size_t running_ ZARN_GUARDED_BY(mutex_) = 0;

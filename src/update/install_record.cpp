@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <ctime>
+#include <initializer_list>
 #include <nlohmann/json.hpp>
+#include <type_traits>
 #include <utility>
 
 #include "update/json_fields.h"
@@ -15,13 +17,61 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+// Lines are put together as texts: an object of the library needs memory to be destroyed, and
+// ends the process when there is none.
+
+std::string textOf(const std::string& text) {
+  return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+std::string textOf(bool value) {
+  return value ? "true" : "false";
+}
+template <typename Number>
+std::string textOf(Number number) requires std::is_integral_v<Number> {
+  return std::to_string(number);
+}
 template <typename T>
-Json orNull(const std::optional<T>& value) {
-  return value ? Json(*value) : Json(nullptr);
+std::string textOf(const std::optional<T>& value) {
+  return value ? textOf(*value) : "null";
+}
+std::string textOrNull(const std::string& text) {
+  return text.empty() ? "null" : textOf(text);
 }
 
-Json orNull(const std::string& text) {
-  return text.empty() ? Json(nullptr) : Json(text);
+/// An object of texts that are JSON already.
+std::string objectText(std::initializer_list<std::pair<const char*, std::string>> members) {
+  std::string result;
+  for (const auto& [name, value] : members)
+    result += fmt::format("{}\"{}\":{}", result.empty() ? "" : ",", name, value);
+  return "{" + result + "}";
+}
+
+std::string textOf(const CheckRecord& check) {
+  return objectText(
+      {{"name", textOf(check.name)}, {"verdict", textOf(check.verdict)}, {"detail", textOf(check.detail)}});
+}
+
+/// Every key with all of its text.
+std::string textOf(const InstallRecord& record) {
+  std::string checks;
+  for (const CheckRecord& check : record.checks) checks += (checks.empty() ? "" : ",") + textOf(check);
+  return objectText({{"time", textOf(record.time)},
+                     {"caller", objectText({{"sid", textOrNull(record.caller.sid)},
+                                            {"processId", textOf(record.caller.processId)},
+                                            {"image", textOrNull(record.caller.image)}})},
+                     {"path", textOf(record.path)},
+                     {"size", textOf(record.size)},
+                     {"sha256", textOf(record.sha256)},
+                     {"signerDigest", textOf(record.signerDigest)},
+                     {"signerSubject", textOf(record.signerSubject)},
+                     {"checks", "[" + checks + "]"},
+                     {"reason", textOrNull(record.reason)},
+                     {"status", textOf(numberOf(record.status))},
+                     {"exitCode", textOf(record.exitCode)},
+                     {"installerStarted", textOf(record.installerStarted)},
+                     {"durationMs", textOf(record.durationMilliseconds)},
+                     {"product", textOf(record.product)},
+                     {"productVersion", textOf(record.productVersion)}});
 }
 
 std::optional<bool> flagAt(const Json& object, const char* key) {
@@ -72,27 +122,7 @@ std::string isoTime(std::chrono::system_clock::time_point time) {
 }
 
 Json toJson(const InstallRecord& record) {
-  Json checks = Json::array();
-  for (const auto& [name, verdict, detail] : record.checks)
-    checks.push_back({{"name", name}, {"verdict", verdict}, {"detail", detail}});
-  return {{"time", record.time},
-          {"caller",
-           {{"sid", orNull(record.caller.sid)},
-            {"processId", orNull(record.caller.processId)},
-            {"image", orNull(record.caller.image)}}},
-          {"path", record.path},
-          {"size", orNull(record.size)},
-          {"sha256", record.sha256},
-          {"signerDigest", record.signerDigest},
-          {"signerSubject", record.signerSubject},
-          {"checks", std::move(checks)},
-          {"reason", orNull(record.reason)},
-          {"status", numberOf(record.status)},
-          {"exitCode", orNull(record.exitCode)},
-          {"installerStarted", orNull(record.installerStarted)},
-          {"durationMs", orNull(record.durationMilliseconds)},
-          {"product", record.product},
-          {"productVersion", record.productVersion}};
+  return Json::parse(textOf(record));
 }
 
 std::string recordLine(const InstallRecord& record) {
@@ -105,14 +135,14 @@ std::string recordLine(const InstallRecord& record) {
                                   &shortened.product, &shortened.productVersion}) {
     cut(*text);
   }
-  return toJson(shortened).dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  return textOf(shortened) + "\n";
 }
 
 std::string installingText(const InstallRecord& record, std::uint32_t processId) {
-  const Json object = {{"since", record.time},
-                       {"processId", processId},
-                       {"path", printable(cutText(record.path, kLongestRecordedText))}};
-  return object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  return objectText({{"since", textOf(record.time)},
+                     {"processId", textOf(processId)},
+                     {"path", textOf(printable(cutText(record.path, kLongestRecordedText)))}}) +
+         "\n";
 }
 
 std::optional<InstallRecord> parseRecord(std::string_view line) {

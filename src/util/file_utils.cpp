@@ -7,11 +7,11 @@
 #include <boost/system/error_code.hpp>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <utility>
 #include <vector>
 
 #include "os/error_text.h"
-#include "os/process.h"
 #include "util/events.h"
 #include "util/io_deadline.h"
 #include "util/logging.h"
@@ -19,6 +19,7 @@
 #include "util/path_judge.h"
 #include "util/printable.h"
 #include "util/product_names.h"
+#include "util/remembered.h"
 
 namespace zarn::FileUtils {
 namespace {
@@ -292,7 +293,8 @@ namespace {
 
 /// Without it there is no place for a log, so that nobody can be told but by the end.
 std::string userApplicationDataFolder() {
-  auto folder = os::userDataFolder();
+  static Remembered& known = *std::make_unique<Remembered>().release();
+  auto folder = known.orLast(os::userDataFolder());
   if (!folder) logFatal("SHGetSpecialFolderPath(CSIDL_LOCAL_APPDATA) failed: %d", folder.error().reported());
   return std::move(*folder);
 }
@@ -353,9 +355,7 @@ std::string databasesDirectory() {
 }
 
 std::string resourcesDirectory() {
-  const auto executable = os::executablePath();
-  if (!executable) logFatal("GetModuleFileNameW failed: %d", executable.error().reported());
-  return join(toUtf8(toPath(*executable).parent_path()), names::kResources.narrow);
+  return join(toUtf8(toPath(programPath()).parent_path()), names::kResources.narrow);
 }
 
 std::string certificateFileIn(std::string_view resources) {

@@ -1,7 +1,6 @@
 #include "util/io_deadline.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <memory>
 #include <vector>
 
@@ -81,7 +80,7 @@ class IoWatch {
   }
 
   Mutex mutex_;
-  std::condition_variable wake_;
+  os::Condition wake_;
   std::vector<IoDeadline*> armed_ ZARN_GUARDED_BY(mutex_);
   bool hasThread_ ZARN_GUARDED_BY(mutex_) = false;
   Clock::time_point wakesAt_ ZARN_GUARDED_BY(mutex_) = Clock::time_point::max();

@@ -2,10 +2,11 @@
 // ZARN_GUARDED_BY(mutex_) can only be touched where the compiler sees the lock.
 #pragma once
 
-#include <condition_variable>
 #include <mutex>
 #include <type_traits>
 #include <utility>
+
+#include "os/lock.h"
 
 #if defined(__clang__)
 #define ZARN_THREAD_ANNOTATION(x) __attribute__((x))
@@ -19,7 +20,7 @@
 
 namespace zarn {
 
-/// A standard mutex of type M with annotations. Errors are std::system_error.
+/// A lock of type M with annotations.
 template <typename M>
 class ZARN_THREAD_ANNOTATION(capability("mutex")) BasicMutex {
  public:
@@ -35,8 +36,8 @@ class ZARN_THREAD_ANNOTATION(capability("mutex")) BasicMutex {
   M mutex_;
 };
 
-using Mutex = BasicMutex<std::mutex>;
-using RecursiveMutex = BasicMutex<std::recursive_mutex>;
+using Mutex = BasicMutex<os::Lock>;
+using RecursiveMutex = BasicMutex<os::RecursiveLock>;
 
 /// Holds a mutex for a scope; may be released early, once.
 template <typename M>
@@ -50,11 +51,11 @@ class ZARN_THREAD_ANNOTATION(scoped_lockable) MutexLock {
   void unlock() ZARN_THREAD_ANNOTATION(release_capability()) { lock_.unlock(); }
 
   /// Sleeps until notified or woken spuriously; the caller loops over its condition.
-  void wait(std::condition_variable& condition) { condition.wait(lock_); }
+  void wait(os::Condition& condition) { condition.wait(lock_); }
 
   template <typename Duration>
-  std::cv_status waitFor(std::condition_variable& condition, Duration duration) {
-    return condition.wait_for(lock_, duration);
+  void waitFor(os::Condition& condition, Duration duration) {
+    condition.wait_for(lock_, duration);
   }
 
  private:

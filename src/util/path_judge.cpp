@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <boost/filesystem/operations.hpp>
+#include <memory>
+#include <utility>
 
 #include "os/files.h"
 #include "os/process.h"
@@ -10,6 +12,7 @@
 #include "util/io_deadline.h"
 #include "util/logging.h"
 #include "util/product_names.h"
+#include "util/remembered.h"
 #include "util/string_utils.h"
 
 namespace zarn {
@@ -235,10 +238,15 @@ std::vector<std::string> ownFoldersOf(const std::string& program) {
   return result;
 }
 
-std::vector<std::string> ownFolders() {
-  const auto program = os::executablePath();
+std::string programPath() {
+  static Remembered& known = *std::make_unique<Remembered>().release();
+  auto program = known.orLast(os::executablePath());
   if (!program) logFatal("GetModuleFileNameW failed: %d", program.error().reported());
-  return ownFoldersOf(*program);
+  return std::move(*program);
+}
+
+std::vector<std::string> ownFolders() {
+  return ownFoldersOf(programPath());
 }
 
 }  // namespace zarn

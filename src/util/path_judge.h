@@ -48,6 +48,9 @@ enum class PathKind : std::uint8_t {
 [[nodiscard]] std::vector<std::string> ownFoldersOf(const std::string& program);
 [[nodiscard]] std::vector<std::string> ownFolders();
 
+/// Full path of the running program. One that was never found out ends the process (logFatal).
+[[nodiscard]] std::string programPath();
+
 /// Whether a folder's real path (of a handle) is one of `folders` or below one.
 [[nodiscard]] bool liesIn(std::string_view realPath, const std::vector<std::string>& folders);
 

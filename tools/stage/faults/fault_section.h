@@ -83,6 +83,7 @@ struct Site {
 struct Section {
   std::uint32_t version;
   std::atomic<std::uint32_t> isAttached;  ///< processes that have found this section
+  std::atomic<std::uint32_t> processId;   ///< of the last one
   std::atomic<Mode> mode;
   std::atomic<std::uint32_t> kinds;
   std::atomic<std::int32_t> function;

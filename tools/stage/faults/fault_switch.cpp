@@ -407,6 +407,7 @@ void attach() noexcept {
   if (VirtualProtect(inImage<void>(slots.VirtualAddress), slots.Size, PAGE_READWRITE, &before) == FALSE)
     return;
   changeImports(headers.OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT]);
+  section->processId = GetCurrentProcessId();
   ++section->isAttached;
 }
 
