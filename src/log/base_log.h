@@ -24,14 +24,15 @@ class NetworkLog;
 inline constexpr std::chrono::milliseconds kNoLimit = std::chrono::milliseconds::max();
 /// How long the end of the process waits for the last lines, and then for the writer.
 inline constexpr std::chrono::seconds kLastLinesLimit{5};
+/// How long a log without a file waits before it tries again to begin one.
+inline constexpr std::chrono::seconds kTryAgain{5};
 
 /// How long the logger waits for a disk that may stand still, and how large its files become.
 struct LogLimits {
   std::chrono::milliseconds file = kLogFileLimit;         ///< for one line, or one rotation
   std::chrono::milliseconds lastLines = kLastLinesLimit;  ///< before a fatal error ends the process
-  /// A log without a file tries again to begin one with the first line after so long.
-  std::chrono::milliseconds again = kTryAgain;
-  std::uint64_t fileBytes = kMaximumLogFileBytes;  ///< a file that has so many is rotated
+  std::chrono::milliseconds again = kTryAgain;            ///< from one try to begin a file to the next
+  std::uint64_t fileBytes = kMaximumLogFileBytes;         ///< a file that has so many is rotated
 };
 
 /// Before start(), and while synchronous, a line is written by the thread that
