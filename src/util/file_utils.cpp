@@ -150,6 +150,22 @@ std::string join(std::string_view directory, std::string_view name) {
   return reduced;
 }
 
+namespace {
+
+/// The error of what throws for one. The library's functions that answer an error instead end
+/// the process where those throw for lack of memory.
+template <typename Work>
+error_code errorOf(const Work& work) {
+  try {
+    work();
+    return {};
+  } catch (const fs::filesystem_error& failure) {
+    return failure.code();
+  }
+}
+
+}  // namespace
+
 bool copyFile(std::string_view from, std::string_view to) {
   error_code error;
   fs::copy_file(toPath(from), toPath(to), error);
@@ -160,8 +176,7 @@ bool copyFile(std::string_view from, std::string_view to) {
 }
 
 bool copyDirectoryRecursively(std::string_view from, std::string_view to) {
-  error_code error;
-  fs::copy(toPath(from), toPath(to), fs::copy_options::recursive, error);
+  const error_code error = errorOf([&] { fs::copy(toPath(from), toPath(to), fs::copy_options::recursive); });
   if (!error) return true;
   logLine(LogLevel::Error, "Error copying directory recursively: %s", systemErrorPhrase(error));
   return false;
@@ -175,7 +190,7 @@ bool moveAcrossVolumes(std::string_view from, std::string_view to) {
   const fs::path source = toPath(from);
   if (fs::is_directory(source, error)) {
     if (!copyDirectoryRecursively(from, to)) return false;
-    fs::remove_all(source, error);
+    error = errorOf([&] { fs::remove_all(source); });
     if (!error) return true;
     logLine(LogLevel::Error, "Couldn't delete the file %s: %s", printable(from), systemErrorPhrase(error));
     return false;
@@ -214,15 +229,10 @@ bool deleteFile(std::string_view path, bool quiet) {
 }
 
 bool createDirectories(std::string_view path) {
-  // The form that throws: the other one ends the process when memory runs out.
-  try {
-    fs::create_directories(toPath(path));
-    return true;
-  } catch (const fs::filesystem_error& failure) {
-    logLine(LogLevel::Error, "Error creating directory %s: %s", printable(path),
-            systemErrorPhrase(failure.code()));
-    return false;
-  }
+  const error_code error = errorOf([&] { fs::create_directories(toPath(path)); });
+  if (!error) return true;
+  logLine(LogLevel::Error, "Error creating directory %s: %s", printable(path), systemErrorPhrase(error));
+  return false;
 }
 
 bool exists(std::string_view path) noexcept {

@@ -4,6 +4,7 @@ import argparse
 import hashlib
 import os
 import pathlib
+import shutil
 import signal
 import socket
 import subprocess
@@ -39,6 +40,7 @@ def main():
     parser.add_argument("--work", type=pathlib.Path, required=True)
     parser.add_argument("--programs", type=pathlib.Path, help="folder with the stand-in installers")
     parser.add_argument("--dist", type=pathlib.Path, help="the shippable tree")
+    parser.add_argument("--service", type=pathlib.Path, help="another program in the service's place")
     options = parser.parse_args()
     options.work = options.work.resolve()
 
@@ -64,6 +66,8 @@ def main():
                   "ZARN_MEDIA_SERVER_SYSLOG_MINUTES": "600",
                   "ZARN_MEDIA_SERVER_DEFAULT_PREFERENCES": "ZarnOnlineUsername=operator"})
     machine.lay_out(options.dist, servers["ca"])
+    if options.service:
+        shutil.copy(options.service, machine.path(stage.INSTALL_DIR) / "ZarnUpdateService.exe")
     machine.wine(options.programs / "trust_root.exe", machine.windows(publisher.root.with_suffix(".der")),
                  machine.windows(publisher.sha1_root.with_suffix(".der")))
     machine.wine("sc", "create", stage.SERVICE, "binPath=", f'"{stage.INSTALL_DIR}\\ZarnUpdateService.exe"')
