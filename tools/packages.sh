@@ -12,7 +12,7 @@ packages_native=(
   libcurl4-openssl-dev libssl-dev libfmt-dev zlib1g-dev libgtest-dev
 )
 packages_package=(wixl msitools python3)
-packages_wine=(clang wine64 nginx-light openssl osslsigncode rsyslog python3 libxml2-utils)
+packages_wine=(clang wine64 nginx-light openssl osslsigncode rsyslog strace python3 libxml2-utils)
 packages_bench=(libspdlog-dev libgoogle-glog-dev libboost-log1.81-dev libhyperscan-dev strace python3)
 packages_lint=(clang-format clang-tidy shellcheck flake8)
 

@@ -34,6 +34,7 @@ TOOL = FOLDER + r"\zarn-update.exe"
 TEMP = r"C:\windows\ZarnUpdateTemp"
 HOST = "ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST"
 CHOSEN = r"CABUNDLE=C:\ca.pem"
+LONG = "ZARN_LONG" in os.environ
 
 
 class PackageTest(unittest.TestCase):
@@ -307,6 +308,68 @@ class PackageTest(unittest.TestCase):
         self.machine.wine("reg", "delete", *major, "/f")
         refuse("LaunchConditions", self.shipped)
         self.machine.wine("reg", "add", *major, "/t", "REG_DWORD", "/d", "10")
+
+    def killed(self, line, verb, package, *properties):
+        """The package's run is ended from outside when its log has so many lines."""
+        log = self.at(r"C:\install.log")
+        log.unlink(missing_ok=True)
+        run = self.in_background("msiexec", verb, self.machine.windows(package), "/qn", "/l*v", r"C:\install.log",
+                                 *properties)
+        while run.poll() is None and (not log.exists() or log.read_bytes().count(b"\n") < line):
+            pass
+        run.kill()
+        run.wait()
+
+    def test_killed_anywhere_it_is_made_up_for_by_the_next_run(self):
+        settings = {"AccountHost": "first.example", "CaBundle": r"C:\ca.pem", "Proxy": ""}
+        chosen = CHOSEN, "ACCOUNTHOST=first.example"
+
+        def goes_on(package):
+            self.assert_installs(package, *(() if self.settings() == settings else chosen))
+            self.assertEqual((self.settings(), self.version(), self.is_running()),
+                             (settings, package.stem.split("-")[1], True))
+            self.assertEqual(self.state()[:2], expected[package])
+            self.assertTrue(self.accepts("approved.exe"))
+
+        expected, runs = {}, 0
+        for package in (self.shipped, self.newer):
+            self.have_nothing()
+            self.assert_installs(package, *chosen)
+            expected[package] = self.state()[:2]
+        steps = (("/i", self.shipped, self.have_nothing, chosen),
+                 ("/i", self.newer, self.have_first, ()), ("/x", self.shipped, self.have_first, ()))
+        for verb, package, prepare, properties in steps:
+            prepare()
+            self.assertTrue(self.msiexec(verb, package, *properties))
+            actions = [number for number, line in enumerate(self.said.splitlines()) if line.startswith("Action start")]
+            for line in actions if LONG else actions[len(actions) // 2::len(actions)]:
+                with self.subTest(verb, package=package.name, line=line):
+                    prepare()
+                    self.killed(line, verb, package, *properties)
+                    before = self.settings()
+                    self.assertIn(before, ({}, settings), "old or new")
+                    if verb == "/x":
+                        # Wine forgets a product before it removes its files, and takes nothing back.
+                        if not self.msiexec(verb, package) or self.at(FOLDER).exists():
+                            goes_on(package)
+                            self.assertTrue(self.msiexec(verb, package), self.said)
+                        self.assert_nothing_installed()
+                    else:
+                        goes_on(package)
+                    runs += 1
+        for size in range(0, 7 << 20, 1 << 16) if LONG else (1 << 18, 4 << 20):
+            with self.subTest("upgrade on a full disk", size=size):
+                self.have_first()
+                self.assertFalse(self.msiexec("/i", self.newer, before=lambda most=size: resource.setrlimit(
+                    resource.RLIMIT_FSIZE, (most, most))))
+                self.assertIn(self.settings(), ({}, settings))
+                goes_on(self.newer)
+                runs += 1
+        print(f"package | killed | {runs} runs, at actions of install, upgrade and removal, full disks")
+
+    def have_first(self):
+        self.have_nothing()
+        self.assert_installs(self.shipped, CHOSEN, "ACCOUNTHOST=first.example")
 
     def rows(self, table):
         text = stage.run("msiinfo", "export", self.shipped, table)

@@ -91,7 +91,7 @@ void sweep(const std::string& name, std::int64_t most, std::int64_t inARow) {
         ::alarm(60);
         ++outcomes[once<Scenario>(plan, report)];
         ++runs;
-        EXPECT_EQ(entriesOf("/proc/self/fd"), before);
+        EXPECT_LE(entriesOf("/proc/self/fd").size(), before.size()) << ::testing::PrintToString(before);
         if (::testing::Test::HasFailure()) return;
       }
     }

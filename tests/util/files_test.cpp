@@ -202,6 +202,15 @@ TEST_F(Files, AHeldFolderStaysWhereItIsAndIsNoPlaceOfOurOwn) {
   EXPECT_TRUE(follow(R"(C:\)")->exists("windows"));
   EXPECT_EQ(follow(R"(C:\)")->pathOf("x"), R"(\\?\C:\x)");
 }
+
+TEST_F(Files, AFileThatIsCreatedLastsOnlyWhenItIsSaidToBeComplete) {
+  for (const bool isComplete : {false, true}) {
+    auto file = hold().create("new");
+    EXPECT_TRUE(file && (!isComplete || os::keepFile(**file)));
+    file->reset();
+    EXPECT_EQ(hold().exists("new"), isComplete);
+  }
+}
 #else
 // A FIFO that nobody opens stands for everything that blocks an open for ever.
 TEST(IoDeadline, EndsWhatBlocksAndNothingAfterItIsDisarmed) {
