@@ -525,8 +525,8 @@ class Soak:
         grown = {key: last[key] - first[key] for key in last}
         bare = self.bare_growth(min(max(grown["verified"], 40), 2000))
         grown["own KiB"] = round(grown["kib"] - bare * grown["verified"])
-        self.say(f"long life, last third beside the middle one: {grown}; Wine's own {bare:.1f} KiB a check, taken off in "
-                 f"\"own KiB\"; at the end {last}")
+        self.say(f"long life, last third beside the middle one: {grown}; Wine's own {bare:.1f} KiB a check, taken off "
+                 f"in \"own KiB\"; at the end {last}")
         too_much = [key for key, most in FLAT.items() if grown[key] > most]
         if too_much and self.options.hours:
             raise Failed(f"not flat: {too_much}")
