@@ -449,7 +449,7 @@ class Soak:
         self.faulted = True
         self.keeper.ask(f"refuse {what}")
         time.sleep(self.chance.uniform(0.2, 2))
-        self.keeper.ask("allow")
+        self.happened[f"calls that failed, {what}"] += int(self.keeper.ask("allow")[1])
 
     def pause(self, caller):
         caller.signal(signal.SIGSTOP)

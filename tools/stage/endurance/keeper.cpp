@@ -11,7 +11,7 @@
 // and, heard only by the staged service with the fault switch, each "done":
 //   refuse registry|FUNCTION
 //             every call of that kind, or of that function, fails from now on
-//   allow     none does any more
+//   allow     none does any more; "done N" with the number of those that did
 //   clock SECONDS
 //             so far off is the time of day from now on
 #include <windows.h>
@@ -118,6 +118,7 @@ class Keeper {
   std::string order(const std::string& command, std::istringstream& words) {
     if (command == "allow") {
       faults_.off();
+      return "done " + std::to_string(faults_.section().hits.load());
     } else if (command == "clock") {
       std::int64_t seconds = 0;
       words >> seconds;
