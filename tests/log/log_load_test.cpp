@@ -1,4 +1,4 @@
-// The log under load: 16 threads, small files, a collector. ZARN_LONG=1: a million lines of each thread.
+// The log under load: 16 threads, small files, a collector. ZARN_LONG=1: a million lines.
 #ifndef _WIN32
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -12,20 +12,25 @@
 #include "log/probe_log.h"
 #include "os/process.h"
 
-namespace {
-std::atomic<std::uint64_t> sent{0}, failed{0};
-}
+static std::atomic<std::uint64_t> sends{0}, failures{0};
 
-#ifndef _WIN32
+#ifdef _WIN32
+constexpr char kSocketTable[] = R"(Z:\proc\net\udp)";
+constexpr std::size_t kShortLines = 500;
+#else
+constexpr char kSocketTable[] = "/proc/net/udp";
+constexpr std::size_t kShortLines = 4000;
+
 // Every thousandth datagram fails, as it may when the system is short of memory.
+static bool fails() {
+  return ++sends % 1000 == 0 && ++failures != 0 && (errno = ENOBUFS) != 0;
+}
 extern "C" ssize_t sendmsg(int socket, const msghdr* message, int flags) {
-  if ((sent + failed) % 1000 == 999) return ++failed, errno = ENOBUFS, -1;
-  return ++sent, syscall(SYS_sendmsg, socket, message, flags);
+  return fails() ? -1 : syscall(SYS_sendmsg, socket, message, flags);
 }
 extern "C" ssize_t sendto(int socket, const void* data, std::size_t size, int flags, const sockaddr* to,
                           socklen_t length) {
-  if ((sent + failed) % 1000 == 999) return ++failed, errno = ENOBUFS, -1;
-  return ++sent, syscall(SYS_sendto, socket, data, size, flags, to, length);
+  return fails() ? -1 : syscall(SYS_sendto, socket, data, size, flags, to, length);
 }
 #endif
 
@@ -33,126 +38,89 @@ namespace zarn::testing {
 namespace {
 
 using boost::asio::ip::udp;
+const std::string kLost = "Log lines that were lost because the queue had no room for them: ";
 
-/// Counts what arrives.
-class CountingCollector {
- public:
-  ~CountingCollector() { stop(); }
-  std::uint16_t port() const { return socket_.local_endpoint().port(); }
+/// Counts what arrives, until an empty datagram does.
+struct CountingCollector {
   /// What the system threw away because nobody took it in time, by its own account.
-  std::uint64_t dropped() const {
-#ifdef _WIN32
-    std::ifstream table(R"(Z:\proc\net\udp)");
-#else
-    std::ifstream table("/proc/net/udp");
-#endif
+  [[nodiscard]] std::uint64_t dropped() const {
     char place[20];
-    std::snprintf(place, sizeof(place), "0100007F:%04X ", port());
-    for (std::string line; std::getline(table, line);)
-      if (line.find(place) < 20)
-        return std::stoull(line.substr(line.find_last_of(' ', line.find_last_not_of(' '))));
-    return 0;
+    std::snprintf(place, sizeof(place), "0100007F:%04X ", socket.local_endpoint().port());
+    std::ifstream table(kSocketTable);
+    std::string line;
+    while (line.find(place) > 20 && std::getline(table, line)) {
+    }
+    return std::stoull(line.substr(line.find_last_of(' ', line.find_last_not_of(' '))));
   }
-  std::uint64_t received() const {
-    return received_;
+  [[nodiscard]] std::uint64_t stop() {
+    while (counting.wait_for(10ms) != std::future_status::ready)
+      udp::socket(context, udp::v4()).send_to(boost::asio::buffer("", 0), socket.local_endpoint());
+    return counting.get();
   }
-  void stop() {
-    if (!thread_.joinable()) return;
-    udp::socket(context_, udp::v4()).send_to(boost::asio::buffer("", 0), socket_.local_endpoint());
-    thread_.join();
-  }
-
- private:
-  void receive() {
+  boost::asio::io_context context;
+  udp::socket socket{context, udp::endpoint(boost::asio::ip::address_v4::loopback(), 0)};
+  std::future<std::uint64_t> counting = std::async(std::launch::async, [this] {
     std::array<char, 2048> datagram;
-    while (const std::size_t size = socket_.receive(boost::asio::buffer(datagram)))
-      received_ += size > 0 ? 1U : 0U;
-  }
-  boost::asio::io_context context_;
-  udp::socket socket_{context_, udp::endpoint(boost::asio::ip::address_v4::loopback(), 0)};
-  std::atomic<std::uint64_t> received_{0};
-  std::thread thread_{[this] { receive(); }};
+    std::uint64_t count = 0;
+    while (socket.receive(boost::asio::buffer(datagram)) != 0) ++count;
+    return count;
+  });
 };
 
-struct LogUnderLoad : ::testing::TestWithParam<bool> {
+struct LogUnderLoad : LogTest, ::testing::WithParamInterface<bool> {
   static constexpr std::size_t kThreads = 16;
+  LogUnderLoad() : LogTest({.fileBytes = isLong() ? 1U << 20 : kShortLines << 5}) {}
+  static bool isLong() { return environmentVariable("ZARN_LONG").has_value(); }
   static std::string line(std::size_t thread, std::size_t number) {
     return std::to_string(thread) + " " + std::to_string(number) + " " + std::string(number * 7 % 60, '.');
   }
-  struct Found {
-    std::uint64_t threads = 0, banners = 0, notices = 0, lost = 0;
-  };
-  /// What stands in the files: whole lines, in each thread's order and so none twice, and how many are said
-  /// to be lost.
-  Found readFiles() const {
-    std::size_t files = 1;
-    while (FileUtils::exists(LogFiles::path(directory.path(), "Test", files))) ++files;
-    std::array<std::size_t, kThreads> next{};
-    Found found;
-    const std::string notice = "Log lines that were lost because the queue had no room for them: ";
-    for (std::size_t file = files; file-- > 0;)
-      for (const std::string& text : messagesIn(directory.path(), file)) {
-        if (text == "banner") {
-          ++found.banners;
-          continue;
-        }
-        if (text.starts_with(notice)) {
-          ++found.notices;
-          found.lost += std::stoull(text.substr(notice.size()));
-          continue;
-        }
-        ++found.threads;
-        const std::size_t thread = std::stoul(text), number = std::stoul(text.substr(text.find(' ')));
-        EXPECT_EQ(text, line(thread, number));
-        EXPECT_GE(number, next.at(thread)) << "in file " << file;
-        next.at(thread) = number + 1;
-      }
-    std::cout << files << " files, " << found.threads << " lines, " << found.lost << " lost\n";
-    EXPECT_EQ(found.banners, files + 1);
-    EXPECT_GT(files, 3U);
-    return found;
-  }
-  const TempDirectory directory;
 };
 
 TEST_P(LogUnderLoad, EveryLineStandsOnceAndWholeAndInOrderAndIsSentOrNot) {
-  const bool isPaced = GetParam(), isLong = environmentVariable("ZARN_LONG").has_value();
-#ifdef _WIN32
-  constexpr std::size_t shortLines = 500;
-#else
-  constexpr std::size_t shortLines = 4000;
-#endif
-  const std::size_t lines = isLong ? 1'000'000 : shortLines;
-  sent = failed = 0;
+  const bool isPaced = GetParam();
+  const std::size_t lines = isLong() ? 1'000'000 / kThreads : kShortLines;
+  failures = 0;
   CountingCollector collector;
-  ProbeLog log(directory.path(), {.fileBytes = isLong ? 1U << 20 : shortLines << 5});
-  log.keptFiles = std::numeric_limits<std::int32_t>::max();
-  log.whenOpened = [&] { log.submit(LogLevel::Info, "banner"); };
-  log.startNetworkLog("127.0.0.1", collector.port(), std::numeric_limits<std::int32_t>::max());
-  log.start("Test");
-  std::vector<std::thread> threads;
+  log_.keptFiles = std::numeric_limits<std::int32_t>::max();
+  log_.startNetworkLog("127.0.0.1", collector.socket.local_endpoint().port(), log_.keptFiles);
+  log_.start("Test");
+  std::vector<std::future<void>> threads;
   for (std::size_t thread = 0; thread < kThreads; ++thread)
-    threads.emplace_back([&, thread] {
+    threads.push_back(std::async(std::launch::async, [&, thread] {
       for (std::size_t number = 0; number < lines; ++number) {
-        log.submit(LogLevel::Info, line(thread, number));
-        if (isPaced && number % 1000 == 999) log.flush();
+        log_.submit(LogLevel::Info, line(thread, number));
+        if (isPaced && number % 1000 == 999) log_.flush();
       }
-    });
-  for (std::thread& thread : threads) thread.join();
-  log.flush();
-  log.submit(LogLevel::Info, "banner");  // what was lost before is told with the next line that finds room
-  log.flush();
-  const Found found = readFiles();
-  EXPECT_EQ(found.threads + found.lost, kThreads * lines);
-  EXPECT_TRUE(!isPaced || found.lost == 0);
-  const std::uint64_t dropped = collector.dropped();
-  collector.stop();
-  std::cout << collector.received() << " datagrams arrived, " << dropped << " dropped by the system, "
-            << failed << " not sent\n";
-  EXPECT_EQ(collector.received() + dropped + failed, found.threads + found.banners + found.notices);
-#ifndef _WIN32
-  EXPECT_GT(failed, 0U);
-#endif
+    }));
+  threads.clear();  // waits for all
+  log_.flush();
+  log_.write({"last"});  // what was lost before is told with the next line that finds room
+
+  std::size_t files = 1;
+  while (FileUtils::exists(file(files))) ++files;
+  std::array<std::size_t, kThreads> next{};
+  std::uint64_t found = 0, others = 0, lost = 0;
+  for (std::size_t left = files; left-- > 0;)
+    for (const std::string& text : messages(left)) {
+      const bool isNotice = text.starts_with(kLost);
+      if (isNotice) lost += std::stoull(text.substr(kLost.size()));
+      if (isNotice || text == "last") {
+        ++others;
+        continue;
+      }
+      const std::size_t thread = std::stoul(text), number = std::stoul(text.substr(text.find(' ')));
+      EXPECT_EQ(text, line(thread, number));
+      EXPECT_GE(number, std::exchange(next.at(thread), number + 1));
+      ++found;
+    }
+  const std::uint64_t failed = failures.exchange(0), dropped = collector.dropped(),
+                      received = collector.stop();
+  std::cout << files << " files, " << found << " lines, " << lost << " told as lost; " << received
+            << " datagrams arrived, " << dropped << " dropped by the system, " << failed << " failed\n";
+  EXPECT_GT(files, 3U);
+  EXPECT_EQ(found + lost, kThreads * lines);
+  EXPECT_TRUE(!isPaced || lost == 0);
+  EXPECT_EQ(received + dropped + failed, found + others);
 }
 
 INSTANTIATE_TEST_SUITE_P(Paced, LogUnderLoad, ::testing::Bool());

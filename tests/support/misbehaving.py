@@ -2,18 +2,13 @@
 gives each one a port of its own; all but plain_http speak https, some with the wrong certificate or version."""
 
 import asyncio
-import contextlib
 import gzip
-import itertools
 import json
-import pathlib
 import socket
 import struct
-import subprocess
-import sys
 
 import hostile
-from servers import LIFETIME_SECONDS, PROFILE, PROFILE_PATH, listen
+from servers import LIFETIME_SECONDS, PROFILE, PROFILE_PATH
 
 CHUNK = b"x" * 65536
 
@@ -31,8 +26,8 @@ def fixed(answer):
 
 SCENARIOS = {name: fixed(answer) for name, answer in {
     "status500": response(500), "empty_reply": b"", "version_1_0": b"HTTP/1.0 200 OK\r\n\r\n" + PROFILE,
-    **dict.fromkeys(("other_ca", "wrong_host", "plain_http", "expired", "not_yet_valid", "self_signed", "truncated_chain",
-                     "tls1_0", "tls1_1"), response(200, PROFILE)),
+    **dict.fromkeys(("other_ca", "wrong_host", "plain_http", "expired", "not_yet_valid", "self_signed",
+                     "truncated_chain", "tls1_0", "tls1_1"), response(200, PROFILE)),
     "gzip": response(200, gzip.compress(PROFILE), "Content-Encoding: gzip"),
     "gzip_bomb": response(200, gzip.compress(bytes(32 << 20), 1), "Content-Encoding: gzip"),
     "announced": response(200, b"x" * 2_000_000),
@@ -102,60 +97,5 @@ async def programme(request, out, hosts):
     await hostile.act_of(request.path)[1](out, hosts)
 
 
-def raw(behave):
-    behave.is_raw = True
-    return behave
-
-
-async def pump(reader, writer, most=sys.maxsize):
-    with contextlib.suppress(ConnectionError):
-        while most > 0 and (data := await reader.read(min(most, 65536))):
-            most -= len(data)
-            await send(writer, data)
-
-
-async def through(reader, writer, port, most):
-    """The good server's connection, as far as so many bytes of what it says."""
-    there, back = await asyncio.open_connection("127.0.0.1", port)
-    asking = asyncio.create_task(pump(reader, back))
-    await pump(there, writer, most)
-    asking.cancel()
-    return back
-
-
-@raw
-async def tls_cut(reader, writer, hosts, numbers=itertools.count()):
-    """Ends or resets the connection, or says no more, somewhere in the server's first 1000 bytes; another place, and
-    each one in the end, every time."""
-    number = next(numbers)
-    back = await through(reader, writer, int(hosts["good"].rpartition(":")[2]), number * 37 % 1000)
-    if number % 20 == 0:
-        await asyncio.sleep(30)
-    if number % 2 == 0:
-        hostile.abort(writer)
-    back.close()
-    writer.close()
-
-
-@raw
-async def renegotiation(reader, writer, hosts):
-    """TLS 1.2, and instead of an answer the wish to begin anew, again and again."""
-    directory = pathlib.Path(sys.argv[2])  # the command is "serve DIRECTORY"
-    with contextlib.closing(listen()) as free:
-        port = free.getsockname()[1]
-    server = await asyncio.create_subprocess_exec(
-        "openssl", "s_server", "-accept", str(port), "-naccept", "1", "-tls1_2", "-cert", directory / "good.pem", "-key",
-        directory / "good.key", stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-    await server.stdout.readuntil(b"ACCEPT\n")
-    serving = asyncio.create_task(through(reader, writer, port, sys.maxsize))
-    with contextlib.suppress(ConnectionError):
-        while server.returncode is None and not serving.done():
-            await asyncio.sleep(0.05)
-            await send(server.stdin, b"R\n")
-    writer.close()
-    if server.returncode is None:
-        server.kill()
-
-
 SCENARIOS |= {function.__name__: function for function in (
-    redirect_http, redirects, reset, endless, endless_headers, silent, drip, slow, echo, programme, tls_cut, renegotiation)}
+    redirect_http, redirects, reset, endless, endless_headers, silent, drip, slow, echo, programme)} | hostile.RAW

@@ -5,7 +5,6 @@
 #include "http/http_context.h"
 #include "support/recording_events.h"
 #include "support/table.h"
-#include "support/test_servers.h"
 
 namespace zarn::testing {
 namespace {
@@ -45,18 +44,6 @@ TEST(CertificateProfile, TakesTheValuesUnderCertsAsTheyStand) {
                {kNotRead + "too many values, type: zarn::ProfileSizeError", long_(kMaxProfileValues + 1)}});
   for (const Lines& row : rows)
     EXPECT_THAT(outcomeOf([&] { return parseCertificateProfile(row[1]); }), StartsWith(row[0])) << row[1];
-}
-
-TEST(CertificateProfile, BadServersAreAnsweredInTimeAndTheNextGoodOneServes) {
-  // Other ends of a transfer are shown by the tests of the HTTP client, and what comes of their codes below.
-  const TestServers servers;
-  const std::string good = "[0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef]";
-  const std::pair<const char*, std::string> table[] = {
-      {"reset", kNotRead}, {"other_ca", kCode + "0"}, {"drip", kCode + "408"}, {"good", good}};
-  for (const auto& [name, outcome] : table) {
-    const CertificateProfileClient client(servers.host(name), 1, servers.file("ca"));
-    EXPECT_THAT(outcomeOf([&] { return client.fetch(); }), StartsWith(outcome)) << name;
-  }
 }
 
 std::string reason;  // that the last told fetch gave

@@ -7,7 +7,7 @@
 #elif !defined(__SANITIZE_ADDRESS__)
 #include <malloc.h>
 #else
-#include <sanitizer/allocator_interface.h>
+extern "C" unsigned long __sanitizer_get_current_allocated_bytes();  // the compiler brings no header for it
 #endif
 
 #include <random>
@@ -35,6 +35,7 @@ std::size_t bytesInUse() {
 }
 
 constexpr std::chrono::seconds kLimit{2};
+constexpr char kDigest[] = "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef";
 /// Eight checks and an install.
 constexpr std::size_t kAskers = 9;
 
@@ -56,12 +57,18 @@ struct HostileAnswers : ::testing::Test {
   static bool approves(const HttpContext& context) {
     if (context.result != CURLE_OK || context.httpCode < 200 || context.httpCode > 299) return false;
     const auto profile = parseCertificateProfile(context.body);
-    return profile && profile->contains("0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef");
+    return profile && profile->contains(kDigest);
+  }
+  /// By the client of the profile itself.
+  bool isGoodOneServed() const {
+    const auto answer =
+        CertificateProfileClient(servers.host("good"), kLimit.count(), servers.file("ca")).fetch();
+    return answer && answer->contains(kDigest);
   }
   /// Fetches all of them on as many threads as the service has requests at once, the good one between them,
   /// and watches the memory.
   void expectRefused(const std::vector<std::pair<std::string, std::string>>& requests) {
-    ASSERT_TRUE(approves(*fetch("good", TestServers::kProfilePath)));  // all is warm
+    ASSERT_TRUE(isGoodOneServed());  // all is warm
     std::size_t most = bytesInUse();
     const std::size_t before = most;
     std::atomic<std::size_t> next{0};
@@ -71,7 +78,7 @@ struct HostileAnswers : ::testing::Test {
         for (std::size_t at = next++; at < requests.size(); at = next++) {
           EXPECT_FALSE(approves(*fetch(requests[at].first, requests[at].second)))
               << requests[at].first << requests[at].second;
-          EXPECT_TRUE(at % 16 != 0 || approves(*fetch("good", TestServers::kProfilePath)));
+          EXPECT_TRUE(at % 16 != 0 || isGoodOneServed());
         }
       });
     while (next < requests.size() + kAskers)
@@ -95,7 +102,7 @@ TEST_F(HostileAnswers, ApproveNobodyWithinTheirDeadlineAndALittleMemory) {
       environmentVariable("ZARN_SEED").value_or(std::to_string(std::random_device{}() % 1'000'000));
   std::cout << "seed " << seed << "\n";
   std::vector<std::pair<std::string, std::string>> requests;
-  for (int i = 0; i < (isLong ? 20'000 : 250); ++i)
+  for (int i = 0; i < (isLong ? 20'000 : 150); ++i)
     requests.emplace_back("programme", "/" + seed + "-" + std::to_string(i));
   expectRefused(requests);
 }
@@ -105,7 +112,7 @@ TEST_F(HostileAnswers, OfServersThatAreNotTheRightOneNeitherAtAnyByteOfTheHandsh
   for (const char* const scenario : {"tls1_0", "tls1_1", "expired", "not_yet_valid", "wrong_host",
                                      "self_signed", "other_ca", "truncated_chain", "renegotiation"})
     requests.emplace_back(scenario, TestServers::kProfilePath);
-  for (int i = 0; i < (isLong ? 3000 : 120); ++i) requests.emplace_back("tls_cut", TestServers::kProfilePath);
+  for (int i = 0; i < (isLong ? 3000 : 100); ++i) requests.emplace_back("tls_cut", TestServers::kProfilePath);
   expectRefused(requests);
 }
 

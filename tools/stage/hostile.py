@@ -2,15 +2,22 @@
 them holds what a client may take for a list of approved certificates.
 
 PROGRAMME: name -> act(chance, out, hosts), which answers one request. Those of SLOW hold a connection for
-as long as the client bears it.
+as long as the client bears it. RAW: name -> act(reader, writer, hosts), which has a connection before any TLS.
 """
 
 import asyncio
+import contextlib
 import gzip
+import itertools
+import pathlib
 import random
 import socket
 import struct
+import subprocess
+import sys
 import zlib
+
+import servers
 
 CHUNK = b"x" * 65536
 HEAD = b"HTTP/1.1 200 OK\r\n"
@@ -146,8 +153,8 @@ async def redirect(chance, out, hosts):
 
 
 async def wrong_length(chance, out, _hosts):
-    length = chance.choice((b"-1", b"99999999999999999999999", b"0x10", b"1, 2", b"", b"9223372036854775807", b"2000000",
-                            b"5\r\nContent-Length: 7"))
+    length = chance.choice((b"-1", b"99999999999999999999999", b"0x10", b"1, 2", b"", b"9223372036854775807",
+                            b"2000000", b"5\r\nContent-Length: 7"))
     out.write(HEAD + b"Content-Length: " + length + b"\r\n\r\n" + EMPTY_PROFILE)
 
 
@@ -165,10 +172,12 @@ async def wrong_coding(chance, out, _hosts):
 
 async def wrong_start(chance, out, _hosts):
     out.write(chance.choice((
-        b"HTTP/9.9 200 OK\r\n\r\n", b"HTTP/1.1 9999 x\r\n\r\n", b"HTTP/1.1 -1 x\r\n\r\n", b"HTTP/1.1\r\n\r\n", b"\r\n\r\n",
+        b"HTTP/9.9 200 OK\r\n\r\n", b"HTTP/1.1 9999 x\r\n\r\n", b"HTTP/1.1 -1 x\r\n\r\n", b"HTTP/1.1\r\n\r\n",
+        b"\r\n\r\n",
         b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n", b"SSH-2.0-x\r\n", b"\0" * 100, b"HTTP/1.1 101 x\r\nUpgrade: h2c\r\n\r\n",
         b"HTTP/1.1 401 x\r\nWWW-Authenticate: Negotiate\r\nWWW-Authenticate: NTLM\r\nContent-Length: 0\r\n\r\n",
-        b"HTTP/1.1 407 x\r\nProxy-Authenticate: Basic\r\nContent-Length: 0\r\n\r\n", b"HTTP/1.1 200\n\n", b"icy 200\r\n\r\n",
+        b"HTTP/1.1 407 x\r\nProxy-Authenticate: Basic\r\nContent-Length: 0\r\n\r\n", b"HTTP/1.1 200\n\n",
+        b"icy 200\r\n\r\n",
         b"HTTP/1.1 417 x\r\nContent-Length: 0\r\n\r\n", b"HTTP/1.1 204 x\r\nContent-Length: 5\r\n\r\nabcde",
         b"HTTP/1.1 200 x\r\n folded: before any\r\nContent-Length: 0\r\n\r\n")))
 
@@ -196,11 +205,64 @@ async def refusal(chance, out, _hosts):
               (chance.choice((400, 403, 404, 408, 429, 500, 502, 503, 599)), len(body)) + body)
 
 
+# ---- Connections --------------------------------------------------------------------
+
+async def pump(reader, writer, most=sys.maxsize):
+    with contextlib.suppress(ConnectionError):
+        while most > 0 and (data := await reader.read(min(most, 65536))):
+            most -= len(data)
+            await send(writer, data)
+
+
+async def through(reader, writer, port, most):
+    """The good server's connection, as far as so many bytes of what it says."""
+    there, back = await asyncio.open_connection("127.0.0.1", port)
+    asking = asyncio.create_task(pump(reader, back))
+    await pump(there, writer, most)
+    asking.cancel()
+    return back
+
+
+async def tls_cut(reader, writer, hosts, numbers=itertools.count()):
+    """Ends or resets the connection, or says no more, somewhere in the server's first 1000 bytes: every time at
+    another place, in the end at each."""
+    number = next(numbers)
+    back = await through(reader, writer, int(hosts["good"].rpartition(":")[2]), number * 37 % 1000)
+    if number % 20 == 0:
+        await asyncio.sleep(30)
+    if number % 2 == 0:
+        abort(writer)
+    back.close()
+    writer.close()
+
+
+async def renegotiation(reader, writer, hosts):
+    """TLS 1.2, and instead of an answer the wish to begin anew, again and again."""
+    directory = pathlib.Path(sys.argv[2])  # the command is "serve DIRECTORY"
+    with contextlib.closing(servers.listen()) as free:
+        port = free.getsockname()[1]
+    server = await asyncio.create_subprocess_exec(
+        "openssl", "s_server", "-accept", str(port), "-naccept", "1", "-tls1_2", "-cert", directory / "good.pem",
+        "-key", directory / "good.key", stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    await server.stdout.readuntil(b"ACCEPT\n")
+    serving = asyncio.create_task(through(reader, writer, port, sys.maxsize))
+    with contextlib.suppress(ConnectionError):
+        while server.returncode is None and not serving.done():
+            await asyncio.sleep(0.05)
+            await send(server.stdin, b"R\n")
+    writer.close()
+    if server.returncode is None:
+        server.kill()
+
+
 SLOW = ("silent", "drip", "stall", "endless_chunk_extension")
 PROGRAMME = {act.__name__: act for act in (
     silent, drip, stall, endless_headers, endless_header_line, interim_flood, endless_body, endless_chunks,
     endless_chunk_extension, endless_trailers, bomb, cut, redirect, wrong_length, wrong_chunk, wrong_coding,
     wrong_start, noise, profile_without_use, refusal)}
+RAW = {act.__name__: act for act in (tls_cut, renegotiation)}
+for raw in RAW.values():
+    raw.is_raw = True  # servers.py asks
 # Many ways each, against one or few of the others.
 OFTEN = ("cut", "noise", "redirect", "wrong_coding") * 3
 

@@ -222,7 +222,7 @@ async def serve(directory, profile, scenarios):
     try:
         note_process(directory, nginx.pid)
         for name, behave in scenarios.items():
-            if getattr(behave, "is_raw", False):  # answers connections, before any TLS
+            if getattr(behave, "is_raw", False):  # has the connection before any TLS
                 await asyncio.start_server(functools.partial(behave, hosts=hosts), sock=sockets[name])
             else:
                 await asyncio.start_server(connection_handler(behave, hosts), sock=sockets[name],

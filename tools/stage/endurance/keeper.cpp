@@ -1,15 +1,19 @@
 // The hand at the service: reads commands from its input, one a line, and answers each with a line.
-//   start                       "running PID" once its endpoint answers, or "failed CODE", within 30 s
-//   stop                        "ended CODE MILLISECONDS", "left CODE" (not within 60 s), "absent"
-//   kill                        "ended CODE MILLISECONDS" or "absent"
-//   look                        "running PID", "ended CODE" once when it has ended by itself, or
-//   "absent" set prefs|policy NAME TYPE HEX   writes a value of the registry as it is given unset
-//   prefs|policy NAME
-//   refuse registry|FUNCTION    every call of that kind, or of that function, fails from now on
-//   allow                       none does any more
-//   clock SECONDS               so far off is the time of day from now on
-// The registry answers "done CODE", the last three, which only the staged service with the fault switch
-// hears, "done".
+//   start     "running PID" once its endpoint answers, or "failed CODE", within 3 min
+//   stop      "ended CODE MILLISECONDS", "left CODE" (not within 60 s), "absent"
+//   kill      "ended CODE MILLISECONDS" or "absent"
+//   look      "running PID", "ended CODE" once when it has ended by itself, or "absent"
+//   handles   "handles N", the service's; only while no process starts (handle_count.h)
+//   set prefs|policy NAME TYPE HEX
+//             writes a value of the registry as it is given: "done CODE"
+//   unset prefs|policy NAME
+//             "done CODE"
+// and, heard only by the staged service with the fault switch, each "done":
+//   refuse registry|FUNCTION
+//             every call of that kind, or of that function, fails from now on
+//   allow     none does any more; "done N" with the number of those that did
+//   clock SECONDS
+//             so far off is the time of day from now on
 #include <windows.h>
 
 #include <iostream>
@@ -27,7 +31,7 @@
 namespace zarn::endurance {
 namespace {
 
-constexpr ULONGLONG kStartLimitMs = 30'000;
+constexpr ULONGLONG kStartLimitMs = 180'000;  // beside a hundred other programs that start
 constexpr DWORD kStopLimitMs = 60'000;
 
 class Keeper {
@@ -114,6 +118,7 @@ class Keeper {
   std::string order(const std::string& command, std::istringstream& words) {
     if (command == "allow") {
       faults_.off();
+      return "done " + std::to_string(faults_.section().hits.load());
     } else if (command == "clock") {
       std::int64_t seconds = 0;
       words >> seconds;
