@@ -86,16 +86,16 @@ void judge(const Target& target, const std::string& input) {
 bool replay(const Target& target, const std::filesystem::path& folder, unsigned long runs,
             unsigned long seed) {
   const auto begin = std::chrono::steady_clock::now();
-  Inputs inputs = inputsBelow(folder / "regressions" / target.name);
-  const std::size_t regressions = inputs.size();
-  std::ranges::move(inputsBelow(folder / "corpus" / target.name), std::back_inserter(inputs));
+  Inputs inputs = inputsBelow(folder / "corpus" / target.name);
+  const std::size_t corpus = inputs.size();
+  std::ranges::move(inputsBelow(folder / "regressions" / target.name), std::back_inserter(inputs));
   for (const std::string& input : inputs) judge(target, input);
   Mutator mutator(inputs, seed);
   for (unsigned long run = 0; run < runs && !inputs.empty(); ++run) judge(target, mutator.next());
   const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
   std::printf("%-20s %4zu of the corpus, %3zu regressions, %8lu changed ones of seed %lu, %.1f s\n",
-              target.name, inputs.size() - regressions, regressions, runs, seed, taken.count());
-  return inputs.size() > regressions;
+              target.name, corpus, inputs.size() - corpus, runs, seed, taken.count());
+  return corpus > 0;
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 // signed with SHA-256. The first two are excused here, and counted; nothing is shown of chains.
 #include <windows.h>
 //
-#include <openssl/pkcs7.h>
 #include <openssl/x509.h>
 
 #include <filesystem>
@@ -30,7 +29,8 @@ struct Releaser {
     release(object);
   }
 };
-using Message = std::unique_ptr<PKCS7, Releaser<PKCS7_free>>;
+using PublicKey = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
+using Algorithm = std::unique_ptr<X509_ALGOR, Releaser<X509_ALGOR_free>>;
 using DigestInfo = std::unique_ptr<X509_SIG, Releaser<X509_SIG_free>>;
 using HashContext = std::unique_ptr<EVP_MD_CTX, Releaser<EVP_MD_CTX_free>>;
 
@@ -106,51 +106,94 @@ void readContent(std::string_view content, std::string_view file, std::size_t di
                                file.substr(directory + 8, table - directory - 8), file.substr(end)});
 }
 
-void readSigner(PKCS7& message, std::string_view content, SignatureReading& reading) {
-  auto* const signers = PKCS7_get_signer_info(&message);
-  PKCS7_SIGNER_INFO* const signer = sk_PKCS7_SIGNER_INFO_value(signers, 0);
-  X509* const certificate = signer == nullptr ? nullptr : PKCS7_cert_from_signer_info(&message, signer);
-  if (certificate == nullptr) return;
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned size = 0;
-  X509_digest(certificate, EVP_sha256(), digest, &size);
-  for (unsigned i = 0; i < size; ++i) {
-    constexpr char digits[] = "0123456789abcdef";
-    reading.signer += {digits[digest[i] >> 4U], digits[digest[i] & 15U]};
+struct SignerCertificate {
+  std::string_view whole;
+  PublicKey key;
+};
+
+/// The certificate among them that has issuer and serial number as they stand there.
+SignerCertificate certificateOf(std::string_view issuerAndSerial, std::string_view certificates) {
+  const auto issuer = takeElement(issuerAndSerial, true), serial = takeElement(issuerAndSerial, true);
+  while (const auto one = takeElement(certificates, true)) {
+    std::string_view whole = *one;
+    auto outer = takeElement(whole);
+    auto inner = outer ? takeElement(*outer) : outer;
+    // A version, the serial number, the algorithm, the issuer; then validity, subject and key.
+    if (!inner || !takeElement(*inner) || takeElement(*inner, true) != serial || !takeElement(*inner) ||
+        takeElement(*inner, true) != issuer || !takeElement(*inner) || !takeElement(*inner))
+      continue;
+    const auto* at = reinterpret_cast<const unsigned char*>(inner->data());
+    return {*one, PublicKey(d2i_PUBKEY(nullptr, &at, static_cast<long>(inner->size())))};
   }
-  const EVP_MD* const kind = kindOf(signer->digest_alg);
-  const ASN1_OCTET_STRING* const said = PKCS7_digest_from_attributes(signer->auth_attr);
-  reading.hasSignedDigest = said != nullptr && bytesOf(said) == digestOf(kind, {content});
-  unsigned char* encoded = nullptr;
-  const int length = ASN1_item_i2d(reinterpret_cast<const ASN1_VALUE*>(signer->auth_attr), &encoded,
-                                   ASN1_ITEM_rptr(PKCS7_ATTR_VERIFY));
-  const HashContext context(EVP_MD_CTX_new());
-  const std::string_view signature = bytesOf(signer->enc_digest);
-  reading.isSigned =
-      kind != nullptr && length > 0 &&
-      EVP_DigestVerifyInit(context.get(), nullptr, kind, nullptr, X509_get0_pubkey(certificate)) == 1 &&
-      EVP_DigestVerify(context.get(), reinterpret_cast<const unsigned char*>(signature.data()),
-                       signature.size(), encoded, static_cast<std::size_t>(length)) == 1;
-  OPENSSL_free(encoded);
+  return {};
 }
 
+/// The digest among the signed attributes.
+std::string_view signedDigestIn(std::string_view attributes) {
+  while (auto attribute = takeElement(attributes)) {
+    if (takeElement(*attribute) != std::string_view("\x2a\x86\x48\x86\xf7\x0d\x01\x09\x04", 9)) continue;
+    auto values = takeElement(*attribute);
+    return values ? takeElement(*values).value_or("") : "";
+  }
+  return {};
+}
+
+bool isSignatureOf(const std::string& text, std::string_view signature, const EVP_MD* kind, EVP_PKEY* key) {
+  const HashContext context(EVP_MD_CTX_new());
+  const auto bytes = [](std::string_view of) { return reinterpret_cast<const unsigned char*>(of.data()); };
+  return kind != nullptr && EVP_DigestVerifyInit(context.get(), nullptr, kind, nullptr, key) == 1 &&
+         EVP_DigestVerify(context.get(), bytes(signature), signature.size(), bytes(text), text.size()) == 1;
+}
+
+void readSigner(std::string_view signer, std::string_view certificates, std::string_view content,
+                SignatureReading& reading) {
+  static_cast<void>(takeElement(signer));  // a version
+  const auto who = takeElement(signer), algorithm = takeElement(signer, true),
+             attributes = takeElement(signer);
+  const auto scheme = takeElement(signer), signature = takeElement(signer);
+  const SignerCertificate certificate = who ? certificateOf(*who, certificates) : SignerCertificate();
+  if (!certificate.key || !attributes || !scheme || !signature) return;
+  for (const char c : digestOf(EVP_sha256(), {certificate.whole})) {
+    constexpr char digits[] = "0123456789abcdef";
+    reading.signer += {digits[static_cast<unsigned char>(c) >> 4U], digits[c & 15]};
+  }
+  const auto* at = reinterpret_cast<const unsigned char*>(algorithm->data());
+  const Algorithm read(d2i_X509_ALGOR(nullptr, &at, static_cast<long>(algorithm->size())));
+  const EVP_MD* const kind = read ? kindOf(read.get()) : nullptr;
+  reading.hasSignedDigest = signedDigestIn(*attributes) == digestOf(kind, {content});
+  // They are signed as a set, whose head differs from the one that they have here.
+  std::string head = "\x31";
+  const std::size_t length = attributes->size();
+  if (length >= 256)
+    head += "\x82";
+  else if (length >= 128)
+    head += "\x81";
+  if (length >= 256) head += static_cast<char>(length >> 8U);
+  head += static_cast<char>(length);
+  reading.isSigned = isSignatureOf(head + std::string(*attributes), *signature, kind, certificate.key.get());
+}
+
+/// By lengths alone: what is not looked at may be anything, as for the system's provider.
 SignatureReading readSignature(std::string_view file) {
   SignatureReading reading;
   const std::size_t header = numberIn(file, 0x3C, 4) + 24;
   const std::size_t directory = header + (numberIn(file, header, 2) == 0x20B ? 112 : 96) + 32;
   const std::size_t table = numberIn(file, directory, 4), length = numberIn(file, table, 4);
   if (length < 8 || table + length > file.size()) return reading;
-  const auto* at = reinterpret_cast<const unsigned char*>(file.data()) + table + 8;
-  const Message message(d2i_PKCS7(nullptr, &at, static_cast<long>(length - 8)));
-  if (!message || !PKCS7_type_is_signed(message.get())) return reading;
-  const PKCS7* const contents = message->d.sign->contents;
-  if (contents == nullptr || contents->d.other == nullptr || contents->d.other->type != V_ASN1_SEQUENCE)
-    return reading;
-  std::string_view whole = bytesOf(contents->d.other->value.sequence);
-  const auto content = takeElement(whole);
-  if (!content) return reading;
+  std::string_view outer = file.substr(table + 8, length - 8);
+  auto message = takeElement(outer);
+  auto tagged = message && takeElement(*message) ? takeElement(*message) : std::nullopt;
+  auto parts = tagged ? takeElement(*tagged) : std::nullopt;
+  if (!parts || !takeElement(*parts) || !takeElement(*parts)) return reading;  // a version, algorithms
+  auto contents = takeElement(*parts);
+  const auto certificates = takeElement(*parts);
+  auto signers = takeElement(*parts);
+  auto whole = contents && takeElement(*contents) ? takeElement(*contents) : std::nullopt;
+  const auto content = whole ? takeElement(*whole) : std::nullopt;
+  const auto signer = signers ? takeElement(*signers) : std::nullopt;
+  if (!certificates || !content || !signer) return reading;
   readContent(*content, file, directory, reading);
-  readSigner(*message, *content, reading);
+  readSigner(*signer, *certificates, *content, reading);
   return reading;
 }
 
@@ -159,28 +202,32 @@ struct Counts {
   ~Counts() {
     std::printf(
         "signed_program: %d trusted, of these %d with a signed digest of something else and %d of no usual "
-        "type, which this system's provider does not look at\n",
-        trusted, otherDigest, unusual);
+        "type, "
+        "which Wine does not look at; %d more that it took and whose signer was not approved\n",
+        trusted, otherDigest, unusual, refused);
   }
-  int judged = 0, trusted = 0, otherDigest = 0, unusual = 0;
+  int judged = 0, trusted = 0, otherDigest = 0, unusual = 0, refused = 0;
 };
 
 void judgeSigned(const std::string& program) {
   static Counts counts;
+  static const std::string approved = readSignature(program).signer;  // the first one is as it was signed
   static const std::filesystem::path path =
       std::filesystem::temp_directory_path() / ("fuzzed" + std::to_string(GetCurrentProcessId()) + ".exe");
   std::ofstream(path, std::ios::binary) << program;
-  const bool isTrusted = CheckCertificateIntegrity(zarn::systemTrustApi(), path.wstring()).isVerified();
-  counts.trusted += isTrusted ? 1 : 0;
-  require(++counts.judged != 1 || isTrusted);  // the first is as it was signed
-  if (!isTrusted) return;
+  zarn::TrustApi& api = zarn::systemTrustApi();
+  const bool isWhole = CheckCertificateIntegrity(api, path.wstring()).isVerified();
+  require(++counts.judged > 1 || isWhole);
+  if (!isWhole) return;
+  const auto identity =
+      CheckCertificateIdentity(api, path.wstring(), [] { return zarn::ApprovedDigests{approved}; });
+  if (!identity.result.isVerified()) return static_cast<void>(++counts.refused);
   const SignatureReading reading = readSignature(program);
-  require(reading.isSigned && (reading.isOfFile || !reading.isUsual || !reading.hasSignedDigest));
+  require(reading.isSigned && reading.signer == approved && identity.signer->digest == approved);
+  require(reading.isOfFile || !reading.isUsual);
+  ++counts.trusted;
   counts.otherDigest += reading.hasSignedDigest ? 0 : 1;
   counts.unusual += reading.isUsual ? 0 : 1;
-  const auto approve = [&] { return zarn::ApprovedDigests{reading.signer}; };
-  const auto identity = CheckCertificateIdentity(zarn::systemTrustApi(), path.wstring(), approve);
-  require(identity.result.isVerified() && identity.signer && identity.signer->digest == reading.signer);
 }
 
 const zarn::fuzz::Target kSigned("signed_program", judgeSigned);

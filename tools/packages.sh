@@ -9,8 +9,9 @@ packages_build=(
 packages_native=(
   g++ clang libclang-rt-14-dev
   libboost1.81-dev libboost-thread1.81-dev libboost-filesystem1.81-dev libboost-date-time1.81-dev
-  libcurl4-openssl-dev libssl-dev libfmt-dev zlib1g-dev libgtest-dev
+  libcurl4-openssl-dev libssl-dev libfmt-dev zlib1g-dev libgtest-dev tzdata
 )
+packages_fuzz=(llvm-14)
 packages_package=(wixl msitools python3)
 packages_wine=(clang wine64 nginx-light openssl osslsigncode rsyslog strace python3 libxml2-utils)
 packages_bench=(libspdlog-dev libgoogle-glog-dev libboost-log1.81-dev libhyperscan-dev strace python3)

@@ -88,17 +88,6 @@ TEST(HttpOptions, DirectHosts) {
     EXPECT_EQ(directResolveEntry(row[0]).value_or("none"), row[1]) << row[0];
 }
 
-TEST(HttpCallbacks, HeaderLines) {
-  const auto ctx = HttpContext::create(kUrl, "GET");
-  for (std::string line : {"HTTP/1.1 200 OK\r\n", "Name:   value \r\n", "Tabs:\t a:b\t\r\n\n", "Bare:\r\n",
-                           "Open: x", "Inner: a\r b\r\n", "\r\n"}) {
-    EXPECT_EQ(HeaderReceived(line.data(), 1, line.size(), ctx.get()), line.size());
-  }
-  using Headers = decltype(ctx->responseHeaders);
-  EXPECT_EQ(ctx->responseHeaders,
-            (Headers{{"Bare", ""}, {"Inner", "a\r b"}, {"Name", "value"}, {"Open", "x"}, {"Tabs", "a:b"}}));
-}
-
 TEST(HttpCallbacks, TakeNoMoreThanTheyShould) {
   const RecordingLog log;
   for (const std::size_t length : {std::size_t{10}, std::size_t{9000}}) {

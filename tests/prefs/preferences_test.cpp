@@ -51,28 +51,6 @@ Preference make(Default defaultValue, const std::string& overrides) {
   return {"Id", defaultValue, PreferenceFlags::None, "general", "feature", "extra", query};
 }
 
-TEST(QueryString, DecodesKeysAndValues) {
-  const QueryString query("a=1&a=2&%62=x%2By+z%2f%2F&c&=lost&&e=100%&f=%4&g=%zz%-1&h=p=q");
-  std::string found;
-  for (const char* key : {"a", "b", "c", "e", "f", "g", "h", ""})
-    found += "|" + (query.find(key) != nullptr ? *query.find(key) : "none");
-  EXPECT_EQ(found, "|1|x+y z//||100%|%4|%zz%-1|p=q|none");
-}
-
-TEST(ValueText, Numbers) {
-  EXPECT_EQ(parseInt("-2147483648"), std::numeric_limits<std::int32_t>::min());
-  EXPECT_EQ(parseInt("+7"), 7);
-  for (const char* text : {"", "+", "+-1", "2147483648", "12abc", " 1", "1 ", "0x10", "1.0"})
-    EXPECT_FALSE(parseInt(text)) << text;
-  for (const char* text : {"nan", "-nan", "INFINITY", "-inf", "1e3", "-.5", "2."})
-    EXPECT_TRUE(parseDouble(text)) << text;
-  for (const char* text :
-       {"", "Nan", "INF", "nan(1)", "infinit", "1e", "e", "1e+", "+-1", " 1", "1 ", "0x1", "1e999", "1,5"})
-    EXPECT_FALSE(parseDouble(text)) << text;
-  EXPECT_EQ(doubleText(0.1), "0.10000000000000001");
-  EXPECT_EQ(doubleText(16.0), "16");
-}
-
 TEST(Preference, OverridesOfTheRightKindReplaceTheDefault) {
   const RecordingLog log;
   EXPECT_TRUE(make(false, "Id=TRUE").defaultAsBool());

@@ -1,6 +1,6 @@
 // What becomes text of a log line: formats, the system's errors, whatever callers say, times; and what
 // becomes of structured exceptions.
-#include <fmt/chrono.h>
+#include <fmt/format.h>
 
 #include "os/error_text.h"
 #include "support/test.h"
@@ -141,23 +141,6 @@ TEST(StructuredException, LeavesCppExceptionsToTheirCatch) {
   EXPECT_EQ(object.use_count(), 1);
 }
 #endif
-
-TEST(TimeUtils, ConvertsAndRefusesWhatIsNoTime) {
-  const RecordingLog log;
-  std::tm out{};
-  EXPECT_TRUE(TimeUtils::epochToUtc(1709210096, out));
-  EXPECT_EQ(fmt::format("{:%F %T %w %j}", out), "2024-02-29 12:34:56 4 060");
-  for (std::int64_t seconds = 1709210096, hour = 0; hour < 24; ++hour, seconds += 3600) {
-    ASSERT_TRUE(TimeUtils::epochToLocal(seconds, out));
-    EXPECT_EQ(std::mktime(&out), seconds);  // whatever the time zone
-  }
-  EXPECT_TRUE(log.lines().empty()) << "the C library's fields are good ones";
-  EXPECT_FALSE(TimeUtils::epochToUtc(std::numeric_limits<std::int64_t>::max(), out));
-  EXPECT_TRUE(out.tm_year == 0 && out.tm_mon == 0 && out.tm_mday == 0 && out.tm_sec == 0);
-  EXPECT_FALSE(TimeUtils::epochToLocal(2069000000000, out));  // a valid year modulo 2^16
-  for (const std::int64_t none : {0, -1})
-    EXPECT_FALSE(TimeUtils::epochToUtc(none, out) || TimeUtils::epochToLocal(none, out));
-}
 
 TEST(TimeUtils, ValidFields) {
   const auto with = [](int std::tm::*field, int value, int dayOfYear = 100) {
