@@ -1,11 +1,7 @@
 // Every call of the service that can fail fails once, and the service is killed at every call that
 // changes something; outcomes.txt says what may come of it.
 //   fault_tests [SCENARIO...]
-// ZARN_LONG=1: every call; else some, drawn by ZARN_SEED, which is printed.
-#include <windows.h>
-
-#include <tlhelp32.h>
-
+// ZARN_LONG=1: every call; else some, or ZARN_RUNS of each, drawn by ZARN_SEED, which is printed.
 #include <cstdlib>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -25,6 +21,11 @@ using namespace faults;
 using update_interface::Procedure;
 
 const bool isLong = std::getenv("ZARN_LONG") != nullptr;
+
+std::size_t shortRuns(std::size_t usual) {
+  const char* const given = std::getenv("ZARN_RUNS");
+  return given != nullptr ? static_cast<std::size_t>(std::atoi(given)) : usual;
+}
 
 struct Scenario {
   const char* name;
@@ -98,39 +99,14 @@ std::string tornLine() {
   return {};
 }
 
-/// Waits for installers. One whose maker was killed while it made it never begins, keeps its file, and
-/// is ended here, as the next start of Windows would; true when there was one.
-bool endOrphans() {
-  bool result = false;
-  PROCESSENTRY32W entry{};
-  entry.dwSize = sizeof(entry);
-  const KernelHandle processes(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-  for (BOOL more = Process32FirstW(processes.get(), &entry); more != 0;
-       more = Process32NextW(processes.get(), &entry)) {
-    if (std::wstring_view(entry.szExeFile) != L"ZarnMediaServerUpdate.exe") continue;
-    const KernelHandle process(OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE, FALSE, entry.th32ProcessID));
-    if (!process || WaitForSingleObject(process.get(), 5000) == WAIT_OBJECT_0) continue;
-    result = ServiceUnderTest::installerRuns().empty() && TerminateProcess(process.get(), 1) != 0;
-    WaitForSingleObject(process.get(), kHangMilliseconds);
-  }
-  return result;
-}
-
 struct Seen {
   std::set<std::uint64_t> sites;
   std::size_t runs = 0;
   std::map<std::string, std::size_t> outcomes;
 };
 
-constexpr std::pair<Kind, const char*> kKindNames[] = {
-    {Kind::Files, "files"},     {Kind::Registry, "registry"}, {Kind::Process, "process"},
-    {Kind::Memory, "memory"},   {Kind::Thread, "thread"},     {Kind::Wait, "wait"},
-    {Kind::Network, "network"}, {Kind::Trust, "trust"},       {Kind::Query, "query"},
-    {Kind::Release, "release"}, {Kind::Text, "text"}};
-
 std::string kindOf(const std::string& function) {
-  const Kind kind = functionTable()[static_cast<std::size_t>(rowOf(function))].kind;
-  return std::ranges::find(kKindNames, kind, [](const auto& row) { return row.first; })->second;
+  return std::string(nameOf(functionTable()[static_cast<std::size_t>(rowOf(function))].kind));
 }
 
 class Sweep {
@@ -145,7 +121,7 @@ class Sweep {
     for (const std::uint64_t site : sites) orders.push_back({.kinds = bit(Kind::Memory), .site = site});
     if (!isLong) {
       std::shuffle(orders.begin(), orders.end(), random_);
-      orders.resize(std::min(orders.size(), scenario.shortRuns));
+      orders.resize(std::min(orders.size(), shortRuns(scenario.shortRuns)));
     }
     std::cout << scenario.name << ": " << calls << " calls, " << sites.size()
               << " places that ask for memory, " << orders.size() << " runs" << std::endl;
@@ -161,7 +137,7 @@ class Sweep {
               << std::endl;
     if (!isLong) {
       std::shuffle(places.begin(), places.end(), random_);
-      places.resize(std::min(places.size(), scenario.shortRuns));
+      places.resize(std::min(places.size(), shortRuns(scenario.shortRuns)));
     }
     for (int i = 0; i < times; ++i)
       for (const std::uint64_t n : places) killAt(scenario, n);
@@ -229,7 +205,7 @@ class Sweep {
   }
 
   std::string afterKill() {
-    const bool hasOrphan = endOrphans();
+    const bool hasOrphan = FaultyService::endOrphans(L"ZarnMediaServerUpdate.exe");
     const auto runs = ServiceUnderTest::installerRuns();
     if (runs.size() > 1 || (runs.size() == 1 && runs[0].who != "genuine")) return "ran what it should not";
     if (!subject_.start()) return "next start fails";

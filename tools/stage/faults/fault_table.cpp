@@ -7,7 +7,7 @@
 #include <winerror.h>
 
 #include <algorithm>
-#include <array>
+#include <bit>
 #include <cerrno>
 
 namespace zarn::faults {
@@ -460,6 +460,12 @@ static_assert(std::size(kRows) <= kFunctions);
 
 std::span<const FunctionRow> functionTable() noexcept {
   return kRows;
+}
+
+std::string_view nameOf(Kind kind) noexcept {
+  constexpr std::string_view names[] = {"files",   "registry", "process", "memory",  "thread", "wait",
+                                        "network", "trust",    "query",   "release", "text"};
+  return kind == Kind::None ? "none" : names[std::countr_zero(bit(kind))];
 }
 
 std::int32_t rowOf(std::string_view name) noexcept {

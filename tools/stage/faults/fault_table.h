@@ -33,6 +33,9 @@ struct FunctionRow {
 /// Their order is that of `Site::function` and `Section::function`.
 std::span<const FunctionRow> functionTable() noexcept;
 
+/// "files", "memory" and so on.
+std::string_view nameOf(Kind kind) noexcept;
+
 /// The number of a row; kAnyFunction when there is none of that name.
 std::int32_t rowOf(std::string_view name) noexcept;
 

@@ -1,5 +1,7 @@
 #include "faults/faulty_service.h"
 
+#include <tlhelp32.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -130,6 +132,23 @@ std::string FaultyService::request(Procedure procedure, const std::string& path)
     return answer.get();
   kill();
   return "hangs";
+}
+
+bool FaultyService::endOrphans(std::wstring_view program) {
+  constexpr DWORD patience = 5000;
+  bool result = false;
+  PROCESSENTRY32W entry{};
+  entry.dwSize = sizeof(entry);
+  const KernelHandle processes(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+  for (BOOL more = Process32FirstW(processes.get(), &entry); more != FALSE;
+       more = Process32NextW(processes.get(), &entry)) {
+    if (entry.szExeFile != program) continue;
+    const KernelHandle process(OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE, FALSE, entry.th32ProcessID));
+    if (!process || WaitForSingleObject(process.get(), patience) == WAIT_OBJECT_0) continue;
+    result = TerminateProcess(process.get(), 1) != FALSE;
+    WaitForSingleObject(process.get(), kHangMilliseconds);
+  }
+  return result;
 }
 
 DWORD FaultyService::handles() const {

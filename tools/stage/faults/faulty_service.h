@@ -7,6 +7,7 @@
 #include <rpc.h>
 
 #include <string>
+#include <string_view>
 
 #include "faults/fault_control.h"
 #include "os/handles_win.h"
@@ -53,6 +54,10 @@ class FaultyService {
   /// Caller::call(). One that hangs is given up, "hangs", and the process killed.
   std::string request(update_interface::Procedure procedure, const std::string& path);
   [[nodiscard]] DWORD handles() const;
+  /// Waits five seconds for each process of this program to end. One whose maker was killed while it
+  /// made it never begins and keeps its file: those that are left are ended, as the next start of
+  /// Windows would. True when there was one.
+  static bool endOrphans(std::wstring_view program);
 
   FaultControl control;
 
