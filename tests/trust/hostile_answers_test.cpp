@@ -1,13 +1,9 @@
 // What the client of the account service bears: a seeded programme of hostile answers
 // (tools/stage/hostile.py). ZARN_LONG=1 asks for many more of them, ZARN_SEED=N for those of that seed.
-#ifdef _WIN32
-#include <windows.h>
-
-#include <psapi.h>
-#elif !defined(__SANITIZE_ADDRESS__)
-#include <malloc.h>
-#else
+#ifdef __SANITIZE_ADDRESS__
 extern "C" unsigned long __sanitizer_get_current_allocated_bytes();  // the compiler brings no header for it
+#else
+#include <malloc.h>
 #endif
 
 #include <random>
@@ -22,15 +18,10 @@ namespace zarn::testing {
 namespace {
 
 std::size_t bytesInUse() {
-#ifdef _WIN32
-  PROCESS_MEMORY_COUNTERS_EX counters{};
-  K32GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
-                          sizeof(counters));
-  return counters.PrivateUsage;
-#elif !defined(__SANITIZE_ADDRESS__)
-  return mallinfo2().uordblks + mallinfo2().hblkhd;
-#else
+#ifdef __SANITIZE_ADDRESS__
   return __sanitizer_get_current_allocated_bytes();
+#else
+  return mallinfo2().uordblks + mallinfo2().hblkhd;
 #endif
 }
 

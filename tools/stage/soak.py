@@ -47,6 +47,7 @@ FLAT = {"own KiB": 2048, "handles": 20, "threads": 3, "descriptors": 15}  # the 
 # What the library answers (client/zarn_update_client.h), and the service.
 OK, TIMED_OUT, CANCELLED = 0, 8, 9
 AWAY = {5, 7, 12}  # not running, interrupted, other
+CONTROL_MANAGER_TIMEOUT = "1053"  # Wine's waits ten seconds for a process, however many others there are
 NOT_LISTENING = 1715  # what Wine says of an endpoint that is busy for a millisecond, too
 INSTALLED = {0, 30000, 30001}
 OUTCOMES = INSTALLED | {30002, 30003, 30005}
@@ -247,10 +248,15 @@ class Soak:
     # ---- The service -----------------------------------------------------------------
 
     def start(self):
-        answer = self.keeper.ask("start")
-        if answer[0] != "running":
-            raise Failed(f"the service does not start: {answer}")
-        self.started += 1
+        for _attempt in range(4):
+            answer = self.keeper.ask("start")
+            if answer[0] == "running":
+                self.started += 1
+                return
+            if answer[1] != CONTROL_MANAGER_TIMEOUT:
+                break
+            self.happened["starts that the busy control manager gave up"] += 1
+        raise Failed(f"the service does not start: {answer}")
 
     def end(self, how):
         answer = self.keeper.ask(how)
