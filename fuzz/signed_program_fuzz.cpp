@@ -29,9 +29,8 @@ struct Releaser {
     release(object);
   }
 };
+using Name = std::unique_ptr<ASN1_OBJECT, Releaser<ASN1_OBJECT_free>>;
 using PublicKey = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
-using Algorithm = std::unique_ptr<X509_ALGOR, Releaser<X509_ALGOR_free>>;
-using DigestInfo = std::unique_ptr<X509_SIG, Releaser<X509_SIG_free>>;
 using HashContext = std::unique_ptr<EVP_MD_CTX, Releaser<EVP_MD_CTX_free>>;
 
 /// What the second reader finds: each is false where it cannot tell.
@@ -61,15 +60,6 @@ std::string digestOf(const EVP_MD* kind, std::initializer_list<std::string_view>
   return digest;
 }
 
-const EVP_MD* kindOf(const X509_ALGOR* algorithm) {
-  return EVP_get_digestbyobj(algorithm->algorithm);
-}
-
-std::string_view bytesOf(const ASN1_STRING* text) {
-  return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(text)),
-          static_cast<std::size_t>(ASN1_STRING_length(text))};
-}
-
 /// Takes an element off the text; its content is all of it that is left out.
 std::optional<std::string_view> takeElement(std::string_view& text, bool withHead = false) {
   const auto* const begin = reinterpret_cast<const unsigned char*>(text.data());
@@ -84,6 +74,14 @@ std::optional<std::string_view> takeElement(std::string_view& text, bool withHea
   return element;
 }
 
+/// What an algorithm's identifier names; null for what is not known.
+const EVP_MD* kindOf(std::optional<std::string_view> algorithm) {
+  const auto name = algorithm ? takeElement(*algorithm, true) : std::nullopt;
+  const auto* at = name ? reinterpret_cast<const unsigned char*>(name->data()) : nullptr;
+  const Name read(name ? d2i_ASN1_OBJECT(nullptr, &at, static_cast<long>(name->size())) : nullptr);
+  return read ? EVP_get_digestbyobj(read.get()) : nullptr;
+}
+
 void readContent(std::string_view content, std::string_view file, std::size_t directory,
                  SignatureReading& reading) {
   std::string_view parts = content;
@@ -91,19 +89,15 @@ void readContent(std::string_view content, std::string_view file, std::size_t di
   if (!data) return;
   const auto type = takeElement(*data);
   reading.isUsual = type && *type == std::string_view("\x2b\x06\x01\x04\x01\x82\x37\x02\x01\x0f", 10);
-  const auto* at = reinterpret_cast<const unsigned char*>(parts.data());
-  const DigestInfo info(d2i_X509_SIG(nullptr, &at, static_cast<long>(parts.size())));
-  if (!info) return;
-  const X509_ALGOR* algorithm = nullptr;
-  const ASN1_OCTET_STRING* digest = nullptr;
-  X509_SIG_get0(info.get(), &algorithm, &digest);
+  auto info = takeElement(parts);
+  const EVP_MD* const kind = info ? kindOf(takeElement(*info)) : nullptr;
+  const auto digest = info ? takeElement(*info) : std::nullopt;
   const std::size_t checksum = numberIn(file, 0x3C, 4) + 88, table = numberIn(file, directory, 4);
   const std::size_t end = table + numberIn(file, directory + 4, 4);
   if (checksum + 4 > directory || directory + 8 > table || end > file.size()) return;
-  reading.isOfFile = bytesOf(digest) ==
-                     digestOf(kindOf(algorithm),
-                              {file.substr(0, checksum), file.substr(checksum + 4, directory - checksum - 4),
-                               file.substr(directory + 8, table - directory - 8), file.substr(end)});
+  reading.isOfFile =
+      digest == digestOf(kind, {file.substr(0, checksum), file.substr(checksum + 4, directory - checksum - 4),
+                                file.substr(directory + 8, table - directory - 8), file.substr(end)});
 }
 
 struct SignerCertificate {
@@ -148,8 +142,7 @@ bool isSignatureOf(const std::string& text, std::string_view signature, const EV
 void readSigner(std::string_view signer, std::string_view certificates, std::string_view content,
                 SignatureReading& reading) {
   static_cast<void>(takeElement(signer));  // a version
-  const auto who = takeElement(signer), algorithm = takeElement(signer, true),
-             attributes = takeElement(signer);
+  const auto who = takeElement(signer), algorithm = takeElement(signer), attributes = takeElement(signer);
   const auto scheme = takeElement(signer), signature = takeElement(signer);
   const SignerCertificate certificate = who ? certificateOf(*who, certificates) : SignerCertificate();
   if (!certificate.key || !attributes || !scheme || !signature) return;
@@ -157,9 +150,7 @@ void readSigner(std::string_view signer, std::string_view certificates, std::str
     constexpr char digits[] = "0123456789abcdef";
     reading.signer += {digits[static_cast<unsigned char>(c) >> 4U], digits[c & 15]};
   }
-  const auto* at = reinterpret_cast<const unsigned char*>(algorithm->data());
-  const Algorithm read(d2i_X509_ALGOR(nullptr, &at, static_cast<long>(algorithm->size())));
-  const EVP_MD* const kind = read ? kindOf(read.get()) : nullptr;
+  const EVP_MD* const kind = kindOf(algorithm);
   reading.hasSignedDigest = signedDigestIn(*attributes) == digestOf(kind, {content});
   // They are signed as a set, whose head differs from the one that they have here.
   std::string head = "\x31";
