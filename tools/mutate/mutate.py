@@ -113,6 +113,10 @@ class Run:
             for region, (first, last) in where.get(file, {}).items():
                 if first - 1 <= line <= last + 1 and region in self.schemas[file].regions:
                     dropped += self.schemas[file].drop(region)
+        if not dropped:  # nothing stands near: all of the file
+            for file in {file for file, _ in places_of_errors if file in self.schemas}:
+                for region in list(self.schemas[file].regions):
+                    dropped += self.schemas[file].drop(region)
         return dropped
 
     def judge(self, build, number, last):

@@ -93,7 +93,7 @@ def swapped(code, source):
     for match in statements(code):
         if previous and previous.end() + 1 == match.start() and previous["indent"] == match["indent"]:
             first, second = source[previous.start(): previous.end()], source[match.start(): match.end()]
-            yield previous.start(), match.end(), second + "\n" + first
+            yield previous.start(), match.end(), second + "\n" + first + "\n"
         previous = match
 
 
@@ -111,7 +111,7 @@ def raw_places(source):
     for match in re.finditer(r"\b(true|false)\b", code):
         yield "constant", match.start(), match.end(), "false" if match[1] == "true" else "true"
     for match in statements(code):
-        yield "removed call", match.start() + len(match["indent"]), match.end(), ";"
+        yield "removed call", match.start() + len(match["indent"]), match.start() + len(match.group().rstrip()), ";"
     for match in LOCK.finditer(code):
         yield "removed lock", match.start(), match.end(), ""
     for begin, end, text in swapped(code, source):
