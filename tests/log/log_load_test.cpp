@@ -4,6 +4,8 @@
 #include <unistd.h>
 #endif
 
+#include <fmt/format.h>
+
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/udp.hpp>
@@ -44,8 +46,7 @@ const std::string kLost = "Log lines that were lost because the queue had no roo
 struct CountingCollector {
   /// What the system threw away because nobody took it in time, by its own account.
   [[nodiscard]] std::uint64_t dropped() const {
-    char place[20];
-    std::snprintf(place, sizeof(place), "0100007F:%04X ", socket.local_endpoint().port());
+    const std::string place = fmt::format("0100007F:{:04X} ", socket.local_endpoint().port());
     std::ifstream table(kSocketTable);
     std::string line;
     while (line.find(place) > 20 && std::getline(table, line)) {
