@@ -14,12 +14,12 @@ namespace zarn::endurance {
 class Chance {
  public:
   explicit Chance(std::uint64_t seed) noexcept : state_(seed * 2 + 1) {}
-  /// Below `bound`, which is not 0.
+  /// Below `bound`; 0 when that is 0.
   std::uint32_t below(std::uint32_t bound) noexcept {
     state_ ^= state_ << 13U;
     state_ ^= state_ >> 7U;
     state_ ^= state_ << 17U;
-    return static_cast<std::uint32_t>((state_ >> 16U) % bound);
+    return static_cast<std::uint32_t>(bound == 0 ? 0 : (state_ >> 16U) % bound);
   }
 
  private:
