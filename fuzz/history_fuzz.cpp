@@ -13,7 +13,6 @@
 namespace {
 
 using namespace zarn::tool;
-using zarn::InstallRecord;
 using zarn::fuzz::require;
 using Lines = std::vector<std::string>;
 

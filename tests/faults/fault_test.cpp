@@ -153,10 +153,11 @@ class Sweep {
       std::cout << scenario << " | " << function << " | " << seen.sites.size() << " | " << seen.runs;
       runs += seen.runs;
       for (const auto& [outcome, times] : seen.outcomes) {
-        const bool isAllowed = std::ranges::any_of(
-            std::array<std::string, 3>{"any", kindOf(function), function}, [&](const auto& who) {
-              return allowed.contains({scenario, who, outcome});
-            });
+        const bool isAllowed =
+            std::ranges::any_of(std::array<std::string, 3>{"any", kindOf(function), function},
+                                [&, &scenario = scenario, &outcome = outcome](const auto& who) {
+                                  return allowed.contains({scenario, who, outcome});
+                                });
         isGood &= isAllowed;
         std::cout << " | " << (isAllowed ? "" : "NOT ALLOWED: ") << outcome << " (" << times << ")";
       }
