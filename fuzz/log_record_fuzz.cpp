@@ -89,7 +89,10 @@ void judgeRecord(const std::string& input) {
   zarn::LogItem item{{level, 1, {}}, zarn::printable(log.scrubbed)};
   const std::string line(zarn::LogLineRenderer().render(item));
   require(line.find('\n') == line.size() - 1);
-  if (hasOfSecret(input) || !isMarkedOnce(zarn::printable(head), rule.marker)) return;
+  const std::string around = head + "\n" + taking.rest() + "\n" + log.user;
+  if (hasOfSecret(around) || hasOfSecret(zarn::printable(around)) ||
+      !isMarkedOnce(zarn::printable(head), rule.marker))
+    return;
   require(log.scrubbed.size() == message.size());
   require(!hasOfSecret(datagram) && !hasOfSecret(line) && !hasOfSecret(log.scrubbed));
 }
