@@ -255,8 +255,9 @@ class Sweep {
     seen.sites.insert(section.hitSite);
     ++seen.runs;
     if (++seen.outcomes[outcome] == 1) describe(scenario, order, outcome);
-    if (subject_.handles() > mostHandles_ && !scenario.needsFreshProcess) {
-      mostHandles_ = subject_.handles();
+    if (scenario.needsFreshProcess) return;
+    if (const std::size_t held = subject_.held(); held > mostHeld_) {
+      mostHeld_ = held;
       suspects_.push_back({.site = section.hitSite});
     }
   }
@@ -265,13 +266,14 @@ class Sweep {
     if (subject_.isAlive()) return;
     if (!subject_.start()) throw std::runtime_error("a start without any fault fails: " + subject_.end(0));
     for (int i = 0; i < 3; ++i) subject_.request(Procedure::CheckBundle, bundle("approved.exe"));
-    mostHandles_ = subject_.handles() + 3;
+    mostHeld_ = subject_.held() + 3;
   }
 
   /// What is not as it was before. A request that failed says so in the log, behind `logged`.
   std::string whatIsLeft(std::size_t logged) {
     const bool hasEnded = !subject_.isAlive();
     if (hasEnded && !subject_.start()) return ", next start fails";
+    if (hasEnded && FileUtils::exists(ServiceUnderTest::stagedCopy())) return ", a copy stays";
     const std::string approved = bundle("approved.exe");
     if (const std::string next = subject_.request(Procedure::CheckBundle, approved); next != "0") {
       subject_.kill();
@@ -289,22 +291,22 @@ class Sweep {
     return !isWritten ? ", log stands still" : says ? "" : ", silent";
   }
 
-  /// Whether what made the most handles so far makes more of them each time.
+  /// Whether what made the most handles and threads so far makes more of them each time.
   void judgeSuspects(const Scenario& scenario) {
     for (const Order& order : suspects_) {
       ensureServing();
-      const DWORD before = subject_.handles();
+      const std::size_t before = subject_.held();
       for (int i = 0; i < 8; ++i) {
         subject_.control.arm(order);
         scenario.act(subject_);
         subject_.control.off();
         subject_.request(Procedure::CheckBundle, bundle("approved.exe"));
       }
-      const bool grows = subject_.isAlive() && subject_.handles() >= before + 8;
-      if (!grows) continue;
-      std::cout << "  handles: " << before << " to " << subject_.handles() << std::endl;
-      ++seen_[{scenario.name, subject_.control.hitFunction()}].outcomes["leaves handles"];
-      describe(scenario, order, "leaves handles");
+      const std::size_t after = subject_.held();
+      if (!subject_.isAlive() || after < before + 8) continue;
+      std::cout << "  handles and threads: " << before << " to " << after << std::endl;
+      ++seen_[{scenario.name, subject_.control.hitFunction()}].outcomes["leaves handles or threads"];
+      describe(scenario, order, "leaves handles or threads");
     }
     suspects_.clear();
   }
@@ -326,7 +328,7 @@ class Sweep {
   }
 
   FaultyService subject_;
-  DWORD mostHandles_ = 0;
+  std::size_t mostHeld_ = 0;
   std::vector<Order> suspects_;
   std::mt19937 random_{seed()};
   std::map<std::pair<std::string, std::string>, Seen> seen_;

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "client/service_call.h"
+#include "endurance/handle_count.h"
 #include "util/string_utils.h"
 
 namespace zarn::faults {
@@ -151,9 +152,15 @@ bool FaultyService::endOrphans(std::wstring_view program) {
   return result;
 }
 
-DWORD FaultyService::handles() const {
-  DWORD count = 0;
-  GetProcessHandleCount(process_.get(), &count);
+std::size_t FaultyService::held() const {
+  const DWORD id = GetProcessId(process_.get());
+  std::size_t count = endurance::handleCount(id);
+  THREADENTRY32 entry{};
+  entry.dwSize = sizeof(entry);
+  const KernelHandle threads(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+  for (BOOL more = Thread32First(threads.get(), &entry); more != FALSE;
+       more = Thread32Next(threads.get(), &entry))
+    if (entry.th32OwnerProcessID == id) ++count;
   return count;
 }
 

@@ -53,7 +53,8 @@ class FaultyService {
   std::string stop();
   /// Caller::call(). One that hangs is given up, "hangs", and the process killed.
   std::string request(update_interface::Procedure procedure, const std::string& path);
-  [[nodiscard]] DWORD handles() const;
+  /// How many handles and threads it has; for when no program is just starting (handle_count.h).
+  [[nodiscard]] std::size_t held() const;
   /// Waits five seconds for each process of this program to end. One whose maker was killed while it
   /// made it never begins and keeps its file: those that are left are ended, as the next start of
   /// Windows would. True when there was one.
