@@ -12,8 +12,8 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 # Tests that start and end things for others.
 FIXTURE = re.compile(r"(wine|servers|e2e|stage|faults|setup)_(start|stop|dist)$|e2e_dist$")
-# What says nothing about a fault in a program, or takes minutes.
-LEFT_OUT = re.compile(r"layers$|policy_templates$|setup_tests$|sdk_tests$")
+# What says nothing about a fault in a program, takes minutes, or draws other cases each time.
+LEFT_OUT = re.compile(r"layers$|policy_templates$|setup_tests$|sdk_tests$|fault_tests$|soak_tests$|full_machine_tests$")
 ERROR_PLACE = re.compile(r"\b((?:src|client)/[\w./-]+):(\d+):")
 
 
