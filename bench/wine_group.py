@@ -113,13 +113,12 @@ class Bench(group.Bench):
         self.machine.make({"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": servers["good"]})
         self.machine.lay_out(self.options.dist, servers["ca"])
         tools = self.options.windows / "tools/stage"
-        self.machine.wine(tools / "trust_root.exe", self.machine.windows(publisher.root.with_suffix(".der")))
+        self.machine.trust(tools, publisher.root)
         self.machine.path(r"C:\zarn-test\plan.txt").write_text("exit=1641\n")
         null_service = self.machine.windows(self.options.windows / "bench/wine/null_service.exe")
-        programs = {stage.SERVICE: f'"{stage.INSTALL_DIR}\\ZarnUpdateService.exe"', NULL_SERVICE: f'"{null_service}"',
-                    FOLDER_SERVICE: f'"{null_service}" folder'}
-        for name, program in programs.items():
-            self.machine.wine("sc", "create", name, "binPath=", program, "type=", "own", "start=", "demand")
+        self.machine.register()
+        self.machine.register(NULL_SERVICE, f'"{null_service}"')
+        self.machine.register(FOLDER_SERVICE, f'"{null_service}" folder')
         self.bundles = stage.fresh(self.options.work / "bundles")
         for mib in {1, self.mib, *self.growing_mib}:
             unsigned = self.bundles / "unsigned.tmp"

@@ -62,30 +62,21 @@ TEST(CInterface, AnswersBadPathsWithACode) {
   const Pages others;
   auto* const odd = others.atEnd<char>(4095);
   std::memset(odd, 'x', 4095);
-  const struct {
-    const wchar_t* path;
-    std::int32_t installing, setting;
-  } rows[] = {{nullptr, 1, 1},
-              {L"", 2, 5},
-              {L"b.exe", 3, 3},
-              {L"C:b.exe", 3, 3},
-              {LR"(\b.exe)", 3, 3},
-              {LR"(1:\b.exe)", 3, 3},
-              {L"C:", 3, 3},
-              {L"C:/b.exe", 5, 5},
-              {LR"(\/s\b.exe)", 5, 5},
-              {longest.c_str(), 5, 5},
-              {tooLong.c_str(), 4, 4},
-              {nowhere<wchar_t>(1), 1, 1},
-              {nowhere<wchar_t>(0xfff0000000000000), 1, 1},
-              {unterminated, 1, 1},
-              {reinterpret_cast<wchar_t*>(odd), 1, 1}};
-  for (const auto& row : rows) {
-    zarn_update_answer answer{sizeof(answer), 0, 0, 0, 0};
-    EXPECT_EQ(library.install(row.path, nullptr, &answer), row.installing) << &row - rows;
-    EXPECT_EQ(answer.status, ZARN_UPDATE_STATUS_FAILED) << "no success for who looks at nothing else";
-    EXPECT_EQ(library.setAppData(row.path, nullptr, nullptr), row.setting) << &row - rows;
-  }
+  // What comes of an install and of a folder that is set.
+  const std::tuple<int, int, std::vector<const wchar_t*>> rows[] = {
+      {1, 1, {nullptr, nowhere<wchar_t>(1), nowhere<wchar_t>(0xfff0000000000000), unterminated}},
+      {1, 1, {reinterpret_cast<wchar_t*>(odd)}},
+      {2, 5, {L""}},
+      {3, 3, {L"b.exe", L"C:b.exe", LR"(\b.exe)", LR"(1:\b.exe)", L"C:"}},
+      {4, 4, {tooLong.c_str()}},
+      {5, 5, {L"C:/b.exe", LR"(\/s\b.exe)", longest.c_str()}}};
+  for (const auto& [installing, setting, paths] : rows)
+    for (const wchar_t* path : paths) {
+      zarn_update_answer answer{sizeof(answer), 0, 0, 0, 0};
+      EXPECT_EQ(library.install(path, nullptr, &answer), installing) << &path - paths.data();
+      EXPECT_EQ(answer.status, ZARN_UPDATE_STATUS_FAILED) << "no success for who looks at nothing else";
+      EXPECT_EQ(library.setAppData(path, nullptr, nullptr), setting) << &path - paths.data();
+    }
   unterminated[3] = 0;
   EXPECT_EQ(library.setAppData(unterminated, nullptr, nullptr), ZARN_UPDATE_NOT_RUNNING)
       << "nothing is read behind it";
@@ -98,29 +89,25 @@ TEST(CInterface, AnswersBadRecordsWithACode) {
   const KernelHandle event(CreateEventW(nullptr, 1, 0, nullptr));
   HKEY key = nullptr;
   RegOpenKeyW(HKEY_LOCAL_MACHINE, L"Software", &key);
-  const struct {
-    std::uint32_t size, flags;
-    void* event;
-    std::uint32_t later;
-    std::int32_t expected;
-  } rows[] = {{24, 0, nullptr, 9, 5},
-              {0, 0, nullptr, 0, 1},
-              {23, 0, nullptr, 0, 1},
-              {28, 0, nullptr, 0, 5},
-              {28, 0, nullptr, 9, 1},
-              {0xffffffff, 0, nullptr, 0, 1},
-              {24, 1, nullptr, 0, 5},
-              {24, 2, nullptr, 0, 1},
-              {24, 0, event.get(), 0, 5},
-              {24, 0, key, 0, 1},
-              {24, 0, nowhere<void>(0x12344), 0, 1},
-              {24, 0, INVALID_HANDLE_VALUE, 0, 1}};
-  for (const auto& row : rows) {
+  // What comes of it; the options' size and flags, and what stands behind them; then of handles.
+  for (const auto& [expected, size, flags, later] : {std::tuple{5, 24U, 0U, 9U},
+                                                     {5, 28U, 0U, 0U},
+                                                     {5, 24U, 1U, 0U},
+                                                     {1, 0U, 0U, 0U},
+                                                     {1, 23U, 0U, 0U},
+                                                     {1, 28U, 0U, 9U},
+                                                     {1, 0xffffffffU, 0U, 0U},
+                                                     {1, 24U, 2U, 0U}}) {
     const struct {
       zarn_update_options known;
       std::uint32_t later[2];
-    } options{{row.size, row.flags, 0, 0, row.event}, {row.later, 0}};
-    EXPECT_EQ(library.install(kGood, &options.known, &answer), row.expected) << &row - rows;
+    } options{{size, flags, 0, 0, nullptr}, {later, 0}};
+    EXPECT_EQ(library.install(kGood, &options.known, &answer), expected) << size << " " << flags;
+  }
+  for (void* const handle :
+       {event.get(), static_cast<void*>(key), nowhere<void>(0x12344), INVALID_HANDLE_VALUE}) {
+    const zarn_update_options options{sizeof(options), 0, 0, 0, handle};
+    EXPECT_EQ(library.install(kGood, &options, &answer), handle == event.get() ? 5 : 1) << handle;
   }
   RegCloseKey(key);
   auto* const cut = pages.atEnd<std::uint32_t>(1);

@@ -7,7 +7,6 @@ import re
 import subprocess
 import sys
 import tempfile
-import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tools" / "stage"))
@@ -22,9 +21,7 @@ def blocks(kind):
     return "".join(re.findall(rf"^```{kind}\n(.*?)^```$", MANUAL, re.MULTILINE | re.DOTALL))
 
 
-class SdkTest(unittest.TestCase):
-    build, work = None, None
-
+class SdkTest(stage.MachineTest):
     @classmethod
     def setUpClass(cls):
         sdk = stage.fresh(cls.work / "sdk")

@@ -39,19 +39,20 @@ struct Scenario {
   [[nodiscard]] bool isStart() const { return std::string_view(name) == "start"; }
 };
 
+/// Asks the service for something that is done to a bundle.
+auto asks(Procedure procedure, const char* name) {
+  return [=](FaultyService& subject) { return subject.request(procedure, bundle(name)); };
+}
+
 const Scenario kScenarios[] = {
     {"start", "serves", 6, true, "exit=1641\n",
      [](FaultyService& subject) { return subject.start() ? std::string("serves") : subject.end(0); }},
-    {"first check", "0", 4, true, "",
-     [](FaultyService& subject) { return subject.request(Procedure::CheckBundle, bundle("approved.exe")); }},
-    {"check", "0", 24, false, "",
-     [](FaultyService& subject) { return subject.request(Procedure::CheckBundle, bundle("approved.exe")); }},
-    {"refused check", "30005", 24, false, "",
-     [](FaultyService& subject) { return subject.request(Procedure::CheckBundle, bundle("decoy.exe")); }},
+    {"first check", "0", 4, true, "", asks(Procedure::CheckBundle, "approved.exe")},
+    {"check", "0", 24, false, "", asks(Procedure::CheckBundle, "approved.exe")},
+    {"refused check", "30005", 24, false, "", asks(Procedure::CheckBundle, "decoy.exe")},
     {"install", "30001", 12, false, "exit=1641\nlog=dd_vcredist_amd64.log\n",
-     [](FaultyService& subject) { return subject.request(Procedure::Install, bundle("approved.exe")); }},
-    {"refused install", "30005", 12, false, "exit=1641\n",
-     [](FaultyService& subject) { return subject.request(Procedure::Install, bundle("decoy.exe")); }},
+     asks(Procedure::Install, "approved.exe")},
+    {"refused install", "30005", 12, false, "exit=1641\n", asks(Procedure::Install, "decoy.exe")},
     {"restart", "0, ended 1467", 4, true, "exit=0\n",
      [](FaultyService& subject) {
        const std::string answer = subject.request(Procedure::Install, bundle("approved.exe"));
@@ -74,7 +75,7 @@ const Scenario kKilled[] = {
     {"start", "", 3, true, "",
      [](FaultyService& subject) { return std::string(subject.start() ? "" : "ended"); }},
     {"install", "", 8, false, "exit=0\nlog=dd_vcredist_amd64.log\n",
-     [](FaultyService& subject) { return subject.request(Procedure::Install, bundle("approved.exe")); }},
+     asks(Procedure::Install, "approved.exe")},
     {"move", "", 4, false, "",
      [](FaultyService& subject) { return subject.request(Procedure::SetLocalAppDataPath, kElsewhere); }}};
 

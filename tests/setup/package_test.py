@@ -7,6 +7,7 @@ start type: for these the package's tables are read back, and what Windows makes
 
 import concurrent.futures
 import contextlib
+import functools
 import json
 import os
 import pathlib
@@ -17,7 +18,6 @@ import struct
 import subprocess
 import sys
 import time
-import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "tools" / "stage"))
@@ -34,22 +34,19 @@ TOOL = FOLDER + r"\zarn-update.exe"
 TEMP = r"C:\windows\ZarnUpdateTemp"
 HOST = "ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST"
 CHOSEN = r"CABUNDLE=C:\ca.pem"
+ACCOUNT = "ACCOUNTHOST=first.example"
 LONG = "ZARN_LONG" in os.environ
 
 
-class PackageTest(unittest.TestCase):
+class PackageTest(stage.MachineTest):
     """All tests share one machine; each begins with what it needs to be installed, or not."""
-
-    build, work = None, None
 
     @classmethod
     def setUpClass(cls):
-        cls.dist = stage.fresh(cls.work / "dist")
-        stage.run("cmake", "--install", cls.build, "--prefix", cls.dist, "--component", "dist", "--strip")
-        programs = cls.build / "tools" / "stage"
-        publisher = stage.Publisher(cls.work / "publisher")
-        signing, key = cls.work / "sign", publisher.approved.with_suffix(".key")
-        signing.write_text(f"#!/bin/sh -e\nosslsigncode sign -certs '{publisher.approved}' -key '{key}' -in \"$1\" "
+        cls.publish()
+        signer = cls.publisher.approved
+        signing, key = cls.work / "sign", signer.with_suffix(".key")
+        signing.write_text(f"#!/bin/sh -e\nosslsigncode sign -certs '{signer}' -key '{key}' -in \"$1\" "
                            '-out "$1.signed"\nmv "$1.signed" "$1"\n')
         signing.chmod(0o755)
         packages = stage.fresh(cls.work / "shipped")
@@ -60,18 +57,8 @@ class PackageTest(unittest.TestCase):
                 packers.submit(cls.package, "newer", 1),
                 packers.submit(cls.package, "unstartable", 2, service="zarn-update.exe")]
 
-        cls.bundles = stage.make_bundles(publisher, programs / "genuine_installer.exe",
-                                         programs / "intruder_installer.exe", cls.work / "bundles")
-        accounts = stage.AccountService(cls.work / "account-service")
-        accounts.approve(publisher.digest(publisher.approved))
-        cls.addClassCleanup(accounts.stop)
-        servers = accounts.start()
-        cls.machine = stage.Machine(cls.work / "machine")
-        cls.addClassCleanup(cls.machine.stop)
-        cls.machine.make({HOST: servers["good"]})
-        cls.machine.wine(programs / "trust_root.exe", cls.machine.windows(publisher.root.with_suffix(".der")))
-        cls.at = cls.machine.path
-        shutil.copy(servers["ca"], cls.at(r"C:\ca.pem"))
+        authorities = cls.make_machine()
+        shutil.copy(authorities, cls.at(r"C:\ca.pem"))
         _, cls.newer, cls.unstartable = (package.result() for package in made)
         cls.shipped = next(packages.glob("*.msi"))
         cls.bill = json.loads((packages / "ZarnUpdateService.cdx.json").read_text())
@@ -121,9 +108,9 @@ class PackageTest(unittest.TestCase):
                 self.msiexec("/x", package)
         self.assert_nothing_installed()
 
-    def have_first_version(self):
+    def have_first_version(self, *properties):
         self.have_nothing()
-        self.assert_installs(self.shipped, CHOSEN)
+        self.assert_installs(self.shipped, CHOSEN, *properties)
 
     def values(self, key):
         text = self.machine.wine("reg", "query", key, check=False).stdout
@@ -237,7 +224,7 @@ class PackageTest(unittest.TestCase):
 
     def test_upgrade_keeps_settings_and_logs_and_is_not_taken_back(self):
         self.have_first_version()
-        self.assert_installs(self.shipped, "ACCOUNTHOST=first.example")
+        self.assert_installs(self.shipped, ACCOUNT)
         logs = {path.name for path in self.logs().rglob("*.log")}
         _, registration, settings, _, _ = self.state()
         self.assertEqual(settings, {"AccountHost": "first.example", "CaBundle": r"C:\ca.pem", "Proxy": ""})
@@ -322,7 +309,7 @@ class PackageTest(unittest.TestCase):
 
     def test_killed_anywhere_it_is_made_up_for_by_the_next_run(self):
         settings = {"AccountHost": "first.example", "CaBundle": r"C:\ca.pem", "Proxy": ""}
-        chosen = CHOSEN, "ACCOUNTHOST=first.example"
+        chosen = CHOSEN, ACCOUNT
 
         def goes_on(package):
             self.assert_installs(package, *(() if self.settings() == settings else chosen))
@@ -336,8 +323,9 @@ class PackageTest(unittest.TestCase):
             self.have_nothing()
             self.assert_installs(package, *chosen)
             expected[package] = self.state()[:2]
+        have_first = functools.partial(self.have_first_version, ACCOUNT)
         steps = (("/i", self.shipped, self.have_nothing, chosen),
-                 ("/i", self.newer, self.have_first, ()), ("/x", self.shipped, self.have_first, ()))
+                 ("/i", self.newer, have_first, ()), ("/x", self.shipped, have_first, ()))
         for verb, package, prepare, properties in steps:
             prepare()
             self.assertTrue(self.msiexec(verb, package, *properties))
@@ -359,17 +347,13 @@ class PackageTest(unittest.TestCase):
                     runs += 1
         for size in range(0, 7 << 20, 1 << 16) if LONG else (1 << 18, 4 << 20):
             with self.subTest("upgrade on a full disk", size=size):
-                self.have_first()
+                have_first()
                 self.assertFalse(self.msiexec("/i", self.newer, before=lambda most=size: resource.setrlimit(
                     resource.RLIMIT_FSIZE, (most, most))))
                 self.assertEqual(self.settings(), settings)
                 goes_on(self.newer)
                 runs += 1
         print(f"package | killed | {runs} runs, at actions of install, upgrade and removal, full disks")
-
-    def have_first(self):
-        self.have_nothing()
-        self.assert_installs(self.shipped, CHOSEN, "ACCOUNTHOST=first.example")
 
     def rows(self, table):
         text = stage.run("msiinfo", "export", self.shipped, table)

@@ -12,7 +12,6 @@ import shutil
 import subprocess
 import sys
 import time
-import unittest
 import zipfile
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "stage"))
@@ -24,29 +23,14 @@ LINE = re.compile(r"[A-Z][a-z]{2} \d\d, \d{4} \d\d:\d\d:\d\d\.\d{3} \[\d{4,}\] [
 LONG = "ZARN_LONG" in os.environ
 
 
-class FullMachine(unittest.TestCase):
-    build, work = None, None
-
+class FullMachine(stage.MachineTest):
     @classmethod
     def setUpClass(cls):
         cls.mounts = small_disk.may_mount()
-        dist = stage.fresh(cls.work / "dist")
-        stage.run("cmake", "--install", cls.build, "--prefix", dist, "--component", "dist", "--strip")
-        programs = cls.build / "tools" / "stage"
-        publisher = stage.Publisher(cls.work / "publisher")
-        cls.bundles = stage.make_bundles(publisher, programs / "genuine_installer.exe",
-                                         programs / "intruder_installer.exe", cls.work / "bundles")
-        accounts = stage.AccountService(cls.work / "account-service")
-        accounts.approve(publisher.digest(publisher.approved))
-        cls.addClassCleanup(accounts.stop)
-        servers = accounts.start()
-        cls.machine = stage.Machine(cls.work / "machine")
-        cls.addClassCleanup(cls.machine.stop)
-        cls.machine.make({"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": servers["good"]})
-        cls.at = cls.machine.path
-        cls.machine.lay_out(dist, servers["ca"])
-        cls.machine.wine(programs / "trust_root.exe", cls.machine.windows(publisher.root.with_suffix(".der")))
-        cls.machine.wine("sc", "create", stage.SERVICE, "binPath=", f'"{stage.INSTALL_DIR}\\ZarnUpdateService.exe"')
+        cls.publish()
+        authorities = cls.make_machine()
+        cls.machine.lay_out(cls.dist, authorities)
+        cls.machine.register()
         cls.start()
         cls.plan("first")
         assert cls.install() == 30001

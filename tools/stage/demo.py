@@ -59,8 +59,7 @@ def play(options, accounts, machine):
     tell_what_takes_how_long()
     heading("A publisher signs an update")
     publisher = stage.Publisher(options.work / "publisher")
-    bundles = stage.make_bundles(publisher, programs / "genuine_installer.exe", programs / "intruder_installer.exe",
-                                 options.work / "bundles")
+    bundles = stage.make_bundles(publisher, programs, options.work / "bundles")
     digest = publisher.digest(publisher.approved)
     tell(f"approved.exe is signed (Authenticode) by a certificate with the SHA-256 digest {digest[:16]}...")
 
@@ -72,7 +71,7 @@ def play(options, accounts, machine):
 
     heading("A machine gets the service, by its Windows Installer package")
     machine.make({"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": servers["good"]})
-    machine.wine(programs / "trust_root.exe", machine.windows(publisher.root.with_suffix(".der")))
+    machine.trust(programs, publisher.root)
     shutil.copy(servers["ca"], machine.path(r"C:\authorities.pem"))
     arguments = ["/qn", "/l*v", r"C:\install.log", r"CABUNDLE=C:\authorities.pem"]
     tell(f"msiexec /i {options.package.name} {' '.join(arguments)}")

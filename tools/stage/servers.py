@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 """nginx as the account service, and beside it servers that misbehave, one per
-port, when a file of them is given. Everything listens on 127.0.0.1.
+port, when they are wished. Everything listens on 127.0.0.1.
 
-  servers.py start DIR [--profile FILE] [--misbehaving FILE]   returns when every server answers
-  servers.py stop DIR                                          ends what start began; may be repeated
+  servers.py start DIR [--profile FILE] [--misbehaving]   returns when every server answers
+  servers.py stop DIR                                     ends what start began; may be repeated
 
 DIR/servers.txt then has a line name=value for each server (host:port), "ca" and
 "other_ca_file" (PEM files), "profile" (the file that nginx serves, read anew for
@@ -16,7 +16,7 @@ import argparse
 import asyncio
 import contextlib
 import functools
-import importlib.util
+import importlib
 import json
 import os
 import signal
@@ -289,7 +289,7 @@ def start(directory, profile, misbehaving):
     log = os.path.join(directory, "servers.log")
     command = [sys.executable, "-B", os.path.abspath(__file__), "serve", directory, "--profile", profile]
     if misbehaving:
-        command += ["--misbehaving", misbehaving]
+        command.append("--misbehaving")
     with open(log, "wb") as output:
         process = subprocess.Popen(command,
                                    stdin=subprocess.DEVNULL, stdout=output, stderr=output, start_new_session=True)
@@ -301,15 +301,10 @@ def start(directory, profile, misbehaving):
         sys.exit(f"The test servers did not start; see {log}")
 
 
-def scenarios_of(file):
-    """The table SCENARIOS of a Python file: name -> what answers a request."""
-    if file is None:
-        return {}
-    sys.modules.setdefault("servers", sys.modules[__name__])
-    description = importlib.util.spec_from_file_location("misbehaving", file)
-    module = importlib.util.module_from_spec(description)
-    description.loader.exec_module(module)
-    return module.SCENARIOS
+def misbehaving_scenarios():
+    """Name -> what answers a request."""
+    sys.modules.setdefault("servers", sys.modules[__name__])  # which that module takes from here
+    return importlib.import_module("misbehaving").SCENARIOS
 
 
 def main():
@@ -317,16 +312,16 @@ def main():
     parser.add_argument("command", choices=("start", "stop", "serve"))
     parser.add_argument("directory")
     parser.add_argument("--profile")
-    parser.add_argument("--misbehaving")
+    parser.add_argument("--misbehaving", action="store_true")
     arguments = parser.parse_args()
     directory = os.path.abspath(arguments.directory)
     profile = os.path.abspath(arguments.profile) if arguments.profile else None
     if arguments.command == "start":
-        start(directory, profile, arguments.misbehaving and os.path.abspath(arguments.misbehaving))
+        start(directory, profile, arguments.misbehaving)
     elif arguments.command == "stop":
         stop(directory)
     else:
-        asyncio.run(serve(directory, profile, scenarios_of(arguments.misbehaving)))
+        asyncio.run(serve(directory, profile, misbehaving_scenarios() if arguments.misbehaving else {}))
 
 
 if __name__ == "__main__":

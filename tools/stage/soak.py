@@ -223,16 +223,13 @@ class Soak:
 
     def set_stage(self):
         publisher = stage.Publisher(self.work / "publisher")
-        self.bundles = stage.make_bundles(publisher, self.programs / "genuine_installer.exe",
-                                          self.programs / "intruder_installer.exe", self.work / "bundles")
+        self.bundles = stage.make_bundles(publisher, self.programs, self.work / "bundles")
         settings = self.accounts.start(publisher.digest(publisher.approved))
         self.machine.make({"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": self.accounts.host})
         self.machine.lay_out(self.options.dist, settings["ca"])
         self.machine.path(CALLERS).mkdir()
-        self.machine.wine(self.programs / "trust_root.exe",
-                          *(self.machine.windows(root.with_suffix(".der"))
-                            for root in (publisher.root, publisher.sha1_root)))
-        self.machine.wine("sc", "create", stage.SERVICE, "binPath=", f'"{stage.INSTALL_DIR}\\ZarnUpdateService.exe"')
+        self.machine.trust(self.programs, publisher.root, publisher.sha1_root)
+        self.machine.register()
         self.keeper = Pipe(self.machine, self.programs / "keeper.exe")
         self.plan(PLANS[0])
 

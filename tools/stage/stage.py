@@ -109,9 +109,10 @@ class Publisher:
         return hashlib.sha256(der.stdout).hexdigest()
 
 
-def make_bundles(publisher, genuine, intruder, folder):
-    """The bundles the tests ask the service to install, by name."""
+def make_bundles(publisher, programs, folder):
+    """The bundles the tests ask the service to install, by name; of the stand-in installers in `programs`."""
     fresh(folder)
+    genuine, intruder = programs / "genuine_installer.exe", programs / "intruder_installer.exe"
     authority = publisher.root
     publisher.sign(publisher.approved, genuine, folder / "approved.exe", [authority])
     shutil.copy(genuine, folder / "unsigned.exe")
@@ -213,5 +214,40 @@ class Machine:
         shutil.copytree(dist, target)
         shutil.copy(ca, target / "Resources" / "cacert.pem")
 
+    def trust(self, programs, *authorities):
+        """Makes roots of these certificates."""
+        self.wine(programs / "trust_root.exe", *(self.windows(one.with_suffix(".der")) for one in authorities))
+
+    def register(self, name=SERVICE, program=f'"{INSTALL_DIR}\\ZarnUpdateService.exe"'):
+        self.wine("sc", "create", name, "binPath=", program, "type=", "own", "start=", "demand")
+
     def stop(self):
         self.wine("--stop", check=False)
+
+
+class MachineTest(unittest.TestCase):
+    """Tests that share a machine; run_tests() says of what build, and in which folder."""
+
+    build, work = None, None
+
+    @classmethod
+    def publish(cls):
+        """The shippable tree, and who signs which bundles."""
+        cls.dist = fresh(cls.work / "dist")
+        run("cmake", "--install", cls.build, "--prefix", cls.dist, "--component", "dist", "--strip")
+        cls.publisher = Publisher(cls.work / "publisher")
+        cls.bundles = make_bundles(cls.publisher, cls.build / "tools" / "stage", cls.work / "bundles")
+
+    @classmethod
+    def make_machine(cls):
+        """One that trusts the publisher and asks an account service that approves it; the latter's authorities."""
+        accounts = AccountService(cls.work / "account-service")
+        accounts.approve(cls.publisher.digest(cls.publisher.approved))
+        cls.addClassCleanup(accounts.stop)
+        servers = accounts.start()
+        cls.machine = Machine(cls.work / "machine")
+        cls.addClassCleanup(cls.machine.stop)
+        cls.machine.make({"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": servers["good"]})
+        cls.machine.trust(cls.build / "tools" / "stage", cls.publisher.root)
+        cls.at = cls.machine.path
+        return servers["ca"]

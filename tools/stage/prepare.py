@@ -1,4 +1,4 @@
-"""Fixture of the end-to-end tests: makes or clears the stage in a work folder."""
+"""Makes or clears a whole stage in a work folder: the fixture of the end-to-end tests, and of runs by hand."""
 
 import argparse
 import hashlib
@@ -8,10 +8,8 @@ import shutil
 import signal
 import socket
 import subprocess
-import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "stage"))
-import stage  # noqa: E402
+import stage
 
 COLLECTOR = """
 global(parser.escapeControlCharactersOnReceive="on" maxMessageSize="64k")
@@ -55,10 +53,7 @@ def main():
         return
 
     publisher = stage.Publisher(options.work / "publisher")
-    bundles = stage.make_bundles(
-        publisher, options.programs / "genuine_installer.exe", options.programs / "intruder_installer.exe",
-        options.work / "bundles",
-    )
+    bundles = stage.make_bundles(publisher, options.programs, options.work / "bundles")
     accounts.approve(publisher.digest(publisher.approved))
     servers = accounts.start()
     machine.make({"ZARN_MEDIA_SERVER_ACCOUNT_SERVICE_HOST": servers["good"],
@@ -68,9 +63,8 @@ def main():
     machine.lay_out(options.dist, servers["ca"])
     if options.service:
         shutil.copy(options.service, machine.path(stage.INSTALL_DIR) / "ZarnUpdateService.exe")
-    machine.wine(options.programs / "trust_root.exe", machine.windows(publisher.root.with_suffix(".der")),
-                 machine.windows(publisher.sha1_root.with_suffix(".der")))
-    machine.wine("sc", "create", stage.SERVICE, "binPath=", f'"{stage.INSTALL_DIR}\\ZarnUpdateService.exe"')
+    machine.trust(options.programs, publisher.root, publisher.sha1_root)
+    machine.register()
     settings = {
         "bundles": machine.windows(bundles),
         "profile": machine.windows(accounts.profile),
