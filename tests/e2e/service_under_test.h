@@ -209,6 +209,10 @@ struct OnStage : ::testing::Test {
     ServiceUnderTest::forgetInstallerRuns();
     service_.start();
   }
+  void TearDown() override {
+    std::istringstream lines(ServiceUnderTest::log());
+    for (std::string line; std::getline(lines, line);) expectItsLevel(line);
+  }
 
   ServiceUnderTest service_;
 };

@@ -50,6 +50,7 @@ inline Lines messagesIn(const std::string& directory, std::size_t number = 0) {
   Lines messages;
   std::ifstream file(toPath(LogFiles::path(directory, "Test", number)).c_str());
   for (std::string line; std::getline(file, line);) {
+    expectItsLevel(line);
     const std::size_t at = line.find(" - ");
     messages.push_back(at != line.npos ? line.substr(at + 3) : line);
   }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/log_levels.h"
 #include "util/logging.h"
 #include "util/mutex.h"
 
@@ -29,6 +30,8 @@ class RecordingLog final : public LogSink {
   ~RecordingLog() override { setLogSink(former_); }
 
   void submit(LogLevel level, std::string_view message) override {
+    constexpr const char* names[] = {"ERROR", "WARN", "INFO", "DEBUG", "VERBOSE"};
+    expectItsLevel(names[static_cast<std::size_t>(level)], message);
     const MutexLock lock(mutex_);
     lines_.push_back({level, std::string(message)});
   }
