@@ -368,6 +368,8 @@ TEST(Waiting, EndsForWhatNoServiceIsWorkingOn) {
 }
 
 TEST(Progress, IsInWholeSecondsAndSaysInTimeThatItMayBeLeft) {
+  EXPECT_EQ(duration(59'999) + ", " + duration(60'000), "59.9 s, 1 min 00 s");
+  EXPECT_EQ(sentence("a \r\n") + sentence("b.") + sentence("c?\n") + sentence("\n"), "a.b.c?");
   EXPECT_EQ(installingText(9'999ms, "running"), "Installing for 9 s; the service is running");
   EXPECT_EQ(waitingText(725s),
             "An update is being installed; waited 12 min 05 s; Ctrl+C ends only this wait");

@@ -117,6 +117,7 @@ TEST_F(LogInDirectory, EveryRunBeginsAFileAndTheOldestGoes) {
 
 TEST_F(LogInDirectory, AFullFileRotatesAfterTheWholeLine) {
   log_.whenOpened = [&] { log_.submit(LogLevel::Info, "banner"); };
+  log_.whileWriting = [&] { EXPECT_TRUE(log_.flush(0ms)) << "the writer does not wait for itself"; };
   log_.start("Test");
   log_.write(Lines(9, std::string(1 << 20, 'm')));
   EXPECT_FALSE(FileUtils::exists(file(1)));
@@ -278,8 +279,10 @@ TEST_F(ServiceLog, PreferencesOnlyRaiseTheThreshold) {
 }
 
 TEST_F(ServiceLog, AChosenLevelIsStrongerThanThePreferences) {
-  for (const auto& [chosen, level] :
-       {std::pair{"info", LogLevel::Info}, {"trace", LogLevel::Debug}, {"VERBOSE", LogLevel::Verbose}}) {
+  for (const auto& [chosen, level] : {std::pair{"info", LogLevel::Info},
+                                      {"debug", LogLevel::Debug},
+                                      {"trace", LogLevel::Debug},
+                                      {"VERBOSE", LogLevel::Verbose}}) {
     ASSERT_TRUE(os::setEnvironmentVariable(names::kLogLevelVariable.narrow, chosen));
     Log one(preferences, events);
     one.start("Test");

@@ -133,6 +133,12 @@ TEST(CertificateTable, ChangedHeadersAndClaimsAreMissingOrRefused) {
         put(image, at, number, bytes);
         EXPECT_EQ(judge(image, size).verdict, verdict) << number << " at " << at;
       }
+    // A table right behind what describes it, of one entry without content.
+    std::string image = good.bytes;
+    for (const auto& [at, number] : {std::pair{claim, claim + 8}, {claim + 4, 8}, {claim + 8, 8}})
+      put(image, at, number, 4);
+    put(image, claim + 14, 2, 2);
+    EXPECT_EQ(judge(image, size).verdict, Acceptable);
     // An empty file, one cut in the directory, one cut at its end.
     for (const auto& [length, verdict] :
          {std::pair{std::size_t{0}, Missing}, {claim + 7, Missing}, {size - 1, Refused}})

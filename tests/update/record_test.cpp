@@ -127,9 +127,9 @@ struct RecordFile : ::testing::Test {
 };
 
 TEST_F(RecordFile, HasWholeLinesAndBeginsAnewWhenLargeButOnlyWhereItCan) {
-  writeFile(file, "torn");
+  writeFile(file, "cut");
   for (const char* line : {"one\n", "two\n", "three\n", "four\n"}) EXPECT_TRUE(append(line));
-  EXPECT_EQ(readFile(earlier) + "|" + readFile(file), "torn\none\ntwo\n|three\nfour\n");
+  EXPECT_EQ(readFile(earlier) + "|" + readFile(file), "cut\none\ntwo\n|three\nfour\n");
   fs::remove(toPath(earlier));
   fs::create_directories(toPath(earlier + "/x"));
   EXPECT_TRUE(append("12345678\n"));

@@ -84,6 +84,8 @@ TEST_F(Files, ApplicationDataDirectoryPrecedence) {
 #endif
   setApplicationDataOverride(dir_ / "override");
   EXPECT_EQ(logDirectory(), join(dir_ / "override", "Logs"));
+  for (const auto& [below, isBelow] : {std::pair{"", true}, {"/x", true}, {"2", false}})
+    EXPECT_EQ(isBelowOverride((dir_ / "override") + below), isBelow) << below;
   EXPECT_EQ(applicationDataDirectory(false), dir_.path());  // the override is a product directory
   setApplicationDataOverride("");
   setLocalAppDataPathReader(nullptr);
@@ -123,6 +125,7 @@ TEST_F(Files, AHeldFolderOpensMovesAndRemovesByName) {
   EXPECT_TRUE(held.folder("sub", Existing::OpenOrCreate)->folder("below", Existing::OpenOrCreate));
   EXPECT_THAT(names(), ElementsAre("b", "sub"));
   EXPECT_TRUE(held.remove("b") && held.remove("b"));  // missing is removed
+  EXPECT_TRUE(isDirectory(folder_) && !isDirectory(missing_));
   EXPECT_TRUE(log_.texts().empty());
   EXPECT_FALSE(held.remove("sub"));  // holds something
   EXPECT_FALSE(held.open("none", "a", Existing::Only) || held.rename("none", "b"));

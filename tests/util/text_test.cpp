@@ -74,6 +74,7 @@ TEST(Printable, KeepsTextAndEscapesWhatCouldForgeALine) {
                             "\xE2\x80\xAA\xE2\x80\xAE"s,           // embeddings, overrides
                             "\xE2\x81\xA6\xE2\x81\xA9"s,           // isolates
                             "\xC0\xAF\xFF"s,                       // overlong, no lead byte
+                            "\xFC\x90\x80\x80"s,                   // a lead byte of six
                             "\xED\xA0\x80"s, "\xF4\x90\x80\x80"s,  // a surrogate, beyond the last code point
                             "\xE2\x82"s}) {                        // cut short
     EXPECT_EQ(printable("a" + bytes), "a" + escaped(bytes));
