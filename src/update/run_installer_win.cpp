@@ -2,6 +2,7 @@
 
 #include "os/error_text.h"
 #include "os/handles_win.h"
+#include "os/launch_guard_win.h"
 #include "update/run_installer.h"
 #include "update/status.h"
 #include "util/exceptions.h"
@@ -23,6 +24,7 @@ Result<InstallerProcess> startInstaller(const std::wstring& path) {
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION started{};
+  const os::LaunchGuard guard;
   if (CreateProcessW(path.c_str(), commandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
                      nullptr, &startup, &started) == 0) {
     return lastFailure();

@@ -1,6 +1,8 @@
 // Told by the environment variable ZARN_HELPER what to do:
 //   "N MS"    sleeps MS milliseconds, writes its command line to the file that
 //             ZARN_HELPER_RECORD names, and ends with exit code N
+//   "launch" and "leave"   start itself as "0 60000", note the process's number in the record, and
+//             die under a launch guard or after it
 //   "serve"   serves UpdateInterface and dies in the first call
 //   "answer STATUS"   serves it and answers installs with the status, while the event "zarn-answer"
 //             is set if there is one
@@ -9,13 +11,28 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <optional>
 #include <string_view>
 
+#include "os/launch_guard_win.h"
 #include "update/interface/update_interface.h"
 
 namespace {
 
 long status = 0;
+
+int launch(bool leaves) {
+  _putenv("ZARN_HELPER=0 60000");
+  STARTUPINFOA startup{};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION started{};
+  std::optional<zarn::os::LaunchGuard> guard(std::in_place);
+  CreateProcessA(nullptr, GetCommandLineA(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                 &started);
+  if (leaves) guard.reset();
+  std::ofstream(std::getenv("ZARN_HELPER_RECORD")) << started.dwProcessId;
+  return TerminateProcess(GetCurrentProcess(), 0);
+}
 
 int serve(const zarn::update_interface::ServerRoutines& routines, unsigned calls) {
   namespace wire = zarn::update_interface;
@@ -31,6 +48,7 @@ int serve(const zarn::update_interface::ServerRoutines& routines, unsigned calls
 int main() {
   const char* const given = std::getenv("ZARN_HELPER");
   const std::string_view order(given != nullptr ? given : "");
+  if (order == "launch" || order == "leave") return launch(order == "leave");
   if (order == "serve") {
     const auto die = [](auto...) -> long { return TerminateProcess(GetCurrentProcess(), 1); };
     return serve({[](handle_t, const wchar_t*) { TerminateProcess(GetCurrentProcess(), 1); }, die, die}, 1);

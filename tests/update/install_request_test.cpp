@@ -2,6 +2,7 @@
 #include "update/install_request.h"
 
 #include "os/error_text.h"
+#include "support/run_program.h"
 #include "trust/scripted_trust_api.h"
 #include "update/temporary_folder.h"
 #include "util/string_utils.h"
@@ -220,6 +221,18 @@ TEST_F(InstallRequestTest, LeavesAnInstallerThatOutlastsTheWait) {
   for (int tries = 0; tries < 500 && readFile(commandLine_).empty(); ++tries) Sleep(20);
   EXPECT_EQ(readFile(commandLine_), bundle_ + " /quiet /norestart");
   while (DeleteFileW(wide(bundle_).c_str()) == 0 && GetLastError() == ERROR_ACCESS_DENIED) Sleep(20);
+}
+
+TEST_F(InstallRequestTest, WhatIsBeingStartedEndsWithItsMakerAndWhatWasStartedDoesNot) {
+  for (const bool leaves : {false, true}) {
+    order(0);
+    setEnvironment("ZARN_HELPER", leaves ? "leave" : "launch");
+    EXPECT_EQ(runProgram(ZARN_TEST_HELPER, {}).exitCode, 0U);
+    const DWORD id = std::stoul(readFile(commandLine_));
+    const KernelHandle started(OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE, FALSE, id));
+    EXPECT_EQ(!started || WaitForSingleObject(started.get(), leaves ? 500 : 5'000) == WAIT_OBJECT_0, !leaves);
+    if (started) TerminateProcess(started.get(), 0);
+  }
 }
 
 TEST_F(InstallRequestTest, TheCopyEndsAtTheLimitAndIsOpenedByItsOnlyName) {

@@ -83,6 +83,10 @@ constexpr FunctionRow kRows[] = {
     {"RegSetValueExW", Kind::Registry, Says::Code, asCode(ERROR_ACCESS_DENIED)},
     // Processes, the control manager, the event log, the RPC server.
     {"CreateProcessW", Kind::Process, Says::Zero, asCode(ERROR_ACCESS_DENIED)},
+    {"CreateJobObjectW", Kind::Process, Says::Zero, asCode(ERROR_ACCESS_DENIED)},
+    {"AssignProcessToJobObject", Kind::Process, Says::Zero, asCode(ERROR_ACCESS_DENIED)},
+    {"SetInformationJobObject", Kind::Process, Says::Zero, asCode(ERROR_ACCESS_DENIED)},
+    {"QueryInformationJobObject", Kind::Query, Says::Zero, asCode(ERROR_NOT_ENOUGH_MEMORY)},
     {"TerminateProcess", Kind::Process, Says::Zero, asCode(ERROR_ACCESS_DENIED)},
     {"RegisterServiceCtrlHandlerExW", Kind::Process, Says::Zero, asCode(ERROR_SERVICE_DOES_NOT_EXIST)},
     {"StartServiceCtrlDispatcherW", Kind::Process, Says::Zero,
