@@ -16,7 +16,6 @@
 #include "client/tool/report/text.h"
 #include "client/tool/report/verification_report.h"
 #include "client/tool/report/waiting.h"
-#include "support/table.h"
 #include "support/test.h"
 #include "update/record_folder.h"
 #include "util/printable.h"

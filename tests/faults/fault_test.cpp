@@ -12,7 +12,7 @@
 #include "e2e/service_under_test.h"
 #include "faults/fault_table.h"
 #include "faults/faulty_service.h"
-#include "support/table.h"
+#include "support/test.h"
 
 namespace zarn::testing {
 namespace {

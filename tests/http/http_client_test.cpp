@@ -3,7 +3,7 @@
 #include <boost/algorithm/string/replace.hpp>
 
 #include "prefs/preferences.h"
-#include "support/table.h"
+#include "support/test.h"
 #include "support/test_servers.h"
 
 namespace zarn::testing {

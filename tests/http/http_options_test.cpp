@@ -1,7 +1,7 @@
 #include "http/http_options.h"
 
 #include "http/http_transfer.h"
-#include "support/table.h"
+#include "support/test.h"
 #include "util/product_version.h"
 
 namespace zarn::testing {

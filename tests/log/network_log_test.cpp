@@ -8,7 +8,7 @@
 #include "log/reachable_endpoint.h"
 #include "log/token_scrubber.h"
 #include "os/clock.h"
-#include "support/table.h"
+#include "support/test.h"
 
 namespace zarn::testing {
 namespace {

@@ -2,12 +2,7 @@
 // or finds in a log is compared with it.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <string>
-#include <utility>
-#include <vector>
+#include "support/table.h"
 
 namespace zarn::testing {
 
@@ -23,19 +18,12 @@ inline bool isOfForm(std::string_view text, std::string_view form) {
 
 /// "ERROR" and so on. What is in no row may have any level, and a message of two rows either.
 inline void expectItsLevel(std::string_view level, std::string_view message) {
-  static const auto rows = [] {
-    std::vector<std::pair<std::string, std::string>> read;
-    std::ifstream file(ZARN_SOURCE "/tests/support/levels.txt");
-    for (std::string line; std::getline(file, line);)
-      read.emplace_back(line.substr(0, line.find(' ')), line.substr(line.find(" | ") + 3));
-    EXPECT_GT(read.size(), 100U);
-    return read;
-  }();
+  static const auto rows = tableIn("support/levels.txt");
   bool isKnown = false, isRight = false;
-  for (const auto& [rowLevel, form] : rows) {
-    if (!isOfForm(message, form)) continue;
+  for (const auto& row : rows) {
+    if (!isOfForm(message, row.at(1))) continue;
     isKnown = true;
-    isRight |= rowLevel == level;
+    isRight |= row[0] == level;
   }
   EXPECT_TRUE(isRight || !isKnown) << level << " - " << message;
 }

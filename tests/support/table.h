@@ -1,14 +1,18 @@
 // Tables of cases that stand in a file beside their test.
 #pragma once
 
-#include "support/test.h"
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "support/temp_directory.h"
 
 namespace zarn::testing {
 
 /// The rows of `file`, a path below the tests, but for those that begin with "#": the cells between " | ".
-inline std::vector<Lines> tableIn(const std::string& file) {
-  std::vector<Lines> rows;
-  std::ifstream lines(toPath(ZARN_SOURCE "/tests/" + file).c_str());
+inline std::vector<std::vector<std::string>> tableIn(const std::string& file) {
+  std::vector<std::vector<std::string>> rows;
+  std::ifstream lines(FileUtils::toPath(ZARN_SOURCE "/tests/" + file).c_str());
   for (std::string line; std::getline(lines, line);) {
     if (line.starts_with('#')) continue;
     auto& cells = rows.emplace_back();

@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "support/recording_log.h"
+#include "support/table.h"
 #include "support/temp_directory.h"
 
 namespace zarn::testing {

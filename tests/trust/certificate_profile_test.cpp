@@ -4,7 +4,7 @@
 
 #include "http/http_context.h"
 #include "support/recording_events.h"
-#include "support/table.h"
+#include "support/test.h"
 
 namespace zarn::testing {
 namespace {

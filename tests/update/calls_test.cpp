@@ -1,5 +1,5 @@
 // How calls get their turns, what leaves them, and how the listener that brings them ends.
-#include "support/table.h"
+#include "support/test.h"
 #include "update/bounded_listener.h"
 #include "update/call_queue.h"
 #include "update/rpc_server.h"

@@ -1,7 +1,7 @@
 // What is written of a request: the status that it ends with, its line, and the file for it.
 #include <nlohmann/json.hpp>
 
-#include "support/table.h"
+#include "support/test.h"
 #include "update/record_folder.h"
 #ifdef _WIN32
 #include <windows.h>

@@ -1,6 +1,6 @@
 #include "util/path_judge.h"
 
-#include "support/table.h"
+#include "support/test.h"
 
 namespace zarn::testing {
 namespace {

@@ -2,7 +2,7 @@
 // name the same values.
 #include "util/policy_settings.h"
 
-#include "support/table.h"
+#include "support/test.h"
 
 namespace zarn::testing {
 namespace {
