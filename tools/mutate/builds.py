@@ -10,8 +10,9 @@ import subprocess
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-# Tests that start and end things for others.
+# Tests that start and end things for others, and those that play on the stage of the service.
 FIXTURE = re.compile(r"(wine|servers|e2e|stage|faults|setup)_(start|stop|dist)$|e2e_dist$")
+ON_STAGE = ("end_to_end_tests", "command_line_tool_tests", "hostile_callers_tests")
 # What says nothing about a fault in a program, takes minutes, or draws other cases each time.
 LEFT_OUT = re.compile(r"layers$|policy_templates$|setup_tests$|sdk_tests$|fault_tests$|soak_tests$|full_machine_tests$")
 ERROR_PLACE = re.compile(r"\b((?:src|client)/[\w./-]+):(\d+):")
@@ -95,10 +96,11 @@ class Build:
         """Starts what the tests need, and runs each with no fault in force."""
         listed = subprocess.check_output(["ctest", "--test-dir", self.folder, "--show-only=json-v1"])
         names = [test["name"] for test in json.loads(listed)["tests"]]
-        self.starting = [name for name in names if FIXTURE.match(name) and not name.endswith("_stop")]
-        self.stopping = [name for name in names if name.endswith("_stop")]
+        fixtures = [name for name in names if FIXTURE.match(name) and not name.startswith("faults")]
+        self.starting = [name for name in fixtures if not name.endswith("_stop")]
+        self.stopping = [name for name in fixtures if name.endswith("_stop")]
         names = [name for name in names if not FIXTURE.match(name) and not LEFT_OUT.match(name)]
-        self.start_stage()
+        self.run_fixtures(self.starting)
         for name in names:
             self.copy.passed()
             self.copy.choose(-1)
@@ -111,13 +113,12 @@ class Build:
             self.seconds[name] = time.monotonic() - begun
             self.passing[name] = self.copy.passed()
 
-    def start_stage(self):
-        for name in self.starting:
+    def run_fixtures(self, names):
+        for name in names:
             run(["ctest", "--test-dir", self.folder, "-R", f"^{name}$", "-FA", "."], self.log, 600, self.copy.folder)
 
     def stop(self):
-        for name in self.stopping:
-            run(["ctest", "--test-dir", self.folder, "-R", f"^{name}$", "-FA", "."], self.log, 60, self.copy.folder)
+        self.run_fixtures(self.stopping)
 
     def test(self, name, fault, seconds):
         command = ["ctest", "--test-dir", str(self.folder), "-R", f"^{name}$", "-FA", "."]
@@ -125,9 +126,9 @@ class Build:
         environment = {"ZARN_FAULT": fault} if self.preset != "windows" else {}
         works = run(command, self.log, seconds + 10, self.copy.folder, GTEST_FAIL_FAST="1", **environment)
         if not works and self.preset == "windows":
-            # A service with a fault in it leaves a stage on which nothing else could be told.
-            self.stop()
-            self.start_stage()
+            # What has a fault in it leaves a machine on which nothing else could be told.
+            machine = "e2e" if name in ON_STAGE else "wine"
+            self.run_fixtures([f"{machine}_stop", f"{machine}_start"])
         return works
 
     def catcher(self, number, everything=False):

@@ -122,7 +122,7 @@ class Run:
     def judge(self, build, number, last):
         """With all faults in one build: whether a test fails that comes past this one."""
         begun = time.monotonic()
-        if self.rounds % CONTROL_EVERY == 0:
+        if self.rounds % CONTROL_EVERY == CONTROL_EVERY - 1:
             by = build.catcher(0, everything=True)
             self.note("nothing", "false alarm" if by else "control", by, begun)
             begun = time.monotonic()
