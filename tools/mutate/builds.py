@@ -106,6 +106,9 @@ class Build:
             self.copy.choose(-1)
             begun = time.monotonic()
             works = self.test(name, "-1", 600)
+            if not works:  # a busy machine may have cost it a deadline
+                begun = time.monotonic()
+                works = self.test(name, "-1", 600)
             self.copy.choose(0)
             if not works:
                 print(f"      {name} ({self.preset}) fails without a fault and is left out: {self.log}")
