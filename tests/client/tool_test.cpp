@@ -1,5 +1,4 @@
-// The built program, run as people and scripts run it. The tests stand in an
-// order: nobody serves the endpoint until the last one.
+// The built program, run as people and scripts run it. Nobody serves the endpoint but in the last one.
 #include <zip.h>
 
 #include <map>
@@ -397,6 +396,8 @@ TEST(Tool, TellsWhatTheServiceAnsweredAndThatItsDeathLeavesTheOutcomeUnknown) {
   }
   const auto cutShort = client::UpdateClient().install(std::wstring(L"a\0b", 3));
   EXPECT_EQ(cutShort.error().failure, client::CallFailure::InvalidPath);
+  RpcMgmtStopServerListening(nullptr);
+  RpcServerUnregisterIf(served.handle(), nullptr, FALSE);
 }
 
 }  // namespace

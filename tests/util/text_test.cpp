@@ -74,7 +74,7 @@ TEST(Printable, KeepsTextAndEscapesWhatCouldForgeALine) {
                             "\xE2\x80\xAA\xE2\x80\xAE"s,           // embeddings, overrides
                             "\xE2\x81\xA6\xE2\x81\xA9"s,           // isolates
                             "\xC0\xAF\xFF"s,                       // overlong, no lead byte
-                            "\xFC\x90\x80\x80"s,                   // a lead byte of six
+                            "\xF8\x90\x80\x80"s,                   // a lead byte of six
                             "\xED\xA0\x80"s, "\xF4\x90\x80\x80"s,  // a surrogate, beyond the last code point
                             "\xE2\x82"s}) {                        // cut short
     EXPECT_EQ(printable("a" + bytes), "a" + escaped(bytes));
@@ -142,6 +142,14 @@ TEST(StructuredException, LeavesCppExceptionsToTheirCatch) {
   EXPECT_EQ(object.use_count(), 1);
 }
 #endif
+
+TEST(TimeUtils, ATimeThatNoCalendarHasIsNoneAndSaidToBe) {
+  const RecordingLog log;
+  std::tm fields{};
+  EXPECT_FALSE(TimeUtils::epochToLocal(std::int64_t{1} << 50U, fields));
+  EXPECT_THAT(log.texts(),
+              ElementsAre(HasSubstr("Falling back"), StartsWith("[Time] `boost::posix_time`: ")));
+}
 
 TEST(TimeUtils, ValidFields) {
   const auto with = [](int std::tm::*field, int value, int dayOfYear = 100) {

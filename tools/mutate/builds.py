@@ -150,8 +150,9 @@ class Build:
         return any(number in passed for passed in self.passing.values())
 
 
-def violates_lock_rules(copy, build, file, text):
-    """Whether clang's analysis sees that a lock is missing, as the build with ThreadSanitizer would."""
+def compilers_words(copy, build, file, text):
+    """What the compiler of a build says of this text of a file: whether it takes it, and its warnings."""
+    here = (copy.folder / file).read_bytes()
     copy.write(file, text.encode())
     try:
         commands = json.loads((build.folder / "compile_commands.json").read_text())
@@ -161,8 +162,16 @@ def violates_lock_rules(copy, build, file, text):
             words = [word for word in shlex.split(one["command"]) if not word.endswith("ccache")]
             words = words[: words.index("-o")] + ["-fsyntax-only", one["file"]]
             done = subprocess.run(words, cwd=one["directory"], capture_output=True, text=True, check=False)
-            if "-Wthread-safety" in done.stderr:
-                return True
-        return False
+            yield done.returncode == 0, done.stderr
     finally:
-        copy.write(file, (ROOT / file).read_bytes())
+        copy.write(file, here)
+
+
+def violates_lock_rules(copy, build, file, text):
+    """Whether clang's analysis sees that a lock is missing, as the build with ThreadSanitizer would."""
+    return any("-Wthread-safety" in said for _, said in compilers_words(copy, build, file, text))
+
+
+def is_refused(copy, builds, file, text):
+    """Whether a compiler does not take this text of a file."""
+    return not all(takes for build in builds for takes, _ in compilers_words(copy, build, file, text))
