@@ -27,11 +27,14 @@ std::size_t shortRuns(std::size_t usual) {
   return given != nullptr ? static_cast<std::size_t>(std::atoi(given)) : usual;
 }
 
+/// Whether each run needs a process of its own, in which nothing has been asked for yet if it is cold.
+enum class Process : std::uint8_t { Kept, Warmed, Cold };
+
 struct Scenario {
   const char* name;
   std::string expected;
   std::size_t shortRuns;
-  bool needsFreshProcess;
+  Process process;
   const char* plan;
   /// The outcome; of "start" the order is in force before.
   std::function<std::string(FaultyService&)> act;
@@ -45,38 +48,39 @@ auto asks(Procedure procedure, const char* name) {
 }
 
 const Scenario kScenarios[] = {
-    {"start", "serves", 6, true, "exit=1641\n",
+    {"start", "serves", 6, Process::Cold, "exit=1641\n",
      [](FaultyService& subject) { return subject.start() ? std::string("serves") : subject.end(0); }},
-    {"first check", "0", 4, true, "", asks(Procedure::CheckBundle, "approved.exe")},
-    {"check", "0", 24, false, "", asks(Procedure::CheckBundle, "approved.exe")},
-    {"refused check", "30005", 24, false, "", asks(Procedure::CheckBundle, "decoy.exe")},
-    {"install", "30001", 12, false, "exit=1641\nlog=dd_vcredist_amd64.log\n",
+    {"first check", "0", 4, Process::Cold, "", asks(Procedure::CheckBundle, "approved.exe")},
+    {"check", "0", 24, Process::Kept, "", asks(Procedure::CheckBundle, "approved.exe")},
+    {"refused check", "30005", 24, Process::Kept, "", asks(Procedure::CheckBundle, "decoy.exe")},
+    {"install", "30001", 12, Process::Kept, "exit=1641\nlog=dd_vcredist_amd64.log\n",
      asks(Procedure::Install, "approved.exe")},
-    {"refused install", "30005", 12, false, "exit=1641\n", asks(Procedure::Install, "decoy.exe")},
-    {"restart", "0, ended 1467", 4, true, "exit=0\n",
+    {"refused install", "30005", 12, Process::Kept, "exit=1641\n", asks(Procedure::Install, "decoy.exe")},
+    {"restart", "0, ended 1467", 4, Process::Warmed, "exit=0\n",
      [](FaultyService& subject) {
        const std::string answer = subject.request(Procedure::Install, bundle("approved.exe"));
        return answer == "0" ? answer + ", " + subject.end() : answer;
      }},
-    {"rotation", "done", 12, false, "",
+    {"rotation", "done", 12, Process::Kept, "",
      [](FaultyService& subject) {
        const std::string answer = subject.request(Procedure::SetLocalAppDataPath, "");
        return answer + (subject.request(Procedure::CheckBundle, bundle("unsigned.exe")) == "30004"
                             ? ""
                             : ", next check fails");
      }},
-    {"stop", "ended 0", 4, true, "", [](FaultyService& subject) { return subject.stop(); }},
+    {"stop", "ended 0", 4, Process::Warmed, "", [](FaultyService& subject) { return subject.stop(); }},
 };
 
+constexpr wchar_t kStaged[] = L"ZarnMediaServerUpdate.exe";
 constexpr char kElsewhere[] = R"(C:\zarn-test\elsewhere)";
 
 /// Killed at each of their changes. Their installs end with a restart, their settings change.
 const Scenario kKilled[] = {
-    {"start", "", 3, true, "",
+    {"start", "", 3, Process::Cold, "",
      [](FaultyService& subject) { return std::string(subject.start() ? "" : "ended"); }},
-    {"install", "", 8, false, "exit=0\nlog=dd_vcredist_amd64.log\n",
+    {"install", "", 8, Process::Kept, "exit=0\nlog=dd_vcredist_amd64.log\n",
      asks(Procedure::Install, "approved.exe")},
-    {"move", "", 4, false, "",
+    {"move", "", 4, Process::Kept, "",
      [](FaultyService& subject) { return subject.request(Procedure::SetLocalAppDataPath, kElsewhere); }}};
 
 /// The first line that is not whole in what the service leaves behind; empty when all are.
@@ -207,11 +211,16 @@ class Sweep {
   }
 
   std::string afterKill() {
-    const bool hasOrphan = FaultyService::endOrphans(L"ZarnMediaServerUpdate.exe");
+    bool hasOrphan = FaultyService::endOrphans(kStaged);
     const auto runs = ServiceUnderTest::installerRuns();
     if (runs.size() > 1 || (runs.size() == 1 && runs[0].who != "genuine")) return "ran what it should not";
     if (!subject_.start()) return "next start fails";
-    if (FileUtils::exists(ServiceUnderTest::stagedCopy())) return "a stale copy stays";
+    if (FileUtils::exists(ServiceUnderTest::stagedCopy())) {
+      // What was on its way when its maker was killed is there only now.
+      hasOrphan |= FaultyService::endOrphans(kStaged);
+      if (!subject_.start()) return "next start fails";
+      if (FileUtils::exists(ServiceUnderTest::stagedCopy())) return "a stale copy stays";
+    }
     if (const std::string now = storedAppDataPath(); !now.empty() && now != kElsewhere)
       return "setting " + now;
     subject_.request(Procedure::SetLocalAppDataPath, "");
@@ -224,8 +233,9 @@ class Sweep {
 
   /// How many calls but for memory a scenario makes, and from where it asks for memory.
   std::pair<std::uint64_t, std::vector<std::uint64_t>> count(const Scenario& scenario) {
-    subject_.start();
-    if (!scenario.needsFreshProcess) scenario.act(subject_);
+    subject_.kill();
+    ensureServing(scenario.process != Process::Cold);
+    if (scenario.process == Process::Kept) scenario.act(subject_);
     subject_.control.forgetSites();
     subject_.control.arm({.mode = Mode::Count, .kinds = kAllKinds & ~bit(Kind::Memory)});
     const std::string outcome = scenario.act(subject_);
@@ -239,8 +249,8 @@ class Sweep {
   }
 
   void round(const Scenario& scenario, const Order& order) {
-    if (scenario.isStart() || scenario.needsFreshProcess) subject_.kill();
-    if (!scenario.isStart()) ensureServing();
+    if (scenario.process != Process::Kept) subject_.kill();
+    if (!scenario.isStart()) ensureServing(scenario.process != Process::Cold);
     ServiceUnderTest::forgetInstallerRuns();
     const std::size_t logged = ServiceUnderTest::log().size();
     subject_.control.arm(order);
@@ -251,21 +261,23 @@ class Sweep {
     if (section.hits == 0) return;  // not every run makes the same calls
     const bool hasFailed = outcome != scenario.expected;
     for (const auto& run : ServiceUnderTest::installerRuns()) outcome += ", ran " + run.who;
-    outcome += whatIsLeft(hasFailed && !scenario.needsFreshProcess ? logged : std::string::npos);
+    outcome += whatIsLeft(hasFailed && scenario.process == Process::Kept ? logged : std::string::npos);
     Seen& seen = seen_[{scenario.name, subject_.control.hitFunction()}];
     seen.sites.insert(section.hitSite);
     ++seen.runs;
     if (++seen.outcomes[outcome] == 1) describe(scenario, order, outcome);
-    if (scenario.needsFreshProcess) return;
+    if (scenario.process != Process::Kept) return;
     if (const std::size_t held = subject_.held(); held > mostHeld_) {
       mostHeld_ = held;
       suspects_.push_back({.site = section.hitSite});
     }
   }
 
-  void ensureServing() {
+  /// Warm means that what a process makes once is there.
+  void ensureServing(bool isWarm = true) {
     if (subject_.isAlive()) return;
     if (!subject_.start()) throw std::runtime_error("a start without any fault fails: " + subject_.end(0));
+    if (!isWarm) return;
     for (int i = 0; i < 3; ++i) subject_.request(Procedure::CheckBundle, bundle("approved.exe"));
     mostHeld_ = subject_.held() + 3;
   }

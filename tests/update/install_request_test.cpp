@@ -228,8 +228,8 @@ TEST_F(InstallRequestTest, WhatIsBeingStartedEndsWithItsMakerAndWhatWasStartedDo
     order(0);
     setEnvironment("ZARN_HELPER", leaves ? "leave" : "launch");
     EXPECT_EQ(runProgram(ZARN_TEST_HELPER, {}).exitCode, 0U);
-    const DWORD id = std::stoul(readFile(commandLine_));
-    const KernelHandle started(OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE, FALSE, id));
+    const KernelHandle started(
+        OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE, FALSE, std::stoul(readFile(commandLine_))));
     EXPECT_EQ(!started || WaitForSingleObject(started.get(), leaves ? 500 : 5'000) == WAIT_OBJECT_0, !leaves);
     if (started) TerminateProcess(started.get(), 0);
   }

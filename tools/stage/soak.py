@@ -404,13 +404,22 @@ class Soak:
         """With nothing in its way, the service installs the approved bundle."""
         self.plan(PLANS[0])
         self.accounts.hostility = 0
-        self.look()
-        self.callers = [Caller(self, f"{self.round}-last", 1, 1, ["install-approved"])]
-        self.finish_calls()
-        answers = [status for _kind, _path, _result, status, *_rest in self.callers[0].calls()]
-        if answers != [30001]:
-            raise Failed(f"the next request is answered {answers}")
-        self.judge_calls(0)
+        for attempt in range(2):
+            self.look()
+            self.callers = [Caller(self, f"{self.round}-last{attempt}", 1, 1, ["install-approved"])]
+            self.finish_calls()
+            answers = [status for _kind, _path, _result, status, *_rest in self.callers[0].calls()]
+            if answers == [30001]:
+                return self.judge_calls(0)
+            # A service that was killed before the installer's process had a thread leaves, under Wine, one
+            # that never runs, and keeps the copy: an administrator has to end it.
+            orphan = process_of(self.machine.prefix, stage.STAGED)
+            if orphan is None or not self.happened["process ended with 77"]:
+                break
+            self.happened["installer without a life ended"] += 1
+            os.kill(int(orphan.name), signal.SIGKILL)
+            time.sleep(1)
+        raise Failed(f"the next request is answered {answers}")
 
     # ---- What happens ------------------------------------------------------------------
 
