@@ -50,7 +50,7 @@ auto asks(Procedure procedure, const char* name) {
 const Scenario kScenarios[] = {
     {"start", "serves", 6, Process::Cold, "exit=1641\n",
      [](FaultyService& subject) { return subject.start() ? std::string("serves") : subject.end(0); }},
-    {"first check", "0", 4, Process::Cold, "", asks(Procedure::CheckBundle, "approved.exe")},
+    {"first check", "0", 4, Process::Warmed, "", asks(Procedure::CheckBundle, "approved.exe")},
     {"check", "0", 24, Process::Kept, "", asks(Procedure::CheckBundle, "approved.exe")},
     {"refused check", "30005", 24, Process::Kept, "", asks(Procedure::CheckBundle, "decoy.exe")},
     {"install", "30001", 12, Process::Kept, "exit=1641\nlog=dd_vcredist_amd64.log\n",
