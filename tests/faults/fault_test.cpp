@@ -135,6 +135,8 @@ class Sweep {
   }
   /// Ends the process from outside at each of a scenario's calls that change something.
   void killAtEachChange(const Scenario& scenario, int times) {
+    subject_.kill();
+    fs::remove_all(toPath(ServiceUnderTest::logDirectory()));  // what failed calls cut is not judged here
     ServiceUnderTest::planInstaller(scenario.plan);
     std::vector<std::uint64_t> places(countChanges(scenario));
     std::iota(places.begin(), places.end(), 1);
